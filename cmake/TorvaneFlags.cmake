@@ -1,0 +1,53 @@
+# Interface targets that say how code is compiled.
+#   Torvane::Flags       product code: include folders, language subset, warnings
+#   Torvane::TestFlags   tests and tools: the same include folders, warnings without -Wconversion
+#   Torvane::CppLibrary  whatever uses the C++ library on Windows links this as well
+
+set(generatedHeaders "${CMAKE_CURRENT_BINARY_DIR}/include")
+find_file(TORVANE_XXHASH_HEADER xxhash.h PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+# The folder it comes from holds the host's headers and must stay off the cross compiler's path.
+configure_file("${TORVANE_XXHASH_HEADER}" "${generatedHeaders}/xxhash.h" COPYONLY)
+
+add_library(TorvaneCommonFlags INTERFACE)
+target_include_directories(TorvaneCommonFlags INTERFACE
+    "${CMAKE_CURRENT_SOURCE_DIR}/src" "${CMAKE_CURRENT_SOURCE_DIR}/include")
+target_include_directories(TorvaneCommonFlags SYSTEM INTERFACE "${generatedHeaders}")
+target_compile_options(TorvaneCommonFlags INTERFACE
+    -Wall -Wextra -Werror -fno-omit-frame-pointer "-ffile-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=")
+if(WIN32)
+    target_compile_definitions(TorvaneCommonFlags INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
+    # Assembly would bring debug sections of another kind into the image.
+    target_compile_options(TorvaneCommonFlags INTERFACE $<$<COMPILE_LANGUAGE:ASM>:-g0>)
+else()
+    # As wide as on Windows. Nothing may call the host's own wide functions then.
+    target_compile_options(TorvaneCommonFlags INTERFACE -fshort-wchar)
+endif()
+
+# No type information on Windows, where tests derive from the image's classes. Natively the sanitizer of
+# virtual calls needs it.
+if(WIN32)
+    target_compile_options(TorvaneCommonFlags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>)
+endif()
+target_compile_options(TorvaneCommonFlags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions>)
+
+add_library(TorvaneFlags INTERFACE)
+target_link_libraries(TorvaneFlags INTERFACE TorvaneCommonFlags)
+target_compile_options(TorvaneFlags INTERFACE
+    -Wconversion $<$<COMPILE_LANGUAGE:CXX>:-fno-threadsafe-statics>)
+add_library(Torvane::Flags ALIAS TorvaneFlags)
+
+add_library(TorvaneTestFlags INTERFACE)
+target_link_libraries(TorvaneTestFlags INTERFACE TorvaneCommonFlags)
+add_library(Torvane::TestFlags ALIAS TorvaneTestFlags)
+
+add_library(TorvaneCppLibrary INTERFACE)
+if(WIN32)
+    target_link_libraries(TorvaneCppLibrary INTERFACE -lstdc++ -lgcc_eh)
+endif()
+add_library(Torvane::CppLibrary ALIAS TorvaneCppLibrary)
+
+# Natively everything runs under the sanitizers, the test library included.
+if(NOT WIN32)
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=address,undefined)
+endif()
