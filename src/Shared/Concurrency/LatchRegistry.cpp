@@ -1,0 +1,122 @@
+#include "Shared/Concurrency/LatchRegistry.h"
+
+#include "Shared/Memory/MemorySystem.h"
+
+namespace Torvane
+{
+namespace
+{
+constexpr uint32_t capacity = 4096;
+
+class ScopedLock
+{
+public:
+    explicit ScopedLock(CRITICAL_SECTION& section)
+        : section(section)
+    {
+        EnterCriticalSection(&section);
+    }
+
+    ~ScopedLock()
+    {
+        LeaveCriticalSection(&section);
+    }
+
+    ScopedLock(const ScopedLock&) = delete;
+    ScopedLock& operator=(const ScopedLock&) = delete;
+
+private:
+    CRITICAL_SECTION& section;
+};
+
+void Release(Latch& latch)
+{
+    latch.count = 0;
+    latch.event.Signal();
+}
+} // namespace
+
+void LatchRegistry::Create()
+{
+    latchesDead.handle = Expect(Event::Create("Cannot wait for latches"), "Cannot create event for startup");
+    InitializeCriticalSection(&lock);
+    list = Allocate(capacity * static_cast<uint32_t>(sizeof(void*)));
+    count = 0;
+}
+
+void LatchRegistry::Destroy()
+{
+    latchesDead.Destroy();
+    DeleteCriticalSection(&lock);
+    Free(list);
+}
+
+void LatchRegistry::Register(Latch& latch)
+{
+    const ScopedLock scope(lock);
+    if (latchesDead.TryWait())
+    {
+        Release(latch);
+        return;
+    }
+    List()[count++] = &latch;
+}
+
+void LatchRegistry::Unregister(Latch& latch)
+{
+    const ScopedLock scope(lock);
+    const uint32_t index = Find(&latch);
+    if (index != notFound)
+    {
+        --count;
+        if (count != 0)
+        {
+            List()[index] = List()[count];
+        }
+    }
+    latch.event.Destroy();
+}
+
+void LatchRegistry::DecrementByAddress(const void* address)
+{
+    const ScopedLock scope(lock);
+    const uint32_t index = Find(address);
+    if (index == notFound)
+    {
+        return;
+    }
+    Latch* latch = List()[index];
+    if (InterlockedDecrement(&latch->count) == 0)
+    {
+        latch->event.Signal();
+    }
+}
+
+void LatchRegistry::ReleaseAll()
+{
+    const ScopedLock scope(lock);
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        Release(*List()[i]);
+    }
+    count = 0;
+    latchesDead.Signal();
+}
+
+uint32_t LatchRegistry::Find(const void* address) const
+{
+    for (uint32_t i = 0; i < count; ++i)
+    {
+        if (List()[i] == address)
+        {
+            return i;
+        }
+    }
+    return notFound;
+}
+
+Latch** LatchRegistry::List() const
+{
+    return static_cast<Latch**>(list.pointer);
+}
+} // namespace Torvane

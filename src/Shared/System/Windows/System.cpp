@@ -1,0 +1,36 @@
+#include "Shared/System/Windows/System.h"
+
+#include "Shared/Foundation/Logger.h"
+#include "Shared/Memory/MemorySystem.h"
+#include "Shared/OS/Windows/WindowsInternalAPI.h"
+
+namespace Torvane
+{
+void QueryProcessorTopology()
+{
+    DWORD size = 0;
+    if (!GetLogicalProcessorInformationEx(RelationAll, nullptr, &size) &&
+        GetLastError() == ERROR_INSUFFICIENT_BUFFER)
+    {
+        Allocation answer = Allocate(size);
+        const bool answered = GetLogicalProcessorInformationEx(
+            RelationAll, static_cast<SYSTEM_LOGICAL_PROCESSOR_INFORMATION_EX*>(answer.pointer), &size);
+        Free(answer);
+        if (answered)
+        {
+            return;
+        }
+    }
+    SYSTEM_INFO information = {};
+    GetSystemInfo(&information);
+}
+
+void QueryOSVersion(OSVERSIONINFOW& version)
+{
+    const NTSTATUS status = windowsInternalAPI.RtlGetVersion(&version);
+    if (status != 0)
+    {
+        LogError(TVN_HERE, "Call to function RtlGetVersion failed. Error: 0x%X", status);
+    }
+}
+} // namespace Torvane
