@@ -360,6 +360,16 @@ void WriteCharacterArgument(Output& output, const Conversion& conversion, int ch
     WriteCharacter(output, conversion, static_cast<char>(character));
 }
 
+template <typename Output>
+void WriteTextArgument(Output& output, const Conversion& conversion, Arguments& arguments)
+{
+    if (IsWide<Output>(conversion))
+    {
+        return WriteText(output, conversion, va_arg(arguments.list, const wchar_t*));
+    }
+    WriteText(output, conversion, va_arg(arguments.list, const char*));
+}
+
 /// \return whether the conversion is known.
 template<typename Output>
 bool Convert(Output& output, const Conversion& conversion, uint32_t letter, Arguments& arguments)
@@ -390,11 +400,7 @@ bool Convert(Output& output, const Conversion& conversion, uint32_t letter, Argu
         WriteCharacterArgument(output, conversion, va_arg(arguments.list, int));
         return true;
     case 's':
-        if (IsWide<Output>(conversion))
-        {
-            return WriteText(output, conversion, va_arg(arguments.list, const wchar_t*)), true;
-        }
-        WriteText(output, conversion, va_arg(arguments.list, const char*));
+        WriteTextArgument(output, conversion, arguments);
         return true;
     case '%':
         output.Repeat('%', 1);

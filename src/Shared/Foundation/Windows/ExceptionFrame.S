@@ -30,11 +30,11 @@ _TorvaneRunInFrame:                     // int __cdecl (function, context)
     call [ebp + 8]                      // function
     add esp, 4
     mov eax, 1
-    jmp leave
+    jmp remove
 landing:                                // here with esp = frame, ebp = [frame + 12], all else undefined
     cld                                 // the calling convention wants the direction flag clear
     xor eax, eax
-leave:
+remove:
     pop dword ptr fs:[0]                // the outer frame is the innermost again
     lea esp, [ebp - 12]                 // where the three registers were saved
     pop edi
