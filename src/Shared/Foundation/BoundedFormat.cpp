@@ -360,7 +360,7 @@ void WriteCharacterArgument(Output& output, const Conversion& conversion, int ch
     WriteCharacter(output, conversion, static_cast<char>(character));
 }
 
-template <typename Output>
+template<typename Output>
 void WriteTextArgument(Output& output, const Conversion& conversion, Arguments& arguments)
 {
     if (IsWide<Output>(conversion))

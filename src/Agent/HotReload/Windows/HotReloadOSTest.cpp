@@ -228,6 +228,16 @@ TEST_F(HotReloadOS, PreparesRealLibrariesAndChangesNoOtherPage)
 
         PrepareSectionsForPatching(path, module);
         EXPECT_EQ(GetProtections(module, size), expected);
+
+        // Other users can keep the library in the process.
+        for (const auto& [rva, protection] : before)
+        {
+            if (expected[rva] != protection)
+            {
+                DWORD ignored = 0;
+                VirtualProtect(reinterpret_cast<uint8_t*>(module) + rva, testPageSize, protection, &ignored);
+            }
+        }
         FreeLibrary(module);
     }
 }
