@@ -1,0 +1,14 @@
+#include "bridge/Bridge.h"
+
+using namespace Torvane::Bridge;
+
+int main()
+{
+    const uint32_t hostProcessId = HostProcessIdFromCommandLine();
+    const ScenarioFunction run = FindScenario(ChosenScenario());
+    if (hostProcessId == 0 || run == nullptr)
+    {
+        return 64; // wrong usage, in the exit codes that BSD gave names to
+    }
+    return run(hostProcessId);
+}

@@ -1,0 +1,149 @@
+#include "bridge/Message.h"
+
+#include <string.h>
+
+namespace Torvane::Bridge
+{
+namespace
+{
+struct NamedType
+{
+    BlobType type;
+    const char* name;
+};
+
+constexpr NamedType namedTypes[] = {
+    {BlobType::Version, "Version"},
+    {BlobType::RegisterAgent, "RegisterAgent"},
+    {BlobType::RegisterProcess, "RegisterProcess"},
+    {BlobType::RegisterProjectPreferences, "RegisterProjectPreferences"},
+    {BlobType::LogNarrow, "LogNarrow"},
+    {BlobType::LogWide, "LogWide"},
+    {BlobType::EnableModules, "EnableModules"},
+    {BlobType::DisableModules, "DisableModules"},
+    {BlobType::LoadPatchWindows, "LoadPatchWindows"},
+    {BlobType::PatchLoaded, "PatchLoaded"},
+    {BlobType::UnloadPatch, "UnloadPatch"},
+    {BlobType::CallHooks, "CallHooks"},
+    {BlobType::ReadMemory, "ReadMemory"},
+    {BlobType::ReadMemoryResult, "ReadMemoryResult"},
+    {BlobType::WriteMemory, "WriteMemory"},
+    {BlobType::CopyMemory, "CopyMemory"},
+    {BlobType::SetPageProtectionWindows, "SetPageProtectionWindows"},
+    {BlobType::CallEntryPoint, "CallEntryPoint"},
+    {BlobType::FlushInstructionCache, "FlushInstructionCache"},
+    {BlobType::FinishAfterHotReload, "FinishAfterHotReload"},
+    {BlobType::RequestReload, "RequestReload"},
+    {BlobType::ScheduleReload, "ScheduleReload"},
+    {BlobType::Reload, "Reload"},
+    {BlobType::ResumeHeldThreads, "ResumeHeldThreads"},
+    {BlobType::SuspendHeldThreads, "SuspendHeldThreads"},
+    {BlobType::RequestRestart, "RequestRestart"},
+    {BlobType::ScheduleRestart, "ScheduleRestart"},
+    {BlobType::Restart, "Restart"},
+    {BlobType::ExitProcessForHotRestart, "ExitProcessForHotRestart"},
+    {BlobType::InstallExceptionHandler, "InstallExceptionHandler"},
+    {BlobType::HandleExceptionWindows, "HandleExceptionWindows"},
+    {BlobType::HandleExceptionWindowsResult, "HandleExceptionWindowsResult"},
+    {BlobType::SetBoolPreferences, "SetBoolPreferences"},
+    {BlobType::SetIntPreferences, "SetIntPreferences"},
+    {BlobType::SetStringPreferences, "SetStringPreferences"},
+    {BlobType::SetShortcutPreferences, "SetShortcutPreferences"},
+    {BlobType::DecrementLatch, "DecrementLatch"},
+    {BlobType::EchoRequest, "EchoRequest"},
+    {BlobType::EchoReply, "EchoReply"},
+    {BlobType::Synchronize, "Synchronize"},
+};
+
+BlobHeader HeaderOf(const std::vector<uint8_t>& bytes)
+{
+    BlobHeader header;
+    memcpy(&header, bytes.data(), sizeof(header));
+    return header;
+}
+} // namespace
+
+Message::Message(Direction messageDirection, double messageTime, std::vector<uint8_t> messageBytes)
+    : direction(messageDirection)
+    , time(messageTime)
+    , bytes(std::move(messageBytes))
+{
+}
+
+BlobType Message::Type() const
+{
+    return HeaderOf(bytes).type;
+}
+
+uint32_t Message::PayloadSize() const
+{
+    return bytes.size() < sizeof(BlobHeader) ? 0 : static_cast<uint32_t>(bytes.size() - sizeof(BlobHeader));
+}
+
+const uint8_t* Message::Payload() const
+{
+    return bytes.data() + sizeof(BlobHeader);
+}
+
+size_t Message::BytesBehind(const RelativeOffset& field) const
+{
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(Payload());
+    const uintptr_t end = begin + PayloadSize();
+    const uintptr_t position = reinterpret_cast<uintptr_t>(&field);
+    if (field.value == 0 || position < begin || position >= end || end - position < field.value)
+    {
+        return 0;
+    }
+    return end - position - field.value;
+}
+
+std::vector<uint8_t> Message::Data(const RelativeOffset& field, uint64_t size) const
+{
+    if (BytesBehind(field) < size)
+    {
+        return {};
+    }
+    const uint8_t* data = Follow<uint8_t>(field);
+    return std::vector<uint8_t>(data, data + size);
+}
+
+template<typename Character>
+std::basic_string<Character> Message::Text(const RelativeOffset& field) const
+{
+    const size_t available = BytesBehind(field) / sizeof(Character);
+    std::basic_string<Character> text;
+    for (size_t i = 0; i < available; ++i)
+    {
+        Character character;
+        memcpy(&character, Follow<uint8_t>(field) + i * sizeof(Character), sizeof(Character));
+        if (character == 0)
+        {
+            return text;
+        }
+        text.push_back(character);
+    }
+    return {};
+}
+
+std::string Message::NarrowText(const RelativeOffset& field) const
+{
+    return Text<char>(field);
+}
+
+std::wstring Message::WideText(const RelativeOffset& field) const
+{
+    return Text<wchar_t>(field);
+}
+
+std::string BlobName(BlobType type)
+{
+    for (const NamedType& named : namedTypes)
+    {
+        if (named.type == type)
+        {
+            return named.name;
+        }
+    }
+    return "Blob " + std::to_string(static_cast<uint32_t>(type));
+}
+} // namespace Torvane::Bridge

@@ -1,0 +1,71 @@
+#include "bridge/Obedient.h"
+
+#include "bridge/Orders.h"
+
+namespace Torvane::Bridge
+{
+namespace
+{
+constexpr uint32_t connectLimit = 10000; // milliseconds
+constexpr uint32_t noLimit = 0xFFFFFFFF;
+
+void Acknowledge(Link& link, const Message& message)
+{
+    const auto* modules = message.As<EnableModulesBlob>();
+    for (uint32_t i = 0; modules != nullptr && i < modules->modules.count; ++i)
+    {
+        SendDecrementLatch(link, modules->latch);
+    }
+}
+
+void GrantRestart(Link& link, const Message& message)
+{
+    if (const auto* restart = message.As<RestartBlob>())
+    {
+        SendExitProcessForHotRestart(link, restart->event);
+    }
+}
+
+void Obey(Link& link, const Message& message)
+{
+    switch (message.Type())
+    {
+    case BlobType::EnableModules:
+        Acknowledge(link, message);
+        break;
+    case BlobType::ScheduleReload:
+        SendRequestReload(link);
+        break;
+    case BlobType::Reload:
+        SendFinishAfterHotReload(link);
+        break;
+    case BlobType::ScheduleRestart:
+        SendRequestRestart(link);
+        break;
+    case BlobType::Restart:
+        GrantRestart(link, message);
+        break;
+    default:
+        break;
+    }
+}
+} // namespace
+
+int RunObediently(uint32_t hostProcessId)
+{
+    Link link(hostProcessId);
+    if (!link.Connect(connectLimit))
+    {
+        return 1;
+    }
+    if (!link.ExchangeVersion(connectLimit))
+    {
+        return 2;
+    }
+    while (const Message message = link.Receive(noLimit))
+    {
+        Obey(link, message);
+    }
+    return 0;
+}
+} // namespace Torvane::Bridge

@@ -1,0 +1,57 @@
+#pragma once
+
+/// \file
+/// The two shared memory sections of an Agent, as a Bridge sees them; each object belongs to one thread.
+
+#include <stdint.h>
+#include <vector>
+
+namespace Torvane::Bridge
+{
+/// A named section and the named mutex that guards it. Whoever comes first makes them.
+class SharedSection
+{
+public:
+    /// `name` and `mutexName` get the process id behind them. \param size in bytes.
+    SharedSection(const wchar_t* name, const wchar_t* mutexName, uint32_t size, uint32_t hostProcessId);
+    ~SharedSection();
+    SharedSection(const SharedSection&) = delete;
+    SharedSection& operator=(const SharedSection&) = delete;
+
+    /// Whether both could be opened.
+    explicit operator bool() const
+    {
+        return view != nullptr && mutex != nullptr;
+    }
+
+    /// A copy of [offset, offset + size), taken with the mutex held. Waits for the mutex without a limit.
+    std::vector<uint8_t> Read(uint32_t offset, uint32_t size) const;
+
+private:
+    void* mapping;
+    void* mutex;
+    const uint8_t* view = nullptr;
+};
+
+/// The heartbeat: the Agent writes the time there many times a second.
+class Heartbeat
+{
+public:
+    explicit Heartbeat(uint32_t hostProcessId);
+
+    explicit operator bool() const
+    {
+        return static_cast<bool>(section);
+    }
+
+    /// The time of the last beat: 100-nanosecond units since 1601, UTC. 0 before the first one.
+    uint64_t LastBeat() const;
+
+private:
+    SharedSection section;
+};
+
+/// The payload of `RegisterProjectPreferences` from the agent-bridge section, where it stands before the Bridge
+/// is spawned. Empty if the section can't be opened or holds no such payload.
+std::vector<uint8_t> ReadProjectPreferences(uint32_t hostProcessId);
+} // namespace Torvane::Bridge
