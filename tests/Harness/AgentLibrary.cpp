@@ -1,0 +1,74 @@
+#include "tests/Harness/AgentLibrary.h"
+
+#include <windows.h>
+
+namespace Torvane::Testing
+{
+const wchar_t agentFileName[] = L"TVN_Agent_x86.dll";
+const wchar_t bridgeFileName[] = L"TVN_Agent_Bridge_x64.exe";
+
+std::string AgentLibrary::Load(const std::wstring& path)
+{
+    const HMODULE loaded = LoadLibraryW(path.c_str());
+    if (loaded == nullptr)
+    {
+        return "the library can't be loaded, error " + std::to_string(GetLastError());
+    }
+    module = loaded;
+    std::string missing;
+#define TORVANE_RESOLVE(Name)                                                                           \
+    Name = reinterpret_cast<decltype(&::Name)>(reinterpret_cast<void*>(GetProcAddress(loaded, #Name))); \
+    if (Name == nullptr)                                                                                \
+    {                                                                                                   \
+        missing += " " #Name;                                                                           \
+    }
+    TORVANE_AGENT_EXPORTS(TORVANE_RESOLVE)
+#undef TORVANE_RESOLVE
+    return missing.empty() ? std::string() : "exports are missing:" + missing;
+}
+
+void AgentLibrary::Unload()
+{
+    FreeLibrary(static_cast<HMODULE>(module));
+    module = nullptr;
+}
+
+std::wstring ExecutableFolder()
+{
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const std::wstring text = path;
+    return text.substr(0, text.find_last_of(L"\\/"));
+}
+
+std::wstring AgentFolder()
+{
+    return ExecutableFolder() + L"\\agent\\x86";
+}
+
+std::wstring CopyAgentFolder(bool withBridge)
+{
+    wchar_t temporary[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, temporary);
+    std::wstring folder = temporary + (L"TorvaneTest_" + std::to_wstring(GetCurrentProcessId()));
+    for (const wchar_t* part : {L"", L"\\agent", L"\\x86"})
+    {
+        folder += part;
+        if (!CreateDirectoryW(folder.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
+        {
+            return {};
+        }
+    }
+    for (const wchar_t* file : {agentFileName, bridgeFileName})
+    {
+        const std::wstring target = folder + L"\\" + file;
+        DeleteFileW(target.c_str());
+        if ((withBridge || file == agentFileName) &&
+            !CopyFileW((AgentFolder() + L"\\" + file).c_str(), target.c_str(), FALSE))
+        {
+            return {};
+        }
+    }
+    return folder;
+}
+} // namespace Torvane::Testing

@@ -1,0 +1,238 @@
+#include "tests/Harness/ByteImage.h"
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// The four Blobs that an Agent sends first, byte for byte.
+
+#if TORVANE_HOST_HALF
+
+namespace
+{
+std::wstring ExecutablePath()
+{
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return path;
+}
+
+/// Every member different, so that none can stand in for another.
+TvnProjectPreferences MakeRecord()
+{
+    TvnProjectPreferences record = {};
+    record.flag01 = true;
+    record.directoryToBroker = L"C:\\Broker";
+    record.text08 = "eight";
+    record.text0C = "";
+    record.number10 = 0x10111213;
+    record.flag14 = true;
+    record.wideText18 = L"wide eighteen";
+    record.wideText1C = L"\u00E4\u20AC";
+    record.text20 = "twenty";
+    record.flag25 = true;
+    record.wideText28 = L"";
+    record.text2C = "two C";
+    record.flag30 = true;
+    record.flag33 = true;
+    record.flag35 = true;
+    record.wideText38 = L"wide thirty-eight";
+    record.text3C = "three C";
+    record.flag41 = true;
+    record.flag44 = true;
+    record.number48 = 0x48494A4B;
+    record.wideText4C = L"wide four C";
+    record.number50 = 0x50515253;
+    record.flag54 = true;
+    record.text58 = "fifty-eight";
+    record.wideText5C = L"wide five C";
+    record.flag60 = true;
+    record.text64 = "sixty-four";
+    record.number68 = 0x68696A6B;
+    record.flag6C = true;
+    return record;
+}
+} // namespace
+
+HOST_TEST(Handshake, SendsFourBlobsInOrder)
+{
+    PublishText("executable", ExecutablePath());
+    PublishText("command line", GetCommandLineW());
+    StartDefaultAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+HOST_TEST(Handshake, TellsOfASynchronizedAgent)
+{
+    StartSynchronizedAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+HOST_TEST(Handshake, NamesAPreferenceFileByItsAbsolutePath)
+{
+    PublishText("file", L"C:\\no folder\\of this name\\project.json");
+    StartDefaultAgent(L"C:\\no folder\\of this name\\project.json");
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+HOST_TEST(Handshake, SearchesARelativePreferenceFileNextToTheExecutable)
+{
+    UseScenario("Handshake.NamesAPreferenceFileByItsAbsolutePath");
+    PublishText("file", ExecutableFolder() + L"\\no project.json");
+    TvnProjectPreferences unread = MakeRecord();
+    StartDefaultAgent(L"no project.json", &unread);
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+HOST_TEST(Handshake, NormalizesThePathOfAPreferenceFileThatExists)
+{
+    UseScenario("Handshake.NamesAPreferenceFileByItsAbsolutePath");
+    const std::wstring executable = ExecutablePath();
+    PublishText("file", executable);
+    const std::wstring detour =
+        ExecutableFolder() + L"\\agent\\.." + executable.substr(executable.rfind(L'\\'));
+    StartDefaultAgent(detour.c_str());
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+HOST_TEST(Handshake, HandsAPreferenceRecordOn)
+{
+    const TvnProjectPreferences record = MakeRecord();
+    StartDefaultAgent(nullptr, &record);
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+#else
+
+namespace
+{
+std::string OSVersionText()
+{
+    using GetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
+    const auto getVersion = reinterpret_cast<GetVersion>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
+    RTL_OSVERSIONINFOW version = {};
+    version.dwOSVersionInfoSize = sizeof(version);
+    getVersion(&version);
+    return std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) + ", " +
+           std::to_string(version.dwBuildNumber);
+}
+
+std::vector<uint8_t> RegisterAgentBytes(uint32_t agentType)
+{
+    return ByteImage(1036).U32(0, agentType).Text(1032, OSVersionText()).Blob(1);
+}
+
+std::vector<uint8_t> ReadFileBytes(const std::wstring& path)
+{
+    const HANDLE file =
+        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    std::vector<uint8_t> bytes(GetFileSize(file, nullptr));
+    DWORD count = 0;
+    ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr);
+    CloseHandle(file);
+    return bytes;
+}
+
+/// Thread ids and addresses of code and locks can't be known from outside: `known` has them.
+std::vector<uint8_t> RegisterProcessBytes(const std::wstring& executable, const std::wstring& commandLine,
+                                          uint32_t processId, const RegisterProcessBlob& known)
+{
+    const std::vector<uint8_t> file = ReadFileBytes(executable);
+    const uint32_t headers = *reinterpret_cast<const uint32_t*>(file.data() + 0x3C);
+    ByteImage image(328);
+    image.U64(0, file.size());
+    image.Put(8, file.data() + headers + 4, 20);
+    image.Put(28, file.data() + headers + 4 + 20, 224);
+    image.U32(0x114, processId);
+    image.U32(0x118, known.senderThreadId);
+    image.U32(0x11C, known.receiverThreadId);
+    image.U32(0x120, known.heartbeatThreadId);
+    image.U32(0x124, known.watchdogThreadId);
+    image.U64(0x128, known.spinForever);
+    image.U64(0x130, known.loaderLock);
+    image.U64(0x138, known.processHeapLock);
+    return image.Text(0x140, executable).Text(0x144, commandLine).Blob(4);
+}
+
+void ExpectThreadsOfProcess(const std::vector<uint32_t>& threads, uint32_t processId)
+{
+    for (size_t i = 0; i < threads.size(); ++i)
+    {
+        const HANDLE thread = OpenThread(THREAD_QUERY_INFORMATION, FALSE, threads[i]);
+        ASSERT_NE(nullptr, thread) << threads[i];
+        EXPECT_EQ(processId, GetProcessIdOfThread(thread));
+        CloseHandle(thread);
+        for (size_t other = 0; other < i; ++other)
+        {
+            EXPECT_NE(threads[other], threads[i]);
+        }
+    }
+}
+} // namespace
+
+BRIDGE_SCENARIO(Handshake, SendsFourBlobsInOrder)
+{
+    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(SendVersion(link));
+    const Message version = link.Receive(patience);
+    const Message preferences = link.Receive(patience);
+    const Message agentBlob = link.Receive(patience);
+    const Received<RegisterProcessBlob> processBlob(link.Receive(patience));
+    ASSERT_TRUE(version && preferences && agentBlob && processBlob);
+
+    const uint8_t versionBytes[] = {10, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0, '2', '.', '4', '.', '0', 0};
+    EXPECT_EQ(std::vector<uint8_t>(versionBytes, versionBytes + sizeof(versionBytes)), version.Bytes());
+    EXPECT_EQ(ByteImage(120).Blob(7), preferences.Bytes());
+    EXPECT_EQ(RegisterAgentBytes(0), agentBlob.Bytes());
+    EXPECT_EQ(RegisterProcessBytes(AwaitText("executable"), AwaitText("command line"), link.HostProcessId(),
+                                   *processBlob),
+              processBlob.Bytes());
+    ExpectThreadsOfProcess(AgentThreads(*processBlob), link.HostProcessId());
+    EXPECT_EQ(ByteImage(120).Bytes(), ReadProjectPreferences(link.HostProcessId()));
+    StayUntilAgentGoes();
+}
+
+BRIDGE_SCENARIO(Handshake, TellsOfASynchronizedAgent)
+{
+    ASSERT_TRUE(Connect());
+    EXPECT_EQ(RegisterAgentBytes(1), agent.Bytes());
+    StayUntilAgentGoes();
+}
+
+BRIDGE_SCENARIO(Handshake, NamesAPreferenceFileByItsAbsolutePath)
+{
+    ASSERT_TRUE(Connect());
+    ByteImage expected(120);
+    expected.U8(0x74, 1).Text(0x70, AwaitText("file"));
+    EXPECT_EQ(expected.Blob(7), projectPreferences.Bytes());
+    EXPECT_EQ(expected.Bytes(), ReadProjectPreferences(link.HostProcessId()));
+    StayUntilAgentGoes();
+}
+
+BRIDGE_SCENARIO(Handshake, HandsAPreferenceRecordOn)
+{
+    ASSERT_TRUE(Connect());
+    ByteImage expected(120);
+    expected.U8(0x01, 1).U32(0x10, 0x10111213).U8(0x14, 1).U8(0x25, 1);
+    expected.U8(0x30, 1).U8(0x33, 1).U8(0x35, 1).U8(0x41, 1).U8(0x44, 1).U32(0x48, 0x48494A4B);
+    expected.U32(0x50, 0x50515253).U8(0x54, 1).U8(0x60, 1).U32(0x68, 0x68696A6B).U8(0x6C, 1).U8(0x75, 1);
+    expected.Text(0x04, std::wstring(L"C:\\Broker"));
+    expected.Text(0x08, std::string("eight"));
+    expected.Text(0x0C, std::string());
+    expected.Text(0x18, std::wstring(L"wide eighteen"));
+    expected.Text(0x1C, std::wstring(L"\u00E4\u20AC"));
+    expected.Text(0x20, std::string("twenty"));
+    expected.Text(0x28, std::wstring());
+    expected.Text(0x2C, std::string("two C"));
+    expected.Text(0x38, std::wstring(L"wide thirty-eight"));
+    expected.Text(0x3C, std::string("three C"));
+    expected.Text(0x4C, std::wstring(L"wide four C"));
+    expected.Text(0x58, std::string("fifty-eight"));
+    expected.Text(0x5C, std::wstring(L"wide five C"));
+    expected.Text(0x64, std::string("sixty-four"));
+    EXPECT_EQ(expected.Blob(7), projectPreferences.Bytes());
+    EXPECT_EQ(expected.Bytes(), ReadProjectPreferences(link.HostProcessId()));
+    StayUntilAgentGoes();
+}
+
+#endif
