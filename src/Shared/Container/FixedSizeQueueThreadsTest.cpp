@@ -114,6 +114,32 @@ TEST_F(FixedSizeQueueThreads, PopBlocksWhenEmptyUntilAPush)
     EXPECT_TRUE(Is(popped, 4711));
 }
 
+TEST_F(FixedSizeQueueThreads, AdmitsOnePusherAtATimeToTheSlots)
+{
+    SRWLOCK* producerLock = reinterpret_cast<SRWLOCK*>(queue);
+    AcquireSRWLockExclusive(producerLock);
+    const TestThread pusher([&] { EXPECT_TRUE(PushNumber(queue, 1)); });
+    EXPECT_FALSE(pusher.HasEnded(testGrace));
+    EXPECT_EQ(Look(queue).writeCounter, 0u);
+    ReleaseSRWLockExclusive(producerLock);
+    EXPECT_TRUE(pusher.HasEnded());
+    EXPECT_EQ(Look(queue).writeCounter, 1u);
+}
+
+TEST_F(FixedSizeQueueThreads, AdmitsOnePopperAtATimeToTheSlots)
+{
+    EXPECT_TRUE(PushNumber(queue, 1));
+    SRWLOCK* consumerLock = reinterpret_cast<SRWLOCK*>(queue) + 1;
+    AcquireSRWLockExclusive(consumerLock);
+    Allocation popped = {};
+    const TestThread popper([&] { EXPECT_TRUE(queue->Pop(popped)); });
+    EXPECT_FALSE(popper.HasEnded(testGrace));
+    EXPECT_EQ(Look(queue).readCounter, 0u);
+    ReleaseSRWLockExclusive(consumerLock);
+    EXPECT_TRUE(popper.HasEnded());
+    EXPECT_TRUE(Is(popped, 1));
+}
+
 TEST_F(SmallQueueThreads, KeepsEachPushersOrderForOnePopper)
 {
     const auto pushers = StartPushers();
