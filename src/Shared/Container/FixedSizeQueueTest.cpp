@@ -1,8 +1,7 @@
 #include "Shared/Container/FixedSizeQueue.h"
 
 #include "Shared/Container/FixedSizeQueueFixture.h"
-#include "Shared/Foundation/FixedString.h"
-#include "Shared/Foundation/Windows/ResultOS.h"
+#include "Shared/Foundation/Windows/OSErrorLine.h"
 #include "Shared/OS/Windows/TestImport.h"
 
 #include <stddef.h>
@@ -19,13 +18,6 @@ inline void SetCounters(AgentQueue* queue, uint64_t value)
 {
     memcpy(reinterpret_cast<char*>(queue) + offsetof(QueueLayout, readCounter), &value, sizeof(value));
     memcpy(reinterpret_cast<char*>(queue) + offsetof(QueueLayout, writeCounter), &value, sizeof(value));
-}
-
-std::string OSErrorLine(DWORD code)
-{
-    FixedString text = {};
-    text.Format("DBG Error: %u, 0x%X: %hs", code, code, OSErrorText(code).Get());
-    return text.text;
 }
 
 /// As long as it lives, the queue has no handle in one of its fields, and waits for it fail.
