@@ -1,5 +1,6 @@
 #include "tests/Harness/BridgeTest.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <windows.h>
@@ -20,8 +21,19 @@ bool BridgeTest::Connect()
 
 void BridgeTest::StayUntilAgentGoes()
 {
+    StayUntilAgentGoes(link);
+}
+
+void BridgeTest::StayUntilAgentGoes(Bridge::Link& other)
+{
     channel.SetState(BridgeState::Staying);
-    EXPECT_TRUE(link.WaitUntilClosed(patience)) << "The Agent hasn't closed its pipes.";
+    EXPECT_TRUE(other.WaitUntilClosed(patience)) << "The Agent hasn't closed its pipes.";
+}
+
+void BridgeTest::Die()
+{
+    TerminateProcess(GetCurrentProcess(), 0);
+    abort();
 }
 
 void BridgeTest::Publish(const std::string& name, uint64_t value)

@@ -34,6 +34,12 @@ protected:
     /// All is checked: stays connected until the Agent closes its pipes. The host half may end meanwhile.
     void StayUntilAgentGoes();
 
+    /// The same for another link than `link`.
+    void StayUntilAgentGoes(Bridge::Link& other);
+
+    /// The Bridge's process is ended at once, as by a crash: no handle is closed by anybody but the OS.
+    [[noreturn]] void Die();
+
     // Talking with the host half; as in `HostTest`.
 
     void Publish(const std::string& name, uint64_t value);
