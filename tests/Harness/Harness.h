@@ -53,6 +53,7 @@
 #include "tests/Harness/LinkTest.h"
 #else
 #include "tests/Harness/BridgeTest.h"
+#include "tests/Harness/RawPipe.h"
 #endif
 
 #if TORVANE_HOST_HALF
