@@ -72,11 +72,17 @@ uint64_t BridgeTest::AwaitNumber(const std::string& name)
     return value;
 }
 
-std::wstring BridgeTest::AwaitText(const std::string& name)
+std::vector<uint8_t> BridgeTest::AwaitBytes(const std::string& name)
 {
     EXPECT_TRUE(Await(name)) << "The host half hasn't published \"" << name << "\".";
     std::vector<uint8_t> data;
     channel.Find(name, data);
+    return data;
+}
+
+std::wstring BridgeTest::AwaitText(const std::string& name)
+{
+    const std::vector<uint8_t> data = AwaitBytes(name);
     return std::wstring(reinterpret_cast<const wchar_t*>(data.data()), data.size() / sizeof(wchar_t));
 }
 } // namespace Torvane::Testing

@@ -10,6 +10,7 @@
 
 #include <stdint.h>
 #include <string>
+#include <vector>
 
 namespace Torvane::Testing
 {
@@ -47,6 +48,7 @@ protected:
     bool Await(const std::string& name, uint32_t milliseconds = Testing::patience);
     uint64_t AwaitNumber(const std::string& name);
     std::wstring AwaitText(const std::string& name);
+    std::vector<uint8_t> AwaitBytes(const std::string& name);
 
 private:
     Channel channel{link.HostProcessId()};

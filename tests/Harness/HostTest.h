@@ -71,6 +71,7 @@ protected:
     void Publish(const std::string& name, uint64_t value);
     void Publish(const std::string& name, const void* address);
     void PublishText(const std::string& name, const std::wstring& text);
+    void PublishBytes(const std::string& name, const std::vector<uint8_t>& bytes);
 
     /// Publishes a name without a value.
     void Signal(const std::string& name);

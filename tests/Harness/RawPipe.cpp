@@ -10,13 +10,13 @@
 
 namespace Torvane::Testing
 {
-RawPipe::RawPipe(uint32_t hostProcessId)
+RawPipe::RawPipe(const wchar_t* name, uint32_t hostProcessId)
 {
-    const std::wstring name = L"\\\\.\\pipe\\TVN_Agent" + std::to_wstring(hostProcessId);
+    const std::wstring path = std::wstring(L"\\\\.\\pipe\\") + name + std::to_wstring(hostProcessId);
     const ULONGLONG end = GetTickCount64() + patience;
     do
     {
-        pipe = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        pipe = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
         if (pipe != INVALID_HANDLE_VALUE)
         {
             DWORD mode = PIPE_READMODE_MESSAGE | PIPE_WAIT;
@@ -72,6 +72,22 @@ std::vector<uint8_t> RawPipe::ReadBlob()
     }
     bytes.insert(bytes.end(), payload.begin(), payload.end());
     return bytes;
+}
+
+std::vector<uint8_t> RawPipe::ReadMessage(size_t size)
+{
+    std::vector<uint8_t> bytes(size);
+    DWORD count = 0;
+    const BOOL read = ReadFile(pipe, bytes.data(), static_cast<DWORD>(size), &count, nullptr);
+    bytes.resize(read ? count : 0);
+    return bytes;
+}
+
+bool RawPipe::Write(const std::vector<uint8_t>& message)
+{
+    DWORD count = 0;
+    return WriteFile(pipe, message.data(), static_cast<DWORD>(message.size()), &count, nullptr) &&
+           count == message.size();
 }
 
 bool RawPipe::WaitForBytes(size_t size) const

@@ -9,12 +9,13 @@
 
 namespace Torvane::Testing
 {
-/// For Bridge halves that keep the Agent waiting. A `Bridge::Link` reads all the time.
+/// For Bridge halves that keep the Agent waiting, or that care for the pipe's messages. A `Bridge::Link` reads all
+/// the time.
 class RawPipe
 {
 public:
-    /// The agent pipe of that host, opened as soon as it is there, within the limit `patience`.
-    explicit RawPipe(uint32_t hostProcessId);
+    /// Opens "TVN_Agent" or "TVN_Bridge" of that host as soon as it is there, within the limit `patience`.
+    RawPipe(const wchar_t* name, uint32_t hostProcessId);
     ~RawPipe();
     RawPipe(const RawPipe&) = delete;
     RawPipe& operator=(const RawPipe&) = delete;
@@ -27,6 +28,12 @@ public:
 
     /// A whole Blob with its header; empty if the pipe ends before.
     std::vector<uint8_t> ReadBlob();
+
+    /// What one read gives, with room for `size` bytes: a whole message if that is enough. Empty on failure.
+    std::vector<uint8_t> ReadMessage(size_t size);
+
+    /// Writes one message, which may be empty.
+    bool Write(const std::vector<uint8_t>& message);
 
     /// Waits until at least that many bytes could be read, those included in whose writing the Agent still is.
     /// \return false after the limit `patience`.

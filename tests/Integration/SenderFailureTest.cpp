@@ -234,7 +234,7 @@ void TakeHandshake(RawPipe& pipe)
 
 BRIDGE_SCENARIO(SenderFailure, EndsWith3AtTheVersion)
 {
-    RawPipe agentPipe(link.HostProcessId());
+    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(Await("first pipe connected"));
     agentPipe.Close();
@@ -246,7 +246,7 @@ BRIDGE_SCENARIO(SenderFailure, EndsWith3AtTheVersion)
 
 BRIDGE_SCENARIO(SenderFailure, DiesWhileTheSenderWrites)
 {
-    RawPipe agentPipe(link.HostProcessId());
+    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));
@@ -256,7 +256,7 @@ BRIDGE_SCENARIO(SenderFailure, DiesWhileTheSenderWrites)
 
 BRIDGE_SCENARIO(SenderFailure, EndsWith7InTheMiddleOfAQueuedBlob)
 {
-    RawPipe agentPipe(link.HostProcessId());
+    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));
@@ -269,7 +269,7 @@ BRIDGE_SCENARIO(SenderFailure, EndsWith7InTheMiddleOfAQueuedBlob)
 
 BRIDGE_SCENARIO(SenderFailure, TakesSomeBlobsAndDies)
 {
-    RawPipe agentPipe(link.HostProcessId());
+    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     const uint64_t count = AwaitNumber("count");
@@ -283,7 +283,7 @@ BRIDGE_SCENARIO(SenderFailure, TakesSomeBlobsAndDies)
 
 BRIDGE_SCENARIO(SenderFailure, IsSilentWhenShutdownCancelsTheWrite)
 {
-    RawPipe agentPipe(link.HostProcessId());
+    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));
@@ -301,7 +301,7 @@ BRIDGE_SCENARIO(SenderFailure, IsToldWhenTheReaderHasGone)
 
 BRIDGE_SCENARIO(SenderFailure, DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
 {
-    RawPipe agentPipe(link.HostProcessId());
+    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));
