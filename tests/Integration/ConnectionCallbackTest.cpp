@@ -127,8 +127,7 @@ CONNECTION_CALLBACK(OfOneOfManyThreadsIsCalledWhenAllRegisterBeforeTheOutcome)
     JoinAll(callers);
     EXPECT_EQ(0, allReports);
     Signal("registered");
-    EXPECT_TRUE(WaitUntil([&] { return allReports != 0; }));
-    Shutdown();
+    EXPECT_TRUE(Await("connected"));
     EXPECT_EQ(1, allReports);
 }
 
