@@ -6,6 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
+#include "tests/Harness/TestThread.h"
+
 namespace
 {
 constexpr size_t pipeBuffer = 0x20000;
@@ -68,20 +70,6 @@ protected:
         EXPECT_EQ(0u, CountInLog("Exiting sender thread"));
     }
 };
-
-struct ShutdownOnAThread
-{
-    const AgentLibrary* library;
-    volatile long done;
-};
-
-DWORD WINAPI RunShutdown(void* context)
-{
-    ShutdownOnAThread& shutdown = *static_cast<ShutdownOnAThread*>(context);
-    shutdown.library->TvnShutdown();
-    InterlockedExchange(&shutdown.done, 1);
-    return 0;
-}
 } // namespace
 
 #define SENDER_FAILURE(Name) HOST_TEST_OF(SenderFailureTest, SenderFailure, Name)
@@ -207,13 +195,11 @@ SENDER_FAILURE(DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
     ExpectStatus(ConnectionSucceeded);
     agent.TvnLogMessageANSI("read late");
     EXPECT_TRUE(Await("written"));
-    ShutdownOnAThread shutdown = {&Library(), 0};
-    const HANDLE thread = CreateThread(nullptr, 0, &RunShutdown, &shutdown, 0, nullptr);
+    const TestThread shutdown([this] { Library().TvnShutdown(); });
     ExpectReceiverEnd(8);
-    EXPECT_EQ(0, shutdown.done) << "What is in the pipe has to be read first.";
+    EXPECT_FALSE(shutdown.HasEnded()) << "What is in the pipe has to be read first.";
     Signal("shutting down");
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, patience));
-    CloseHandle(thread);
+    EXPECT_TRUE(shutdown.HasEnded(patience));
     LeaveAgentRunning(); // it has been shut down
     ExpectSenderEnd(0);
     ExpectErrorLines({});

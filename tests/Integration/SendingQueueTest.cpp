@@ -6,6 +6,9 @@
 
 #if TORVANE_HOST_HALF
 
+#include "tests/Harness/StartupGate.h"
+#include "tests/Harness/TestThread.h"
+
 namespace
 {
 constexpr long capacity = 4096;
@@ -79,28 +82,18 @@ protected:
 
     TvnDefaultAgent* agent = nullptr;
 };
-
-struct ShutdownThread
-{
-    const AgentLibrary* library;
-
-    static DWORD WINAPI Run(void* context)
-    {
-        static_cast<const ShutdownThread*>(context)->library->TvnShutdown();
-        return 0;
-    }
-};
 } // namespace
 
 #define SENDING_QUEUE(Name) HOST_TEST_OF(SendingQueueTest, SendingQueue, Name)
 
 SENDING_QUEUE(TakesAllThatItHoldsBeforeTheBridgeConnectsAndNotOneMore)
 {
+    StartupGate gate;
     TvnDefaultAgent& started = StartWatchedAgent();
     const Producer producer(started, 1, capacity + 1);
     ExpectBlocked(producer);
-    EXPECT_EQ(0u, CountInLog("Sender thread ready"));
-    Signal("full");
+    EXPECT_EQ(0u, CountInLog("Spawned bridge process"));
+    gate.Open();
     ExpectStatus(ConnectionSucceeded);
     EXPECT_TRUE(producer.HasEnded());
     EXPECT_EQ(capacity + 1, producer.Done());
@@ -160,11 +153,10 @@ SENDING_QUEUE(HoldsUpAShutdownWhenItIsFullAndHasNoConsumer)
     StartWithoutABridge();
     const Producer producer(*agent, 1, capacity);
     EXPECT_TRUE(producer.HasEnded());
-    ShutdownThread shutdown = {&Library()};
-    const HANDLE thread = CreateThread(nullptr, 0, &ShutdownThread::Run, &shutdown, 0, nullptr);
-    LeaveAgentRunning(); // or rather half shut down
+    const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
+    LeaveAgentRunning();                                                              // half shut down
     ExpectSenderEnd(3);
-    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(thread, longerLook));
+    EXPECT_FALSE(shutdown->HasEnded(longerLook));
     EXPECT_EQ("Thread 'Torvane sender' exited with result 3", ReadLog().back().message)
         << "What follows the sender's end doesn't happen.";
 }
@@ -189,7 +181,6 @@ void ExpectNumbers(Link& link, int32_t count)
 
 BRIDGE_SCENARIO(SendingQueue, TakesAllThatItHoldsBeforeTheBridgeConnectsAndNotOneMore)
 {
-    ASSERT_TRUE(Await("full"));
     ASSERT_TRUE(Connect());
     ExpectNumbers(link, 4097);
     Signal("all taken");
