@@ -38,7 +38,8 @@
 ///
 ///     #endif
 ///
-/// `HostTest.h` and `BridgeTest.h` tell what either half can use; `Channel.h` what passes between them.
+/// `HostTest.h` and `BridgeTest.h` tell what either half can use (and `LinkTest.h`, for tests that break the link);
+/// `Channel.h` what passes between them.
 ///
 /// - Each test runs in a process of its own: a process holds one Agent in its life. CTest starts one for each test;
 ///   a run of several tests by hand starts a child for each.
@@ -49,8 +50,10 @@
 
 #if TORVANE_HOST_HALF
 #include "tests/Harness/HostTest.h"
+#include "tests/Harness/LinkTest.h"
 #else
 #include "tests/Harness/BridgeTest.h"
+#include "tests/Harness/RawPipe.h"
 #endif
 
 #if TORVANE_HOST_HALF

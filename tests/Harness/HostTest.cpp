@@ -278,6 +278,11 @@ void HostTest::PublishText(const std::string& name, const std::wstring& text)
     channel.Publish(name, text.data(), text.size() * sizeof(wchar_t));
 }
 
+void HostTest::PublishBytes(const std::string& name, const std::vector<uint8_t>& bytes)
+{
+    channel.Publish(name, bytes.data(), bytes.size());
+}
+
 void HostTest::Signal(const std::string& name)
 {
     channel.Publish(name, nullptr, 0);
