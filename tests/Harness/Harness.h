@@ -56,8 +56,11 @@
 #if TORVANE_HOST_HALF
 
 /// The host half of a test; a member function of a class derived from `HostTest`.
-#define HOST_TEST(Suite, Name)                                                                       \
-    class Suite##_##Name##_Host : public ::Torvane::Testing::HostTest                                \
+#define HOST_TEST(Suite, Name) HOST_TEST_OF(::Torvane::Testing::HostTest, Suite, Name)
+
+/// The same for a base of the test's own, which is derived from `HostTest`.
+#define HOST_TEST_OF(Base, Suite, Name)                                                              \
+    class Suite##_##Name##_Host : public Base                                                        \
     {                                                                                                \
         void HostHalf() override;                                                                    \
     };                                                                                               \

@@ -4,6 +4,7 @@
 /// Host halves: the images that the build makes for tests, and what the OS says of them; any thread.
 
 #include "tests/Harness/AgentLibrary.h"
+#include "tests/Harness/Utf8.h"
 
 #include <string>
 
@@ -15,16 +16,6 @@ namespace Torvane::Testing
 inline std::wstring ImagePath(const std::wstring& name)
 {
     return ExecutableFolder() + L"\\images\\" + name + L".dll";
-}
-
-/// As the Agent's log and its narrow Blobs have wide text.
-inline std::string Utf8(const std::wstring& text)
-{
-    std::string bytes(text.size() * 3, '\0');
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), bytes.data(),
-                                         static_cast<int>(bytes.size()), nullptr, nullptr);
-    bytes.resize(static_cast<size_t>(size));
-    return bytes;
 }
 
 inline MEMORY_BASIC_INFORMATION QueryMemory(const void* address)

@@ -5,6 +5,7 @@
 
 #include "tests/Harness/ByteImage.h"
 #include "tests/Harness/Harness.h"
+#include "tests/Harness/Utf8.h"
 
 namespace Torvane::Testing
 {
