@@ -7,6 +7,7 @@
 #include "Agent/Communication/Windows/Receiver.h"
 #include "Agent/Communication/Windows/Sender.h"
 #include "Agent/HotReload/Windows/HotReload.h"
+#include "Agent/HotRestart/Windows/HotRestart.h"
 #include "Shared/Foundation/Logger.h"
 
 #include <string.h>
@@ -187,6 +188,19 @@ bool OnSynchronize(Allocation*)
     return true;
 }
 
+bool OnRequestRestart(Allocation*)
+{
+    RequestRestart();
+    return true;
+}
+
+bool OnExitProcessForHotRestart(Allocation* payload)
+{
+    LogDebug(TVN_HERE, "Processing Blob::ExitProcessForHotRestart");
+    AllowRestart(ToPointer<HANDLE>(Read<ExitProcessForHotRestartBlob>(payload).event));
+    return true;
+}
+
 template<uint32_t Number>
 bool RefuseBlob(Allocation*)
 {
@@ -214,6 +228,8 @@ constexpr HandlerRow handlerRows[] = {
     {BlobType::FlushInstructionCache, OnFlushInstructionCache},
     {BlobType::FinishAfterHotReload, OnFinishAfterHotReload},
     {BlobType::RequestReload, OnRequestReload},
+    {BlobType::RequestRestart, OnRequestRestart},
+    {ExitProcessForHotRestartBlob::type, OnExitProcessForHotRestart},
     {BlobType::DecrementLatch, OnDecrementLatch},
     {BlobType::EchoRequest, OnEchoRequest},
     {BlobType::Synchronize, OnSynchronize},
