@@ -61,15 +61,15 @@
 /// The host half of a test; a member function of a class derived from `HostTest`.
 #define HOST_TEST(Suite, Name) HOST_TEST_OF(::Torvane::Testing::HostTest, Suite, Name)
 
-/// The same with another base in place of `HostTest`, one for a whole suite.
-#define HOST_TEST_OF(Base, Suite, Name)                                               \
-    class Suite##_##Name##_Host : public Base                                         \
-    {                                                                                 \
-        void HostHalf() override;                                                     \
-    };                                                                                \
-    [[maybe_unused]] static const auto* const Suite##_##Name##_Registered =           \
-        ::testing::RegisterTest(#Suite, #Name, nullptr, nullptr, __FILE__, __LINE__,  \
-                                []() -> Base* { return new Suite##_##Name##_Host; }); \
+/// The same for a base of the test's own, which is derived from `HostTest`.
+#define HOST_TEST_OF(Base, Suite, Name)                                                              \
+    class Suite##_##Name##_Host : public Base                                                        \
+    {                                                                                                \
+        void HostHalf() override;                                                                    \
+    };                                                                                               \
+    [[maybe_unused]] static const auto* const Suite##_##Name##_Registered = ::testing::RegisterTest( \
+        #Suite, #Name, nullptr, nullptr, __FILE__, __LINE__,                                         \
+        []() -> ::Torvane::Testing::HostTest* { return new Suite##_##Name##_Host; });                \
     void Suite##_##Name##_Host::HostHalf()
 
 #else

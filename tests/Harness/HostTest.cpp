@@ -172,6 +172,7 @@ void HostTest::ExpectNoBridge()
 
 void HostTest::SetTimeLimit(uint32_t seconds)
 {
+    timeLimit = seconds;
     StartTimeLimit(seconds, CurrentTestName());
 }
 
@@ -193,6 +194,7 @@ const AgentLibrary& HostTest::Library()
 
 void HostTest::PrepareStart()
 {
+    Publish(timeLimitName, uint64_t{timeLimit});
     SetEnvironmentVariableA("TORVANE_BRIDGE_SCENARIO", scenario.c_str());
     if (bridgeExpected)
     {

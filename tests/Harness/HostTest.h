@@ -140,6 +140,7 @@ private:
     std::wstring agentFolder;
     std::string scenario;
     void* bridgeProcess = nullptr;
+    uint32_t timeLimit = 0; // seconds
     bool bridgeExpected = true;
     bool started = false;
     bool leftRunning = false;
