@@ -148,6 +148,12 @@ BOOL WINAPI TraceSet(HANDLE event)
     return SetEvent(event);
 }
 
+BOOL WINAPI TraceReset(HANDLE event)
+{
+    Use("reset", event);
+    return ResetEvent(event);
+}
+
 DWORD WINAPI TraceWait(HANDLE handle, DWORD milliseconds)
 {
     Use("wait for", handle);
@@ -207,6 +213,7 @@ HandleTrace::HandleTrace(void* module)
     replace("OpenThread", TraceOpenedThread);
     replace("CreateProcessW", TraceProcess);
     replace("SetEvent", TraceSet);
+    replace("ResetEvent", TraceReset);
     replace("WaitForSingleObject", TraceWait);
     replace("ReleaseSemaphore", TraceRelease);
     replace("CancelSynchronousIo", TraceCancel);
@@ -228,6 +235,17 @@ std::vector<std::string> HandleTrace::OwnCalls() const
         }
     }
     return own;
+}
+
+size_t HandleTrace::Count(const std::string& text) const
+{
+    const TraceLock lock;
+    size_t count = 0;
+    for (const Call& call : trace.calls)
+    {
+        count += call.text == text;
+    }
+    return count;
 }
 
 std::vector<std::string> HandleTrace::OpenHandles() const

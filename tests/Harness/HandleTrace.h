@@ -26,6 +26,9 @@ public:
     /// The calls of the thread that asks, as in "create event 1", "set event 1", "wait for thread 2", "close pipe 1".
     std::vector<std::string> OwnCalls() const;
 
+    /// How often any thread has made this call.
+    size_t Count(const std::string& call) const;
+
     /// What of all threads was created and is still open.
     std::vector<std::string> OpenHandles() const;
 
