@@ -2,30 +2,10 @@
 
 #include <windows.h>
 
-#include <winternl.h>
+#include <psapi.h>
 
 namespace Torvane::Bridge
 {
-namespace
-{
-/// `ImageBaseAddress` in the 32-bit process environment block.
-constexpr AddressSlot imageBaseInBlock32 = 0x08;
-
-/// Where the 32-bit process environment block of a 32-bit process lies.
-AddressSlot EnvironmentBlock32(HANDLE process)
-{
-    using Query = NTSTATUS(NTAPI*)(HANDLE, PROCESSINFOCLASS, void*, ULONG, ULONG*);
-    const auto query = reinterpret_cast<Query>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationProcess")));
-    ULONG_PTR block = 0;
-    if (query == nullptr || query(process, ProcessWow64Information, &block, sizeof(block), nullptr) != 0)
-    {
-        return 0;
-    }
-    return block;
-}
-} // namespace
-
 HostProcess::HostProcess(uint32_t id)
     : process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | SYNCHRONIZE, FALSE, id))
     , processId(id)
@@ -42,13 +22,11 @@ HostProcess::~HostProcess()
 
 AddressSlot HostProcess::ExecutableBase() const
 {
-    const AddressSlot block = EnvironmentBlock32(process);
-    const std::vector<uint8_t> bytes = Read(block + imageBaseInBlock32, sizeof(uint32_t));
-    if (block == 0 || bytes.empty())
-    {
-        return 0;
-    }
-    return *reinterpret_cast<const uint32_t*>(bytes.data());
+    HMODULE first = nullptr; // the executable: it is the first module of each process
+    DWORD needed = 0;
+    return K32EnumProcessModulesEx(process, &first, sizeof(first), &needed, LIST_MODULES_32BIT)
+               ? reinterpret_cast<AddressSlot>(first)
+               : 0;
 }
 
 std::vector<uint8_t> HostProcess::Read(AddressSlot address, size_t size) const

@@ -30,7 +30,7 @@ public:
         return processId;
     }
 
-    /// Where the process's executable is loaded, from its process environment block. 0 on failure.
+    /// Where the process's executable is loaded, as the OS lists its modules. 0 on failure.
     AddressSlot ExecutableBase() const;
 
     /// Reads memory past the Agent. Empty if not all of it can be read.

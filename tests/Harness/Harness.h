@@ -69,8 +69,11 @@
 #else
 
 /// The Bridge half of the test of the same name; a member function of a class derived from `BridgeTest`.
-#define BRIDGE_SCENARIO(Suite, Name)                                                                 \
-    class Suite##_##Name##_Bridge : public ::Torvane::Testing::BridgeTest                            \
+#define BRIDGE_SCENARIO(Suite, Name) BRIDGE_SCENARIO_OF(::Torvane::Testing::BridgeTest, Suite, Name)
+
+/// The same for a base of the test's own, which is derived from `BridgeTest`.
+#define BRIDGE_SCENARIO_OF(Base, Suite, Name)                                                        \
+    class Suite##_##Name##_Bridge : public Base                                                      \
     {                                                                                                \
         void TestBody() override;                                                                    \
     };                                                                                               \

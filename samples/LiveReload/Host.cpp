@@ -1,0 +1,143 @@
+/// \file
+/// A console program that prints a line with a running counter several times a second, and lets its code be changed
+/// meanwhile. It ends when its standard input does.
+///
+///     LiveReload          a reload comes whenever the Bridge wants it
+///     LiveReload --sync   a reload waits until the main loop lets it in, between two frames
+
+#include "Torvane/Agent.h"
+
+#include "samples/LiveReload/Hooks.h"
+#include "samples/LiveReload/Line.h"
+#include "samples/LiveReload/Output.h"
+
+#include <string.h>
+
+#include <windows.h>
+
+namespace
+{
+constexpr DWORD frameTime = 200; // milliseconds
+
+template<typename Function>
+Function Find(HMODULE library, const char* name)
+{
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+/// The library stands beside this program.
+HMODULE LoadAgent()
+{
+    const HMODULE library = LoadLibraryW(L"TVN_Agent_x86.dll");
+    const auto checkVersion = Find<decltype(&TvnCheckVersion)>(library, "TvnCheckVersion");
+    return checkVersion != nullptr && checkVersion(TVN_VERSION) ? library : nullptr;
+}
+
+void TVN_CALL PrintStatus(void*, TvnConnectionStatus status)
+{
+    if (status == ConnectionSucceeded)
+    {
+        PrintLine("host", "connected to the Bridge");
+    }
+    else
+    {
+        PrintLine("host", "no connection to a Bridge, status ", static_cast<unsigned>(status));
+    }
+}
+
+// ---- Hooks: called by the Agent's receiver thread while our threads are held ----
+
+struct HookId
+{
+    unsigned char empty;
+};
+
+using ReloadHook = void (*)(HookId id, const char* text, unsigned number);
+
+void BeforeReload(HookId, const char* text, unsigned number)
+{
+    PrintLine("hook", "before reload ", number);
+    PrintLine("hook", text);
+}
+
+void AfterReload(HookId, const char*, unsigned number)
+{
+    PrintLine("hook", "after reload ", number);
+}
+} // namespace
+
+extern "C" __declspec(dllexport) const ReloadHook beforeReloadHooks[hookCount] = {&BeforeReload};
+extern "C" __declspec(dllexport) const ReloadHook afterReloadHooks[hookCount] = {&AfterReload};
+
+namespace
+{
+DWORD WINAPI WaitForEndOfInput(void* end)
+{
+    char ignored[64];
+    DWORD count = 0;
+    while (ReadFile(GetStdHandle(STD_INPUT_HANDLE), ignored, sizeof(ignored), &count, nullptr) && count != 0)
+    {
+    }
+    SetEvent(end);
+    return 0;
+}
+
+/// Goes on working while a patch is made, and stands still, between two frames, while it is loaded.
+void LetReloadIn(const TvnSynchronizedAgent& agent, unsigned frame)
+{
+    if (agent.TvnWantsReload(SyncBeforeLoad))
+    {
+        PrintLine("host", "a patch is ready: let it in behind frame ", frame);
+        agent.TvnReload(WaitUntilFinished);
+        PrintLine("host", "the reload is over, on with frame ", frame + 1);
+    }
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const bool synchronized = argc > 1 && strcmp(argv[1], "--sync") == 0;
+    const HMODULE library = LoadAgent();
+    if (library == nullptr)
+    {
+        PrintLine("host", "TVN_Agent_x86.dll is missing or has another version");
+        return 1;
+    }
+
+    static TvnDefaultAgent agent;
+    static TvnSynchronizedAgent synchronizedAgent;
+    if (synchronized)
+    {
+        Find<decltype(&TvnStartupSynchronizedAgent)>(library, "TvnStartupSynchronizedAgent")(
+            &synchronizedAgent, nullptr, nullptr, nullptr);
+    }
+    else
+    {
+        Find<decltype(&TvnStartupDefaultAgent)>(library, "TvnStartupDefaultAgent")(&agent, nullptr, nullptr,
+                                                                                   nullptr);
+    }
+    (synchronized ? synchronizedAgent.TvnOnConnection : agent.TvnOnConnection)(nullptr, &PrintStatus);
+
+    const HANDLE end = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE input = CreateThread(nullptr, 0, &WaitForEndOfInput, end, 0, nullptr);
+
+    unsigned counter = 0; // what every reload has to leave alone
+    do
+    {
+        char text[128];
+        FormatLine(text, sizeof(text), ++counter);
+        PrintLine("line", text);
+        if (synchronized)
+        {
+            LetReloadIn(synchronizedAgent, counter);
+        }
+    }
+    while (WaitForSingleObject(end, frameTime) == WAIT_TIMEOUT);
+
+    Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
+    WaitForSingleObject(input, INFINITE);
+    CloseHandle(input);
+    CloseHandle(end);
+    PrintLine("host", "ended with counter ", counter);
+    return 0;
+}

@@ -1,0 +1,341 @@
+/// \file
+/// The Bridge of the live-reload sample: routes `FormatLine` of the host to that of each patch. It does what a
+/// Broker and its Bridge do together, with one function in place of all that changed.
+
+#include "bridge/Bridge.h"
+
+#include "samples/LiveReload/Hooks.h"
+#include "samples/LiveReload/ReloadFiles.h"
+
+#include <stdio.h>
+
+#include <windows.h>
+
+using namespace Torvane;
+using namespace Torvane::Bridge;
+
+namespace Torvane::Sample
+{
+namespace
+{
+constexpr uint32_t limit = 20000;          // milliseconds
+constexpr uint32_t pauseBetweenLooks = 20; // milliseconds
+constexpr uint32_t tokenOfOldCode = 1;
+constexpr char changedFunction[] = "FormatLine";
+
+/// A jump to anywhere in 32-bit code: E9 and the distance from the end of the instruction.
+constexpr uint8_t jumpOpcode = 0xE9;
+constexpr uint32_t jumpSize = 5;
+
+std::vector<uint8_t> MakeJump(AddressSlot from, AddressSlot to)
+{
+    const auto distance = static_cast<uint32_t>(to - (from + jumpSize));
+    std::vector<uint8_t> jump(jumpSize);
+    jump[0] = jumpOpcode;
+    memcpy(jump.data() + 1, &distance, sizeof(distance));
+    return jump;
+}
+
+std::string Hexadecimal(const std::vector<uint8_t>& bytes)
+{
+    std::string text;
+    for (const uint8_t byte : bytes)
+    {
+        char digits[4];
+        snprintf(digits, sizeof(digits), "%02X ", byte);
+        text += digits;
+    }
+    return text;
+}
+
+std::string Address(AddressSlot address)
+{
+    char text[20];
+    snprintf(text, sizeof(text), "0x%08X", static_cast<uint32_t>(address));
+    return text;
+}
+
+std::string Narrow(const std::wstring& text)
+{
+    std::string narrow(text.size() * 3, '\0');
+    narrow.resize(static_cast<size_t>(
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
+                            static_cast<int>(narrow.size()), nullptr, nullptr)));
+    return narrow;
+}
+
+/// What of a Blob is worth seeing in one line.
+std::string Details(const Message& message)
+{
+    switch (message.Type())
+    {
+    case BlobType::Version:
+        return message.NarrowText(message.As<VersionBlob>()->version);
+    case BlobType::LoadPatchWindows:
+        return Narrow(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
+    case BlobType::PatchLoaded:
+        return "at " + Address(message.As<PatchLoadedBlob>()->base) + ", " +
+               std::to_string(message.As<PatchLoadedBlob>()->imageSize) + " bytes";
+    case BlobType::LogNarrow:
+        return message.NarrowText(message.As<LogBlob>()->text);
+    case BlobType::ReadMemoryResult:
+        return Hexadecimal(message.Data(message.As<ReadMemoryResultBlob>()->data,
+                                        message.As<ReadMemoryResultBlob>()->totalSize));
+    case BlobType::WriteMemory:
+        return Hexadecimal(message.Data(message.As<WriteMemoryBlob>()->data, jumpSize));
+    case BlobType::CallHooks:
+        return "kind " + std::to_string(message.As<CallHooksBlob>()->kind);
+    default:
+        return {};
+    }
+}
+
+class Reloader
+{
+public:
+    explicit Reloader(uint32_t hostProcessId)
+        : link(hostProcessId)
+        , host(hostProcessId)
+    {
+        link.Observe([this](const Message& message) { ReportBlob(message); });
+    }
+
+    int Run();
+    void Report(const std::string& text) const;
+
+private:
+    void ReportBlob(const Message& message) const;
+    bool FindModule();
+    bool WaitForFile(uint32_t number, const wchar_t* extension);
+    bool Reload(uint32_t number);
+    bool LoadAndInstall(uint32_t number, HeldThreads& threads);
+    Received<PatchLoadedBlob> Load(const PatchOrder& order, HeldThreads& threads);
+    bool Route(AddressSlot from, AddressSlot to, HeldThreads& threads);
+    bool ObeyedWhileHeld(HeldThreads& threads);
+    bool CallTable(uint32_t kind, const char* name, uint32_t number);
+
+    ReloadFiles files;
+    Link link;
+    HostProcess host;
+    Received<RegisterAgentBlob> agent;
+    Received<RegisterProcessBlob> process;
+
+    /// The host's executable: where it is and what it exports.
+    AddressSlot moduleBase = 0;
+    std::unique_ptr<PatchImage> module;
+};
+
+void Reloader::ReportBlob(const Message& message) const
+{
+    char time[16];
+    snprintf(time, sizeof(time), "%9.1f", message.Time() * 1000);
+    Report(std::string(message.From() == Direction::FromAgent ? "<- " : "-> ") + time + " ms  " +
+           BlobName(message.Type()) + "  " + Details(message));
+}
+
+void Reloader::Report(const std::string& text) const
+{
+    files.Report(text);
+}
+
+bool Reloader::FindModule()
+{
+    moduleBase = host.ExecutableBase();
+    module = std::make_unique<PatchImage>(process.WideText(process->executablePath));
+    const std::string reason = moduleBase == 0            ? "where it is loaded isn't known"
+                               : !module->Error().empty() ? module->Error()
+                               : module->FindExport(changedFunction) == 0
+                                   ? std::string(changedFunction) + " isn't exported"
+                                   : std::string();
+    if (!reason.empty())
+    {
+        Report("!! the host's executable can't be used: " + reason);
+        return false;
+    }
+    return true;
+}
+
+/// Also ends, with false, when the host goes.
+bool Reloader::WaitForFile(uint32_t number, const wchar_t* extension)
+{
+    while (!files.Exists(number, extension))
+    {
+        if (link.WaitUntilClosed(pauseBetweenLooks))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+int Reloader::Run()
+{
+    if (!files || !link.Connect(limit) || !link.ExchangeVersion(limit))
+    {
+        return 1;
+    }
+    agent = link.Expect<RegisterAgentBlob>(limit);
+    process = link.Expect<RegisterProcessBlob>(limit);
+    if (!agent || !process || !FindModule())
+    {
+        return 1;
+    }
+    for (uint32_t number = 1; WaitForFile(number, L"wanted"); ++number)
+    {
+        files.Write(number, L"done", Reload(number) ? "ok" : "failed");
+    }
+    return 0;
+}
+
+bool Reloader::Reload(uint32_t number)
+{
+    SendRequestReload(link);
+    if (!link.Expect<ReloadBlob>(limit))
+    {
+        Report("!! the host hasn't agreed to a reload");
+        return false;
+    }
+    files.Write(number, L"granted", "");
+    if (!WaitForFile(number, L"compiled"))
+    {
+        return false;
+    }
+
+    HeldThreads threads(host.Id(), AgentThreads(*process));
+    const bool success = LoadAndInstall(number, threads);
+    threads.Resume();
+    Report(".. threads go on");
+    SendFinishAfterHotReload(link);
+    return success && WaitUntilObeyed(link, limit);
+}
+
+bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
+{
+    PatchOrder order;
+    order.path = files.Path(number, L"dll");
+    PatchImage patch(order.path);
+    const bool isImage = patch.Error().empty(); // if it isn't one, the host's loader shall say so
+    const EntryPointCode entryCode = isImage ? patch.EntryCode() : EntryPointCode();
+    if (isImage && !(patch.MakeEntryPointIdle() && patch.Save(order.path)))
+    {
+        Report("!! " + patch.Error());
+        return false;
+    }
+
+    // A synchronized host takes part in the load: its thread can't be held before.
+    order.watchdog = agent->agentType == 0;
+    if (order.watchdog)
+    {
+        threads.Hold();
+        Report(".. " + std::to_string(threads.Count()) + " threads held");
+    }
+    const Received<PatchLoadedBlob> loaded = Load(order, threads);
+    if (!loaded)
+    {
+        return false;
+    }
+    if (!order.watchdog)
+    {
+        threads.Hold();
+        Report(".. " + std::to_string(threads.Count()) + " threads held");
+    }
+
+    const AddressSlot from = moduleBase + module->FindExport(changedFunction);
+    const AddressSlot to = loaded->base + patch.FindExport(changedFunction);
+    return CallTable(beforeReloadKind, beforeReloadHooksName, number) && Route(from, to, threads) &&
+           SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
+           CallTable(afterReloadKind, afterReloadHooksName, number) && ObeyedWhileHeld(threads);
+}
+
+/// Orders the load and serves the Agent's watchdog until its outcome is there.
+Received<PatchLoadedBlob> Reloader::Load(const PatchOrder& order, HeldThreads& threads)
+{
+    SendLoadPatch(link, order);
+    for (;;)
+    {
+        const Message message = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow,
+                                                   BlobType::ResumeHeldThreads, BlobType::SuspendHeldThreads},
+                                                  limit);
+        switch (message ? message.Type() : BlobType::LogNarrow)
+        {
+        case BlobType::PatchLoaded:
+            return Received<PatchLoadedBlob>(message);
+        case BlobType::ResumeHeldThreads:
+            threads.Resume();
+            Report(".. the load waits for a held thread: all go on");
+            break;
+        case BlobType::SuspendHeldThreads:
+            threads.Hold();
+            Report(".. threads held again");
+            break;
+        default:
+            Report("!! the patch was not loaded");
+            return {};
+        }
+    }
+}
+
+/// Writes a jump over the first bytes of the old function, where no held thread may stand.
+bool Reloader::Route(AddressSlot from, AddressSlot to, HeldThreads& threads)
+{
+    while (threads.AnyAt(from + 1, jumpSize - 1))
+    {
+        threads.Resume();
+        threads.Hold();
+    }
+    SendReadMemory(link, jumpSize, {from}, tokenOfOldCode);
+    const auto oldCode = link.Expect<ReadMemoryResultBlob>(limit);
+    if (!oldCode)
+    {
+        Report("!! the old code can't be read");
+        return false;
+    }
+    const uint32_t protection = host.QueryPages(from).protection;
+    return SendSetPageProtection(link, {{from, jumpSize, PAGE_EXECUTE_READWRITE, 0}}) &&
+           SendWriteMemory(link, {from}, MakeJump(from, to)) &&
+           SendSetPageProtection(link, {{from, jumpSize, protection, 0}}) && SendFlushInstructionCache(link);
+}
+
+/// Calls one of the host's tables of hooks.
+bool Reloader::CallTable(uint32_t kind, const char* name, uint32_t number)
+{
+    const uint32_t offset = module->FindExport(name);
+    if (offset == 0)
+    {
+        return true;
+    }
+    HookArguments arguments;
+    arguments.firstText = "FormatLine in Line.cpp";
+    arguments.number = number;
+    const AddressSlot first = moduleBase + offset;
+    return SendCallHooks(link, kind, first, first + hookCount * sizeof(uint32_t), arguments);
+}
+
+/// An entry point or a hook can need what a held thread owns, the heap's lock perhaps. Then a moment of freedom helps.
+bool Reloader::ObeyedWhileHeld(HeldThreads& threads)
+{
+    constexpr uint32_t tryTime = 1000; // milliseconds
+    for (uint32_t waited = 0; waited < limit; waited += tryTime)
+    {
+        if (WaitUntilObeyed(link, tryTime))
+        {
+            return true;
+        }
+        Report(".. the Agent waits for a held thread: all go on for a moment");
+        threads.Resume();
+        threads.Hold();
+    }
+    return false;
+}
+
+int RunLiveReload(uint32_t hostProcessId)
+{
+    Reloader reloader(hostProcessId);
+    const int result = reloader.Run();
+    reloader.Report(result == 0 ? ".. the Bridge ends" : "xx the Bridge gives up");
+    return result;
+}
+
+const RegisteredScenario liveReload("LiveReload", &RunLiveReload);
+} // namespace
+} // namespace Torvane::Sample

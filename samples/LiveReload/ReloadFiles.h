@@ -1,0 +1,46 @@
+#pragma once
+
+/// \file
+/// What the demo script and the Bridge of this sample tell each other: files in one folder; for the main thread,
+/// `Report` for any thread.
+///
+/// For reload N, in this order: `N.wanted` (by the script), `N.granted` (by the Bridge: the host has agreed, compile
+/// now), `N.dll` and then `N.compiled` (by the script), `N.done` (by the Bridge, with "ok" or "failed" in it).
+/// `bridge.log` gets a line for everything that the Bridge does.
+
+#include <stdint.h>
+#include <string>
+
+namespace Torvane::Sample
+{
+class ReloadFiles
+{
+public:
+    /// Uses the folder that the environment variable `TORVANE_LIVE_RELOAD_FOLDER` names.
+    ReloadFiles();
+    ~ReloadFiles();
+    ReloadFiles(const ReloadFiles&) = delete;
+    ReloadFiles& operator=(const ReloadFiles&) = delete;
+
+    /// Whether the folder can be written to.
+    explicit operator bool() const
+    {
+        return log != nullptr;
+    }
+
+    /// The path of a file of that number: "3.dll" with its folder.
+    std::wstring Path(uint32_t number, const std::wstring& extension) const;
+
+    bool Exists(uint32_t number, const std::wstring& extension) const;
+
+    /// Makes the file. Whoever sees it finds all of `content` in it.
+    void Write(uint32_t number, const std::wstring& extension, const std::string& content) const;
+
+    /// Adds a line to `bridge.log`.
+    void Report(const std::string& line) const;
+
+private:
+    std::wstring folder;
+    void* log;
+};
+} // namespace Torvane::Sample
