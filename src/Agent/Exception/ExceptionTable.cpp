@@ -20,7 +20,7 @@ struct ExceptionRow
     ExceptionTexts texts;
 };
 
-constexpr ExceptionRow ExceptionCodeTable[] = {
+constexpr ExceptionRow exceptionCodeTable[] = {
     {0x80000001,
      {"EXCEPTION_GUARD_PAGE", "The thread accessed memory allocated with the PAGE_GUARD modifier"}},
     {0x80000002,
@@ -81,12 +81,12 @@ constexpr ExceptionRow ExceptionCodeTable[] = {
     {0xC0000194,
      {"EXCEPTION_POSSIBLE_DEADLOCK", "Wait operation on a critical section timed out, possible deadlock"}},
 };
-static_assert(sizeof(ExceptionCodeTable) / sizeof(ExceptionCodeTable[0]) == 23);
+static_assert(sizeof(exceptionCodeTable) / sizeof(exceptionCodeTable[0]) == 23);
 
 /// A pair of nulls for a code that has no row.
 ExceptionTexts FindExceptionTexts(uint32_t code)
 {
-    for (const ExceptionRow& row : ExceptionCodeTable)
+    for (const ExceptionRow& row : exceptionCodeTable)
     {
         if (row.code == code)
         {
