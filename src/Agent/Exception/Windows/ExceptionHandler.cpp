@@ -5,6 +5,7 @@
 #include "Agent/Exception/ExceptionTable.h"
 #include "Agent/Exception/InstructionDecoder.h"
 #include "Agent/Exception/NopSequences.h"
+#include "Agent/Exception/Windows/FloatingPoint.h"
 #include "Agent/Exception/Windows/ResumeAtFrame.h"
 #include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Foundation/Logger.h"
@@ -186,6 +187,7 @@ LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception)
     {
         return EXCEPTION_CONTINUE_SEARCH;
     }
+    const DefaultFloatingPoint floatingPoint;
     EnterCriticalSection(&exceptionHandlerLock);
     if (exceptionHandlerEnableCount == 0)
     {
