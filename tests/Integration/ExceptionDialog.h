@@ -54,20 +54,36 @@ private:
     }
 };
 
-inline ExceptionReport AwaitException(Bridge::Link& link, uint32_t milliseconds = patience)
+/// Base of Bridge halves that decide on exceptions.
+class ExceptionBridge : public BridgeTest
 {
-    return ExceptionReport(link.Expect<HandleExceptionWindowsBlob>(milliseconds));
-}
+protected:
+    /// Connects, and lets the Agent install its handler. The host half goes on when it is there.
+    bool Start(uint32_t order = 1)
+    {
+        if (!Connect() || !Bridge::SendInstallExceptionHandler(link, order) ||
+            !Bridge::WaitUntilObeyed(link, patience))
+        {
+            return false;
+        }
+        Signal("installed");
+        return true;
+    }
 
-inline void Answer(Bridge::Link& link, const ExceptionReport& report, uint32_t action,
-                   const ResumeRecord& resumeRecord = {})
-{
-    EXPECT_TRUE(Bridge::SendHandleExceptionResult(link, *report.blob, action, resumeRecord));
-}
+    ExceptionReport AwaitException()
+    {
+        return ExceptionReport(link.Expect<HandleExceptionWindowsBlob>(patience));
+    }
 
-/// Lets the Agent install its handler. \return when it is there.
-inline bool InstallHandler(Bridge::Link& link, uint32_t order = 1)
-{
-    return Bridge::SendInstallExceptionHandler(link, order) && Bridge::WaitUntilObeyed(link, patience);
-}
+    void Answer(const ExceptionReport& report, uint32_t action, const ResumeRecord& resumeRecord = {})
+    {
+        EXPECT_TRUE(Bridge::SendHandleExceptionResult(link, *report.blob, action, resumeRecord));
+    }
+
+    /// Whether the Agent has sent nothing that wasn't taken yet.
+    bool NothingElseCame()
+    {
+        return Bridge::WaitUntilObeyed(link, patience) && !link.Receive(0);
+    }
+};
 } // namespace Torvane::Testing

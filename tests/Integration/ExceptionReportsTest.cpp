@@ -137,11 +137,9 @@ std::string ExceptionLine(uint32_t code, const char* name, bool continuable, con
 }
 } // namespace
 
-HOST_TEST(ExceptionReports, AWholeReportIsSentAndLogged)
+HOST_TEST_OF(ExceptionHost, ExceptionReports, AWholeReportIsSentAndLogged)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    ASSERT_TRUE(Await("installed"));
+    ASSERT_TRUE(Start());
     LastHandler handler;
     const CodePages code({0xA1, 0x10, 0x00, 0x00, 0x00, 0xC3}); // mov eax, [0x10]; ret
     Publish("thread", GetCurrentThreadId());
@@ -181,11 +179,9 @@ HOST_TEST(ExceptionReports, AWholeReportIsSentAndLogged)
     }
 }
 
-HOST_TEST(ExceptionReports, EveryKnownCodeIsReported)
+HOST_TEST_OF(ExceptionHost, ExceptionReports, EveryKnownCodeIsReported)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    ASSERT_TRUE(Await("installed"));
+    ASSERT_TRUE(Start());
     LastHandler handler;
     for (const KnownException& known : knownExceptions)
     {
@@ -208,11 +204,9 @@ HOST_TEST(ExceptionReports, EveryKnownCodeIsReported)
     EXPECT_EQ(23u, handler.Count());
 }
 
-HOST_TEST(ExceptionReports, OtherCodesReachNeitherTheLockNorTheLog)
+HOST_TEST_OF(ExceptionHost, ExceptionReports, OtherCodesReachNeitherTheLockNorTheLog)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    ASSERT_TRUE(Await("installed"));
+    ASSERT_TRUE(Start());
     LastHandler handler;
     handler.ContinueExecution();
 
@@ -234,11 +228,9 @@ HOST_TEST(ExceptionReports, OtherCodesReachNeitherTheLockNorTheLog)
     EXPECT_EQ(1u, CountInLog("Received exception handler action 2"));
 }
 
-HOST_TEST(ExceptionReports, OnlyTheFlagsValue1IsNonContinuable)
+HOST_TEST_OF(ExceptionHost, ExceptionReports, OnlyTheFlagsValue1IsNonContinuable)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    ASSERT_TRUE(Await("installed"));
+    ASSERT_TRUE(Start());
     using Raise = void(WINAPI*)(EXCEPTION_RECORD*);
     const auto raise = reinterpret_cast<Raise>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlRaiseException")));
@@ -266,11 +258,9 @@ HOST_TEST(ExceptionReports, OnlyTheFlagsValue1IsNonContinuable)
     EXPECT_EQ(lines, logged);
 }
 
-HOST_TEST(ExceptionReports, MemoryFaultsTellMore)
+HOST_TEST_OF(ExceptionHost, ExceptionReports, MemoryFaultsTellMore)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    ASSERT_TRUE(Await("installed"));
+    ASSERT_TRUE(Start());
     LastHandler handler;
     handler.ContinueExecution();
     std::vector<std::string> lines;
@@ -294,12 +284,10 @@ HOST_TEST(ExceptionReports, MemoryFaultsTellMore)
 
 #else
 
-BRIDGE_SCENARIO(ExceptionReports, AWholeReportIsSentAndLogged)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, AWholeReportIsSentAndLogged)
 {
-    ASSERT_TRUE(Connect());
-    ASSERT_TRUE(InstallHandler(link));
-    Signal("installed");
-    const ExceptionReport report = AwaitException(link);
+    ASSERT_TRUE(Start());
+    const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
 
     // All that the sender can't choose, by the position of its bytes.
@@ -328,7 +316,7 @@ BRIDGE_SCENARIO(ExceptionReports, AWholeReportIsSentAndLogged)
     EXPECT_EQ(0x10u, report.record.ExceptionInformation[1]);
     EXPECT_EQ(code, report.context.Eip);
 
-    Answer(link, report, actionContinueSearch);
+    Answer(report, actionContinueSearch);
     const std::vector<uint8_t> context = host.Read(AwaitNumber("context"), 716);
     const std::vector<uint8_t> record = host.Read(AwaitNumber("record"), 80);
     ASSERT_EQ(716u, context.size());
@@ -339,63 +327,54 @@ BRIDGE_SCENARIO(ExceptionReports, AWholeReportIsSentAndLogged)
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(ExceptionReports, EveryKnownCodeIsReported)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, EveryKnownCodeIsReported)
 {
-    ASSERT_TRUE(Connect());
-    ASSERT_TRUE(InstallHandler(link));
-    Signal("installed");
+    ASSERT_TRUE(Start());
     for (const KnownException& known : knownExceptions)
     {
-        const ExceptionReport report = AwaitException(link);
+        const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report) << known.name;
         EXPECT_EQ(known.code, report.record.ExceptionCode);
-        Answer(link, report, actionContinueSearch);
+        Answer(report, actionContinueSearch);
     }
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(ExceptionReports, OtherCodesReachNeitherTheLockNorTheLog)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OtherCodesReachNeitherTheLockNorTheLog)
 {
-    ASSERT_TRUE(Connect());
-    ASSERT_TRUE(InstallHandler(link));
-    Signal("installed");
-    const ExceptionReport report = AwaitException(link);
+    ASSERT_TRUE(Start());
+    const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     Signal("dialog");
     ASSERT_TRUE(Await("raised"));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
-    EXPECT_FALSE(link.Receive(0)) << "Nothing else was reported.";
-    Answer(link, report, actionSkipInstruction);
+    EXPECT_TRUE(NothingElseCame());
+    Answer(report, actionSkipInstruction);
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(ExceptionReports, OnlyTheFlagsValue1IsNonContinuable)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OnlyTheFlagsValue1IsNonContinuable)
 {
-    ASSERT_TRUE(Connect());
-    ASSERT_TRUE(InstallHandler(link));
-    Signal("installed");
+    ASSERT_TRUE(Start());
     for (const Flags& entry : flags)
     {
-        const ExceptionReport report = AwaitException(link);
+        const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         EXPECT_EQ(entry.value, report.record.ExceptionFlags);
-        Answer(link, report, actionContinueSearch);
+        Answer(report, actionContinueSearch);
     }
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(ExceptionReports, MemoryFaultsTellMore)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, MemoryFaultsTellMore)
 {
-    ASSERT_TRUE(Connect());
-    ASSERT_TRUE(InstallHandler(link));
-    Signal("installed");
+    ASSERT_TRUE(Start());
     for (const Parameters& entry : parameters)
     {
-        const ExceptionReport report = AwaitException(link);
+        const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         EXPECT_EQ(entry.code, report.record.ExceptionCode);
         EXPECT_EQ(entry.count, report.record.NumberParameters);
-        Answer(link, report, actionContinueSearch);
+        Answer(report, actionContinueSearch);
     }
     StayUntilAgentGoes();
 }

@@ -4,6 +4,7 @@
 /// Exceptions made on purpose, for the host halves of tests; any thread.
 
 #include "Shared/Foundation/Windows/StructuredException.h"
+#include "tests/Harness/HostTest.h"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -14,6 +15,28 @@
 
 namespace Torvane::Testing
 {
+/// Base of host halves whose Bridge half is an `ExceptionBridge`.
+class ExceptionHost : public HostTest
+{
+protected:
+    /// Starts the Agent. \return when its exception handler is installed.
+    bool Start()
+    {
+        StartDefaultAgent();
+        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        return Await("installed");
+    }
+
+    /// Fails the test if a line of the log has this in its message.
+    void ExpectNoLine(const std::string& part)
+    {
+        for (const LogRecord& record : ReadLog())
+        {
+            EXPECT_EQ(std::string::npos, record.message.find(part)) << record.message;
+        }
+    }
+};
+
 /// Code in two pages of its own.
 class CodePages
 {
@@ -57,9 +80,9 @@ public:
     }
 
     /// Calls the code as a function without arguments.
-    void Run() const
+    uint32_t Run() const
     {
-        reinterpret_cast<void(__cdecl*)()>(start)();
+        return reinterpret_cast<uint32_t(__cdecl*)()>(start)();
     }
 
     static constexpr size_t size = 0x2000;

@@ -203,11 +203,9 @@ void DoWhatFaults(size_t fault)
 }
 } // namespace
 
-HOST_TEST(RealFaults, AreReportedAndPassedOn)
+HOST_TEST_OF(ExceptionHost, RealFaults, AreReportedAndPassedOn)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    ASSERT_TRUE(Await("installed"));
+    ASSERT_TRUE(Start());
     LastHandler handler;
     std::vector<std::string> lines;
     for (size_t i = 0; i < sizeof(realFaults) / sizeof(realFaults[0]); ++i)
@@ -230,18 +228,16 @@ HOST_TEST(RealFaults, AreReportedAndPassedOn)
 
 #else
 
-BRIDGE_SCENARIO(RealFaults, AreReportedAndPassedOn)
+BRIDGE_SCENARIO_OF(ExceptionBridge, RealFaults, AreReportedAndPassedOn)
 {
-    ASSERT_TRUE(Connect());
-    ASSERT_TRUE(InstallHandler(link));
-    Signal("installed");
+    ASSERT_TRUE(Start());
     for (const RealFault& fault : realFaults)
     {
         SCOPED_TRACE(fault.name);
-        const ExceptionReport report = AwaitException(link);
+        const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         EXPECT_EQ(fault.code, report.record.ExceptionCode);
-        Answer(link, report, actionContinueSearch);
+        Answer(report, actionContinueSearch);
     }
     StayUntilAgentGoes();
 }
