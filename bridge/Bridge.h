@@ -29,7 +29,9 @@
 ///   `EnableModules` named modules.
 /// - The host's threads are held from outside (`HeldThreads`), all but the Agent's own. While they are held they
 ///   may own the loader lock or a heap's lock, so a patch is loaded with `watchdog` set then, and whoever waits for
-///   `PatchLoaded` has to obey `ResumeHeldThreads` and `SuspendHeldThreads` meanwhile.
+///   `PatchLoaded` has to obey `ResumeHeldThreads` and `SuspendHeldThreads` meanwhile. `ReceiveWhileHeld` does, and
+///   helps where the watchdog doesn't look.
+/// - A held thread can also own a lock of the Agent's own: `HeldThreads::LetLeave` lets it give that back.
 /// - A patch's entry point isn't to run in the loader: `PatchImage.h` tells how that is arranged.
 /// - Code that is about to be written over must not be under the instruction pointer of a held thread
 ///   (`HeldThreads::AnyAt`), and its pages have to be made writable first (`SendSetPageProtection`).
@@ -37,6 +39,7 @@
 
 #include "bridge/BlobWriter.h"
 #include "bridge/HeldThreads.h"
+#include "bridge/HeldWaits.h"
 #include "bridge/HostProcess.h"
 #include "bridge/Link.h"
 #include "bridge/Message.h"

@@ -33,8 +33,19 @@ std::vector<uint32_t> ThreadsOf(uint32_t processId)
     return ids;
 }
 
+struct Place
+{
+    uint32_t instructionPointer = 0;
+    uint32_t stackPointer = 0;
+};
+
+bool operator==(const Place& left, const Place& right)
+{
+    return left.instructionPointer == right.instructionPointer && left.stackPointer == right.stackPointer;
+}
+
 /// Reading the context also waits until the suspension, which the OS only begins in the call, is complete.
-bool ReadInstructionPointer(HANDLE thread, uint32_t& instructionPointer)
+bool ReadPlace(HANDLE thread, Place& place)
 {
     WOW64_CONTEXT context = {};
     context.ContextFlags = WOW64_CONTEXT_CONTROL;
@@ -42,13 +53,19 @@ bool ReadInstructionPointer(HANDLE thread, uint32_t& instructionPointer)
     {
         return false;
     }
-    instructionPointer = context.Eip;
+    place = {context.Eip, context.Esp};
     return true;
+}
+
+bool IsIn(AddressSlot address, AddressSlot first, uint32_t size)
+{
+    return address >= first && address < first + size;
 }
 } // namespace
 
 HeldThreads::HeldThreads(uint32_t id, std::vector<uint32_t> sparedThreads)
     : processId(id)
+    , process(OpenProcess(PROCESS_VM_READ, FALSE, id))
     , spared(std::move(sparedThreads))
 {
 }
@@ -56,6 +73,7 @@ HeldThreads::HeldThreads(uint32_t id, std::vector<uint32_t> sparedThreads)
 HeldThreads::~HeldThreads()
 {
     Resume();
+    CloseHandle(process);
 }
 
 void HeldThreads::Hold()
@@ -84,8 +102,8 @@ uint32_t HeldThreads::HoldNewThreads()
             CloseHandle(thread);
             continue;
         }
-        uint32_t ignored = 0;
-        ReadInstructionPointer(thread, ignored);
+        Place ignored;
+        ReadPlace(thread, ignored);
         threads.push_back({id, thread});
         ++added;
     }
@@ -105,10 +123,68 @@ void HeldThreads::Resume()
 bool HeldThreads::AnyAt(AddressSlot address, uint32_t size) const
 {
     return std::any_of(threads.begin(), threads.end(), [=](const Thread& thread) {
-        uint32_t instructionPointer = 0;
-        return !ReadInstructionPointer(thread.handle, instructionPointer) ||
-               (instructionPointer >= address && instructionPointer < address + size);
+        Place place;
+        return !ReadPlace(thread.handle, place) || IsIn(place.instructionPointer, address, size);
     });
+}
+
+bool HeldThreads::StandsIn(const Thread& thread, AddressSlot image, uint32_t size) const
+{
+    constexpr size_t words = 128; // more than the OS's functions put between their caller and a system call
+    Place place;
+    if (!ReadPlace(thread.handle, place))
+    {
+        return false;
+    }
+    uint32_t stack[words];
+    SIZE_T count = 0;
+    for (size_t wanted = words; wanted != 0 && count == 0; wanted /= 2) // the stack can begin right here
+    {
+        ReadProcessMemory(process, reinterpret_cast<const void*>(uintptr_t{place.stackPointer}), stack,
+                          wanted * sizeof(uint32_t), &count);
+    }
+    return IsIn(place.instructionPointer, image, size) ||
+           std::any_of(stack, stack + count / sizeof(uint32_t),
+                       [=](uint32_t word) { return IsIn(word, image, size); });
+}
+
+bool HeldThreads::LetRunOn(const Thread& thread) const
+{
+    Place before;
+    Place after;
+    ReadPlace(thread.handle, before);
+    ResumeThread(thread.handle);
+    Sleep(1);
+    SuspendThread(thread.handle);
+    return ReadPlace(thread.handle, after) && !(after == before);
+}
+
+uint32_t HeldThreads::LetLeave(AddressSlot image, uint32_t size)
+{
+    constexpr uint32_t roundsWithoutMove = 20;
+    constexpr uint32_t rounds = 200; // a busy thread can be found in the image each time
+    uint32_t runs = 0;
+    uint32_t still = 0;
+    for (uint32_t round = 0; round < rounds && still < roundsWithoutMove; ++round)
+    {
+        bool anyInside = false;
+        bool anyMoved = false;
+        for (const Thread& thread : threads)
+        {
+            if (StandsIn(thread, image, size))
+            {
+                anyInside = true;
+                anyMoved = LetRunOn(thread) || anyMoved;
+                ++runs;
+            }
+        }
+        if (!anyInside)
+        {
+            break;
+        }
+        still = anyMoved ? 0 : still + 1;
+    }
+    return runs;
 }
 
 bool HeldThreads::IsHeldOrSpared(uint32_t id) const

@@ -29,6 +29,16 @@ public:
     /// shows no new one. On return each held thread has stopped: nothing of it runs any more.
     void Hold();
 
+    /// Lets each held thread run on that stands in [image, image + size), and holds it again, until none does.
+    ///
+    /// A thread stands there if its instruction pointer does or if a return address near the top of its stack
+    /// leads there: it is in a function of the image or in one of the OS's that it has called, and may own a lock
+    /// of the image's. With the Agent's image this is what keeps the threads that the Bridge relies on from
+    /// waiting for a held one. A thread that doesn't move while it may is in a wait. Those own no such lock, and
+    /// stay held where they are.
+    /// \return how often a thread was let run on.
+    uint32_t LetLeave(AddressSlot image, uint32_t size);
+
     /// Lets them all go on. Does nothing if none is held.
     void Resume();
 
@@ -50,11 +60,16 @@ private:
     };
 
     bool IsHeldOrSpared(uint32_t id) const;
+    bool StandsIn(const Thread& thread, AddressSlot image, uint32_t size) const;
+
+    /// \return whether the thread stands elsewhere than before.
+    bool LetRunOn(const Thread& thread) const;
 
     /// \return how many threads were added.
     uint32_t HoldNewThreads();
 
     uint32_t processId;
+    void* process;
     std::vector<uint32_t> spared;
     std::vector<Thread> threads;
 };

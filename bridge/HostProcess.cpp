@@ -29,6 +29,24 @@ AddressSlot HostProcess::ExecutableBase() const
                : 0;
 }
 
+HostProcess::Image HostProcess::ImageAt(AddressSlot address) const
+{
+    MEMORY_BASIC_INFORMATION pages = {};
+    VirtualQueryEx(process, reinterpret_cast<const void*>(address), &pages, sizeof(pages));
+    if (pages.Type != MEM_IMAGE)
+    {
+        return {};
+    }
+    const auto base = reinterpret_cast<AddressSlot>(pages.AllocationBase);
+    AddressSlot end = base;
+    while (VirtualQueryEx(process, reinterpret_cast<const void*>(end), &pages, sizeof(pages)) != 0 &&
+           reinterpret_cast<AddressSlot>(pages.AllocationBase) == base)
+    {
+        end += pages.RegionSize;
+    }
+    return {base, static_cast<uint32_t>(end - base)};
+}
+
 std::vector<uint8_t> HostProcess::Read(AddressSlot address, size_t size) const
 {
     std::vector<uint8_t> bytes(size);

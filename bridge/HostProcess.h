@@ -33,6 +33,16 @@ public:
     /// Where the process's executable is loaded, as the OS lists its modules. 0 on failure.
     AddressSlot ExecutableBase() const;
 
+    /// The image that an address lies in.
+    struct Image
+    {
+        AddressSlot base;
+        uint32_t size; ///< bytes
+    };
+
+    /// All zero if the address lies in none.
+    Image ImageAt(AddressSlot address) const;
+
     /// Reads memory past the Agent. Empty if not all of it can be read.
     std::vector<uint8_t> Read(AddressSlot address, size_t size) const;
 

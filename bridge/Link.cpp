@@ -302,9 +302,9 @@ Message Link::Receive(uint32_t milliseconds)
     return state->Take(milliseconds, [](const Message&) { return true; });
 }
 
-Message Link::ReceiveOneOf(std::initializer_list<BlobType> types, uint32_t milliseconds)
+Message Link::ReceiveOneOf(const std::vector<BlobType>& types, uint32_t milliseconds)
 {
-    return state->Take(milliseconds, [types](const Message& message) {
+    return state->Take(milliseconds, [&types](const Message& message) {
         return std::find(types.begin(), types.end(), message.Type()) != types.end();
     });
 }

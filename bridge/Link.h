@@ -6,8 +6,8 @@
 #include "bridge/Message.h"
 
 #include <functional>
-#include <initializer_list>
 #include <memory>
+#include <vector>
 
 namespace Torvane::Bridge
 {
@@ -53,7 +53,7 @@ public:
     Message Receive(uint32_t milliseconds);
 
     /// Takes the first Blob that is of one of these types out of the inbox and leaves all others there.
-    Message ReceiveOneOf(std::initializer_list<BlobType> types, uint32_t milliseconds);
+    Message ReceiveOneOf(const std::vector<BlobType>& types, uint32_t milliseconds);
 
     /// As `ReceiveOneOf`, for one type whose fixed part is `Record`. Also empty for a Blob that is too short.
     template<typename Record>

@@ -111,7 +111,6 @@ private:
     bool LoadAndInstall(uint32_t number, HeldThreads& threads);
     Received<PatchLoadedBlob> Load(const PatchOrder& order, HeldThreads& threads);
     bool Route(AddressSlot from, AddressSlot to, HeldThreads& threads);
-    bool ObeyedWhileHeld(HeldThreads& threads);
     bool CallTable(uint32_t kind, const char* name, uint32_t number);
 
     ReloadFiles files;
@@ -234,9 +233,9 @@ bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
     {
         return false;
     }
+    threads.Hold(); // those of a synchronized host, and those that the watchdog has asked for
     if (!order.watchdog)
     {
-        threads.Hold();
         Report(".. " + std::to_string(threads.Count()) + " threads held");
     }
 
@@ -244,35 +243,22 @@ bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
     const AddressSlot to = loaded->base + patch.FindExport(changedFunction);
     return CallTable(beforeReloadKind, beforeReloadHooksName, number) && Route(from, to, threads) &&
            SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
-           CallTable(afterReloadKind, afterReloadHooksName, number) && ObeyedWhileHeld(threads);
+           CallTable(afterReloadKind, afterReloadHooksName, number) &&
+           WaitUntilObeyedWhileHeld(link, threads, limit);
 }
 
-/// Orders the load and serves the Agent's watchdog until its outcome is there.
+/// Orders the load and waits for its outcome.
 Received<PatchLoadedBlob> Reloader::Load(const PatchOrder& order, HeldThreads& threads)
 {
     SendLoadPatch(link, order);
-    for (;;)
+    const Message answer =
+        ReceiveWhileHeld(link, threads, {BlobType::PatchLoaded, BlobType::LogNarrow}, limit);
+    if (!answer || answer.Type() != BlobType::PatchLoaded)
     {
-        const Message message = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow,
-                                                   BlobType::ResumeHeldThreads, BlobType::SuspendHeldThreads},
-                                                  limit);
-        switch (message ? message.Type() : BlobType::LogNarrow)
-        {
-        case BlobType::PatchLoaded:
-            return Received<PatchLoadedBlob>(message);
-        case BlobType::ResumeHeldThreads:
-            threads.Resume();
-            Report(".. the load waits for a held thread: all go on");
-            break;
-        case BlobType::SuspendHeldThreads:
-            threads.Hold();
-            Report(".. threads held again");
-            break;
-        default:
-            Report("!! the patch was not loaded");
-            return {};
-        }
+        Report("!! the patch was not loaded");
+        return {};
     }
+    return Received<PatchLoadedBlob>(answer);
 }
 
 /// Writes a jump over the first bytes of the old function, where no held thread may stand.
@@ -309,23 +295,6 @@ bool Reloader::CallTable(uint32_t kind, const char* name, uint32_t number)
     arguments.number = number;
     const AddressSlot first = moduleBase + offset;
     return SendCallHooks(link, kind, first, first + hookCount * sizeof(uint32_t), arguments);
-}
-
-/// An entry point or a hook can need what a held thread owns, the heap's lock perhaps. Then a moment of freedom helps.
-bool Reloader::ObeyedWhileHeld(HeldThreads& threads)
-{
-    constexpr uint32_t tryTime = 1000; // milliseconds
-    for (uint32_t waited = 0; waited < limit; waited += tryTime)
-    {
-        if (WaitUntilObeyed(link, tryTime))
-        {
-            return true;
-        }
-        Report(".. the Agent waits for a held thread: all go on for a moment");
-        threads.Resume();
-        threads.Hold();
-    }
-    return false;
 }
 
 int RunLiveReload(uint32_t hostProcessId)

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <process.h>
+#include <string.h>
 
 namespace
 {
@@ -36,10 +37,19 @@ private:
     Channel& channel;
 };
 
-/// Nobody is left behind: this process ends soon after its host, whatever it waits for.
+/// Nobody is left behind: this process ends soon after its host, whatever it waits for. A host whose own time limit
+/// doesn't end it, since its threads are held, is ended from here.
 unsigned __stdcall EndWithHost(void* host)
 {
-    WaitForSingleObject(host, INFINITE);
+    uint64_t limit = 60; // for a host that starts its Agent past the harness
+    std::vector<uint8_t> data;
+    Channel channel(Torvane::Bridge::HostProcessIdFromCommandLine());
+    if (channel.Find(timeLimitName, data) && data.size() == sizeof(limit))
+    {
+        memcpy(&limit, data.data(), sizeof(limit));
+    }
+    WaitForSingleObject(host, static_cast<DWORD>(limit * 1000) + graceAfterHost);
+    TerminateProcess(host, orphanExitCode);
     Sleep(graceAfterHost);
     TerminateProcess(GetCurrentProcess(), orphanExitCode);
     return 0;
@@ -69,7 +79,7 @@ int main()
 {
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     const uint32_t hostProcessId = Torvane::Bridge::HostProcessIdFromCommandLine();
-    const HANDLE host = OpenProcess(SYNCHRONIZE, FALSE, hostProcessId);
+    const HANDLE host = OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE, FALSE, hostProcessId);
     _beginthreadex(nullptr, 0, &EndWithHost, host, 0, nullptr);
 
     Channel channel(hostProcessId);

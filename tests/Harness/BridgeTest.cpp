@@ -1,5 +1,6 @@
 #include "tests/Harness/BridgeTest.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <windows.h>
@@ -20,8 +21,19 @@ bool BridgeTest::Connect()
 
 void BridgeTest::StayUntilAgentGoes()
 {
+    StayUntilAgentGoes(link);
+}
+
+void BridgeTest::StayUntilAgentGoes(Bridge::Link& other)
+{
     channel.SetState(BridgeState::Staying);
-    EXPECT_TRUE(link.WaitUntilClosed(patience)) << "The Agent hasn't closed its pipes.";
+    EXPECT_TRUE(other.WaitUntilClosed(patience)) << "The Agent hasn't closed its pipes.";
+}
+
+void BridgeTest::Die()
+{
+    TerminateProcess(GetCurrentProcess(), 0);
+    abort();
 }
 
 void BridgeTest::Publish(const std::string& name, uint64_t value)
@@ -60,11 +72,17 @@ uint64_t BridgeTest::AwaitNumber(const std::string& name)
     return value;
 }
 
-std::wstring BridgeTest::AwaitText(const std::string& name)
+std::vector<uint8_t> BridgeTest::AwaitBytes(const std::string& name)
 {
     EXPECT_TRUE(Await(name)) << "The host half hasn't published \"" << name << "\".";
     std::vector<uint8_t> data;
     channel.Find(name, data);
+    return data;
+}
+
+std::wstring BridgeTest::AwaitText(const std::string& name)
+{
+    const std::vector<uint8_t> data = AwaitBytes(name);
     return std::wstring(reinterpret_cast<const wchar_t*>(data.data()), data.size() / sizeof(wchar_t));
 }
 } // namespace Torvane::Testing

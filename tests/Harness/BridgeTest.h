@@ -10,6 +10,7 @@
 
 #include <stdint.h>
 #include <string>
+#include <vector>
 
 namespace Torvane::Testing
 {
@@ -34,6 +35,12 @@ protected:
     /// All is checked: stays connected until the Agent closes its pipes. The host half may end meanwhile.
     void StayUntilAgentGoes();
 
+    /// The same for another link than `link`.
+    void StayUntilAgentGoes(Bridge::Link& other);
+
+    /// The Bridge's process is ended at once, as by a crash: no handle is closed by anybody but the OS.
+    [[noreturn]] void Die();
+
     // Talking with the host half; as in `HostTest`.
 
     void Publish(const std::string& name, uint64_t value);
@@ -41,6 +48,7 @@ protected:
     bool Await(const std::string& name, uint32_t milliseconds = Testing::patience);
     uint64_t AwaitNumber(const std::string& name);
     std::wstring AwaitText(const std::string& name);
+    std::vector<uint8_t> AwaitBytes(const std::string& name);
 
 private:
     Channel channel{link.HostProcessId()};

@@ -13,6 +13,9 @@ namespace Torvane::Testing
 /// How long a condition may take to come true, in milliseconds. Generous: it only passes when a test fails.
 constexpr uint32_t patience = 30000;
 
+/// What the host half publishes first: how many seconds its test may take.
+constexpr char timeLimitName[] = "time limit";
+
 /// How far the Bridge half is.
 enum class BridgeState : uint32_t
 {

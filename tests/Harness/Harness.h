@@ -38,7 +38,8 @@
 ///
 ///     #endif
 ///
-/// `HostTest.h` and `BridgeTest.h` tell what either half can use; `Channel.h` what passes between them.
+/// `HostTest.h` and `BridgeTest.h` tell what either half can use (and `LinkTest.h`, for tests that break the link);
+/// `Channel.h` what passes between them.
 ///
 /// - Each test runs in a process of its own: a process holds one Agent in its life. CTest starts one for each test;
 ///   a run of several tests by hand starts a child for each.
@@ -49,15 +50,20 @@
 
 #if TORVANE_HOST_HALF
 #include "tests/Harness/HostTest.h"
+#include "tests/Harness/LinkTest.h"
 #else
 #include "tests/Harness/BridgeTest.h"
+#include "tests/Harness/RawPipe.h"
 #endif
 
 #if TORVANE_HOST_HALF
 
 /// The host half of a test; a member function of a class derived from `HostTest`.
-#define HOST_TEST(Suite, Name)                                                                       \
-    class Suite##_##Name##_Host : public ::Torvane::Testing::HostTest                                \
+#define HOST_TEST(Suite, Name) HOST_TEST_OF(::Torvane::Testing::HostTest, Suite, Name)
+
+/// The same for a base of the test's own, which is derived from `HostTest`.
+#define HOST_TEST_OF(Base, Suite, Name)                                                              \
+    class Suite##_##Name##_Host : public Base                                                        \
     {                                                                                                \
         void HostHalf() override;                                                                    \
     };                                                                                               \

@@ -172,6 +172,7 @@ void HostTest::ExpectNoBridge()
 
 void HostTest::SetTimeLimit(uint32_t seconds)
 {
+    timeLimit = seconds;
     StartTimeLimit(seconds, CurrentTestName());
 }
 
@@ -193,6 +194,7 @@ const AgentLibrary& HostTest::Library()
 
 void HostTest::PrepareStart()
 {
+    Publish(timeLimitName, uint64_t{timeLimit});
     SetEnvironmentVariableA("TORVANE_BRIDGE_SCENARIO", scenario.c_str());
     if (bridgeExpected)
     {
@@ -274,6 +276,11 @@ void HostTest::Publish(const std::string& name, const void* address)
 void HostTest::PublishText(const std::string& name, const std::wstring& text)
 {
     channel.Publish(name, text.data(), text.size() * sizeof(wchar_t));
+}
+
+void HostTest::PublishBytes(const std::string& name, const std::vector<uint8_t>& bytes)
+{
+    channel.Publish(name, bytes.data(), bytes.size());
 }
 
 void HostTest::Signal(const std::string& name)

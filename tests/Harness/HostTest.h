@@ -52,7 +52,11 @@ protected:
                                                  const TvnProjectPreferences* projectPreferences = nullptr,
                                                  const TvnLogFilter* logFilter = nullptr);
 
-    /// To be called when the test has called a startup function itself, so that the end of the test shuts down.
+    /// For a test that calls a startup function itself: all that comes before that call. The end of the test shuts
+    /// the Agent down then.
+    void PrepareStart();
+
+    /// The second half of `PrepareStart` alone: the end of the test shuts the Agent down.
     void MarkStarted();
 
     /// Registers a connection callback, at the first call, and waits until it has been called. \return the status
@@ -71,6 +75,7 @@ protected:
     void Publish(const std::string& name, uint64_t value);
     void Publish(const std::string& name, const void* address);
     void PublishText(const std::string& name, const std::wstring& text);
+    void PublishBytes(const std::string& name, const std::vector<uint8_t>& bytes);
 
     /// Publishes a name without a value.
     void Signal(const std::string& name);
@@ -123,7 +128,6 @@ private:
     void TestBody() final;
     void RunInThisProcess();
     void RunInChild();
-    void PrepareStart();
     bool HasBridgeGone();
     void ReportBridge();
     static uint64_t Now();
@@ -136,6 +140,7 @@ private:
     std::wstring agentFolder;
     std::string scenario;
     void* bridgeProcess = nullptr;
+    uint32_t timeLimit = 0; // seconds
     bool bridgeExpected = true;
     bool started = false;
     bool leftRunning = false;

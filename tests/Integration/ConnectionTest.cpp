@@ -152,6 +152,8 @@ HOST_TEST(Connection, RefusesABridgeOfAnotherVersion)
 HOST_TEST(Connection, FailsWithoutAnErrorLineWhenTheBridgeGoesBeforeItsVersion)
 {
     StartDefaultAgent();
+    EXPECT_TRUE(WaitForLog("Pipes connected"));
+    Signal("connected");
     EXPECT_EQ(ConnectionFailed, WaitForConnection());
     EXPECT_TRUE(WaitForLog("Thread 'Torvane receiver' exited with result 8"));
     EXPECT_EQ(0u, CountInLog("Failed to receive blob header from bridge"));
@@ -181,6 +183,7 @@ HOST_TEST(Connection, EndsWithABlobThatIsNotForTheAgent)
 HOST_TEST(Connection, ShutdownRightAfterStartupWaitsForTheAttemptAndSucceeds)
 {
     UseScenario("Obedient");
+    ExpectNoBridge(); // it can find its pipes closed already
     StartDefaultAgent();
     Shutdown();
     ExpectLogOrder({"API TvnShutdown", "Shutting down agent-bridge communication",
@@ -233,6 +236,7 @@ BRIDGE_SCENARIO(Connection, RefusesABridgeOfAnotherVersion)
 BRIDGE_SCENARIO(Connection, FailsWithoutAnErrorLineWhenTheBridgeGoesBeforeItsVersion)
 {
     ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(Await("connected"));
     link.Close();
 }
 

@@ -1,8 +1,8 @@
 /// \file
 /// A library whose entry point takes as long as the host of the test wants.
 ///
-/// Environment variables: `TORVANE_TEST_LOAD_TIME`, in milliseconds, and `TORVANE_TEST_LOAD_FAILS`, which refuses
-/// the load afterwards if it is "1".
+/// Environment variables: `TORVANE_TEST_LOAD_TIME`, in milliseconds; `TORVANE_TEST_LOAD_FAILS`, which refuses the
+/// load afterwards if it is "1"; `TORVANE_TEST_LOAD_WORD`, the address of a word that is 1 meanwhile, and 2 then.
 
 #include <stdlib.h>
 
@@ -24,6 +24,11 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*)
     {
         return TRUE;
     }
+    volatile DWORD none = 0;
+    const DWORD address = NumberOf("TORVANE_TEST_LOAD_WORD");
+    volatile DWORD& word = address == 0 ? none : *reinterpret_cast<volatile DWORD*>(address);
+    word = 1;
     Sleep(NumberOf("TORVANE_TEST_LOAD_TIME"));
+    word = 2;
     return NumberOf("TORVANE_TEST_LOAD_FAILS") == 0;
 }

@@ -1,0 +1,76 @@
+#include "bridge/HeldWaits.h"
+
+#include "bridge/Orders.h"
+
+#include <algorithm>
+
+#include <windows.h>
+
+namespace Torvane::Bridge
+{
+namespace
+{
+constexpr uint32_t quietTime = 1000;     // milliseconds without a Blob that count as a standstill
+constexpr uint32_t momentOfFreedom = 20; // milliseconds
+constexpr uint64_t token = 0x48454C4450415453;
+
+void LetRunForAMoment(HeldThreads& threads)
+{
+    if (threads.Count() == 0)
+    {
+        return; // they run already: the watchdog has asked for it
+    }
+    threads.Resume();
+    Sleep(momentOfFreedom);
+    threads.Hold();
+}
+} // namespace
+
+Message ReceiveWhileHeld(Link& link, HeldThreads& threads, std::vector<BlobType> types, uint32_t milliseconds)
+{
+    // All in one look, so that they are obeyed in the order in which they were sent.
+    types.push_back(BlobType::ResumeHeldThreads);
+    types.push_back(BlobType::SuspendHeldThreads);
+    const double end = link.Now() + milliseconds / 1000.0;
+    while (link.Now() < end)
+    {
+        const Message message = link.ReceiveOneOf(types, std::min(quietTime, milliseconds));
+        if (!message)
+        {
+            LetRunForAMoment(threads);
+        }
+        else if (message.Type() == BlobType::ResumeHeldThreads)
+        {
+            threads.Resume();
+        }
+        else if (message.Type() == BlobType::SuspendHeldThreads)
+        {
+            threads.Hold();
+        }
+        else
+        {
+            return message;
+        }
+    }
+    return {};
+}
+
+bool WaitUntilObeyedWhileHeld(Link& link, HeldThreads& threads, uint32_t milliseconds)
+{
+    if (!SendEchoRequest(link, token))
+    {
+        return false;
+    }
+    const double end = link.Now() + milliseconds / 1000.0;
+    while (link.Now() < end)
+    {
+        const Received<EchoReplyBlob> reply(
+            ReceiveWhileHeld(link, threads, {BlobType::EchoReply}, milliseconds));
+        if (reply && reply->token == token)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+} // namespace Torvane::Bridge

@@ -1,0 +1,47 @@
+#pragma once
+
+/// \file
+/// One pipe to an Agent of which nothing is read before it is asked for; each object belongs to one thread.
+
+#include <stddef.h>
+#include <stdint.h>
+#include <vector>
+
+namespace Torvane::Testing
+{
+/// For Bridge halves that keep the Agent waiting, or that care for the pipe's messages. A `Bridge::Link` reads all
+/// the time.
+class RawPipe
+{
+public:
+    /// Opens "TVN_Agent" or "TVN_Bridge" of that host as soon as it is there, within the limit `patience`.
+    RawPipe(const wchar_t* name, uint32_t hostProcessId);
+    ~RawPipe();
+    RawPipe(const RawPipe&) = delete;
+    RawPipe& operator=(const RawPipe&) = delete;
+
+    /// Whether it could be opened.
+    explicit operator bool() const;
+
+    /// Exactly that many bytes; fewer if the pipe ends before. Waits without a limit of its own.
+    std::vector<uint8_t> Read(size_t size);
+
+    /// A whole Blob with its header; empty if the pipe ends before.
+    std::vector<uint8_t> ReadBlob();
+
+    /// What one read gives, with room for `size` bytes: a whole message if that is enough. Empty on failure.
+    std::vector<uint8_t> ReadMessage(size_t size);
+
+    /// Writes one message, which may be empty.
+    bool Write(const std::vector<uint8_t>& message);
+
+    /// Waits until at least that many bytes could be read, those included in whose writing the Agent still is.
+    /// \return false after the limit `patience`.
+    bool WaitForBytes(size_t size) const;
+
+    void Close();
+
+private:
+    void* pipe;
+};
+} // namespace Torvane::Testing

@@ -1,0 +1,45 @@
+#pragma once
+
+/// \file
+/// Holds an Agent of this process up before it spawns its Bridge; for the thread that runs the test.
+
+#include <string>
+
+#include <windows.h>
+
+namespace Torvane::Testing
+{
+/// Owns the mutex of the shared memory into which the receiver thread first puts the project preferences. To be made
+/// before the Agent is started.
+class StartupGate
+{
+public:
+    StartupGate()
+        : mutex(CreateMutexW(nullptr, TRUE,
+                             (L"TVN_AgentBridge_Mutex_" + std::to_wstring(GetCurrentProcessId())).c_str()))
+    {
+    }
+
+    /// Lets the Agent go on, at the latest.
+    ~StartupGate()
+    {
+        Open();
+    }
+    StartupGate(const StartupGate&) = delete;
+    StartupGate& operator=(const StartupGate&) = delete;
+
+    /// Lets the Agent go on.
+    void Open()
+    {
+        if (mutex != nullptr)
+        {
+            ReleaseMutex(mutex);
+            CloseHandle(mutex);
+            mutex = nullptr;
+        }
+    }
+
+private:
+    HANDLE mutex;
+};
+} // namespace Torvane::Testing

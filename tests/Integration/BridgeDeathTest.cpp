@@ -1,0 +1,335 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// A Bridge whose process ends, seen by the Agent as the reader: at every boundary of what it sends. The host goes
+// on each time and shuts down.
+
+#if TORVANE_HOST_HALF
+
+namespace
+{
+class BridgeDeathTest : public LinkTest
+{
+protected:
+    /// The receiver ends and tells nothing more than the status, the host goes on, and its next call ends the
+    /// sender. It shuts down.
+    void ExpectDeath(TvnConnectionStatus status, uint32_t receiverResult)
+    {
+        ExpectStatus(status);
+        ExpectReceiverEnd(receiverResult);
+        ExpectHostGoesOnAndShutsDown();
+        ExpectSenderEnd(7);
+        ExpectErrorLines({});
+        ExpectStatus(status);
+    }
+};
+} // namespace
+
+#define BRIDGE_DEATH(Name) HOST_TEST_OF(BridgeDeathTest, BridgeDeath, Name)
+
+BRIDGE_DEATH(BeforeConnecting)
+{
+    UseOwnAgentFolder();
+    StartWatchedAgent();
+    ExpectStatus(ConnectionFailed);
+    ExpectReceiverEnd(11);
+    ExpectErrorLines({"Failed to wait for sender pipe", "Failed to wait for receiver pipe"});
+    EXPECT_EQ(2u, CountInLog("ConnectNamedPipe failed."));
+    ExpectHostGoesOnAndShutsDown();
+    ExpectSenderEnd(3);
+    EXPECT_EQ(0u, CountInLog("Sender thread ready"));
+    ExpectErrorLines({"Failed to wait for sender pipe", "Failed to wait for receiver pipe",
+                      "Failed to send Version blob"});
+}
+
+BRIDGE_DEATH(BetweenTheTwoPipes)
+{
+    UseOwnAgentFolder();
+    StartWatchedAgent();
+    WaitForFirstPipe();
+    Signal("first pipe connected");
+    ExpectStatus(ConnectionFailed);
+    ExpectReceiverEnd(11);
+    ExpectErrorLines({"Failed to wait for receiver pipe"});
+    ExpectHostGoesOnAndShutsDown();
+    ExpectSenderEnd(3);
+    ExpectErrorLines({"Failed to wait for receiver pipe", "Failed to send Version blob"});
+}
+
+BRIDGE_DEATH(WithTheSecondPipeAlone)
+{
+    UseOwnAgentFolder();
+    StartWatchedAgent();
+    ExpectStatus(ConnectionFailed);
+    ExpectReceiverEnd(11);
+    ExpectErrorLines({"Failed to wait for sender pipe"});
+    Signal("failed");
+    ExpectHostGoesOnAndShutsDown();
+    ExpectSenderEnd(3);
+    ExpectErrorLines({"Failed to wait for sender pipe", "Failed to send Version blob"});
+}
+
+// All of these end before a whole `Version` was read.
+
+BRIDGE_DEATH(BeforeItsVersion)
+{
+    StartWatchedAgent();
+    EXPECT_TRUE(WaitForLog("Sender thread ready"));
+    Signal("connected");
+    ExpectDeath(ConnectionFailed, 8);
+}
+
+BRIDGE_DEATH(WithinTheHeaderOfItsVersion)
+{
+    StartWatchedAgent();
+    ExpectDeath(ConnectionFailed, 8);
+}
+
+BRIDGE_DEATH(BetweenHeaderAndPayloadOfItsVersion)
+{
+    StartWatchedAgent();
+    ExpectDeath(ConnectionFailed, 9);
+}
+
+BRIDGE_DEATH(WithinThePayloadOfItsVersion)
+{
+    StartWatchedAgent();
+    ExpectDeath(ConnectionFailed, 9);
+}
+
+// A connection that has succeeded is lost without a report.
+
+BRIDGE_DEATH(RightAfterItsVersion)
+{
+    StartWatchedAgent();
+    ExpectStatus(ConnectionSucceeded);
+    Signal("connected");
+    ExpectDeath(ConnectionSucceeded, 8);
+}
+
+BRIDGE_DEATH(WithinTheHeaderOfAnOrder)
+{
+    StartWatchedAgent();
+    ExpectDeath(ConnectionSucceeded, 8);
+}
+
+BRIDGE_DEATH(BetweenHeaderAndPayloadOfAnOrder)
+{
+    StartWatchedAgent();
+    ExpectDeath(ConnectionSucceeded, 9);
+    EXPECT_EQ(0u, CountInLog("Processing Blob::LogNarrow")) << "Half an order isn't obeyed.";
+}
+
+BRIDGE_DEATH(WithinThePayloadOfAnOrder)
+{
+    StartWatchedAgent();
+    ExpectDeath(ConnectionSucceeded, 9);
+    EXPECT_EQ(1u, CountInLog("Processing Blob::LogNarrow")) << "The order before it was whole.";
+}
+
+BRIDGE_DEATH(BehindOrdersThatAreStillObeyed)
+{
+    static uint32_t numbers[200];
+    Publish("numbers", numbers);
+    StartWatchedAgent();
+    ExpectDeath(ConnectionSucceeded, 8);
+    for (uint32_t i = 0; i < 200; ++i)
+    {
+        EXPECT_EQ(i + 1, numbers[i]);
+    }
+}
+
+BRIDGE_DEATH(BeforeItTakesAReply)
+{
+    static uint32_t number = 1;
+    Publish("number", &number);
+    StartWatchedAgent();
+    ExpectDeath(ConnectionSucceeded, 8);
+    EXPECT_EQ(1u, CountInLog("Processing Blob::ReadMemory"));
+}
+
+// The two directions are independent of each other.
+
+BRIDGE_DEATH(OfTheBridgePipeAloneLeavesTheSenderAtWork)
+{
+    TvnDefaultAgent& agent = StartWatchedAgent();
+    ExpectStatus(ConnectionSucceeded);
+    ExpectReceiverEnd(8);
+    agent.TvnLogMessageANSI("still here");
+    EXPECT_TRUE(Await("taken"));
+    ExpectErrorLines({});
+}
+
+BRIDGE_DEATH(OfTheAgentPipeAloneLeavesTheReceiverAtWork)
+{
+    static volatile uint32_t number = 0;
+    Publish("number", const_cast<const uint32_t*>(&number));
+    TvnDefaultAgent& agent = StartWatchedAgent();
+    ExpectStatus(ConnectionSucceeded);
+    EXPECT_TRUE(Await("agent pipe closed"));
+    agent.TvnLogMessageANSI("lost");
+    ExpectSenderEnd(7);
+    ExpectErrorLines({});
+    Signal("sender ended");
+    EXPECT_TRUE(WaitUntil([] { return number == 7; })) << "Orders are obeyed without a sender.";
+    Signal("obeyed");
+    ExpectReceiverEnd(8);
+    ExpectHostGoesOnAndShutsDown();
+}
+
+#else
+
+namespace
+{
+const std::vector<uint8_t> wholeVersion = {10, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0, '2', '.', '4', '.', '0', 0};
+
+std::vector<uint8_t> FirstBytes(const std::vector<uint8_t>& bytes, size_t count)
+{
+    return std::vector<uint8_t>(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(count));
+}
+
+std::vector<uint8_t> WholeOrder()
+{
+    BlobWriter<LogBlob> order;
+    order.Text(&LogBlob::text, std::string("to the debugger"));
+    return order.Finish(BlobType::LogNarrow);
+}
+
+void SendNumber(Link& link, uint64_t address, uint32_t number)
+{
+    std::vector<uint8_t> bytes(sizeof(number));
+    memcpy(bytes.data(), &number, sizeof(number));
+    EXPECT_TRUE(SendWriteMemory(link, {address}, bytes));
+}
+} // namespace
+
+BRIDGE_SCENARIO(BridgeDeath, BeforeConnecting)
+{
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, BetweenTheTwoPipes)
+{
+    EXPECT_TRUE(link.ConnectAgentPipe(patience));
+    EXPECT_TRUE(Await("first pipe connected"));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, WithTheSecondPipeAlone)
+{
+    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(Await("failed"));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, BeforeItsVersion)
+{
+    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(Await("connected"));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, WithinTheHeaderOfItsVersion)
+{
+    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 4)));
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience)) << "The Agent has begun to read.";
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, BetweenHeaderAndPayloadOfItsVersion)
+{
+    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 8)));
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfItsVersion)
+{
+    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, wholeVersion.size() - 1)));
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, RightAfterItsVersion)
+{
+    EXPECT_TRUE(Connect());
+    EXPECT_TRUE(Await("connected"));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, WithinTheHeaderOfAnOrder)
+{
+    EXPECT_TRUE(Connect());
+    EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 7)));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, BetweenHeaderAndPayloadOfAnOrder)
+{
+    EXPECT_TRUE(Connect());
+    EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 8)));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfAnOrder)
+{
+    EXPECT_TRUE(Connect());
+    EXPECT_TRUE(link.Send(WholeOrder()));
+    EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 20)));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, BehindOrdersThatAreStillObeyed)
+{
+    EXPECT_TRUE(Connect());
+    const uint64_t numbers = AwaitNumber("numbers");
+    for (uint32_t i = 0; i < 200; ++i)
+    {
+        SendNumber(link, numbers + i * sizeof(uint32_t), i + 1);
+    }
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, BeforeItTakesAReply)
+{
+    EXPECT_TRUE(Connect());
+    EXPECT_TRUE(SendReadMemory(link, sizeof(uint32_t), {AwaitNumber("number")}, 1));
+    Die();
+}
+
+BRIDGE_SCENARIO(BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
+{
+    // A link of its own reads the agent pipe, so that the other pipe's can be closed alone.
+    Link reader(link.HostProcessId());
+    EXPECT_TRUE(reader.ConnectAgentPipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(SendVersion(link));
+    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(patience));
+    link.Close();
+    const auto log = reader.Expect<LogBlob>(patience, BlobType::LogNarrow);
+    ASSERT_TRUE(log);
+    EXPECT_EQ("still here", log.NarrowText(log->text));
+    Signal("taken");
+    StayUntilAgentGoes(reader);
+}
+
+BRIDGE_SCENARIO(BridgeDeath, OfTheAgentPipeAloneLeavesTheReceiverAtWork)
+{
+    Link reader(link.HostProcessId());
+    EXPECT_TRUE(reader.ConnectAgentPipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(SendVersion(link));
+    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(patience));
+    reader.Close();
+    Signal("agent pipe closed");
+    EXPECT_TRUE(Await("sender ended"));
+    SendNumber(link, AwaitNumber("number"), 7);
+    EXPECT_TRUE(Await("obeyed"));
+    Die();
+}
+
+#endif

@@ -1,0 +1,488 @@
+#include "tests/Harness/Harness.h"
+#include "tests/Harness/TestThread.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+// Reloads while the host's threads are held at bad moments. The Bridge holds them for real, from its own process.
+//
+// A thread is caught at an exact place by a gate: a few instructions between the Agent and a function of the OS that
+// it imports, where threads wait while the Bridge has the gate closed. What the host half does while its threads are
+// held, it does before or after: it is held too.
+
+namespace
+{
+/// Words of the host that both halves look at.
+struct Words
+{
+    volatile uint32_t stop;   ///< the host's threads end
+    volatile uint32_t inside; ///< 1 while a thread is where the test wants it
+    volatile uint32_t closed; ///< the gate
+    volatile uint32_t old;    ///< what a reload of these tests overwrites, with the number of the reload
+};
+} // namespace
+
+#if TORVANE_HOST_HALF
+
+extern "C"
+{
+    Words words;
+    void* behindTheGate;
+    void Gate();
+}
+
+// Compares and jumps, touching neither stack nor registers, so that the function behind it finds its caller's state.
+asm(R"(
+    .globl _Gate
+_Gate:
+    pause
+    cmpl $0, _words + 8
+    jne _Gate
+    jmpl *_behindTheGate
+)");
+static_assert(offsetof(Words, closed) == 8);
+
+namespace
+{
+/// Where an image keeps the address of a function that it imports. Null if it doesn't import it.
+void** FindImport(void* module, const char* name)
+{
+    auto* base = static_cast<uint8_t*>(module);
+    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+    const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+    const IMAGE_DATA_DIRECTORY& directory =
+        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    const auto* library = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
+    for (; library->Name != 0; ++library)
+    {
+        const auto* names = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + library->OriginalFirstThunk);
+        auto* addresses = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->FirstThunk);
+        for (; names->u1.AddressOfData != 0; ++names, ++addresses)
+        {
+            const auto* import =
+                reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
+            if (!IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal) && strcmp(import->Name, name) == 0)
+            {
+                return reinterpret_cast<void**>(&addresses->u1.Function);
+            }
+        }
+    }
+    return nullptr;
+}
+
+class HeldThreadsHost : public HostTest
+{
+protected:
+    TvnDefaultAgent& Start()
+    {
+        Publish("words", &words);
+        Publish("agent", Library().Module());
+        PublishText("patch", ExecutableFolder() + L"\\images\\SlowLoad.dll");
+        TvnDefaultAgent& agent = StartDefaultAgent();
+        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        return agent;
+    }
+
+    /// Puts the gate between the Agent and a function that it imports.
+    void PutGateBefore(const char* import)
+    {
+        void** place = FindImport(Library().Module(), import);
+        ASSERT_NE(nullptr, place) << import;
+        behindTheGate = *place;
+        DWORD before = 0;
+        ASSERT_TRUE(VirtualProtect(place, sizeof(*place), PAGE_READWRITE, &before));
+        *place = reinterpret_cast<void*>(&Gate);
+        VirtualProtect(place, sizeof(*place), before, &before);
+        Publish("gate", reinterpret_cast<const void*>(&Gate));
+    }
+
+    /// Threads that do something again and again until the Bridge half has set `stop`.
+    void RunUntilStopped(uint32_t count, const std::function<void()>& action)
+    {
+        std::vector<std::unique_ptr<TestThread>> threads;
+        for (uint32_t i = 0; i < count; ++i)
+        {
+            threads.push_back(std::make_unique<TestThread>([action] {
+                while (words.stop == 0)
+                {
+                    action();
+                }
+            }));
+        }
+        Publish("thread", uint64_t(threads.front()->Id()));
+    }
+};
+} // namespace
+
+#define HELD_HOST(Name) HOST_TEST_OF(HeldThreadsHost, HeldThreads, Name)
+
+HELD_HOST(AThreadInTheProcessHeap)
+{
+    Start();
+    RunUntilStopped(1, [] {
+        HeapLock(GetProcessHeap());
+        words.inside = 1;
+        Sleep(50);
+        words.inside = 0;
+        HeapUnlock(GetProcessHeap());
+        Sleep(1);
+    });
+    EXPECT_LE(1u, CountInLog("Possible hang detected while loading patch code, resuming held threads"));
+}
+
+HELD_HOST(AThreadInTheProcessHeapBehindTheLoad)
+{
+    Start();
+    RunUntilStopped(1, [] {
+        HeapLock(GetProcessHeap());
+        words.inside = 1;
+        Sleep(50);
+        words.inside = 0;
+        HeapUnlock(GetProcessHeap());
+        Sleep(1);
+    });
+    ExpectLogOrder({"Possible hang detected while loading patch code, resuming held threads",
+                    "Waiting for loading to finish", "Suspending held threads"});
+}
+
+HELD_HOST(AThreadInAnotherLibrarysEntryPoint)
+{
+    const std::wstring other = ExecutableFolder() + L"\\images\\SlowLoadToo.dll";
+    SetEnvironmentVariableA("TORVANE_TEST_LOAD_WORD",
+                            std::to_string(reinterpret_cast<uintptr_t>(&words.inside)).c_str());
+    Start();
+    RunUntilStopped(1, [&] {
+        SetEnvironmentVariableA("TORVANE_TEST_LOAD_TIME", "100");
+        const HMODULE module = LoadLibraryW(other.c_str());
+        SetEnvironmentVariableA("TORVANE_TEST_LOAD_TIME", "0");
+        FreeLibrary(module);
+    });
+    EXPECT_LE(1u, CountInLog("Possible hang detected while loading patch code, resuming held threads"));
+}
+
+HELD_HOST(AThreadInALogCall)
+{
+    TvnDefaultAgent& agent = Start();
+    PutGateBefore("WriteFile");
+    RunUntilStopped(1, [&] { agent.TvnSetIntPreferences(1, 1); });
+}
+
+HELD_HOST(AThreadInAPush)
+{
+    TvnDefaultAgent& agent = Start();
+    PutGateBefore("ReleaseSRWLockExclusive");
+    RunUntilStopped(1, [&] { agent.TvnSetIntPreferences(1, 1); });
+}
+
+HELD_HOST(AThreadInAnAllocation)
+{
+    TvnDefaultAgent& agent = Start();
+    PutGateBefore("LeaveCriticalSection");
+    RunUntilStopped(1, [&] { agent.TvnSetIntPreferences(1, 1); });
+}
+
+HELD_HOST(AThreadInTheConnectionCallback)
+{
+    TvnDefaultAgent& agent = Start();
+    RunUntilStopped(1, [&] {
+        agent.TvnOnConnection(nullptr, [](void*, TvnConnectionStatus) {
+            words.inside = 1;
+            while (words.stop == 0)
+            {
+                Sleep(1);
+            }
+        });
+    });
+}
+
+HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
+{
+    SetTimeLimit(240);
+    TvnDefaultAgent& agent = Start();
+    static volatile LONG next;
+    RunUntilStopped(20, [&] {
+        const LONG number = InterlockedIncrement(&next);
+        Sleep(number % 3); // a host has other things to do as well
+        switch (number % 16)
+        {
+        case 0:
+            FreeLibrary(LoadLibraryW(L"C:\\windows\\system32\\cards.dll"));
+            break;
+        case 1:
+        case 2:
+            HeapFree(GetProcessHeap(), 0, HeapAlloc(GetProcessHeap(), 0, 1000));
+            break;
+        case 3:
+        case 4:
+            agent.TvnOnConnection(nullptr, [](void*, TvnConnectionStatus) {});
+            break;
+        case 5:
+            agent.TvnSetStringPreferences(1, std::string(200, 'x').c_str());
+            break;
+        case 6:
+            agent.TvnLogMessage(L"a message that is a bit longer than the others");
+            break;
+        default:
+            agent.TvnSetIntPreferences(1, 1);
+            break;
+        }
+    });
+    EXPECT_TRUE(Await("reloaded"));
+}
+
+#else
+
+namespace
+{
+constexpr uint32_t gateSize = 32; // bytes, at most
+
+class HeldThreadsBridge : public BridgeTest
+{
+protected:
+    ~HeldThreadsBridge() override
+    {
+        CloseHandle(memory);
+    }
+
+    bool Prepare()
+    {
+        if (!Connect())
+        {
+            return false;
+        }
+        words = AwaitNumber("words");
+        image = host.ImageAt(AwaitNumber("agent"));
+        memory = OpenProcess(PROCESS_VM_READ | PROCESS_VM_WRITE | PROCESS_VM_OPERATION, FALSE, host.Id());
+        threads = std::make_unique<HeldThreads>(host.Id(), AgentThreads(*process));
+        return image.base != 0 && memory != nullptr;
+    }
+
+    // Past the Agent
+
+    void WriteWord(AddressSlot address, uint32_t word)
+    {
+        EXPECT_TRUE(
+            WriteProcessMemory(memory, reinterpret_cast<void*>(address), &word, sizeof(word), nullptr));
+    }
+
+    uint32_t ReadWord(AddressSlot address)
+    {
+        const std::vector<uint8_t> bytes = host.Read(address, sizeof(uint32_t));
+        uint32_t word = 0;
+        EXPECT_EQ(sizeof(word), bytes.size());
+        memcpy(&word, bytes.data(), bytes.size());
+        return word;
+    }
+
+    void Stop()
+    {
+        WriteWord(words + offsetof(Words, stop), 1);
+    }
+
+    // Holding
+
+    /// Holds all threads at a moment in which `inside` is 1.
+    void HoldInside()
+    {
+        for (;;)
+        {
+            threads->Hold();
+            if (ReadWord(words + offsetof(Words, inside)) == 1)
+            {
+                return;
+            }
+            threads->Resume();
+        }
+    }
+
+    /// Holds all threads at a moment in which the host's thread stands in the gate.
+    void HoldInGate()
+    {
+        const AddressSlot gate = AwaitNumber("gate");
+        const HANDLE thread = OpenThread(THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT, FALSE,
+                                         static_cast<DWORD>(AwaitNumber("thread")));
+        ASSERT_NE(nullptr, thread);
+        WriteWord(words + offsetof(Words, closed), 1);
+        for (;;) // it comes there again and again
+        {
+            WOW64_CONTEXT context = {};
+            context.ContextFlags = WOW64_CONTEXT_CONTROL;
+            SuspendThread(thread);
+            ASSERT_TRUE(Wow64GetThreadContext(thread, &context));
+            if (context.Eip >= gate && context.Eip < gate + gateSize)
+            {
+                break;
+            }
+            ResumeThread(thread);
+            Sleep(1);
+        }
+        WriteWord(words + offsetof(Words, closed), 0); // the Agent's own threads may wait there too
+        threads->Hold();
+        ResumeThread(thread); // `threads` holds it as well
+        CloseHandle(thread);
+    }
+
+    // Reloading, with all threads held
+
+    bool OrderLoad()
+    {
+        PatchOrder order;
+        order.path = AwaitText("patch");
+        order.watchdog = true;
+        return SendLoadPatch(link, order);
+    }
+
+    /// A whole reload with care. The threads are held when it begins and run when it has ended.
+    void Reload(uint32_t number)
+    {
+        ASSERT_TRUE(OrderLoad());
+        const Received<PatchLoadedBlob> loaded(
+            ReceiveWhileHeld(link, *threads, {BlobType::PatchLoaded}, patience));
+        ASSERT_TRUE(loaded);
+        threads->Hold(); // the watchdog may have asked for them, and they may have come into the Agent again
+        threads->LetLeave(image.base, image.size);
+
+        const AddressSlot place = words + offsetof(Words, old);
+        const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&number);
+        const std::vector<uint8_t> expected(bytes, bytes + sizeof(number));
+        ASSERT_TRUE(SendSetPageProtection(link, {{place, 4, PAGE_READWRITE, 0}}));
+        ASSERT_TRUE(SendWriteMemory(link, {place}, expected));
+        ASSERT_TRUE(SendFlushInstructionCache(link));
+        ASSERT_TRUE(SendReadMemory(link, sizeof(number), {place}, number));
+        const Received<ReadMemoryResultBlob> read(
+            ReceiveWhileHeld(link, *threads, {BlobType::ReadMemoryResult}, patience));
+        ASSERT_TRUE(read);
+        EXPECT_EQ(number, read->token);
+        EXPECT_EQ(expected, read.Data(read->data, sizeof(number)));
+        ASSERT_TRUE(WaitUntilObeyedWhileHeld(link, *threads, patience));
+        threads->Resume();
+        ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
+        ASSERT_TRUE(SendFinishAfterHotReload(link));
+        ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    }
+
+    void End()
+    {
+        threads->Resume();
+        Stop();
+        StayUntilAgentGoes();
+    }
+
+    AddressSlot words = 0;
+    Bridge::HostProcess::Image image = {};
+    HANDLE memory = nullptr;
+    std::unique_ptr<HeldThreads> threads;
+};
+} // namespace
+
+#define HELD_BRIDGE(Name) BRIDGE_SCENARIO_OF(HeldThreadsBridge, HeldThreads, Name)
+
+HELD_BRIDGE(AThreadInTheProcessHeap)
+{
+    ASSERT_TRUE(Prepare());
+    HoldInside();
+    Reload(1);
+    End();
+}
+
+HELD_BRIDGE(AThreadInTheProcessHeapBehindTheLoad)
+{
+    ASSERT_TRUE(Prepare());
+    HoldInside();
+    ASSERT_TRUE(OrderLoad());
+    ASSERT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, patience)) << "The loader needs the heap.";
+    threads->Resume();
+    ASSERT_TRUE(link.ReceiveOneOf({BlobType::SuspendHeldThreads}, patience));
+    HoldInside();
+    // Without care: what is left to do behind the load needs the heap as well, and nobody watches that.
+    const bool hasCome = static_cast<bool>(link.ReceiveOneOf({BlobType::PatchLoaded}, 2000));
+    threads->Resume();
+    EXPECT_TRUE(hasCome || link.ReceiveOneOf({BlobType::PatchLoaded}, patience));
+    End();
+}
+
+HELD_BRIDGE(AThreadInAnotherLibrarysEntryPoint)
+{
+    ASSERT_TRUE(Prepare());
+    HoldInside();
+    Reload(1);
+    End();
+}
+
+HELD_BRIDGE(AThreadInALogCall)
+{
+    ASSERT_TRUE(Prepare());
+    HoldInGate();
+    // Without care: a log call owns nothing.
+    ASSERT_TRUE(SendReadMemory(link, 4, {words}, 1));
+    EXPECT_TRUE(link.Expect<ReadMemoryResultBlob>(patience));
+    Reload(1);
+    End();
+}
+
+HELD_BRIDGE(AThreadInAPush)
+{
+    ASSERT_TRUE(Prepare());
+    HoldInGate();
+    // Without care: every reply needs the queue's lock, and nobody watches that.
+    ASSERT_TRUE(SendEchoRequest(link, 1));
+    EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
+    threads->Resume();
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+
+    // With care.
+    HoldInGate();
+    EXPECT_LE(1u, threads->LetLeave(image.base, image.size));
+    ASSERT_TRUE(SendEchoRequest(link, 1));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    Reload(2);
+    End();
+}
+
+HELD_BRIDGE(AThreadInAnAllocation)
+{
+    ASSERT_TRUE(Prepare());
+    HoldInGate();
+    // Without care: a reply of the size that the thread is allocating waits for the lock of that pool.
+    ASSERT_TRUE(SendEchoRequest(link, 1));
+    EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
+    threads->Resume();
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+
+    // With care.
+    HoldInGate();
+    EXPECT_LE(1u, threads->LetLeave(image.base, image.size));
+    ASSERT_TRUE(SendEchoRequest(link, 1));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    Reload(2);
+    End();
+}
+
+HELD_BRIDGE(AThreadInTheConnectionCallback)
+{
+    ASSERT_TRUE(Prepare());
+    HoldInside();
+    // Without care: the Agent owns nothing while it calls back.
+    ASSERT_TRUE(SendEchoRequest(link, 1));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    Reload(1);
+    End();
+}
+
+HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
+{
+    ASSERT_TRUE(Prepare());
+    for (uint32_t number = 1; number <= 100 && !HasFatalFailure(); ++number)
+    {
+        threads->Hold();
+        threads->LetLeave(image.base, image.size);
+        Reload(number);
+    }
+    Signal("reloaded");
+    End();
+}
+
+#endif

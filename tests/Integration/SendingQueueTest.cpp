@@ -1,0 +1,230 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// The queue of 4096 Blobs between the host's threads and the sender.
+
+#if TORVANE_HOST_HALF
+
+#include "tests/Harness/StartupGate.h"
+#include "tests/Harness/TestThread.h"
+
+namespace
+{
+constexpr long capacity = 4096;
+constexpr DWORD longerLook = 200; // milliseconds
+
+/// A host thread that pushes numbers: (`preference`, 0), (`preference`, 1), ...
+class Producer
+{
+public:
+    Producer(const TvnDefaultAgent& usedAgent, uint32_t usedPreference, long pushes)
+        : agent(usedAgent)
+        , preference(usedPreference)
+        , count(pushes)
+        , thread(CreateThread(nullptr, 0, &Run, this, 0, nullptr))
+    {
+    }
+
+    Producer(const Producer&) = delete;
+    Producer& operator=(const Producer&) = delete;
+
+    /// How many pushes have come through.
+    long Done() const
+    {
+        return done;
+    }
+
+    bool HasEnded(DWORD milliseconds = patience) const
+    {
+        return WaitForSingleObject(thread, milliseconds) == WAIT_OBJECT_0;
+    }
+
+private:
+    static DWORD WINAPI Run(void* context)
+    {
+        Producer& self = *static_cast<Producer*>(context);
+        for (long i = 0; i < self.count; ++i)
+        {
+            self.agent.TvnSetIntPreferences(self.preference, i);
+            InterlockedIncrement(&self.done);
+        }
+        return 0;
+    }
+
+    const TvnDefaultAgent& agent;
+    uint32_t preference;
+    long count;
+    volatile long done = 0;
+    HANDLE thread;
+};
+
+class SendingQueueTest : public LinkTest
+{
+protected:
+    /// The producer has gone into one call more than the queue has room for, and doesn't come out of it.
+    void ExpectBlocked(const Producer& producer)
+    {
+        EXPECT_TRUE(WaitUntil([&] { return producer.Done() == capacity; }));
+        EXPECT_TRUE(
+            WaitUntil([&] { return CountInLog("API TvnSetIntPreferences") == size_t(capacity) + 1; }));
+        EXPECT_FALSE(producer.HasEnded(longerLook)) << "There is no room for this one.";
+        EXPECT_EQ(capacity, producer.Done());
+    }
+
+    void StartWithoutABridge()
+    {
+        RemoveBridge();
+        agent = &StartWatchedAgent();
+        ExpectStatus(ConnectionFailed);
+        ExpectReceiverEnd(10);
+    }
+
+    TvnDefaultAgent* agent = nullptr;
+};
+} // namespace
+
+#define SENDING_QUEUE(Name) HOST_TEST_OF(SendingQueueTest, SendingQueue, Name)
+
+SENDING_QUEUE(TakesAllThatItHoldsBeforeTheBridgeConnectsAndNotOneMore)
+{
+    StartupGate gate;
+    TvnDefaultAgent& started = StartWatchedAgent();
+    const Producer producer(started, 1, capacity + 1);
+    ExpectBlocked(producer);
+    EXPECT_EQ(0u, CountInLog("Spawned bridge process"));
+    gate.Open();
+    ExpectStatus(ConnectionSucceeded);
+    EXPECT_TRUE(producer.HasEnded());
+    EXPECT_EQ(capacity + 1, producer.Done());
+    EXPECT_TRUE(Await("all taken"));
+    ExpectErrorLines({});
+}
+
+SENDING_QUEUE(BlocksWhileTheBridgeDoesNotRead)
+{
+    TvnDefaultAgent& started = StartWatchedAgent();
+    ExpectStatus(ConnectionSucceeded);
+    started.TvnLogMessageANSI(std::string(0x40000, 'x').c_str());
+    EXPECT_TRUE(Await("sender blocked"));
+    const Producer producer(started, 1, capacity + 1);
+    ExpectBlocked(producer);
+    Signal("full");
+    EXPECT_TRUE(producer.HasEnded());
+    EXPECT_EQ(capacity + 1, producer.Done());
+    EXPECT_TRUE(Await("all taken"));
+    Shutdown();
+    Signal("shut down");
+}
+
+SENDING_QUEUE(KeepsTheOrderOfEachOfManyThreads)
+{
+    TvnDefaultAgent& started = StartWatchedAgent();
+    constexpr long pushes = 3000;
+    const Producer producers[] = {
+        {started, 0, pushes}, {started, 1, pushes}, {started, 2, pushes}, {started, 3, pushes}};
+    for (const Producer& producer : producers)
+    {
+        EXPECT_TRUE(producer.HasEnded());
+    }
+    EXPECT_TRUE(Await("all taken"));
+    ExpectErrorLines({});
+}
+
+SENDING_QUEUE(TakesAllThatItHoldsWithoutAConsumerAndBlocksForGood)
+{
+    StartWithoutABridge();
+    const Producer producer(*agent, 1, capacity + 1);
+    ExpectBlocked(producer);
+    LeaveAgentRunning(); // it has no room for the stop mark
+}
+
+SENDING_QUEUE(HasRoomForTheStopMarkWhenAllButOneAreTaken)
+{
+    StartWithoutABridge();
+    const Producer producer(*agent, 1, capacity - 1);
+    EXPECT_TRUE(producer.HasEnded());
+    Shutdown();
+    ExpectSenderEnd(3);
+}
+
+SENDING_QUEUE(HoldsUpAShutdownWhenItIsFullAndHasNoConsumer)
+{
+    StartWithoutABridge();
+    const Producer producer(*agent, 1, capacity);
+    EXPECT_TRUE(producer.HasEnded());
+    const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
+    LeaveAgentRunning();                                                              // half shut down
+    ExpectSenderEnd(3);
+    EXPECT_FALSE(shutdown->HasEnded(longerLook));
+    EXPECT_EQ("Thread 'Torvane sender' exited with result 3", ReadLog().back().message)
+        << "What follows the sender's end doesn't happen.";
+}
+
+#else
+
+namespace
+{
+/// Takes that many of (1, 0), (1, 1), ...
+void ExpectNumbers(Link& link, int32_t count)
+{
+    for (int32_t i = 0; i < count; ++i)
+    {
+        const Received<SetIntPreferencesBlob> blob(link.Receive(patience));
+        ASSERT_TRUE(blob);
+        ASSERT_EQ(BlobType::SetIntPreferences, blob.Type());
+        ASSERT_EQ(1u, blob->preference);
+        ASSERT_EQ(i, blob->value);
+    }
+}
+} // namespace
+
+BRIDGE_SCENARIO(SendingQueue, TakesAllThatItHoldsBeforeTheBridgeConnectsAndNotOneMore)
+{
+    ASSERT_TRUE(Connect());
+    ExpectNumbers(link, 4097);
+    Signal("all taken");
+    StayUntilAgentGoes();
+}
+
+BRIDGE_SCENARIO(SendingQueue, BlocksWhileTheBridgeDoesNotRead)
+{
+    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    ASSERT_TRUE(agentPipe);
+    ASSERT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(SendVersion(link));
+    for (int i = 0; i < 4; ++i)
+    {
+        EXPECT_FALSE(agentPipe.ReadBlob().empty());
+    }
+    ASSERT_TRUE(agentPipe.WaitForBytes(0x40000));
+    Signal("sender blocked");
+    ASSERT_TRUE(Await("full"));
+    EXPECT_EQ(8u + 8u + 0x40001u, agentPipe.ReadBlob().size());
+    for (int32_t i = 0; i < 4097; ++i)
+    {
+        const Received<SetIntPreferencesBlob> blob(Message(Direction::FromAgent, 0, agentPipe.ReadBlob()));
+        ASSERT_TRUE(blob);
+        ASSERT_EQ(i, blob->value);
+    }
+    Signal("all taken");
+    EXPECT_TRUE(Await("shut down"));
+}
+
+BRIDGE_SCENARIO(SendingQueue, KeepsTheOrderOfEachOfManyThreads)
+{
+    ASSERT_TRUE(Connect());
+    int32_t next[4] = {};
+    for (int i = 0; i < 4 * 3000; ++i)
+    {
+        const Received<SetIntPreferencesBlob> blob(link.Receive(patience));
+        ASSERT_TRUE(blob);
+        ASSERT_EQ(BlobType::SetIntPreferences, blob.Type());
+        ASSERT_GT(4u, blob->preference);
+        ASSERT_EQ(next[blob->preference]++, blob->value);
+    }
+    Signal("all taken");
+    StayUntilAgentGoes();
+}
+
+#endif
