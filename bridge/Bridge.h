@@ -46,5 +46,6 @@
 #include "bridge/Obedient.h"
 #include "bridge/Orders.h"
 #include "bridge/PatchImage.h"
+#include "bridge/Relaunch.h"
 #include "bridge/Scenario.h"
 #include "bridge/SharedSections.h"
