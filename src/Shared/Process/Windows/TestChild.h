@@ -36,15 +36,13 @@ public:
     {
         wchar_t program[MAX_PATH];
         GetModuleFileNameW(nullptr, program, MAX_PATH);
-        SetEnvironmentVariableW(partVariable, name);
-        SetEnvironmentVariableW(argumentVariable, argument);
+        Announce(argument);
         STARTUPINFOW startup = {};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION child = {};
         const BOOL started =
             CreateProcessW(program, nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &child);
-        SetEnvironmentVariableW(partVariable, nullptr);
-        SetEnvironmentVariableW(argumentVariable, nullptr);
+        Withdraw();
         ASSERT_TRUE(started);
         const bool ended = WaitForSingleObject(child.hProcess, patience) == WAIT_OBJECT_0;
         EXPECT_TRUE(ended) << "the child doesn't end";
@@ -54,6 +52,19 @@ public:
         }
         CloseHandle(child.hThread);
         CloseHandle(child.hProcess);
+    }
+
+    /// From now on, a child that is started from this program runs in this part. \param argument isn't empty.
+    void Announce(const wchar_t* argument) const
+    {
+        SetEnvironmentVariableW(partVariable, name);
+        SetEnvironmentVariableW(argumentVariable, argument);
+    }
+
+    static void Withdraw()
+    {
+        SetEnvironmentVariableW(partVariable, nullptr);
+        SetEnvironmentVariableW(argumentVariable, nullptr);
     }
 
 private:
