@@ -10,7 +10,7 @@ namespace Torvane::Bridge
 {
 namespace
 {
-constexpr uint32_t quietTime = 1000;     // milliseconds without a Blob that count as a standstill
+constexpr uint32_t quietTime = 300;      // milliseconds without a Blob that count as a standstill
 constexpr uint32_t momentOfFreedom = 20; // milliseconds
 constexpr uint64_t token = 0x48454C4450415453;
 

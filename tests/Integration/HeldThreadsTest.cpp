@@ -200,7 +200,7 @@ HELD_HOST(AThreadInTheConnectionCallback)
 
 HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
 {
-    SetTimeLimit(240);
+    SetTimeLimit(600);
     TvnDefaultAgent& agent = Start();
     static volatile LONG next;
     RunUntilStopped(20, [&] {
