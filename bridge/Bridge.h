@@ -48,5 +48,6 @@
 #include "bridge/Obedient.h"
 #include "bridge/Orders.h"
 #include "bridge/PatchImage.h"
+#include "bridge/Relaunch.h"
 #include "bridge/Scenario.h"
 #include "bridge/SharedSections.h"

@@ -1,0 +1,51 @@
+#include "bridge/Relaunch.h"
+
+#include <windows.h>
+
+namespace Torvane::Bridge
+{
+namespace
+{
+std::wstring Text(const InlineWideText& text)
+{
+    return std::wstring(reinterpret_cast<const wchar_t*>(text.text), text.length);
+}
+} // namespace
+
+ProcessImage ReadProcessImage(const Received<RestartBlob>& restart)
+{
+    return {Text(restart->executablePath), restart.WideText(restart->commandLine),
+            Text(restart->currentDirectory), restart.Data(restart->environment, restart->environmentSize)};
+}
+
+bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds)
+{
+    const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, processId);
+    if (process == nullptr)
+    {
+        return true; // it has ended and is forgotten
+    }
+    const bool ended = WaitForSingleObject(process, milliseconds) == WAIT_OBJECT_0;
+    CloseHandle(process);
+    return ended;
+}
+
+uint32_t StartLike(const ProcessImage& image)
+{
+    std::wstring commandLine = image.commandLine; // the OS writes into it
+    std::vector<uint8_t> environment = image.environment;
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(image.executablePath.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
+                        CREATE_UNICODE_ENVIRONMENT, environment.empty() ? nullptr : environment.data(),
+                        image.currentDirectory.empty() ? nullptr : image.currentDirectory.c_str(), &startup,
+                        &process))
+    {
+        return 0;
+    }
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+    return process.dwProcessId;
+}
+} // namespace Torvane::Bridge

@@ -1,0 +1,94 @@
+/// \file
+/// The Bridge of the restart sample: it does what a host that wants a restart needs, and starts the new process.
+
+#include "bridge/Bridge.h"
+
+#include <stdio.h>
+
+#include <windows.h>
+
+using namespace Torvane;
+using namespace Torvane::Bridge;
+
+namespace Torvane::Sample
+{
+namespace
+{
+constexpr uint32_t limit = 20000;        // milliseconds
+constexpr uint32_t noLimit = 0xFFFFFFFF; // a host may not want a restart for hours
+
+/// Adds a line to the file `output` in the Bridge's folder, where the host writes as well.
+void Report(const std::string& text)
+{
+    const HANDLE file = CreateFileW(_wgetenv(L"TORVANE_DEMO_OUTPUT"), FILE_APPEND_DATA,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0, nullptr);
+    const std::string line = text + "\n";
+    DWORD count = 0;
+    WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &count, nullptr);
+    CloseHandle(file);
+}
+
+std::string Narrow(const std::wstring& text)
+{
+    std::string narrow(text.size() * 3, '\0');
+    narrow.resize(static_cast<size_t>(
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
+                            static_cast<int>(narrow.size()), nullptr, nullptr)));
+    return narrow;
+}
+
+void ReportBlob(const Message& message)
+{
+    char line[100];
+    snprintf(line, sizeof(line), "%s %9.1f ms  %s", message.From() == Direction::FromAgent ? "<-" : "->",
+             message.Time() * 1000, BlobName(message.Type()).c_str());
+    Report(line);
+}
+
+bool Restart(Link& link, uint32_t hostProcessId)
+{
+    SendRequestRestart(link);
+    const auto restart = link.Expect<RestartBlob>(limit);
+    if (!restart)
+    {
+        Report("!! the host hasn't gone into a restart");
+        return false;
+    }
+    const ProcessImage image = ReadProcessImage(restart);
+    Report(".. executable    " + Narrow(image.executablePath));
+    Report(".. command line  " + Narrow(image.commandLine));
+    Report(".. folder        " + Narrow(image.currentDirectory));
+    Report(".. environment   " + std::to_string(image.environment.size()) + " bytes");
+    SendExitProcessForHotRestart(link, restart->event);
+    if (!WaitForProcessEnd(hostProcessId, limit))
+    {
+        Report("!! the host doesn't end");
+        return false;
+    }
+    const uint32_t processId = StartLike(image);
+    Report(processId == 0 ? "!! the new process can't be started, error " + std::to_string(GetLastError())
+                          : ".. started process " + std::to_string(processId));
+    return processId != 0;
+}
+
+int RunRestart(uint32_t hostProcessId)
+{
+    Link link(hostProcessId);
+    link.Observe(&ReportBlob);
+    if (!link.Connect(limit) || !link.ExchangeVersion(limit))
+    {
+        return 1;
+    }
+    while (const Message message = link.Receive(noLimit))
+    {
+        if (message.Type() == BlobType::ScheduleRestart)
+        {
+            return Restart(link, hostProcessId) ? 0 : 1;
+        }
+    }
+    return 0;
+}
+
+const RegisteredScenario restart("Restart", &RunRestart);
+} // namespace
+} // namespace Torvane::Sample
