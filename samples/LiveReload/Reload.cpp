@@ -71,6 +71,8 @@ std::string Details(const Message& message)
     {
     case BlobType::Version:
         return message.NarrowText(message.As<VersionBlob>()->version);
+    case BlobType::EnableModules:
+        return std::to_string(message.As<EnableModulesBlob>()->modules.count) + " modules";
     case BlobType::LoadPatchWindows:
         return Narrow(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
     case BlobType::PatchLoaded:
@@ -105,7 +107,9 @@ public:
 
 private:
     void ReportBlob(const Message& message) const;
+    bool TakeModules();
     bool FindModule();
+    uint32_t ProtectionOf(AddressSlot address) const;
     bool WaitForFile(uint32_t number, const wchar_t* extension);
     bool Reload(uint32_t number);
     bool LoadAndInstall(uint32_t number, HeldThreads& threads);
@@ -119,8 +123,8 @@ private:
     Received<RegisterAgentBlob> agent;
     Received<RegisterProcessBlob> process;
 
-    /// The host's executable: where it is and what it exports.
-    AddressSlot moduleBase = 0;
+    /// The host's executable, as the host has announced it, and what it exports.
+    AnnouncedModule announced;
     std::unique_ptr<PatchImage> module;
 };
 
@@ -137,11 +141,33 @@ void Reloader::Report(const std::string& text) const
     files.Report(text);
 }
 
+/// Waits until the host has announced its modules, and acknowledges them.
+bool Reloader::TakeModules()
+{
+    const auto blob = link.Expect<EnableModulesBlob>(limit);
+    if (!blob)
+    {
+        Report("!! the host hasn't announced its modules");
+        return false;
+    }
+    const std::wstring executable = FileNameOf(process.WideText(process->executablePath));
+    for (const AnnouncedModule& candidate : ModulesOf(blob))
+    {
+        if (_wcsicmp(FileNameOf(candidate.path).c_str(), executable.c_str()) == 0)
+        {
+            announced = candidate;
+        }
+    }
+    Report(".. " + Narrow(announced.path) + " at " + Address(announced.base) + ", " +
+           std::to_string(announced.imageSize) + " bytes in " + std::to_string(announced.pages.size()) +
+           " ranges of pages");
+    return SendDecrementLatch(link, blob->latch, blob->modules.count);
+}
+
 bool Reloader::FindModule()
 {
-    moduleBase = host.ExecutableBase();
-    module = std::make_unique<PatchImage>(process.WideText(process->executablePath));
-    const std::string reason = moduleBase == 0            ? "where it is loaded isn't known"
+    module = std::make_unique<PatchImage>(announced.path);
+    const std::string reason = announced.base == 0        ? "where it is loaded isn't known"
                                : !module->Error().empty() ? module->Error()
                                : module->FindExport(changedFunction) == 0
                                    ? std::string(changedFunction) + " isn't exported"
@@ -152,6 +178,19 @@ bool Reloader::FindModule()
         return false;
     }
     return true;
+}
+
+/// The protection of a page of the host's executable, as announced; 0 outside of it.
+uint32_t Reloader::ProtectionOf(AddressSlot address) const
+{
+    for (const WirePageRange& range : announced.pages)
+    {
+        if (address >= range.base && address - range.base < range.size)
+        {
+            return range.protection;
+        }
+    }
+    return 0;
 }
 
 /// Also ends, with false, when the host goes.
@@ -175,7 +214,7 @@ int Reloader::Run()
     }
     agent = link.Expect<RegisterAgentBlob>(limit);
     process = link.Expect<RegisterProcessBlob>(limit);
-    if (!agent || !process || !FindModule())
+    if (!agent || !process || !TakeModules() || !FindModule())
     {
         return 1;
     }
@@ -239,7 +278,7 @@ bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
         Report(".. " + std::to_string(threads.Count()) + " threads held");
     }
 
-    const AddressSlot from = moduleBase + module->FindExport(changedFunction);
+    const AddressSlot from = announced.base + module->FindExport(changedFunction);
     const AddressSlot to = loaded->base + patch.FindExport(changedFunction);
     return CallTable(beforeReloadKind, beforeReloadHooksName, number) && Route(from, to, threads) &&
            SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
@@ -276,7 +315,7 @@ bool Reloader::Route(AddressSlot from, AddressSlot to, HeldThreads& threads)
         Report("!! the old code can't be read");
         return false;
     }
-    const uint32_t protection = host.QueryPages(from).protection;
+    const uint32_t protection = ProtectionOf(from);
     return SendSetPageProtection(link, {{from, jumpSize, PAGE_EXECUTE_READWRITE, 0}}) &&
            SendWriteMemory(link, {from}, MakeJump(from, to)) &&
            SendSetPageProtection(link, {{from, jumpSize, protection, 0}}) && SendFlushInstructionCache(link);
@@ -293,7 +332,7 @@ bool Reloader::CallTable(uint32_t kind, const char* name, uint32_t number)
     HookArguments arguments;
     arguments.firstText = "FormatLine in Line.cpp";
     arguments.number = number;
-    const AddressSlot first = moduleBase + offset;
+    const AddressSlot first = announced.base + offset;
     return SendCallHooks(link, kind, first, first + hookCount * sizeof(uint32_t), arguments);
 }
 
