@@ -1,7 +1,7 @@
 # The image, its import libraries and the check of the finished file.
 
 add_library(AgentObjects OBJECT ${TORVANE_PRODUCT_SOURCES})
-target_link_libraries(AgentObjects PRIVATE Torvane::Flags INTERFACE shell32 ole32)
+target_link_libraries(AgentObjects PRIVATE Torvane::Flags Torvane::InstructionDecoder INTERFACE shell32 ole32)
 
 if(NOT EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def")
     message(WARNING "src/Agent/Agent.def is missing: no image is built")

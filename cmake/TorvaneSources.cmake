@@ -6,6 +6,7 @@
 
 file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}"
     src/Agent/*.cpp src/Agent/*.c src/Agent/*.S src/Shared/*.cpp src/Shared/*.c src/Shared/*.S)
+list(REMOVE_ITEM sources "" ${TORVANE_UNUSED_DECODERS})
 
 # Logic on data that lives in a Windows folder.
 set(nativeToo

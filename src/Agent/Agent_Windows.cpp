@@ -2,6 +2,8 @@
 
 #include "Agent/Communication/Blob.h"
 #include "Agent/Communication/Windows/AgentBridgeCommunicationAgent.h"
+#include "Agent/Exception/InstructionDecoder.h"
+#include "Agent/Exception/Windows/ExceptionHandler.h"
 #include "Agent/HostCalls.h"
 #include "Agent/HotReload/Windows/HotReload.h"
 #include "Agent/HotRestart/Windows/HotRestart.h"
@@ -74,6 +76,7 @@ void StartupAgent(uint32_t agentType, const TvnLogFilter* logFilter, const wchar
 
     StartupHotReload(agentType);
     StartupHotRestart(agentType);
+    StartupInstructionDecoder();
 
     InitializeConnectionState();
 
@@ -186,6 +189,7 @@ extern "C" void TVN_CALL TvnStartupSynchronizedAgentANSI(TvnSynchronizedAgent* a
 extern "C" void TVN_CALL TvnShutdown(void)
 {
     LogDebug(TVN_HERE, "API TvnShutdown");
+    RemoveExceptionHandler();
     AgentBridgeCommunicationAgent::Shutdown();
     DeleteConnectionState();
     ShutdownHotRestart();

@@ -6,7 +6,9 @@
 #include "Agent/Communication/Windows/PatchLoading.h"
 #include "Agent/Communication/Windows/Receiver.h"
 #include "Agent/Communication/Windows/Sender.h"
+#include "Agent/Exception/Windows/ExceptionHandler.h"
 #include "Agent/HotReload/Windows/HotReload.h"
+#include "Agent/HotRestart/Windows/HotRestart.h"
 #include "Shared/Foundation/Logger.h"
 
 #include <string.h>
@@ -166,6 +168,24 @@ bool OnRequestReload(Allocation*)
     return true;
 }
 
+bool OnInstallExceptionHandler(Allocation* payload)
+{
+    LogDebug(TVN_HERE, "Processing Blob::InstallExceptionHandler");
+    InstallExceptionHandler(Read<InstallExceptionHandlerBlob>(payload).order);
+    return true;
+}
+
+/// The addresses lie in the frame of a thread that waits for the event, so the event comes last.
+bool OnHandleExceptionWindowsResult(Allocation* payload)
+{
+    LogDebug(TVN_HERE, "Processing Blob::HandleExceptionWindowsResult");
+    const HandleExceptionWindowsResultBlob& result = Read<HandleExceptionWindowsResultBlob>(payload);
+    *ToPointer<uint32_t*>(result.actionAddress) = result.action;
+    *ToPointer<ResumeRecord*>(result.resumeRecordAddress) = result.resumeRecord;
+    SetEvent(ToPointer(result.event));
+    return true;
+}
+
 bool OnDecrementLatch(Allocation* payload)
 {
     LogDebug(TVN_HERE, "Processing Blob::DecrementLatch");
@@ -184,6 +204,19 @@ bool OnEchoRequest(Allocation* payload)
 bool OnSynchronize(Allocation*)
 {
     LogDebug(TVN_HERE, "Processing Blob::Synchronize");
+    return true;
+}
+
+bool OnRequestRestart(Allocation*)
+{
+    RequestRestart();
+    return true;
+}
+
+bool OnExitProcessForHotRestart(Allocation* payload)
+{
+    LogDebug(TVN_HERE, "Processing Blob::ExitProcessForHotRestart");
+    AllowRestart(ToPointer<HANDLE>(Read<ExitProcessForHotRestartBlob>(payload).event));
     return true;
 }
 
@@ -214,6 +247,10 @@ constexpr HandlerRow handlerRows[] = {
     {BlobType::FlushInstructionCache, OnFlushInstructionCache},
     {BlobType::FinishAfterHotReload, OnFinishAfterHotReload},
     {BlobType::RequestReload, OnRequestReload},
+    {BlobType::RequestRestart, OnRequestRestart},
+    {ExitProcessForHotRestartBlob::type, OnExitProcessForHotRestart},
+    {BlobType::InstallExceptionHandler, OnInstallExceptionHandler},
+    {BlobType::HandleExceptionWindowsResult, OnHandleExceptionWindowsResult},
     {BlobType::DecrementLatch, OnDecrementLatch},
     {BlobType::EchoRequest, OnEchoRequest},
     {BlobType::Synchronize, OnSynchronize},

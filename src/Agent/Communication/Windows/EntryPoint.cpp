@@ -1,5 +1,6 @@
 #include "Agent/Communication/Windows/EntryPoint.h"
 
+#include "Agent/Exception/Windows/ExceptionHandler.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Foundation/Windows/StructuredException.h"
 #include "Shared/Process/Windows/ProcessMemory.h"
@@ -32,11 +33,13 @@ void CallEntryPoint(const CallEntryPointBlob& blob)
     void* code = reinterpret_cast<void*>(entryPoint);
 
     WriteCode(code, blob.codeBefore, entryPointCodeSize);
+    SuspendExceptionHandler();
     EntryPointCall call = {reinterpret_cast<LibraryEntryPoint>(entryPoint), reinterpret_cast<void*>(base)};
     if (!RunInExceptionFrame(Call, &call))
     {
         LogError(TVN_HERE, "Exception thrown while calling the patch entry point");
     }
+    UnsuspendExceptionHandler();
     WriteCode(code, blob.codeAfter, entryPointCodeSize);
 }
 } // namespace Torvane

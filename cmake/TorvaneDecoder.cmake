@@ -1,0 +1,61 @@
+# Chooses the instruction decoder of this preset.
+#   Torvane::InstructionDecoder   its library
+#   TORVANE_UNUSED_DECODERS       the sources of ours that belong to the others
+#
+# Intel XED if TORVANE_XED_ROOT names a kit of it (a folder with include/xed and lib/libxed.a), or if one is
+# installed for the target. Otherwise Zydis, from the distribution's source package.
+
+set(TORVANE_XED_ROOT "" CACHE PATH "Kit of Intel XED for the target")
+set(TORVANE_ZYDIS_DIR "${CMAKE_SOURCE_DIR}/build/zydis" CACHE PATH "Sources of Zydis, fetched if they are missing")
+find_path(TORVANE_ZYCORE_INCLUDE_DIR Zycore/Zycore.h
+    PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+
+function(torvane_use_xed headers library)
+    message(STATUS "Instruction decoder: Intel XED (${library})")
+    add_library(InstructionDecoder INTERFACE)
+    target_include_directories(InstructionDecoder SYSTEM INTERFACE "${headers}")
+    target_link_libraries(InstructionDecoder INTERFACE "${library}")
+    if(WIN32)
+        target_link_libraries(InstructionDecoder INTERFACE -lssp)
+    endif()
+endfunction()
+
+function(torvane_use_zydis)
+    if(NOT TORVANE_ZYCORE_INCLUDE_DIR)
+        message(FATAL_ERROR "Neither Intel XED nor the headers of Zycore (package libzycore-dev) are here")
+    endif()
+    execute_process(COMMAND "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/fetch-zydis" "${TORVANE_ZYDIS_DIR}"
+        COMMAND_ERROR_IS_FATAL ANY)
+    message(STATUS "Instruction decoder: Zydis (${TORVANE_ZYDIS_DIR})")
+
+    # The folder that Zycore's headers come from holds the host's and must stay off the cross compiler's path.
+    set(zycore "${CMAKE_CURRENT_BINARY_DIR}/zycore")
+    file(COPY "${TORVANE_ZYCORE_INCLUDE_DIR}/Zycore" DESTINATION "${zycore}")
+    foreach(name Decoder DecoderData MetaInfo Mnemonic Register Segment SharedData Utils Zydis)
+        list(APPEND decoderSources "${TORVANE_ZYDIS_DIR}/src/${name}.c")
+    endforeach()
+    add_library(InstructionDecoder STATIC EXCLUDE_FROM_ALL ${decoderSources})
+    set_target_properties(InstructionDecoder PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
+    target_include_directories(InstructionDecoder SYSTEM PUBLIC "${TORVANE_ZYDIS_DIR}/include" "${zycore}")
+    target_include_directories(InstructionDecoder PRIVATE "${TORVANE_ZYDIS_DIR}/src")
+    target_compile_definitions(InstructionDecoder PUBLIC
+        ZYDIS_STATIC_BUILD ZYCORE_STATIC_BUILD ZYDIS_DISABLE_FORMATTER ZYDIS_DISABLE_ENCODER)
+endfunction()
+
+if(TORVANE_XED_ROOT)
+    find_path(TORVANE_XED_INCLUDE_DIR xed/xed-interface.h
+        PATHS "${TORVANE_XED_ROOT}/include" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+    find_library(TORVANE_XED_LIBRARY xed
+        PATHS "${TORVANE_XED_ROOT}/lib" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+else()
+    find_path(TORVANE_XED_INCLUDE_DIR xed/xed-interface.h)
+    find_library(TORVANE_XED_LIBRARY xed)
+endif()
+if(TORVANE_XED_INCLUDE_DIR AND TORVANE_XED_LIBRARY)
+    torvane_use_xed("${TORVANE_XED_INCLUDE_DIR}" "${TORVANE_XED_LIBRARY}")
+    set(TORVANE_UNUSED_DECODERS src/Agent/Exception/InstructionDecoderZydis.cpp)
+else()
+    torvane_use_zydis()
+    set(TORVANE_UNUSED_DECODERS src/Agent/Exception/InstructionDecoderXED.cpp)
+endif()
+add_library(Torvane::InstructionDecoder ALIAS InstructionDecoder)

@@ -1,0 +1,89 @@
+#pragma once
+
+/// \file
+/// The other side of an exception, for the Bridge halves of tests.
+
+#include "tests/Harness/BridgeTest.h"
+
+#include <string.h>
+
+#include <windows.h>
+
+namespace Torvane::Testing
+{
+static_assert(sizeof(WOW64_CONTEXT) == 716);
+static_assert(sizeof(EXCEPTION_RECORD32) == 80);
+
+/// What a Bridge can answer.
+constexpr uint32_t actionContinueSearch = 0;
+constexpr uint32_t actionNopInstruction = 1;
+constexpr uint32_t actionSkipInstruction = 2;
+constexpr uint32_t actionResumeAtFrame = 3;
+constexpr uint32_t actionIgnore = 4;
+
+/// A `HandleExceptionWindows` Blob with what it refers to. Empty (false) if none came.
+struct ExceptionReport
+{
+    Bridge::Received<HandleExceptionWindowsBlob> blob;
+    WOW64_CONTEXT context = {};
+    EXCEPTION_RECORD32 record = {};
+
+    ExceptionReport() = default;
+
+    explicit ExceptionReport(Bridge::Received<HandleExceptionWindowsBlob> received)
+        : blob(std::move(received))
+    {
+        if (blob)
+        {
+            Take(blob->context, &context, sizeof(context));
+            Take(blob->record, &record, sizeof(record));
+        }
+    }
+
+    explicit operator bool() const
+    {
+        return static_cast<bool>(blob);
+    }
+
+private:
+    void Take(const RelativeOffset& field, void* target, size_t size)
+    {
+        const std::vector<uint8_t> bytes = blob.Data(field, size);
+        EXPECT_EQ(size, bytes.size());
+        memcpy(target, bytes.data(), bytes.size());
+    }
+};
+
+/// Base of Bridge halves that decide on exceptions.
+class ExceptionBridge : public BridgeTest
+{
+protected:
+    /// Connects, and lets the Agent install its handler. The host half goes on when it is there.
+    bool Start(uint32_t order = 1)
+    {
+        if (!Connect() || !Bridge::SendInstallExceptionHandler(link, order) ||
+            !Bridge::WaitUntilObeyed(link, patience))
+        {
+            return false;
+        }
+        Signal("installed");
+        return true;
+    }
+
+    ExceptionReport AwaitException()
+    {
+        return ExceptionReport(link.Expect<HandleExceptionWindowsBlob>(patience));
+    }
+
+    void Answer(const ExceptionReport& report, uint32_t action, const ResumeRecord& resumeRecord = {})
+    {
+        EXPECT_TRUE(Bridge::SendHandleExceptionResult(link, *report.blob, action, resumeRecord));
+    }
+
+    /// Whether the Agent has sent nothing that wasn't taken yet.
+    bool NothingElseCame()
+    {
+        return Bridge::WaitUntilObeyed(link, patience) && !link.Receive(0);
+    }
+};
+} // namespace Torvane::Testing
