@@ -2,6 +2,8 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include <windows.h>
 
 #include <objbase.h>
@@ -101,6 +103,24 @@ std::vector<LogRecord> ParseAgentLog(const std::string& text)
         }
         begin = end + 2;
     }
+    return records;
+}
+
+std::vector<LogRecord> WithoutHeapSearch(std::vector<LogRecord> records)
+{
+    const auto begins = [](const LogRecord& record, const std::string& text) {
+        return record.message.compare(0, text.size(), text) == 0;
+    };
+    bool searching = false;
+    const auto isOfSearch = [&](const LogRecord& record) {
+        const bool read =
+            searching && begins(record, "Call to function NtReadVirtualMemory failed. Error: 0x");
+        const bool end = searching && (begins(record, "Found process heap critical section at 0x") ||
+                                       begins(record, "Failed to find process heap critical section"));
+        searching = begins(record, "Found loader lock at 0x") || (searching && !end);
+        return read || end;
+    };
+    records.erase(std::remove_if(records.begin(), records.end(), isOfSearch), records.end());
     return records;
 }
 

@@ -353,7 +353,7 @@ void HostTest::ExpectLogOrder(const std::vector<std::string>& messages) const
 
 void HostTest::ExpectNoErrorsInLog() const
 {
-    for (const LogRecord& record : ReadLog())
+    for (const LogRecord& record : WithoutHeapSearch(ReadLog()))
     {
         EXPECT_TRUE(record.tag != "ERR" && record.tag != "PNC") << record.message;
     }

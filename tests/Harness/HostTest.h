@@ -103,7 +103,7 @@ protected:
     /// Fails the test unless records with these messages stand in the log in this order; others may be between.
     void ExpectLogOrder(const std::vector<std::string>& messages) const;
 
-    /// Fails the test if the log has a record of tag "ERR" or "PNC".
+    /// Fails the test if the log has a record of tag "ERR" or "PNC", `WithoutHeapSearch`.
     void ExpectNoErrorsInLog() const;
 
     /// Waits until `condition` is true. For conditions of the test's own.

@@ -103,7 +103,7 @@ void LinkTest::ExpectErrorLines(std::vector<std::string> messages) const
         }
     }
     std::vector<std::string> found;
-    for (const LogRecord& record : ReadLog())
+    for (const LogRecord& record : WithoutHeapSearch(ReadLog()))
     {
         if (record.tag == "ERR" || record.tag == "PNC")
         {

@@ -28,8 +28,20 @@ struct Words
 };
 Words words;
 
+volatile LONG readyThreads; ///< threads whose start is behind them, and the test itself once it has made them
+constexpr LONG allThreads = 5;
 volatile LONG parkedThreads;
 volatile LONG givenUp;
+
+/// Waits until every thread runs. The start of a thread takes both locks, and so does making one.
+void WaitForAllThreads()
+{
+    InterlockedIncrement(&readyThreads);
+    while (readyThreads != allThreads)
+    {
+        Sleep(1);
+    }
+}
 
 /// Stands still until the Bridge has written `release`.
 void Park()
@@ -49,6 +61,7 @@ void Park()
 
 void ParkInsideTheHeap()
 {
+    WaitForAllThreads();
     HeapLock(GetProcessHeap());
     Park();
     HeapUnlock(GetProcessHeap());
@@ -63,6 +76,7 @@ void ParkInsideTheLoader()
         reinterpret_cast<Lock>(reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrLockLoaderLock")));
     const auto unlock =
         reinterpret_cast<Unlock>(reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrUnlockLoaderLock")));
+    WaitForAllThreads();
     while (parkedThreads == 0) // both locks in one order everywhere: the heap's first
     {
         Sleep(1);
@@ -83,6 +97,7 @@ HOST_TEST(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
 
     const auto push = [&agent] {
+        WaitForAllThreads();
         while (parkedThreads != 2 && givenUp == 0)
         {
             Sleep(1);
@@ -100,6 +115,7 @@ HOST_TEST(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
         TestThread second(push);
         TestThread heap(ParkInsideTheHeap);
         TestThread loader(ParkInsideTheLoader);
+        WaitForAllThreads();
     }
     EXPECT_EQ(0, givenUp) << "The Bridge hasn't written into the memory of the host.";
     EXPECT_EQ(words.source, words.copy);

@@ -277,9 +277,11 @@ protected:
         const HANDLE thread = OpenThread(THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT, FALSE,
                                          static_cast<DWORD>(AwaitNumber("thread")));
         ASSERT_NE(nullptr, thread);
-        WriteWord(words + offsetof(Words, closed), 1);
-        for (;;) // it comes there again and again
+        for (uint32_t look = 0;; ++look) // it comes there again and again
         {
+            // A thread of the Agent may stand in the gate with a lock that the host's thread needs to get there:
+            // so the gate opens now and then.
+            WriteWord(words + offsetof(Words, closed), look % 20 != 0);
             WOW64_CONTEXT context = {};
             context.ContextFlags = WOW64_CONTEXT_CONTROL;
             SuspendThread(thread);

@@ -121,6 +121,7 @@ LogSequence ReceiverConnected()
         "SCS Pipes connected",
         "INF Registering agent with bridge",
         "INF Registering process with bridge",
+        "DBG Found loader lock at 0x*",
         "SCS Initialization done",
         "DBG Running receiver thread",
     };
@@ -183,9 +184,9 @@ protected:
         {
             for (const LogSequence& receiver : receivers)
             {
-                const std::string difference =
-                    FindLogDifference(ReadLog(), {host, SenderStart() + sender, receiver, watchers,
-                                                  HeartbeatLife(), WatchdogLife()});
+                const std::string difference = FindLogDifference(
+                    WithoutHeapSearch(ReadLog()),
+                    {host, SenderStart() + sender, receiver, watchers, HeartbeatLife(), WatchdogLife()});
                 if (difference.empty())
                 {
                     return;

@@ -60,7 +60,7 @@ protected:
         EXPECT_EQ(codes, reason.message.substr(0, strlen(codes)));
 
         size_t errors = 0;
-        for (const LogRecord& record : ReadLog())
+        for (const LogRecord& record : WithoutHeapSearch(ReadLog()))
         {
             errors += record.tag == "ERR";
             EXPECT_EQ(std::string::npos, record.message.find("Preparing section"));

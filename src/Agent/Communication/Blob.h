@@ -146,7 +146,7 @@ static_assert(offsetof(ExecutableIdentity, optionalHeader) == 28);
 static_assert(offsetof(ExecutableIdentity, zero) == 268);
 
 /// One module loaded in the Agent's process.
-struct ModuleIdentity
+struct WireModuleIdentity
 {
     InlineWideText path; ///< full path; normalized in `EnableModules` and `DisableModules`
     uint32_t padding804;
@@ -154,9 +154,9 @@ struct ModuleIdentity
     uint32_t imageSize; ///< bytes
     uint32_t padding814;
 };
-static_assert(sizeof(ModuleIdentity) == 2072);
-static_assert(offsetof(ModuleIdentity, base) == 2056);
-static_assert(offsetof(ModuleIdentity, imageSize) == 2064);
+static_assert(sizeof(WireModuleIdentity) == 2072);
+static_assert(offsetof(WireModuleIdentity, base) == 2056);
+static_assert(offsetof(WireModuleIdentity, imageSize) == 2064);
 
 // Handshake and registration
 
@@ -326,7 +326,7 @@ static_assert(offsetof(LogBlob, text) == 4);
 struct EnableModulesBlob
 {
     static constexpr BlobType type = BlobType::EnableModules;
-    RelativeArray modules;          ///< of ModuleIdentity
+    RelativeArray modules;          ///< of WireModuleIdentity
     RelativeArray executables;      ///< of ExecutableIdentity, same order
     RelativeArray pageRangeCounts;  ///< of u64: entries of each module in `pageRanges`
     RelativeArray pageRanges;       ///< of WirePageRange, in module order
@@ -345,7 +345,7 @@ static_assert(offsetof(EnableModulesBlob, latch) == 48);
 struct DisableModulesBlob
 {
     static constexpr BlobType type = BlobType::DisableModules;
-    RelativeArray modules;     ///< of ModuleIdentity
+    RelativeArray modules;     ///< of WireModuleIdentity
     RelativeArray executables; ///< of ExecutableIdentity, same order
 };
 static_assert(sizeof(DisableModulesBlob) == 16);

@@ -104,7 +104,7 @@ TEST_F(BlobBuilderTest, ItemsFollowTheFixedPartBackToBackWithoutAlignment)
 TEST_F(BlobBuilderTest, AnEmptyArrayCarriesItsPositionAndCountZero)
 {
     RecordBuilder<DisableModulesBlob> builder;
-    builder.AppendArray(builder.Fixed().modules, nullptr, 0, sizeof(ModuleIdentity));
+    builder.AppendArray(builder.Fixed().modules, nullptr, 0, sizeof(WireModuleIdentity));
     builder.AppendArray(builder.Fixed().executables, nullptr, 0, sizeof(ExecutableIdentity));
     blob = builder.Finish();
     EXPECT_EQ(Fixed<DisableModulesBlob>().modules.offset.value, 16u);

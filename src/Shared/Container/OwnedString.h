@@ -18,8 +18,14 @@ struct BasicOwnedString
 
 using OwnedString = BasicOwnedString<char>;
 using OwnedWideString = BasicOwnedString<wchar_t>;
+static_assert(sizeof(void*) != 4 || sizeof(OwnedWideString) == 12);
+
+/// Texts of `length` characters, terminator not counted, that the caller has still to write.
+OwnedString AllocateNarrow(uint32_t length);
+OwnedWideString AllocateWide(uint32_t length);
 
 /// Converts by the runtime's multibyte encoding, with one narrow character for a wide one; what doesn't fit is cut.
+/// Not built natively.
 OwnedString NarrowFromWide(const wchar_t* text);
 OwnedWideString WideFromNarrow(const char* text);
 

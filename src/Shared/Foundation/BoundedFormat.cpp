@@ -93,9 +93,12 @@ const Character* ParseWidthAndPrecision(const Character* format, Conversion& con
     if (width < 0)
     {
         conversion.left = true;
-        width = -width;
+        conversion.width = 0u - static_cast<uint32_t>(width);
     }
-    conversion.width = static_cast<uint32_t>(width);
+    else
+    {
+        conversion.width = static_cast<uint32_t>(width);
+    }
     if (*format == '.')
     {
         ++format;
@@ -182,17 +185,26 @@ int64_t TakeSigned(Arguments& arguments, Length length)
     return va_arg(arguments.list, int);
 }
 
+/// A number without its sign or prefix.
+struct Digits
+{
+    const char* text;
+    uint32_t count;
+    uint32_t zerosBehind; ///< that follow the text
+};
+
 /// Writes sign or prefix, zeros and digits into the conversion's width.
 template<typename Output>
 void WriteNumber(Output& output, const Conversion& conversion, const char* prefix, uint32_t prefixLength,
-                 const char* digits, uint32_t digitCount, bool zeroPadding)
+                 const Digits& digits, bool zeroPadding)
 {
     uint32_t zeros = 0;
-    if (conversion.precision > 0 && static_cast<uint32_t>(conversion.precision) > digitCount && !zeroPadding)
+    if (conversion.precision > 0 && static_cast<uint32_t>(conversion.precision) > digits.count &&
+        !zeroPadding)
     {
-        zeros = static_cast<uint32_t>(conversion.precision) - digitCount;
+        zeros = static_cast<uint32_t>(conversion.precision) - digits.count;
     }
-    const uint32_t used = prefixLength + zeros + digitCount;
+    const uint32_t used = prefixLength + zeros + digits.count + digits.zerosBehind;
     const uint32_t padding = conversion.width > used ? conversion.width - used : 0;
     const bool padWithZeros = zeroPadding && !conversion.left;
     if (!conversion.left && !padWithZeros)
@@ -201,7 +213,8 @@ void WriteNumber(Output& output, const Conversion& conversion, const char* prefi
     }
     output.PutAscii(prefix, prefixLength);
     output.Repeat('0', zeros + (padWithZeros ? padding : 0));
-    output.PutAscii(digits, digitCount);
+    output.PutAscii(digits.text, digits.count);
+    output.Repeat('0', digits.zerosBehind);
     if (conversion.left)
     {
         output.Repeat(' ', padding);
@@ -213,7 +226,7 @@ void WriteInteger(Output& output, const Conversion& conversion, uint64_t value, 
                   uint32_t prefixLength, uint32_t base, bool upperCase)
 {
     const char* digitTable = upperCase ? "0123456789ABCDEF" : "0123456789abcdef";
-    constexpr uint32_t capacity = 22;
+    constexpr uint32_t capacity = 23; // 64 bits in octal, and the zero in front
     char digits[capacity];
     uint32_t first = capacity;
     for (; value != 0; value /= base)
@@ -229,7 +242,7 @@ void WriteInteger(Output& output, const Conversion& conversion, uint64_t value, 
     {
         digits[--first] = '0';
     }
-    WriteNumber(output, conversion, prefix, prefixLength, digits + first, capacity - first,
+    WriteNumber(output, conversion, prefix, prefixLength, {digits + first, capacity - first, 0},
                 conversion.zero && conversion.precision < 0);
 }
 
@@ -282,7 +295,7 @@ void WriteDouble(Output& output, Conversion conversion, double value)
     if ((bits >> 52 & 0x7FF) == 0x7FF)
     {
         conversion.precision = -1;
-        WriteNumber(output, conversion, sign, signLength, (bits << 12) != 0 ? "nan" : "inf", 3, false);
+        WriteNumber(output, conversion, sign, signLength, {(bits << 12) != 0 ? "nan" : "inf", 3, 0}, false);
         return;
     }
     const uint32_t decimals =
@@ -294,7 +307,8 @@ void WriteDouble(Output& output, Conversion conversion, double value)
         digits[length++] = '.';
     }
     conversion.precision = -1;
-    WriteNumber(output, conversion, sign, signLength, digits, length, conversion.zero);
+    WriteNumber(output, conversion, sign, signLength, {digits, length, decimals - exactDecimals},
+                conversion.zero);
 }
 
 /// A precision bounds the units that are read, so that a text without a terminator can be written.

@@ -7,7 +7,8 @@
 /// %f, %hs (narrow text), %ls (wide text), %s (text of the output's own width), %%; flags `-`, `+`, blank, `0`, `#`;
 /// width and precision, also as `*`; sizes hh, h, l, ll, z, t, j, I64. Wide text becomes UTF-8 in narrow output and
 /// narrow text is read as UTF-8 in wide output; what is malformed becomes U+FFFD. A width and a precision of a text
-/// count the units of the text that is read.
+/// count the units of the text that is read. A double is rounded to the nearest text, and to the
+/// even one of two that are equally near; decimals behind the 64th are zeros.
 
 #include <stdarg.h>
 #include <stddef.h>

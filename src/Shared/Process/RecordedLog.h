@@ -1,13 +1,16 @@
 #pragma once
 
 /// \file
-/// A log that keeps its lines, for tests. It may be written to from any thread that the test waits for.
+/// A log that keeps its lines, for tests. Any thread may write to it; its lines are read when the test has waited for
+/// those that do.
 
 #include "Shared/Foundation/Logger.h"
 
 #include <algorithm>
+#include <atomic>
 #include <stdint.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Torvane
@@ -79,10 +82,16 @@ private:
 
     void Keep(const char* tag, const char* text, uint32_t length)
     {
-        lines.push_back(tag + std::string(text, length));
+        std::string line = tag + std::string(text, length);
+        while (busy.test_and_set(std::memory_order_acquire))
+        {
+        }
+        lines.push_back(std::move(line));
+        busy.clear(std::memory_order_release);
     }
 
     Logger* before;
+    std::atomic_flag busy = ATOMIC_FLAG_INIT;
     std::vector<std::string> lines;
 };
 } // namespace Torvane

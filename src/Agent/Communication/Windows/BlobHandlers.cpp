@@ -8,6 +8,7 @@
 #include "Agent/Communication/Windows/Sender.h"
 #include "Agent/Exception/Windows/ExceptionHandler.h"
 #include "Agent/HotReload/Windows/HotReload.h"
+#include "Agent/HotRestart/Windows/HotRestart.h"
 #include "Shared/Foundation/Logger.h"
 
 #include <string.h>
@@ -206,6 +207,19 @@ bool OnSynchronize(Allocation*)
     return true;
 }
 
+bool OnRequestRestart(Allocation*)
+{
+    RequestRestart();
+    return true;
+}
+
+bool OnExitProcessForHotRestart(Allocation* payload)
+{
+    LogDebug(TVN_HERE, "Processing Blob::ExitProcessForHotRestart");
+    AllowRestart(ToPointer<HANDLE>(Read<ExitProcessForHotRestartBlob>(payload).event));
+    return true;
+}
+
 template<uint32_t Number>
 bool RefuseBlob(Allocation*)
 {
@@ -233,6 +247,8 @@ constexpr HandlerRow handlerRows[] = {
     {BlobType::FlushInstructionCache, OnFlushInstructionCache},
     {BlobType::FinishAfterHotReload, OnFinishAfterHotReload},
     {BlobType::RequestReload, OnRequestReload},
+    {BlobType::RequestRestart, OnRequestRestart},
+    {ExitProcessForHotRestartBlob::type, OnExitProcessForHotRestart},
     {BlobType::InstallExceptionHandler, OnInstallExceptionHandler},
     {BlobType::HandleExceptionWindowsResult, OnHandleExceptionWindowsResult},
     {BlobType::DecrementLatch, OnDecrementLatch},

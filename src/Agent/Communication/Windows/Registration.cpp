@@ -2,9 +2,13 @@
 
 #include "Agent/Agent_Windows.h"
 #include "Agent/Communication/BlobBuilder.h"
+#include "Agent/Communication/Windows/ExecutableIdentity.h"
 #include "Shared/Executable/Windows/PE.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"
+#include "Shared/Process/Windows/ProcessHeap.h"
+#include "Shared/Process/Windows/ProcessLoaderLock.h"
+#include "Shared/Process/Windows/SpinForever.h"
 
 namespace Torvane
 {
@@ -148,14 +152,6 @@ Allocation BuildFromRecord(const Host& record)
     fixed.fromRecord = 1;
     return builder.Finish();
 }
-
-ExecutableIdentity ReadExecutableIdentity(const ImageFile& image)
-{
-    ExecutableIdentity identity = {};
-    identity.fileSize = GetImageFileSize(image);
-    ReadImageHeaders(image, identity.fileHeader, identity.optionalHeader);
-    return identity;
-}
 } // namespace
 
 Allocation BuildRegisterProjectPreferences(const wchar_t* path, const TvnProjectPreferences* record)
@@ -193,6 +189,8 @@ bool BuildRegisterProcess(const AgentThreadIds& threads, Allocation& blob)
     const ExecutableIdentity identity = ReadExecutableIdentity(image.payload);
     CloseImage(image.payload);
 
+    void* loaderLock = GetLoaderLock();
+    void* processHeapLock = GetProcessHeapLock();
     const wchar_t* commandLine = GetCommandLineW();
     RecordBuilder<RegisterProcessBlob> builder(MeasureText(executable.text) + MeasureText(commandLine));
     RegisterProcessBlob& fixed = builder.Fixed();
@@ -202,6 +200,9 @@ bool BuildRegisterProcess(const AgentThreadIds& threads, Allocation& blob)
     fixed.receiverThreadId = threads.receiver;
     fixed.heartbeatThreadId = threads.heartbeat;
     fixed.watchdogThreadId = threads.watchdog;
+    fixed.spinForever = reinterpret_cast<uintptr_t>(&SpinForever);
+    fixed.loaderLock = reinterpret_cast<uintptr_t>(loaderLock);
+    fixed.processHeapLock = reinterpret_cast<uintptr_t>(processHeapLock);
     builder.AppendText(fixed.executablePath, executable.text);
     builder.AppendText(fixed.commandLine, commandLine);
     blob = builder.Finish();

@@ -1,10 +1,14 @@
 #pragma once
 
 /// \file
-/// The moment of a restart: one event and the stored agent type; the exported functions TvnWantsRestart,
-/// TvnScheduleRestart and TvnRestart.
+/// The moment of a restart and the end of the process: one event and the stored agent type; the exported functions
+/// TvnWantsRestart, TvnScheduleRestart and TvnRestart.
+///
+/// The event is the whole state between the Broker's request and the host's reaction. There is no lock.
 
 #include <stdint.h>
+
+#include <windows.h>
 
 namespace Torvane
 {
@@ -13,4 +17,11 @@ void StartupHotRestart(uint32_t agentType);
 
 /// Closes the event. Host's thread, at shutdown.
 void ShutdownHotRestart();
+
+/// The Broker asks for a restart. Receiver thread. The default agent restarts on a thread of its own, which waits for
+/// Blobs that the receiver thread must be free to obey; the synchronized agent leaves it to the host.
+void RequestRestart();
+
+/// Lets the TvnRestart that sent this event end the process. Receiver thread; the handle is used as it comes.
+void AllowRestart(HANDLE event);
 } // namespace Torvane

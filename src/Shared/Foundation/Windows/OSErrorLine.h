@@ -10,10 +10,11 @@
 
 namespace Torvane
 {
-inline std::string OSErrorLine(DWORD code)
+/// \param tag the tag of the level in the log file.
+inline std::string OSErrorLine(DWORD code, const char* tag = "DBG")
 {
     FixedString text = {};
-    text.Format("DBG Error: %u, 0x%X: %hs", code, code, OSErrorText(code).Get());
+    text.Format("%hs Error: %u, 0x%X: %hs", tag, code, code, OSErrorText(code).Get());
     return text.text;
 }
 } // namespace Torvane

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 #include <string.h>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -15,14 +16,18 @@ template<typename StandIn, typename Signature = decltype(&StandIn::operator())>
 class TestImport;
 
 /// As long as it lives, calls that this program makes to a function of another module go to a stand-in. Calls from
-/// other modules don't. The stand-in is a lambda whose first parameter is the function that it stands in for:
+/// other modules don't. The stand-in is a lambda whose first parameter is the function that it stands in for, of the OS
+/// or of the runtime:
 ///
 ///     TestImport wait("WaitForSingleObject", [](decltype(&WaitForSingleObject), HANDLE, DWORD) -> DWORD {
 ///         return WAIT_TIMEOUT;
 ///     });
-template<typename StandIn, typename Result, typename... Arguments>
-class TestImport<StandIn, Result (StandIn::*)(Result(WINAPI*)(Arguments...), Arguments...) const>
+template<typename StandIn, typename Result, typename Function, typename... Arguments>
+class TestImport<StandIn, Result (StandIn::*)(Function*, Arguments...) const>
 {
+    static constexpr bool isOfOS = std::is_same_v<Function, Result WINAPI(Arguments...)>;
+    static_assert(isOfOS || std::is_same_v<Function, Result __cdecl(Arguments...)>);
+
 public:
     TestImport(const char* name, StandIn function)
         : standIn(function)
@@ -34,7 +39,14 @@ public:
         }
         real = *slot;
         current = this;
-        Write(&Call);
+        if constexpr (isOfOS)
+        {
+            Write(&CallForOS);
+        }
+        else
+        {
+            Write(&CallForRuntime);
+        }
     }
 
     ~TestImport()
@@ -46,9 +58,12 @@ public:
     TestImport& operator=(const TestImport&) = delete;
 
 private:
-    using Function = Result WINAPI(Arguments...);
+    static Result WINAPI CallForOS(Arguments... arguments)
+    {
+        return current->standIn(current->real, arguments...);
+    }
 
-    static Result WINAPI Call(Arguments... arguments)
+    static Result __cdecl CallForRuntime(Arguments... arguments)
     {
         return current->standIn(current->real, arguments...);
     }

@@ -31,8 +31,9 @@ public:
         }
     }
 
-    /// Runs a child in this part until it ends, however that may be. \param argument isn't empty.
-    void Run(const wchar_t* argument) const
+    /// Starts a child in this part. \param argument isn't empty; \param flags as for `CreateProcessW`.
+    /// \return its handles, which are the caller's; null if it couldn't be started.
+    PROCESS_INFORMATION Start(const wchar_t* argument, DWORD flags = 0) const
     {
         wchar_t program[MAX_PATH];
         GetModuleFileNameW(nullptr, program, MAX_PATH);
@@ -41,19 +42,37 @@ public:
         STARTUPINFOW startup = {};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION child = {};
-        const BOOL started =
-            CreateProcessW(program, nullptr, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &child);
+        EXPECT_TRUE(CreateProcessW(program, nullptr, nullptr, nullptr, FALSE, flags, nullptr, nullptr,
+                                   &startup, &child));
         SetEnvironmentVariableW(partVariable, nullptr);
         SetEnvironmentVariableW(argumentVariable, nullptr);
-        ASSERT_TRUE(started);
+        return child;
+    }
+
+    /// Waits for a child's end, ends it if that doesn't come, and closes its handles. \return its exit code.
+    static DWORD WaitForEnd(const PROCESS_INFORMATION& child)
+    {
         const bool ended = WaitForSingleObject(child.hProcess, patience) == WAIT_OBJECT_0;
         EXPECT_TRUE(ended) << "the child doesn't end";
         if (!ended)
         {
             TerminateProcess(child.hProcess, 1);
         }
+        DWORD code = 0;
+        GetExitCodeProcess(child.hProcess, &code);
         CloseHandle(child.hThread);
         CloseHandle(child.hProcess);
+        return code;
+    }
+
+    /// Runs a child in this part until it ends, however that may be. \param argument isn't empty.
+    void Run(const wchar_t* argument) const
+    {
+        const PROCESS_INFORMATION child = Start(argument);
+        if (child.hProcess != nullptr)
+        {
+            WaitForEnd(child);
+        }
     }
 
 private:

@@ -1,0 +1,182 @@
+#include "Shared/Foundation/Logger.h"
+
+#include "Shared/Foundation/LogCalls.h"
+#include "Shared/Foundation/ThreadBuffers.h"
+
+#include <gtest/gtest.h>
+#include <stdarg.h>
+#include <stddef.h>
+#include <string.h>
+#include <string>
+#include <vector>
+
+namespace Torvane
+{
+namespace
+{
+/// Place of a virtual operation in the table. By the C++ ABI in use, a pointer to it holds the offset, and one more.
+template<typename Operation>
+size_t SlotOf(Operation operation)
+{
+    ptrdiff_t word = 0;
+    memcpy(&word, &operation, sizeof(word));
+    return static_cast<size_t>(word - 1) / sizeof(void*);
+}
+
+void LogErrorWithList(const char* file, int32_t line, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    LogErrorV(file, line, format, arguments);
+    va_end(arguments);
+}
+
+/// The one call that was logged.
+LogCall Only(const LogCalls& log)
+{
+    EXPECT_EQ(log.Get().size(), 1u);
+    return log.Get().empty() ? LogCall() : log.Get().front();
+}
+
+void ExpectCall(const LogCall& call, const char* level, const std::string& text, const char* file,
+                int32_t line)
+{
+    EXPECT_EQ(call.level, level);
+    EXPECT_EQ(call.bytes, text);
+    EXPECT_EQ(call.file, file);
+    EXPECT_EQ(call.line, line);
+    EXPECT_EQ(call.number, 0);
+    EXPECT_EQ(call.separateText, 0u);
+}
+} // namespace
+
+TEST(Logger, HasItsSevenOperationsInThisOrder)
+{
+    EXPECT_EQ(SlotOf(&Logger::Debug), 0u);
+    EXPECT_EQ(SlotOf(&Logger::Success), 1u);
+    EXPECT_EQ(SlotOf(&Logger::Info), 2u);
+    EXPECT_EQ(SlotOf(&Logger::Warning), 3u);
+    EXPECT_EQ(SlotOf(&Logger::Error), 4u);
+    EXPECT_EQ(SlotOf(&Logger::Panic), 5u);
+    EXPECT_EQ(SlotOf(&Logger::Reserved), 6u);
+    EXPECT_EQ(sizeof(NullLogger), sizeof(void*)) << "nothing but the table";
+}
+
+TEST(Logger, TakesEachFrontEndAtItsOwnLevel)
+{
+    struct FrontEnd
+    {
+        const char* level;
+        void (*log)(const char* file, int32_t line, const char* format, ...);
+    };
+    const FrontEnd frontEnds[] = {
+        {"Debug", &LogDebug}, {"Success", &LogSuccess},     {"Error", &LogError},
+        {"Panic", &LogPanic}, {"Error", &LogErrorWithList},
+    };
+    for (const FrontEnd& frontEnd : frontEnds)
+    {
+        const LogCalls log;
+        frontEnd.log("Sender.cpp", 12, "Pipe %u is %hs", 3u, "broken");
+        ExpectCall(Only(log), frontEnd.level, "Pipe 3 is broken", "Sender.cpp", 12);
+    }
+    const LogCalls log;
+    LogInfo(0, "Sender.cpp", 12, "Pipe %u is %hs", 3u, "broken");
+    ExpectCall(Only(log), "Info", "Pipe 3 is broken", "Sender.cpp", 12);
+}
+
+TEST(Logger, GetsTheIntegerOfInfo)
+{
+    const LogCalls log;
+    LogInfo(-7, "Sender.cpp", 12, "text");
+    EXPECT_EQ(Only(log).number, -7);
+}
+
+TEST(Logger, GetsTheSourceFilesBaseNameAndTheLine)
+{
+    const LogCalls log;
+    const int32_t line = __LINE__ + 1;
+    LogDebug(TVN_HERE, "API");
+    ExpectCall(Only(log), "Debug", "API", "LoggerTest.cpp", line);
+}
+
+TEST(Logger, GetsTheChannelOfAllUntilAnotherIsSet)
+{
+    const LogCalls log;
+    LogDebug(TVN_HERE, "before");
+    SetLogChannel("(WIN) ");
+    LogDebug(TVN_HERE, "after");
+    LogInfo(0, TVN_HERE, "after");
+    SetLogChannel(log.Get().at(0).channel);
+    EXPECT_STREQ(log.Get().at(0).channel, "(ALL) ");
+    EXPECT_STREQ(log.Get().at(1).channel, "(WIN) ");
+    EXPECT_STREQ(log.Get().at(2).channel, "(WIN) ");
+}
+
+TEST(Logger, GetsTheTextInThisThreadsBuffer)
+{
+    const LogCalls log;
+    LogError(TVN_HERE, "text");
+    EXPECT_EQ(Only(log).text, GetMessageBuffer());
+}
+
+TEST(Logger, GetsWideTextAsUtf8)
+{
+    const LogCalls log;
+    LogDebug(TVN_HERE, "Loading patch from %ls", L"C:\\\x00E4\\\xD83D\xDE00.dll");
+    EXPECT_EQ(Only(log).bytes, "Loading patch from C:\\\xC3\xA4\\\xF0\x9F\x98\x80.dll");
+}
+
+TEST(Logger, GetsAnEmptyText)
+{
+    const LogCalls log;
+    LogDebug(TVN_HERE, "%hs", "");
+    EXPECT_EQ(Only(log).length, 0u);
+}
+
+TEST(Logger, GetsAMessageThatJustFitsAsAWhole)
+{
+    const std::string longest(messageBufferSize - 1, 'm');
+    const LogCalls log;
+    LogDebug(TVN_HERE, "%hs", longest.c_str());
+    EXPECT_EQ(Only(log).length, 32767u);
+    EXPECT_EQ(Only(log).bytes, longest);
+}
+
+TEST(Logger, GetsTheBuffersSizeAsTheLengthOfACutMessage)
+{
+    const std::string tooLong(messageBufferSize, 'm');
+    const LogCalls log;
+    LogDebug(TVN_HERE, "%hs", tooLong.c_str());
+    LogInfo(0, TVN_HERE, "%hs and more", tooLong.c_str());
+    for (const LogCall& call : log.Get())
+    {
+        EXPECT_EQ(call.length, 32768u);
+        EXPECT_EQ(call.bytes, tooLong.substr(1) + '\0') << "the last of them is the terminator";
+    }
+}
+
+TEST(Logger, ForgetsTheCutOfAnEarlierMessage)
+{
+    const std::string tooLong(messageBufferSize, 'm');
+    const LogCalls log;
+    LogDebug(TVN_HERE, "%hs", tooLong.c_str());
+    LogDebug(TVN_HERE, "short");
+    EXPECT_EQ(log.Get().at(1).bytes, "short");
+}
+
+TEST(NullLogger, DoesNothingWithWhatIsLogged)
+{
+    const LogCalls outer;
+    NullLogger nullLogger;
+    SetCurrentLogger(&nullLogger);
+    LogDebug(TVN_HERE, "%hs", "nowhere");
+    LogSuccess(TVN_HERE, "nowhere");
+    LogInfo(0, TVN_HERE, "nowhere");
+    LogError(TVN_HERE, "nowhere");
+    LogPanic(TVN_HERE, "nowhere");
+    GetCurrentLogger()->Warning("", nullptr, UINT32_MAX, nullptr, 0, 1);
+    GetCurrentLogger()->Reserved();
+    SetCurrentLogger(const_cast<LogCalls*>(&outer));
+    EXPECT_TRUE(outer.Get().empty());
+}
+} // namespace Torvane

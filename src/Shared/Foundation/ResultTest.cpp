@@ -1,0 +1,126 @@
+#include "Shared/Foundation/Result.h"
+
+#include "Shared/Foundation/LogCalls.h"
+
+#include <gtest/gtest.h>
+#include <stddef.h>
+#include <string>
+#include <vector>
+
+namespace Torvane
+{
+namespace
+{
+using Lines = std::vector<std::string>;
+
+struct Record
+{
+    void* handle;
+    uint32_t size;
+};
+
+Result<void*> FailToOpen(const char* format)
+{
+    return MakeError(87, format, L"C:\\log.txt");
+}
+} // namespace
+
+TEST(Result, IsTheErrorsTextAndBehindItThePayloadOrTheCode)
+{
+    using Word = Result<void*>;
+    EXPECT_EQ(sizeof(Word), 2 * sizeof(void*)) << "two words";
+    EXPECT_EQ(offsetof(Word, error), 0u);
+    EXPECT_EQ(offsetof(Word, payload), sizeof(void*));
+    EXPECT_EQ(offsetof(Word, code), sizeof(void*));
+}
+
+TEST(Result, IsASuccessByItsNullErrorAlone)
+{
+    const LogCalls log;
+    const Result<bool> isFalse = Success(false);
+    EXPECT_EQ(isFalse.error, nullptr);
+    EXPECT_FALSE(isFalse.payload);
+    const Result<bool> isTrue = Success(true);
+    EXPECT_EQ(isTrue.error, nullptr);
+    EXPECT_TRUE(isTrue.payload);
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST(Result, CarriesARecord)
+{
+    int object = 0;
+    const Result<Record> result = Success(Record{&object, 12});
+    const Result<Record> copy = result;
+    EXPECT_EQ(copy.error, nullptr);
+    EXPECT_EQ(copy.payload.handle, &object);
+    EXPECT_EQ(copy.payload.size, 12u);
+}
+
+TEST(Result, OfAFailureHoldsTheUnfilledFormatItselfAndTheCode)
+{
+    const LogCalls log;
+    const char* format = "Cannot open file %ls.";
+    const Result<void*> result = FailToOpen(format);
+    EXPECT_EQ(result.error, format);
+    EXPECT_EQ(result.code, 87u);
+}
+
+TEST(MakeError, LogsTheFilledTextAndTheCodeUnderItsOwnHeadersPosition)
+{
+    const LogCalls log;
+    FailToOpen("Cannot open file %ls.");
+    EXPECT_EQ(log.GetLines(), Lines({"Debug Cannot open file C:\\log.txt.", "Debug Error: 87, 0x57"}));
+    for (const LogCall& call : log.Get())
+    {
+        EXPECT_EQ(call.file, "Result.h");
+        EXPECT_GT(call.line, 0);
+    }
+}
+
+TEST(MakeError, LogsTheCodeAsASignedNumberToo)
+{
+    const LogCalls log;
+    const Result<void*> result = MakeError(0xC0000005u, "text");
+    EXPECT_EQ(log.GetLines(), Lines({"Debug text", "Debug Error: -1073741819, 0xC0000005"}));
+    EXPECT_EQ(result.code, 0xC0000005u);
+}
+
+TEST(Expect, HandsBackThePayloadOfASuccessSilently)
+{
+    const LogCalls log;
+    int object = 0;
+    EXPECT_EQ(Expect(Success<void*>(&object), "Cannot create event"), &object);
+    EXPECT_FALSE(Expect(Success(false), "Cannot wait")) << "a success all the same";
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST(Expect, PanicsAtAFailureUnderItsOwnHeadersPosition)
+{
+    const LogCalls log;
+    const Result<void*> result = Failure{"CreateMutexW(%ls) failed.", 5};
+    Expect(result, "Cannot create heart beat mutex for process %ls", L"\x00E4");
+    ASSERT_EQ(log.GetLines(), Lines({"Panic Cannot create heart beat mutex for process \xC3\xA4"}));
+    EXPECT_EQ(log.Get()[0].file, "Result.h");
+    EXPECT_GT(log.Get()[0].line, 0);
+    EXPECT_EQ(log.Get()[0].separateText, 0u);
+}
+
+TEST(Expect, HandsBackTheCodeInThePlaceOfThePayload)
+{
+    const LogCalls log;
+    const Result<void*> handle = Failure{"CreateEventW(%hs) failed.", 183};
+    EXPECT_EQ(Expect(handle, "Cannot create event"), reinterpret_cast<void*>(uintptr_t{183}));
+    const Result<uint32_t> number = Failure{"text", 0xC0000005u};
+    EXPECT_EQ(Expect(number, "Cannot"), 0xC0000005u);
+    const Record record = Expect(Result<Record>(Failure{"text", 6}), "Cannot");
+    EXPECT_EQ(record.handle, reinterpret_cast<void*>(uintptr_t{6})) << "the first word of a longer payload";
+    EXPECT_EQ(record.size, 0u);
+}
+
+TEST(Expect, HandsBackACodeOfZeroToo)
+{
+    const LogCalls log;
+    EXPECT_EQ(Expect(Result<void*>(Failure{"text", 0}), "Cannot create event"), nullptr);
+    EXPECT_EQ(log.GetLines(), Lines({"Panic Cannot create event"})) << "a failure by its error alone";
+}
+} // namespace Torvane

@@ -1,0 +1,176 @@
+#include "Shared/Process/Windows/ModulePathSet.h"
+
+#include "Shared/Memory/MemorySystem.h"
+
+#include <emmintrin.h>
+#include <string.h>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
+namespace Torvane
+{
+namespace
+{
+constexpr uint32_t controlBits = 7;
+
+uint8_t ControlOf(uint64_t hash)
+{
+    return static_cast<uint8_t>(hash & ((1U << controlBits) - 1));
+}
+
+uint32_t LowestSlot(uint32_t matches)
+{
+    return static_cast<uint32_t>(__builtin_ctz(matches));
+}
+
+uint32_t SizeOfEntries(uint32_t slots)
+{
+    return slots * static_cast<uint32_t>(sizeof(OwnedWideString));
+}
+} // namespace
+
+ModulePathSet::ModulePathSet(uint32_t slots)
+{
+    if (slots != 0)
+    {
+        TakeTable(slots);
+    }
+}
+
+ModulePathSet::~ModulePathSet()
+{
+    if (capacity == 0)
+    {
+        return;
+    }
+    for (uint32_t slot = 0; slot < capacity; ++slot)
+    {
+        if (controls[slot] != emptySlot)
+        {
+            Free(entries[slot]);
+        }
+    }
+    Free(entries, SizeOfEntries(capacity));
+    Free(controls, capacity);
+}
+
+bool ModulePathSet::Contains(const wchar_t* path, uint32_t length) const
+{
+    return count != 0 && Find(Hash(path, length), path, length) != notFound;
+}
+
+bool ModulePathSet::Insert(OwnedWideString& path)
+{
+    if (count >= capacity * 3 >> 2)
+    {
+        Grow();
+    }
+    const uint64_t hash = Hash(path.pointer, path.length);
+    if (Find(hash, path.pointer, path.length) != notFound)
+    {
+        return false;
+    }
+    Place(hash, path);
+    path = OwnedWideString{};
+    ++count;
+    return true;
+}
+
+uint64_t ModulePathSet::Hash(const wchar_t* path, uint32_t length)
+{
+    return XXH3_64bits(path, length * sizeof(wchar_t));
+}
+
+void ModulePathSet::TakeTable(uint32_t slots)
+{
+    entries = static_cast<OwnedWideString*>(Allocate(SizeOfEntries(slots)).pointer);
+    controls = static_cast<uint8_t*>(Allocate(slots).pointer);
+    memset(controls, emptySlot, slots);
+    capacity = slots;
+}
+
+void ModulePathSet::Grow()
+{
+    OwnedWideString* oldEntries = entries;
+    uint8_t* oldControls = controls;
+    const uint32_t oldCapacity = capacity;
+    TakeTable(oldCapacity != 0 ? oldCapacity * 2 : groupSize);
+    if (oldCapacity == 0)
+    {
+        return;
+    }
+    for (uint32_t slot = 0; slot < oldCapacity; ++slot)
+    {
+        if (oldControls[slot] != emptySlot)
+        {
+            const OwnedWideString& path = oldEntries[slot];
+            Place(Hash(path.pointer, path.length), path);
+        }
+    }
+    Free(oldEntries, SizeOfEntries(oldCapacity));
+    Free(oldControls, oldCapacity);
+}
+
+uint32_t ModulePathSet::HomeGroup(uint64_t hash) const
+{
+    const uint64_t groups = capacity / groupSize;
+    return static_cast<uint32_t>((hash >> controlBits) & (groups - 1));
+}
+
+uint32_t ModulePathSet::NextGroup(uint32_t group) const
+{
+    return (group + 1) & (capacity / groupSize - 1);
+}
+
+uint32_t ModulePathSet::Find(uint64_t hash, const wchar_t* path, uint32_t length) const
+{
+    for (uint32_t group = HomeGroup(hash);; group = NextGroup(group))
+    {
+        for (uint32_t matches = Match(group, ControlOf(hash)); matches != 0; matches &= matches - 1)
+        {
+            const uint32_t slot = group * groupSize + LowestSlot(matches);
+            if (Holds(slot, path, length))
+            {
+                return slot;
+            }
+        }
+        if (Match(group, emptySlot) != 0)
+        {
+            return notFound;
+        }
+    }
+}
+
+uint32_t ModulePathSet::FindRoom(uint64_t hash) const
+{
+    uint32_t group = HomeGroup(hash);
+    uint32_t room = Match(group, emptySlot);
+    while (room == 0)
+    {
+        group = NextGroup(group);
+        room = Match(group, emptySlot);
+    }
+    return group * groupSize + LowestSlot(room);
+}
+
+bool ModulePathSet::Holds(uint32_t slot, const wchar_t* path, uint32_t length) const
+{
+    return entries[slot].length == length &&
+           memcmp(entries[slot].pointer, path, length * sizeof(wchar_t)) == 0;
+}
+
+uint32_t ModulePathSet::Match(uint32_t group, uint8_t control) const
+{
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(controls + group * groupSize));
+    const __m128i wanted = _mm_set1_epi8(static_cast<char>(control));
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
+}
+
+void ModulePathSet::Place(uint64_t hash, const OwnedWideString& path)
+{
+    const uint32_t slot = FindRoom(hash);
+    entries[slot] = path;
+    controls[slot] = ControlOf(hash);
+}
+} // namespace Torvane

@@ -1,0 +1,211 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// In which order startup creates what the Agent needs of the OS, and shutdown gives it back.
+
+#if TORVANE_HOST_HALF
+
+#include "tests/Harness/HandleTrace.h"
+
+namespace
+{
+// By the order of their creation.
+const std::string shouldCompileAndReload = "event 1";
+const std::string hotReload = "event 2";
+const std::string loadPatch = "event 3";
+const std::string loadPatchReceived = "event 4";
+const std::string waitForPatchLoad = "event 5";
+const std::string hotReloadFinished = "event 6";
+const std::string hotRestart = "event 7";
+const std::string startupFinished = "event 8";
+const std::string latchesDead = "event 9";
+const std::string heartbeatExit = "event 10";
+const std::string watchdogEnter = "event 11";
+const std::string watchdogExit = "event 12";
+const std::string watchdogWatch = "event 13";
+const std::string senderConnected = "event 14";
+const std::string producer = "semaphore 1";
+const std::string consumer = "semaphore 2";
+const std::string agentPipe = "pipe 1";
+const std::string bridgePipe = "pipe 2";
+const std::string heartbeat = "thread 1";
+const std::string watchdog = "thread 2";
+const std::string sender = "thread 3";
+const std::string receiver = "thread 4";
+const std::string logFile = "file 1";
+
+using Calls = std::vector<std::string>;
+
+Calls operator+(Calls first, const Calls& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+Calls StartupCalls()
+{
+    Calls calls = {"create " + logFile};
+    for (const std::string& created : {shouldCompileAndReload,
+                                       hotReload,
+                                       loadPatch,
+                                       loadPatchReceived,
+                                       waitForPatchLoad,
+                                       hotReloadFinished,
+                                       hotRestart,
+                                       startupFinished,
+                                       producer,
+                                       consumer,
+                                       latchesDead,
+                                       std::string("mapping 1"),
+                                       std::string("view 1"),
+                                       std::string("mutex 1"),
+                                       agentPipe,
+                                       bridgePipe,
+                                       heartbeatExit,
+                                       watchdogEnter,
+                                       watchdogExit,
+                                       watchdogWatch,
+                                       senderConnected,
+                                       heartbeat,
+                                       watchdog,
+                                       sender,
+                                       receiver})
+    {
+        calls.push_back("create " + created);
+    }
+    return calls;
+}
+
+Calls ShutdownCalls(const Calls& ofTheBridge)
+{
+    return Calls{"wait for " + startupFinished, "cancel " + sender,         "cancel " + receiver,
+                 "flush " + bridgePipe,         "disconnect " + bridgePipe, "flush " + agentPipe,
+                 "disconnect " + agentPipe,     "wait for " + receiver,     "close " + receiver,
+                 "set " + senderConnected,
+                 "wait for " + producer, // the push of the stop mark
+                 "release " + consumer,         "wait for " + sender,       "close " + sender,
+                 "close " + senderConnected,    "set " + watchdogWatch,     "set " + watchdogExit,
+                 "set " + watchdogEnter,        "wait for " + watchdog,     "close " + watchdog,
+                 "close " + watchdogWatch,      "close " + watchdogExit,    "close " + watchdogEnter,
+                 "set " + heartbeatExit,        "wait for " + heartbeat,    "close " + heartbeat,
+                 "close " + heartbeatExit,      "close " + bridgePipe,      "close " + agentPipe} +
+           ofTheBridge +
+           Calls{"close " + producer,
+                 "close " + consumer,
+                 "close " + startupFinished,
+                 "close " + latchesDead,
+                 "close mutex 1",
+                 "unmap view 1",
+                 "close mapping 1",
+                 "close " + hotRestart,
+                 "close " + shouldCompileAndReload,
+                 "close " + hotReload,
+                 "close " + loadPatch,
+                 "close " + loadPatchReceived,
+                 "close " + waitForPatchLoad,
+                 "close " + hotReloadFinished,
+                 "close " + logFile};
+}
+
+const Calls closesTheBridge = {"close process 1", "close first thread 1"};
+
+class HandlesTest : public LinkTest
+{
+protected:
+    void ExpectCalls(const Calls& expected)
+    {
+        EXPECT_EQ(expected, trace->OwnCalls());
+        EXPECT_EQ(Calls{}, trace->OpenHandles()) << "All threads' handles are closed,";
+        EXPECT_EQ(0u, trace->VainCloses()) << "each of them once.";
+    }
+
+    void Prepare()
+    {
+        trace = new HandleTrace(Library().Module()); // for the rest of the process
+    }
+
+    HandleTrace* trace = nullptr;
+};
+} // namespace
+
+#define HANDLES(Name) HOST_TEST_OF(HandlesTest, Handles, Name)
+
+HANDLES(OfAConnectedDefaultAgent)
+{
+    UseScenario("Obedient");
+    Prepare();
+    StartWatchedAgent();
+    EXPECT_EQ(StartupCalls(), trace->OwnCalls());
+    ExpectStatus(ConnectionSucceeded);
+    Shutdown();
+    ExpectCalls(StartupCalls() + ShutdownCalls(closesTheBridge));
+}
+
+HANDLES(OfAConnectedSynchronizedAgent)
+{
+    UseScenario("Obedient");
+    Prepare();
+    StartSynchronizedAgent();
+    EXPECT_EQ(StartupCalls(), trace->OwnCalls());
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    Shutdown();
+    ExpectCalls(StartupCalls() + ShutdownCalls(closesTheBridge));
+}
+
+HANDLES(OfAnAgentWithoutABridge)
+{
+    RemoveBridge();
+    Prepare();
+    StartWatchedAgent();
+    ExpectStatus(ConnectionFailed);
+    Shutdown();
+    ExpectCalls(StartupCalls() + ShutdownCalls({}));
+}
+
+HANDLES(OfAnAgentWhoseBridgeNeverConnects)
+{
+    UseOwnAgentFolder();
+    Prepare();
+    StartWatchedAgent();
+    ExpectStatus(ConnectionFailed);
+    Shutdown();
+    ExpectCalls(StartupCalls() + ShutdownCalls(closesTheBridge));
+    Signal("shut down");
+}
+
+HANDLES(OfAnAgentThatIsShutDownAtOnce)
+{
+    UseScenario("Obedient");
+    ExpectNoBridge(); // it can find its pipes closed already
+    Prepare();
+    StartDefaultAgent();
+    Shutdown();
+    ExpectCalls(StartupCalls() + ShutdownCalls(closesTheBridge));
+}
+
+HANDLES(OfAnAgentWhoseBridgeHasDied)
+{
+    Prepare();
+    StartWatchedAgent();
+    ExpectStatus(ConnectionSucceeded);
+    ExpectReceiverEnd(8);
+    EXPECT_TRUE(WaitForBridge());
+    Shutdown();
+    ExpectCalls(StartupCalls() + ShutdownCalls(closesTheBridge));
+}
+
+#else
+
+BRIDGE_SCENARIO(Handles, OfAnAgentWhoseBridgeNeverConnects)
+{
+    EXPECT_TRUE(Await("shut down"));
+}
+
+BRIDGE_SCENARIO(Handles, OfAnAgentWhoseBridgeHasDied)
+{
+    EXPECT_TRUE(Connect());
+    link.Close();
+}
+
+#endif

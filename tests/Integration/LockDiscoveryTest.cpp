@@ -1,0 +1,148 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// The locks and the place to park threads at that an Agent tells its Bridge of.
+
+#if TORVANE_HOST_HALF
+
+namespace
+{
+constexpr char foundHeapLock[] = "Found process heap critical section at 0x";
+constexpr char noHeapLock[] = "Failed to find process heap critical section";
+
+std::string Hexadecimal(uint64_t address)
+{
+    char text[32];
+    snprintf(text, sizeof(text), "%08llX", static_cast<unsigned long long>(address));
+    return text;
+}
+
+/// Enters the loader's lock until the Bridge has looked at it.
+class LockedLoader
+{
+public:
+    LockedLoader()
+    {
+        const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+        using Lock = LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*);
+        const auto lock =
+            reinterpret_cast<Lock>(reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrLockLoaderLock")));
+        unlock =
+            reinterpret_cast<Unlock>(reinterpret_cast<void*>(GetProcAddress(ntdll, "LdrUnlockLoaderLock")));
+        EXPECT_EQ(0, lock(0, nullptr, &cookie));
+    }
+
+    ~LockedLoader()
+    {
+        unlock(0, cookie);
+    }
+
+    LockedLoader(const LockedLoader&) = delete;
+    LockedLoader& operator=(const LockedLoader&) = delete;
+
+private:
+    using Unlock = LONG(NTAPI*)(ULONG, ULONG_PTR);
+    Unlock unlock = nullptr;
+    ULONG_PTR cookie = 0;
+};
+} // namespace
+
+HOST_TEST(LockDiscovery, NamesAPlaceInTheAgentThatJumpsToItself)
+{
+    Publish("agent", Library().Module());
+    StartDefaultAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+HOST_TEST(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
+{
+    StartDefaultAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    EXPECT_TRUE(WaitForLog("Found loader lock at 0x" + Hexadecimal(AwaitNumber("loader lock"))));
+    {
+        const LockedLoader locked;
+        Publish("owner", uint64_t{GetCurrentThreadId()});
+        EXPECT_TRUE(Await("looked"));
+    }
+    Signal("unlocked");
+}
+
+HOST_TEST(LockDiscovery, NamesTheHeapsLockOrSaysThatThereIsNone)
+{
+    StartDefaultAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    const uint64_t lock = AwaitNumber("heap lock");
+    const std::string outcome = lock != 0 ? foundHeapLock + Hexadecimal(lock) : noHeapLock;
+    ExpectLogOrder({"Registering process with bridge", outcome, "Initialization done"});
+    EXPECT_EQ(1u, CountInLog(outcome));
+
+    ASSERT_TRUE(HeapLock(GetProcessHeap()));
+    Publish("owner", uint64_t{GetCurrentThreadId()});
+    HeapUnlock(GetProcessHeap());
+}
+
+#else
+
+namespace
+{
+struct Section32
+{
+    uint32_t debugInfo;
+    int32_t lockCount;
+    int32_t recursionCount;
+    uint32_t owner;
+    uint32_t semaphore;
+    uint32_t spinCount;
+};
+
+Section32 ReadSection(const HostProcess& host, AddressSlot address)
+{
+    Section32 section = {};
+    const std::vector<uint8_t> bytes = host.Read(address, sizeof(section));
+    EXPECT_EQ(sizeof(section), bytes.size());
+    memcpy(&section, bytes.data(), bytes.size());
+    return section;
+}
+} // namespace
+
+BRIDGE_SCENARIO(LockDiscovery, NamesAPlaceInTheAgentThatJumpsToItself)
+{
+    ASSERT_TRUE(Connect());
+    EXPECT_EQ(AwaitNumber("agent"), host.ImageAt(process->spinForever).base);
+    EXPECT_EQ((std::vector<uint8_t>{0xEB, 0xFE}), host.Read(process->spinForever, 2));
+    const uint32_t protection = host.QueryPages(process->spinForever).protection;
+    EXPECT_NE(0u, protection &
+                      (PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY))
+        << protection;
+    StayUntilAgentGoes();
+}
+
+BRIDGE_SCENARIO(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
+{
+    ASSERT_TRUE(Connect());
+    ASSERT_NE(0u, process->loaderLock);
+    Publish("loader lock", process->loaderLock);
+    const uint64_t owner = AwaitNumber("owner");
+    const Section32 locked = ReadSection(host, process->loaderLock);
+    EXPECT_EQ(owner, locked.owner);
+    EXPECT_EQ(1, locked.recursionCount);
+    Signal("looked");
+    ASSERT_TRUE(Await("unlocked"));
+    EXPECT_NE(owner, ReadSection(host, process->loaderLock).owner);
+    StayUntilAgentGoes();
+}
+
+BRIDGE_SCENARIO(LockDiscovery, NamesTheHeapsLockOrSaysThatThereIsNone)
+{
+    ASSERT_TRUE(Connect());
+    Publish("heap lock", process->processHeapLock);
+    if (process->processHeapLock != 0)
+    {
+        EXPECT_EQ(sizeof(Section32), host.Read(process->processHeapLock, sizeof(Section32)).size());
+    }
+    AwaitNumber("owner"); // the search hasn't left the heap locked
+    StayUntilAgentGoes();
+}
+
+#endif

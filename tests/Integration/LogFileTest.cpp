@@ -1,0 +1,188 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// The Agent's log file: its place, its form, its life, and an Agent that has none.
+
+#if TORVANE_HOST_HALF
+
+#include "tests/Harness/DebugOutput.h"
+#include "tests/Harness/ReplacedImport.h"
+
+#include <algorithm>
+#include <ctype.h>
+#include <string.h>
+
+#include <objbase.h>
+#include <shlobj.h>
+
+namespace
+{
+/// Where the user's local application data is, by another way than the Agent's.
+std::wstring LogFolderFromEnvironment()
+{
+    wchar_t folder[MAX_PATH] = {};
+    GetEnvironmentVariableW(L"LOCALAPPDATA", folder, MAX_PATH);
+    return folder + std::wstring(L"\\Torvane 2\\Logs");
+}
+
+bool Exists(const std::wstring& path)
+{
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+void WriteTextFile(const std::wstring& path, const std::string& text)
+{
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, file);
+    DWORD count = 0;
+    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &count, nullptr);
+    CloseHandle(file);
+}
+
+/// \return the error code of opening the file for that access, whatever others may do with it.
+DWORD TryOpen(const std::wstring& path, DWORD access)
+{
+    const HANDLE file =
+        CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+    {
+        return GetLastError();
+    }
+    CloseHandle(file);
+    return ERROR_SUCCESS;
+}
+
+/// Where `GetFolder` says that the user's data is.
+std::wstring replacedFolder;
+bool askedForLocalApplicationData;
+
+/// `SHGetKnownFolderPath` for an Agent whose user keeps the data in `replacedFolder`.
+HRESULT WINAPI GetFolder(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, wchar_t** path)
+{
+    const GUID localApplicationData = {
+        0xF1B32785, 0x6FBA, 0x4FCF, {0x9D, 0x55, 0x7B, 0x8E, 0x7F, 0x15, 0x70, 0x91}};
+    askedForLocalApplicationData =
+        memcmp(&id, &localApplicationData, sizeof(id)) == 0 && flags == 0 && token == nullptr;
+    const size_t size = (replacedFolder.size() + 1) * sizeof(wchar_t);
+    *path = static_cast<wchar_t*>(CoTaskMemAlloc(size));
+    memcpy(*path, replacedFolder.c_str(), size);
+    return S_OK;
+}
+
+class LogFileTest : public HostTest
+{
+protected:
+    void RunConnected()
+    {
+        UseScenario("Obedient");
+        StartDefaultAgent();
+        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    }
+
+    /// A whole run of an Agent whose log file couldn't be created.
+    void ExpectRunWithoutAFile()
+    {
+        const DebugOutput output;
+        RunConnected();
+        Library().TvnLogMessageANSI("a call");
+        Shutdown();
+        size_t successes = 0;
+        for (const std::string& text : output.Texts())
+        {
+            successes += text.find("Torvane Success] Pipes connected") != std::string::npos;
+        }
+        EXPECT_EQ(1u, successes) << "The debugger still gets its part.";
+    }
+};
+} // namespace
+
+#define LOG_FILE(Name) HOST_TEST_OF(LogFileTest, LogFile, Name)
+
+LOG_FILE(StandsInTheUsersLocalApplicationDataUnderTheProcessId)
+{
+    const std::wstring path = LogFolderFromEnvironment() + L"\\log_windows_agent_" +
+                              std::to_wstring(GetCurrentProcessId()) + L".txt";
+    EXPECT_FALSE(Exists(path));
+    RunConnected();
+    EXPECT_TRUE(Exists(path));
+}
+
+LOG_FILE(HasARecordPerLineInColumns)
+{
+    RunConnected();
+    Shutdown();
+    const std::string text = ReadAgentLogText(GetCurrentProcessId());
+    ASSERT_LT(2u, text.size());
+    EXPECT_EQ("\r\n", text.substr(0, 2)) << "Each record begins with a line break.";
+    EXPECT_EQ("for memory system", text.substr(text.size() - 17)) << "None ends with one.";
+    std::string previous;
+    size_t records = 0;
+    for (size_t begin = 2; begin < text.size();)
+    {
+        const size_t end = std::min(text.find("\r\n", begin), text.size());
+        const std::string line = text.substr(begin, end - begin);
+        begin = end + 2;
+        if (line.empty())
+        {
+            continue; // behind the OS's text of an error, which has a line break of its own
+        }
+        ++records;
+        ASSERT_LT(9u + 3 + 3 + 3 + 43 + 3, line.size()) << line;
+        EXPECT_EQ('.', line[6]) << line;
+        EXPECT_TRUE(isdigit(line[5]) && isdigit(line[7]) && isdigit(line[8])) << line;
+        EXPECT_EQ(" | ", line.substr(9, 3)) << line;
+        EXPECT_TRUE(isupper(line[12]) && isupper(line[13]) && isupper(line[14])) << line;
+        EXPECT_EQ(" | ", line.substr(15, 3)) << line;
+        EXPECT_EQ(')', line[60]) << line;
+        EXPECT_EQ(" | ", line.substr(61, 3)) << line;
+        EXPECT_LE(previous.substr(0, 9), line.substr(0, 9)) << "Time doesn't run backwards in a short run.";
+        previous = line;
+    }
+    EXPECT_EQ(ReadLog().size(), records);
+}
+
+LOG_FILE(ReplacesAnOldOneOfTheSameName)
+{
+    WriteTextFile(AgentLogPath(GetCurrentProcessId()), std::string(1 << 20, 'x'));
+    RunConnected();
+    Shutdown();
+    const std::string text = ReadAgentLogText(GetCurrentProcessId());
+    EXPECT_EQ(std::string::npos, text.find("xxx"));
+    EXPECT_EQ("Torvane version 2.4.0", ReadLog().front().message);
+}
+
+LOG_FILE(CanBeReadButNotWrittenByOthersUntilShutdown)
+{
+    RunConnected();
+    const std::wstring path = AgentLogPath(GetCurrentProcessId());
+    EXPECT_EQ(DWORD(ERROR_SUCCESS), TryOpen(path, GENERIC_READ));
+    EXPECT_EQ(DWORD(ERROR_SHARING_VIOLATION), TryOpen(path, GENERIC_WRITE));
+    Shutdown();
+    EXPECT_EQ(DWORD(ERROR_SUCCESS), TryOpen(path, GENERIC_WRITE)) << "It is closed.";
+}
+
+LOG_FILE(IsMissingWhenItsFolderIs)
+{
+    wchar_t temporary[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, temporary);
+    replacedFolder = temporary + (L"TorvaneTestData_" + std::to_wstring(GetCurrentProcessId()));
+    ASSERT_TRUE(CreateDirectoryW(replacedFolder.c_str(), nullptr));
+    const ReplacedImport replaced(Library().Module(), "SHGetKnownFolderPath",
+                                  reinterpret_cast<void*>(&GetFolder));
+    ExpectRunWithoutAFile();
+    EXPECT_TRUE(askedForLocalApplicationData);
+    EXPECT_TRUE(RemoveDirectoryW(replacedFolder.c_str())) << "The Agent makes nothing there.";
+    EXPECT_TRUE(ReadAgentLogText(GetCurrentProcessId()).empty());
+}
+
+LOG_FILE(IsMissingWhenItCannotBeCreated)
+{
+    const std::wstring path = AgentLogPath(GetCurrentProcessId());
+    ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
+    ExpectRunWithoutAFile();
+    EXPECT_TRUE(RemoveDirectoryW(path.c_str()));
+}
+
+#endif

@@ -1,0 +1,103 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// A pipe that can't be created, since somebody else has its name: the one failure that the user is told.
+
+#if TORVANE_HOST_HALF
+
+#include "tests/Harness/MessageBoxWatcher.h"
+
+namespace
+{
+constexpr uint32_t longerLook = 200; // milliseconds
+
+class PipeCreationTest : public LinkTest
+{
+protected:
+    /// Makes the pipe of this name, of which there can be just one instance.
+    void TakeName(const wchar_t* prefix)
+    {
+        const std::wstring name = prefix + std::to_wstring(GetCurrentProcessId());
+        EXPECT_NE(INVALID_HANDLE_VALUE,
+                  CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE, 1, 0, 0, 0, nullptr));
+    }
+
+    /// Starts an agent that can't create a pipe. It stays: its shutdown would wait for threads that it never had.
+    TvnDefaultAgent& StartInVain()
+    {
+        ExpectNoBridge();
+        LeaveAgentRunning();
+        Library();
+        MessageBoxWatcher watcher("Torvane Agent");
+        TvnDefaultAgent& agent = StartDefaultAgent();
+        EXPECT_TRUE(watcher.HasClosedBox());
+        EXPECT_EQ("Failed to initialize communication between Agent and Bridge, forcing the Agent to exit. "
+                  "Please check the log for details.",
+                  watcher.text);
+        EXPECT_EQ(1, watcher.buttonCount);
+        EXPECT_FALSE(watcher.hasOwner);
+        EXPECT_FALSE(watcher.hasIcon);
+        return agent;
+    }
+
+    void ExpectFailureInLog(const std::string& pipe)
+    {
+        ExpectErrorLines({"Failed to create " + pipe + " pipe"});
+        ExpectLogOrder({"Creating communication pipes", "CreateNamedPipeW failed.",
+                        "Failed to create " + pipe + " pipe"});
+        EXPECT_EQ("Failed to create " + pipe + " pipe", ReadLog().back().message);
+        EXPECT_EQ(1u, CountInLog("CreateNamedPipeW failed."));
+    }
+};
+} // namespace
+
+#define PIPE_CREATION(Name) HOST_TEST_OF(PipeCreationTest, PipeCreation, Name)
+
+PIPE_CREATION(TellsTheUserWhenTheAgentPipesNameIsTaken)
+{
+    TakeName(L"\\\\.\\pipe\\TVN_Agent");
+    StartInVain();
+    ExpectFailureInLog("agent");
+}
+
+PIPE_CREATION(TellsTheUserWhenTheBridgePipesNameIsTaken)
+{
+    TakeName(L"\\\\.\\pipe\\TVN_Bridge");
+    StartInVain();
+    ExpectFailureInLog("bridge");
+}
+
+PIPE_CREATION(LeavesTheFailureForWhoeverAsks)
+{
+    TakeName(L"\\\\.\\pipe\\TVN_Agent");
+    StartInVain();
+    EXPECT_EQ(ConnectionFailed, WaitForConnection());
+}
+
+PIPE_CREATION(LeavesAnAgentThatTakesCalls)
+{
+    TakeName(L"\\\\.\\pipe\\TVN_Agent");
+    TvnDefaultAgent& agent = StartInVain();
+    agent.TvnLogMessageANSI("nobody reads this");
+    agent.TvnLogMessage(L"nor this");
+    agent.TvnSetBoolPreferences(1, true);
+    agent.TvnScheduleReload();
+    EXPECT_EQ("API TvnScheduleReload", ReadLog().back().message);
+    for (const LogRecord& record : ReadLog())
+    {
+        EXPECT_EQ(std::string::npos, record.message.find("Thread '")) << record.message;
+    }
+}
+
+PIPE_CREATION(LeavesAShutdownThatWaitsForGood)
+{
+    TakeName(L"\\\\.\\pipe\\TVN_Bridge");
+    StartInVain();
+    const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
+    EXPECT_TRUE(WaitForLog("Shutting down agent-bridge communication"));
+    EXPECT_FALSE(shutdown->HasEnded(longerLook));
+    EXPECT_EQ("Shutting down agent-bridge communication", ReadLog().back().message);
+}
+
+#endif
