@@ -58,16 +58,22 @@ private:
 class ExceptionBridge : public BridgeTest
 {
 protected:
-    /// Connects, and lets the Agent install its handler. The host half goes on when it is there.
-    bool Start(uint32_t order = 1)
+    /// Connects, and lets the Agent install its handler in each of these places. The host half goes on then.
+    template<typename... Orders>
+    bool Start(Orders... orders)
     {
-        if (!Connect() || !Bridge::SendInstallExceptionHandler(link, order) ||
+        if (!Connect() || !(Bridge::SendInstallExceptionHandler(link, orders) && ...) ||
             !Bridge::WaitUntilObeyed(link, patience))
         {
             return false;
         }
         Signal("installed");
         return true;
+    }
+
+    bool Start()
+    {
+        return Start(1u);
     }
 
     ExceptionReport AwaitException()

@@ -1,4 +1,5 @@
 #include "tests/Harness/Harness.h"
+#include "tests/Harness/Imports.h"
 #include "tests/Harness/TestThread.h"
 
 #include <windows.h>
@@ -47,32 +48,6 @@ static_assert(offsetof(Words, closed) == 8);
 
 namespace
 {
-/// Where an image keeps the address of a function that it imports. Null if it doesn't import it.
-void** FindImport(void* module, const char* name)
-{
-    auto* base = static_cast<uint8_t*>(module);
-    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-    const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-    const IMAGE_DATA_DIRECTORY& directory =
-        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    const auto* library = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
-    for (; library->Name != 0; ++library)
-    {
-        const auto* names = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + library->OriginalFirstThunk);
-        auto* addresses = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->FirstThunk);
-        for (; names->u1.AddressOfData != 0; ++names, ++addresses)
-        {
-            const auto* import =
-                reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
-            if (!IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal) && strcmp(import->Name, name) == 0)
-            {
-                return reinterpret_cast<void**>(&addresses->u1.Function);
-            }
-        }
-    }
-    return nullptr;
-}
-
 class HeldThreadsHost : public HostTest
 {
 protected:
@@ -92,10 +67,7 @@ protected:
         void** place = FindImport(Library().Module(), import);
         ASSERT_NE(nullptr, place) << import;
         behindTheGate = *place;
-        DWORD before = 0;
-        ASSERT_TRUE(VirtualProtect(place, sizeof(*place), PAGE_READWRITE, &before));
-        *place = reinterpret_cast<void*>(&Gate);
-        VirtualProtect(place, sizeof(*place), before, &before);
+        ReplaceImport(place, reinterpret_cast<void*>(&Gate));
         Publish("gate", reinterpret_cast<const void*>(&Gate));
     }
 
