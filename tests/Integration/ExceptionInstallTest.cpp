@@ -240,7 +240,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, Order0IsBehindTheOthers)
     ASSERT_TRUE(Start(0u));
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionContinueSearch);
+    Answer(report, ActionContinueSearch);
     EXPECT_TRUE(NothingElseCame()) << "The first exception came to a handler before ours.";
     StayUntilAgentGoes();
 }
@@ -250,7 +250,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AnyOtherOrderIsBeforeTheOt
     ASSERT_TRUE(Start(0x80000000u));
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionContinueSearch);
+    Answer(report, ActionContinueSearch);
     StayUntilAgentGoes();
 }
 
@@ -259,14 +259,14 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, ASecondOneStandsBesideTheF
     ASSERT_TRUE(Start(0u, 1u));
     const ExceptionReport first = AwaitException();
     ASSERT_TRUE(first);
-    Answer(first, actionIgnore);
+    Answer(first, ActionIgnore);
     const ExceptionReport second = AwaitException();
     ASSERT_TRUE(second);
     EXPECT_EQ(0, memcmp(&first.record, &second.record, sizeof(first.record)));
-    Answer(second, actionContinueSearch);
+    Answer(second, ActionContinueSearch);
     const ExceptionReport third = AwaitException();
     ASSERT_TRUE(third);
-    Answer(third, actionSkipInstruction);
+    Answer(third, ActionSkipInstruction);
     EXPECT_TRUE(NothingElseCame()) << "Skipped by the one, it didn't come to the other.";
     StayUntilAgentGoes();
 }
@@ -276,7 +276,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterTheShutdownAFaultTake
     ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionSkipInstruction);
+    Answer(report, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 
@@ -302,7 +302,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterAFailedWaitAStoredDec
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     ASSERT_TRUE(Await("waiting"));
-    Answer(report, actionSkipInstruction);
+    Answer(report, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 

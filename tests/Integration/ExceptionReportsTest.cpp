@@ -316,7 +316,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, AWholeReportIsSentAndLogge
     EXPECT_EQ(0x10u, report.record.ExceptionInformation[1]);
     EXPECT_EQ(code, report.context.Eip);
 
-    Answer(report, actionContinueSearch);
+    Answer(report, ActionContinueSearch);
     const std::vector<uint8_t> context = host.Read(AwaitNumber("context"), 716);
     const std::vector<uint8_t> record = host.Read(AwaitNumber("record"), 80);
     ASSERT_EQ(716u, context.size());
@@ -335,7 +335,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, EveryKnownCodeIsReported)
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report) << known.name;
         EXPECT_EQ(known.code, report.record.ExceptionCode);
-        Answer(report, actionContinueSearch);
+        Answer(report, ActionContinueSearch);
     }
     StayUntilAgentGoes();
 }
@@ -348,7 +348,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OtherCodesReachNeitherTheL
     Signal("dialog");
     ASSERT_TRUE(Await("raised"));
     EXPECT_TRUE(NothingElseCame());
-    Answer(report, actionSkipInstruction);
+    Answer(report, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 
@@ -360,7 +360,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OnlyTheFlagsValue1IsNonCon
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         EXPECT_EQ(entry.value, report.record.ExceptionFlags);
-        Answer(report, actionContinueSearch);
+        Answer(report, ActionContinueSearch);
     }
     StayUntilAgentGoes();
 }
@@ -374,7 +374,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, MemoryFaultsTellMore)
         ASSERT_TRUE(report);
         EXPECT_EQ(entry.code, report.record.ExceptionCode);
         EXPECT_EQ(entry.count, report.record.NumberParameters);
-        Answer(report, actionContinueSearch);
+        Answer(report, ActionContinueSearch);
     }
     StayUntilAgentGoes();
 }
