@@ -11,6 +11,8 @@ endif()
 set(imageName TVN_Agent_x86)
 add_library(Agent SHARED ${TORVANE_IMAGE_SOURCES} src/Agent/Agent.rc)
 target_link_libraries(Agent PRIVATE AgentObjects Torvane::Flags)
+target_include_directories(Agent INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}/include")
+add_library(TorvaneAgent::TorvaneAgent ALIAS Agent)
 set_target_properties(Agent PROPERTIES
     OUTPUT_NAME ${imageName}
     PREFIX ""
@@ -35,6 +37,12 @@ add_custom_command(
     DEPENDS src/Agent/Agent.def
     VERBATIM)
 add_custom_target(AgentImportLibrary ALL DEPENDS "${TORVANE_BIN_DIR}/${imageName}.lib")
+
+# Under the name that the installed package gives it as well.
+if(NOT PROJECT_IS_TOP_LEVEL)
+    set(TorvaneAgent_DLL "${TORVANE_BIN_DIR}/${imageName}.dll" PARENT_SCOPE)
+    set(TorvaneAgent_PDB "${TORVANE_BIN_DIR}/${imageName}.pdb" PARENT_SCOPE)
+endif()
 
 if(TORVANE_BUILD_TESTS)
     find_program(TORVANE_READOBJ NAMES llvm-readobj llvm-readobj-14 REQUIRED)

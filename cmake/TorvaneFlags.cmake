@@ -13,7 +13,8 @@ target_include_directories(TorvaneCommonFlags INTERFACE
     "${CMAKE_CURRENT_SOURCE_DIR}/src" "${CMAKE_CURRENT_SOURCE_DIR}/include")
 target_include_directories(TorvaneCommonFlags SYSTEM INTERFACE "${generatedHeaders}")
 target_compile_options(TorvaneCommonFlags INTERFACE
-    -Wall -Wextra -Werror -fno-omit-frame-pointer "-ffile-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=")
+    -Wall -Wextra $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
+    -fno-omit-frame-pointer "-ffile-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=")
 if(WIN32)
     target_compile_definitions(TorvaneCommonFlags INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
     # Assembly would bring debug sections of another kind into the image.
