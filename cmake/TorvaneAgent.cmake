@@ -20,11 +20,12 @@ set_target_properties(Agent PROPERTIES
     ARCHIVE_OUTPUT_DIRECTORY "${TORVANE_BIN_DIR}"
     IMPORT_PREFIX lib
     IMPORT_SUFFIX .dll.a
-    LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def")
+    LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def;${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Torvane.natvis")
 target_link_options(Agent PRIVATE
     "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def"
     "-Wl,--pdb=${TORVANE_BIN_DIR}/${imageName}.pdb"
     "-Wl,-Xlink=-pdbaltpath:%_PDB%"
+    "-Wl,-Xlink=-natvis:${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Torvane.natvis"
     "-Wl,-Map=${CMAKE_CURRENT_BINARY_DIR}/${imageName}.map"
     -Wl,--no-insert-timestamp)
 
