@@ -1,27 +1,40 @@
-# A sample is a host and a Bridge of its own in one folder, where the Agent finds its Bridge.
+# How samples are built and tested. Each stands in a folder of its own, where the Agent finds its Bridge.
 
-# The Bridge that the host's Agent spawns; its sources register a scenario.
-function(torvane_add_sample_bridge name)
-    add_executable(${name}Bridge ${ARGN} "${PROJECT_SOURCE_DIR}/bridge/Main.cpp")
-    target_link_libraries(${name}Bridge PRIVATE Torvane::Bridge)
-    set_target_properties(${name}Bridge PROPERTIES
-        OUTPUT_NAME TVN_Agent_Bridge_x64
-        RUNTIME_OUTPUT_DIRECTORY "${TORVANE_BIN_DIR}/${name}")
-endfunction()
-
-# The host, with the Agent beside it.
-function(torvane_add_sample_host name)
-    add_executable(${name} ${ARGN})
-    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-    target_link_libraries(${name} PRIVATE Torvane::TestFlags)
-    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${TORVANE_BIN_DIR}/${name}")
-    add_custom_command(TARGET ${name} POST_BUILD
-        COMMAND "${CMAKE_COMMAND}" -E copy_if_different "$<TARGET_FILE:Agent>" "${TORVANE_BIN_DIR}/${name}"
+# torvane_add_sample_host(target folder source...): a host with the Agent's library beside it.
+function(torvane_add_sample_host target folder)
+    add_executable(${target} ${ARGN})
+    target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}")
+    target_link_libraries(${target} PRIVATE Torvane::TestFlags)
+    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${folder}")
+    add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND "${CMAKE_COMMAND}" -E copy_if_different "$<TARGET_FILE:Agent>" "${folder}"
         VERBATIM)
-    add_dependencies(${name} Agent)
+    add_dependencies(${target} Agent)
 endfunction()
 
-# A test that the script demo of the current folder comes to a good end with these arguments.
+# torvane_add_sample_bridge(target folder source...): the Bridge for it.
+function(torvane_add_sample_bridge target folder)
+    add_executable(${target} ${ARGN})
+    target_link_libraries(${target} PRIVATE Torvane::Bridge)
+    set_target_properties(${target} PROPERTIES
+        OUTPUT_NAME TVN_Agent_Bridge_x64
+        RUNTIME_OUTPUT_DIRECTORY "${folder}")
+endfunction()
+
+# torvane_add_sample_test(target [argument...]): runs the host, and compares what it prints with the file expected.txt
+# beside its source. The arguments are further ones for RunSample.cmake.
+function(torvane_add_sample_test target)
+    if(TORVANE_BUILD_TESTS)
+        add_test(NAME ${target}.Sample
+            COMMAND "${CMAKE_COMMAND}" "-DPROGRAM=$<TARGET_FILE:${target}>"
+                    "-DRUNNER=${PROJECT_SOURCE_DIR}/cmake/run-in-wine" "-DWINE_PREFIX=${TORVANE_WINE_PREFIX}"
+                    "-DEXPECTED=${CMAKE_CURRENT_SOURCE_DIR}/expected.txt" ${ARGN}
+                    -P "${PROJECT_SOURCE_DIR}/samples/RunSample.cmake")
+        set_tests_properties(${target}.Sample PROPERTIES TIMEOUT 300)
+    endif()
+endfunction()
+
+# torvane_add_sample_demo(name [argument...]): a test that the script demo of the current folder comes to a good end.
 function(torvane_add_sample_demo name)
     if(NOT TORVANE_BUILD_TESTS)
         return()
