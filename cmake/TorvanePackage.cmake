@@ -1,8 +1,9 @@
-# What is installed: from the preset windows-x86 the package TorvaneAgent, for hosts.
+# What is installed: from the preset windows-x86 the package TorvaneAgent, for hosts, and from the preset windows-x64 the
+# package TorvaneBridge, for Bridges. They go into the same folder or into two.
 #
 #   cmake --install build/windows-x86 --prefix FOLDER
 #
-# The target packageContents builds all of it and nothing else.
+# The target packageContents builds all of a preset's and nothing else.
 
 include(CMakePackageConfigHelpers)
 
@@ -54,4 +55,11 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     # Start-up code, and what the compiler calls for 64-bit division and large stack frames.
     torvane_install_license(mingw-w64 "${documents}/mingw-w64-i686-dev/copyright")
     torvane_install_license(libgcc "${documents}/gcc-mingw-w64-i686-win32/copyright")
+elseif(TORVANE_ARCHITECTURE STREQUAL x64)
+    add_dependencies(packageContents TorvaneBridge)
+    torvane_install_package_files(TorvaneBridge)
+    # The other libraries of the folder are for 32 bits.
+    install(FILES "$<TARGET_FILE:TorvaneBridge>" DESTINATION lib/x64)
+    install(DIRECTORY bridge DESTINATION include/TorvaneBridge FILES_MATCHING PATTERN "*.h")
+    install(FILES src/Agent/Communication/Blob.h DESTINATION include/TorvaneBridge/Agent/Communication)
 endif()
