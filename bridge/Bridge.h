@@ -36,6 +36,8 @@
 /// - A patch's entry point isn't to run in the loader: `PatchImage.h` tells how that is arranged.
 /// - Code that is about to be written over must not be under the instruction pointer of a held thread
 ///   (`HeldThreads::AnyAt`), and its pages have to be made writable first (`SendSetPageProtection`).
+/// - What goes over a link can be recorded (`RecordLink`, or `TORVANE_BRIDGE_RECORDING` in the environment of the
+///   host) and looked at with the command `blobs`.
 /// - The Agent goes by closing its pipes (`Link::IsClosed`). Nobody waits for the Bridge, which ends by itself.
 
 #include "bridge/BlobWriter.h"
@@ -48,6 +50,8 @@
 #include "bridge/Obedient.h"
 #include "bridge/Orders.h"
 #include "bridge/PatchImage.h"
+#include "bridge/Recording/Recorder.h"
 #include "bridge/Relaunch.h"
 #include "bridge/Scenario.h"
 #include "bridge/SharedSections.h"
+#include "bridge/Text.h"

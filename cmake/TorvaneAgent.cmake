@@ -9,7 +9,6 @@ if(NOT EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def")
 endif()
 
 set(imageName TVN_Agent_x86)
-set(TORVANE_NATVIS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Torvane.natvis")
 add_library(Agent SHARED ${TORVANE_IMAGE_SOURCES} src/Agent/Agent.rc)
 target_link_libraries(Agent PRIVATE AgentObjects Torvane::Flags)
 target_include_directories(Agent INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}/include")
@@ -21,12 +20,12 @@ set_target_properties(Agent PROPERTIES
     ARCHIVE_OUTPUT_DIRECTORY "${TORVANE_BIN_DIR}"
     IMPORT_PREFIX lib
     IMPORT_SUFFIX .dll.a
-    LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def;${TORVANE_NATVIS}")
+    LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def;${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Torvane.natvis")
 target_link_options(Agent PRIVATE
     "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def"
     "-Wl,--pdb=${TORVANE_BIN_DIR}/${imageName}.pdb"
     "-Wl,-Xlink=-pdbaltpath:%_PDB%"
-    "-Wl,-Xlink=-natvis:${TORVANE_NATVIS}"
+    "-Wl,-Xlink=-natvis:${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Torvane.natvis"
     "-Wl,-Map=${CMAKE_CURRENT_BINARY_DIR}/${imageName}.map"
     -Wl,--no-insert-timestamp)
 

@@ -1,9 +1,10 @@
-# What is installed: from the preset windows-x86 the package TorvaneAgent, for hosts, and from the preset windows-x64 the
-# package TorvaneBridge, for Bridges. They go into the same folder or into two.
+# What is installed: from the preset windows-x86 the package TorvaneAgent, for hosts; from windows-x64 the package
+# TorvaneBridge, for whoever writes a Bridge. Both go into the same folder.
 #
 #   cmake --install build/windows-x86 --prefix FOLDER
+#   cmake --install build/windows-x64 --prefix FOLDER
 #
-# The target packageContents builds all of a preset's and nothing else.
+# The target packageContents builds all of it and nothing else.
 
 include(CMakePackageConfigHelpers)
 
@@ -56,10 +57,11 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     torvane_install_license(mingw-w64 "${documents}/mingw-w64-i686-dev/copyright")
     torvane_install_license(libgcc "${documents}/gcc-mingw-w64-i686-win32/copyright")
 elseif(TORVANE_ARCHITECTURE STREQUAL x64)
-    add_dependencies(packageContents TorvaneBridge)
+    add_dependencies(packageContents TorvaneBridge TorvaneRecording)
     torvane_install_package_files(TorvaneBridge)
-    # The other libraries of the folder are for 32 bits.
-    install(FILES "$<TARGET_FILE:TorvaneBridge>" DESTINATION lib/x64)
-    install(DIRECTORY bridge DESTINATION include/TorvaneBridge FILES_MATCHING PATTERN "*.h")
-    install(FILES src/Agent/Communication/Blob.h DESTINATION include/TorvaneBridge/Agent/Communication)
+    install(FILES "$<TARGET_FILE:TorvaneBridge>" "$<TARGET_FILE:TorvaneRecording>" DESTINATION lib/x64)
+    install(DIRECTORY bridge DESTINATION include FILES_MATCHING PATTERN "*.h" PATTERN "Test*.h" EXCLUDE)
+    install(FILES src/Agent/Communication/Blob.h DESTINATION include/Agent/Communication)
+    install(FILES docs/protocol.md DESTINATION .)
+    torvane_install_license(nlohmann-json "${documents}/nlohmann-json3-dev/copyright")
 endif()

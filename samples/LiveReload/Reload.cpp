@@ -43,15 +43,6 @@ std::string Address(AddressSlot address)
     return text;
 }
 
-std::string Narrow(const std::wstring& text)
-{
-    std::string narrow(text.size() * 3, '\0');
-    narrow.resize(static_cast<size_t>(
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                            static_cast<int>(narrow.size()), nullptr, nullptr)));
-    return narrow;
-}
-
 /// What of a Blob is worth seeing in one line.
 std::string Details(const Message& message)
 {
@@ -62,7 +53,7 @@ std::string Details(const Message& message)
     case BlobType::EnableModules:
         return std::to_string(message.As<EnableModulesBlob>()->modules.count) + " modules";
     case BlobType::LoadPatchWindows:
-        return Narrow(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
+        return Utf8(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
     case BlobType::PatchLoaded:
         return "at " + Address(message.As<PatchLoadedBlob>()->base) + ", " +
                std::to_string(message.As<PatchLoadedBlob>()->imageSize) + " bytes";
@@ -145,7 +136,7 @@ bool Reloader::TakeModules()
             announced = candidate;
         }
     }
-    Report(".. " + Narrow(announced.path) + " at " + Address(announced.base) + ", " +
+    Report(".. " + Utf8(announced.path) + " at " + Address(announced.base) + ", " +
            std::to_string(announced.imageSize) + " bytes in " + std::to_string(announced.pages.size()) +
            " ranges of pages");
     return SendDecrementLatch(link, blob->latch, blob->modules.count);

@@ -96,7 +96,7 @@ GLOBAL_PREFERENCES(InAMalformedFileAreOneErrorLineAndNone)
         MakeFile(GlobalFile(broker, L"override"), R"({"Network": {"timeout": 30003},})");
     ExpectConnectionWithTimeout(30001);
     size_t errors = 0;
-    for (const LogRecord& record : ReadLog())
+    for (const LogRecord& record : WithoutHeapSearch(ReadLog()))
     {
         if (record.tag == "ERR")
         {

@@ -71,6 +71,13 @@ protected:
         Publish("gate", reinterpret_cast<const void*>(&Gate));
     }
 
+    static std::wstring OwnPath()
+    {
+        wchar_t path[MAX_PATH] = {};
+        GetModuleFileNameW(nullptr, path, MAX_PATH);
+        return path;
+    }
+
     /// Threads that do something again and again until the Bridge half has set `stop`.
     void RunUntilStopped(uint32_t count, const std::function<void()>& action)
     {
@@ -170,10 +177,24 @@ HELD_HOST(AThreadInTheConnectionCallback)
     });
 }
 
+HELD_HOST(AThreadInTheWaitForEnabledModules)
+{
+    TvnDefaultAgent& agent = Start();
+    const std::wstring executable = OwnPath();
+    RunUntilStopped(1, [&] {
+        words.inside = 1;
+        agent.TvnEnableModule(executable.c_str(), ExactlyTheseModules, nullptr, nullptr);
+        words.inside = 0;
+        Sleep(1);
+    });
+    ExpectNoErrorsInLog();
+}
+
 HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
 {
     SetTimeLimit(600);
     TvnDefaultAgent& agent = Start();
+    const std::wstring executable = OwnPath();
     static volatile LONG next;
     RunUntilStopped(20, [&] {
         const LONG number = InterlockedIncrement(&next);
@@ -195,6 +216,9 @@ HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
             agent.TvnSetStringPreferences(1, std::string(200, 'x').c_str());
             break;
         case 6:
+            agent.TvnEnableModule(executable.c_str(), ExactlyTheseModules, nullptr, nullptr);
+            break;
+        case 7:
             agent.TvnLogMessage(L"a message that is a bit longer than the others");
             break;
         default:
@@ -202,6 +226,7 @@ HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
             break;
         }
     });
+    Signal("ended");
     EXPECT_TRUE(Await("reloaded"));
 }
 
@@ -338,6 +363,14 @@ protected:
         ASSERT_TRUE(WaitUntilObeyed(link, patience));
     }
 
+    void AcknowledgeModules()
+    {
+        while (const Received<EnableModulesBlob> enabled{link.ReceiveOneOf({BlobType::EnableModules}, 0)})
+        {
+            ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
+        }
+    }
+
     void End()
     {
         threads->Resume();
@@ -446,16 +479,42 @@ HELD_BRIDGE(AThreadInTheConnectionCallback)
     End();
 }
 
+HELD_BRIDGE(AThreadInTheWaitForEnabledModules)
+{
+    ASSERT_TRUE(Prepare());
+    const auto enabled = link.Expect<EnableModulesBlob>(patience);
+    ASSERT_TRUE(enabled);
+    threads->Hold();
+    EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
+    // Without care: a waiting thread owns nothing, and its answer is taken in while it is held.
+    ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
+    ASSERT_TRUE(SendEchoRequest(link, 1));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    Reload(1);
+    // The next call of the thread that has been let go shows that it came through.
+    const auto next = link.Expect<EnableModulesBlob>(patience);
+    ASSERT_TRUE(next);
+    Stop();
+    ASSERT_TRUE(SendDecrementLatch(link, next->latch));
+    End();
+}
+
 HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
 {
     ASSERT_TRUE(Prepare());
     for (uint32_t number = 1; number <= 100 && !HasFatalFailure(); ++number)
     {
+        AcknowledgeModules(); // those who wait since the last round go on, and others come
         threads->Hold();
         threads->LetLeave(image.base, image.size);
         Reload(number);
     }
     Signal("reloaded");
+    Stop();
+    while (!Await("ended", 10) && !HasFatalFailure()) // the last ones wait as well
+    {
+        AcknowledgeModules();
+    }
     End();
 }
 

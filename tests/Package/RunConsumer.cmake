@@ -1,8 +1,11 @@
 # Copies the project SOURCE to the folder COPY, builds it there, and runs its hosts. What an earlier run has built there
 # is used again as far as it is still of use.
 #   ARGUMENTS   for the project's configuration, with | between them
-#   BRIDGE      the program of a Bridge that is put beside the hosts, with PREFERENCES for their Agents; may be left out
+#   STATUS      how the hosts' connections come out; 1 unless given, since there is no Bridge
 string(REPLACE "|" ";" arguments "${ARGUMENTS}")
+if(NOT DEFINED STATUS)
+    set(STATUS 1)
+endif()
 file(COPY "${SOURCE}/" DESTINATION "${COPY}/source")
 execute_process(
     COMMAND "${CMAKE_COMMAND}" -S "${COPY}/source" -B "${COPY}/build" -G Ninja
@@ -10,19 +13,12 @@ execute_process(
     COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND "${CMAKE_COMMAND}" --build "${COPY}/build" COMMAND_ERROR_IS_FATAL ANY)
 
-# How the hosts' connections come out: with or without a Bridge.
-set(status 1)
-if(BRIDGE)
-    set(status 0)
-    file(COPY "${BRIDGE}" DESTINATION "${COPY}/build/bin")
-    file(COPY "${PREFERENCES}" DESTINATION "${COPY}/Broker")
-endif()
 foreach(host Linked Loaded)
     execute_process(
         COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/build/bin/${host}.exe"
         OUTPUT_VARIABLE output RESULT_VARIABLE result)
     string(REPLACE "\r" "" output "${output}")
-    if(NOT result EQUAL 0 OR NOT output STREQUAL "version 2.4.0\nstatus ${status}\ndone\n")
+    if(NOT result EQUAL 0 OR NOT output STREQUAL "version 2.4.0\nstatus ${STATUS}\ndone\n")
         message(FATAL_ERROR "${host} ended with ${result} and said:\n${output}")
     endif()
     message("${host} says: ${output}")
