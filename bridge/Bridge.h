@@ -54,3 +54,4 @@
 #include "bridge/Relaunch.h"
 #include "bridge/Scenario.h"
 #include "bridge/SharedSections.h"
+#include "bridge/Text.h"

@@ -6,7 +6,6 @@
 # installed for the target. Otherwise Zydis, from the distribution's source package.
 
 set(TORVANE_XED_ROOT "" CACHE PATH "Kit of Intel XED for the target")
-set(TORVANE_ZYDIS_DIR "${CMAKE_SOURCE_DIR}/build/zydis" CACHE PATH "Sources of Zydis, fetched if they are missing")
 find_path(TORVANE_ZYCORE_INCLUDE_DIR Zycore/Zycore.h
     PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 
@@ -24,7 +23,8 @@ function(torvane_use_zydis)
     if(NOT TORVANE_ZYCORE_INCLUDE_DIR)
         message(FATAL_ERROR "Neither Intel XED nor the headers of Zycore (package libzycore-dev) are here")
     endif()
-    execute_process(COMMAND "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/fetch-zydis" "${TORVANE_ZYDIS_DIR}"
+    execute_process(
+        COMMAND "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/fetch-source" zydis "${TORVANE_ZYDIS_DIR}" src/Decoder.c
         COMMAND_ERROR_IS_FATAL ANY)
     message(STATUS "Instruction decoder: Zydis (${TORVANE_ZYDIS_DIR})")
 

@@ -22,12 +22,6 @@ namespace
 constexpr uint32_t limit = 20000; // milliseconds
 constexpr uint32_t firstPlace = 1;
 
-// What a Bridge can answer.
-constexpr uint32_t continueSearch = 0;
-constexpr uint32_t nopInstruction = 1;
-constexpr uint32_t skipInstruction = 2;
-constexpr uint32_t resumeAtFrame = 3;
-
 /// The longest instruction that the architecture allows, in bytes.
 constexpr size_t longestInstruction = 15;
 
@@ -155,21 +149,21 @@ void Decider::Decide(const Received<HandleExceptionWindowsBlob>& report)
     {
     case EXCEPTION_INT_DIVIDE_BY_ZERO:
         Show("->", "skip the instruction");
-        SendHandleExceptionResult(link, *report, skipInstruction, {});
+        SendHandleExceptionResult(link, *report, ActionSkipInstruction, {});
         break;
     case EXCEPTION_ACCESS_VIOLATION:
         if (crash.record.ExceptionAddress != crash.record.ExceptionInformation[1])
         {
             Show("->", "put a no-operation in its place");
-            SendHandleExceptionResult(link, *report, nopInstruction, {});
+            SendHandleExceptionResult(link, *report, ActionNopInstruction, {});
             break;
         }
         Show("->", "resume at the frame around the call");
-        SendHandleExceptionResult(link, *report, resumeAtFrame, ReadResumePlace());
+        SendHandleExceptionResult(link, *report, ActionResumeAtFrame, ReadResumePlace());
         break;
     default:
         Show("->", "leave it to others");
-        SendHandleExceptionResult(link, *report, continueSearch, {});
+        SendHandleExceptionResult(link, *report, ActionContinueSearch, {});
         break;
     }
 }

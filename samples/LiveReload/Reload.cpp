@@ -4,6 +4,7 @@
 
 #include "bridge/Bridge.h"
 
+#include "samples/Common/Route.h"
 #include "samples/LiveReload/Hooks.h"
 #include "samples/LiveReload/ReloadFiles.h"
 
@@ -22,19 +23,6 @@ constexpr uint32_t limit = 20000;          // milliseconds
 constexpr uint32_t pauseBetweenLooks = 20; // milliseconds
 constexpr uint32_t tokenOfOldCode = 1;
 constexpr char changedFunction[] = "FormatLine";
-
-/// A jump to anywhere in 32-bit code: E9 and the distance from the end of the instruction.
-constexpr uint8_t jumpOpcode = 0xE9;
-constexpr uint32_t jumpSize = 5;
-
-std::vector<uint8_t> MakeJump(AddressSlot from, AddressSlot to)
-{
-    const auto distance = static_cast<uint32_t>(to - (from + jumpSize));
-    std::vector<uint8_t> jump(jumpSize);
-    jump[0] = jumpOpcode;
-    memcpy(jump.data() + 1, &distance, sizeof(distance));
-    return jump;
-}
 
 std::string Hexadecimal(const std::vector<uint8_t>& bytes)
 {
@@ -55,15 +43,6 @@ std::string Address(AddressSlot address)
     return text;
 }
 
-std::string Narrow(const std::wstring& text)
-{
-    std::string narrow(text.size() * 3, '\0');
-    narrow.resize(static_cast<size_t>(
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                            static_cast<int>(narrow.size()), nullptr, nullptr)));
-    return narrow;
-}
-
 /// What of a Blob is worth seeing in one line.
 std::string Details(const Message& message)
 {
@@ -74,7 +53,7 @@ std::string Details(const Message& message)
     case BlobType::EnableModules:
         return std::to_string(message.As<EnableModulesBlob>()->modules.count) + " modules";
     case BlobType::LoadPatchWindows:
-        return Narrow(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
+        return Utf8(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
     case BlobType::PatchLoaded:
         return "at " + Address(message.As<PatchLoadedBlob>()->base) + ", " +
                std::to_string(message.As<PatchLoadedBlob>()->imageSize) + " bytes";
@@ -109,7 +88,6 @@ private:
     void ReportBlob(const Message& message) const;
     bool TakeModules();
     bool FindModule();
-    uint32_t ProtectionOf(AddressSlot address) const;
     bool WaitForFile(uint32_t number, const wchar_t* extension);
     bool Reload(uint32_t number);
     bool LoadAndInstall(uint32_t number, HeldThreads& threads);
@@ -158,7 +136,7 @@ bool Reloader::TakeModules()
             announced = candidate;
         }
     }
-    Report(".. " + Narrow(announced.path) + " at " + Address(announced.base) + ", " +
+    Report(".. " + Utf8(announced.path) + " at " + Address(announced.base) + ", " +
            std::to_string(announced.imageSize) + " bytes in " + std::to_string(announced.pages.size()) +
            " ranges of pages");
     return SendDecrementLatch(link, blob->latch, blob->modules.count);
@@ -178,19 +156,6 @@ bool Reloader::FindModule()
         return false;
     }
     return true;
-}
-
-/// The protection of a page of the host's executable, as announced; 0 outside of it.
-uint32_t Reloader::ProtectionOf(AddressSlot address) const
-{
-    for (const WirePageRange& range : announced.pages)
-    {
-        if (address >= range.base && address - range.base < range.size)
-        {
-            return range.protection;
-        }
-    }
-    return 0;
 }
 
 /// Also ends, with false, when the host goes.
@@ -300,14 +265,9 @@ Received<PatchLoadedBlob> Reloader::Load(const PatchOrder& order, HeldThreads& t
     return Received<PatchLoadedBlob>(answer);
 }
 
-/// Writes a jump over the first bytes of the old function, where no held thread may stand.
+/// Shows the old code, and routes it to the new one.
 bool Reloader::Route(AddressSlot from, AddressSlot to, HeldThreads& threads)
 {
-    while (threads.AnyAt(from + 1, jumpSize - 1))
-    {
-        threads.Resume();
-        threads.Hold();
-    }
     SendReadMemory(link, jumpSize, {from}, tokenOfOldCode);
     const auto oldCode = link.Expect<ReadMemoryResultBlob>(limit);
     if (!oldCode)
@@ -315,10 +275,7 @@ bool Reloader::Route(AddressSlot from, AddressSlot to, HeldThreads& threads)
         Report("!! the old code can't be read");
         return false;
     }
-    const uint32_t protection = ProtectionOf(from);
-    return SendSetPageProtection(link, {{from, jumpSize, PAGE_EXECUTE_READWRITE, 0}}) &&
-           SendWriteMemory(link, {from}, MakeJump(from, to)) &&
-           SendSetPageProtection(link, {{from, jumpSize, protection, 0}}) && SendFlushInstructionCache(link);
+    return RouteFunction(link, threads, announced, from, to);
 }
 
 /// Calls one of the host's tables of hooks.

@@ -14,13 +14,6 @@ namespace Torvane::Testing
 static_assert(sizeof(WOW64_CONTEXT) == 716);
 static_assert(sizeof(EXCEPTION_RECORD32) == 80);
 
-/// What a Bridge can answer.
-constexpr uint32_t actionContinueSearch = 0;
-constexpr uint32_t actionNopInstruction = 1;
-constexpr uint32_t actionSkipInstruction = 2;
-constexpr uint32_t actionResumeAtFrame = 3;
-constexpr uint32_t actionIgnore = 4;
-
 /// A `HandleExceptionWindows` Blob with what it refers to. Empty (false) if none came.
 struct ExceptionReport
 {

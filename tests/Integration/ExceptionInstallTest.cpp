@@ -145,6 +145,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, ASecondOneStandsBesideTheFi
     EXPECT_EQ(1u, CountInLog("Received exception handler action 4"));
     EXPECT_TRUE(EndsByItself([&code] { code.Run(); }));
     EXPECT_EQ(1u, CountInLog("Received exception handler action 2"));
+    EXPECT_TRUE(Await("nothing came"));
 
     // The handle of the first is lost. The Agent stays loaded, so what is left of it does no harm.
     Shutdown();
@@ -240,7 +241,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, Order0IsBehindTheOthers)
     ASSERT_TRUE(Start(0u));
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionContinueSearch);
+    Answer(report, ActionContinueSearch);
     EXPECT_TRUE(NothingElseCame()) << "The first exception came to a handler before ours.";
     StayUntilAgentGoes();
 }
@@ -250,7 +251,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AnyOtherOrderIsBeforeTheOt
     ASSERT_TRUE(Start(0x80000000u));
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionContinueSearch);
+    Answer(report, ActionContinueSearch);
     StayUntilAgentGoes();
 }
 
@@ -259,15 +260,16 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, ASecondOneStandsBesideTheF
     ASSERT_TRUE(Start(0u, 1u));
     const ExceptionReport first = AwaitException();
     ASSERT_TRUE(first);
-    Answer(first, actionIgnore);
+    Answer(first, ActionIgnore);
     const ExceptionReport second = AwaitException();
     ASSERT_TRUE(second);
     EXPECT_EQ(0, memcmp(&first.record, &second.record, sizeof(first.record)));
-    Answer(second, actionContinueSearch);
+    Answer(second, ActionContinueSearch);
     const ExceptionReport third = AwaitException();
     ASSERT_TRUE(third);
-    Answer(third, actionSkipInstruction);
+    Answer(third, ActionSkipInstruction);
     EXPECT_TRUE(NothingElseCame()) << "Skipped by the one, it didn't come to the other.";
+    Signal("nothing came");
     StayUntilAgentGoes();
 }
 
@@ -276,7 +278,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterTheShutdownAFaultTake
     ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionSkipInstruction);
+    Answer(report, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 
@@ -302,7 +304,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterAFailedWaitAStoredDec
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     ASSERT_TRUE(Await("waiting"));
-    Answer(report, actionSkipInstruction);
+    Answer(report, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 

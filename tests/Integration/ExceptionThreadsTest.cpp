@@ -255,21 +255,21 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, TakeTheirTurns)
     Signal("first dialog");
     EXPECT_EQ(AwaitNumber("first"), first.blob->threadId);
     EXPECT_TRUE(NothingElseCame()) << "The second one waits its turn.";
-    Answer(first, actionSkipInstruction);
+    Answer(first, ActionSkipInstruction);
     const ExceptionReport second = AwaitException();
     ASSERT_TRUE(second);
     EXPECT_EQ(AwaitNumber("second"), second.blob->threadId);
     EXPECT_NE(first.blob->action, second.blob->action) << "Each one waits on a stack of its own.";
     Signal("second dialog");
     ASSERT_TRUE(Await("go on"));
-    Answer(second, actionSkipInstruction);
+    Answer(second, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultWhileTheInstructionIsReadTakesTheFullRoad)
 {
     ASSERT_TRUE(Start());
-    for (const uint32_t action : {actionNopInstruction, actionSkipInstruction})
+    for (const uint32_t action : {ActionNopInstruction, ActionSkipInstruction})
     {
         const ExceptionReport outer = AwaitException();
         ASSERT_TRUE(outer);
@@ -282,11 +282,11 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultWhileTheInstructionI
         EXPECT_EQ(0u, inner.record.ExceptionInformation[0]) << "a read";
         EXPECT_EQ(0x5678u, inner.record.ExceptionInformation[1]);
         EXPECT_LT(inner.context.Esp, outer.context.Esp);
-        Answer(inner, actionContinueSearch);
+        Answer(inner, ActionContinueSearch);
     }
     const ExceptionReport last = AwaitException();
     ASSERT_TRUE(last);
-    Answer(last, actionSkipInstruction);
+    Answer(last, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 
@@ -302,7 +302,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, APatchesEntryPointIsNotThe
     Signal("called");
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionSkipInstruction);
+    Answer(report, ActionSkipInstruction);
     StayUntilAgentGoes();
 }
 
@@ -315,7 +315,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, HardlyAnyStackIsEnoughForA
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), report.record.ExceptionCode);
-        Answer(report, actionSkipInstruction);
+        Answer(report, ActionSkipInstruction);
     }
     StayUntilAgentGoes();
 }
@@ -326,7 +326,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AStackOverflowIsReportedWi
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     EXPECT_EQ(static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW), report.record.ExceptionCode);
-    Answer(report, actionContinueSearch);
+    Answer(report, ActionContinueSearch);
     EXPECT_EQ(AwaitNumber("thread"), report.blob->threadId);
     Signal("answered");
     StayUntilAgentGoes();

@@ -33,23 +33,24 @@ const table = {
     }
   },
 
-  /// Bytes of a payload as text, as far as the page has them.
+  /// Bytes of a payload behind their place, as far as the page has them, in lines of eight.
   bytesText(blob, offset, size) {
     const most = 16;
     const digits = blob.bytes.slice(offset * 2, (offset + Math.min(size, most)) * 2);
-    const rest = size > digits.length / 2 ? " ..." : "";
-    return (digits.match(/../g) || []).join(" ") + rest;
+    const lines = (digits.match(/.{1,16}/g) || []).map(line => line.match(/../g).join(" "));
+    const place = offset.toString(16).padStart(4, "0") + "  ";
+    return place + lines.join("\n" + " ".repeat(place.length)) + (size > digits.length / 2 ? " ..." : "");
   },
 
   fieldRow(blob, [depth, name, kind, offset, size, itemOffset, itemSize, value]) {
     const nameCell = make("td", "", name);
     nameCell.style.paddingLeft = 8 + depth * 12 + "px";
-    const place = offset.toString(16).padStart(4, "0");
-    const bytes = make("td", "bytes", kind === "" || kind === "record" ? "" : place + "  " + table.bytesText(blob, offset, size));
+    const bytes = make("td", "bytes", kind === "" || kind === "record" ? "" : table.bytesText(blob, offset, size));
     if (itemSize > 0) {
-      bytes.append(make("br"), itemOffset.toString(16).padStart(4, "0") + "  " + table.bytesText(blob, itemOffset, itemSize));
+      bytes.append("\n" + table.bytesText(blob, itemOffset, itemSize));
     }
-    return make("tr", "", nameCell, make("td", "kind", kind), bytes, make("td", "", value));
+    const isShown = kind === "bytes" && size <= 16;
+    return make("tr", "", nameCell, make("td", "kind", kind), bytes, make("td", "", isShown ? "" : value));
   },
 
   showBlob() {
