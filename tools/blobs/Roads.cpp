@@ -2,6 +2,7 @@
 
 #include "bridge/Recording/BlobDecoder.h"
 #include "bridge/Recording/FieldText.h"
+#include "tools/blobs/Lanes.h"
 
 #include <algorithm>
 #include <deque>
@@ -349,44 +350,6 @@ private:
     const RecordedBlob* blob = nullptr;
     std::vector<Bridge::DecodedField> fields;
 };
-
-/// Puts each span into the first lane of its track where it lies beside or within the others.
-void AssignLanes(std::vector<Span>& spans)
-{
-    std::stable_sort(spans.begin(), spans.end(), [](const Span& left, const Span& right) {
-        return left.track != right.track   ? left.track < right.track
-               : left.begin != right.begin ? left.begin < right.begin
-                                           : left.end > right.end;
-    });
-    std::vector<std::vector<double>> lanes; // the ends of the spans that are open in each
-    size_t track = none;
-    for (Span& span : spans)
-    {
-        if (span.track != track)
-        {
-            track = span.track;
-            lanes.clear();
-        }
-        for (span.lane = 0;; ++span.lane)
-        {
-            if (span.lane == lanes.size())
-            {
-                lanes.emplace_back();
-            }
-            std::vector<double>& open = lanes[span.lane];
-            while (!open.empty() && open.back() <= span.begin)
-            {
-                open.pop_back();
-            }
-            if (open.empty() || open.back() >= span.end)
-            {
-                span.depth = open.size();
-                open.push_back(span.end);
-                break;
-            }
-        }
-    }
-}
 } // namespace
 
 Roads FindRoads(const Recording& recording)
