@@ -1,13 +1,8 @@
 #include "tools/blobs/Roads.h"
 
-#include "tools/blobs/Exports.h"
 #include "tools/blobs/TestRecording.h"
 
 #include "gtest/gtest.h"
-
-#include <nlohmann/json.hpp>
-
-#include <map>
 
 using namespace Torvane;
 using namespace Torvane::Blobs;
@@ -138,60 +133,4 @@ TEST(Roads, EachHostHasItsOwn)
     EXPECT_EQ("requests/0+0: echo 0x00000001 = no end recorded (1-0)", Lines(roads)[0]);
     EXPECT_EQ("requests/0+0: echo 0x00000001 =  (2-3)", Lines(roads)[1]);
     EXPECT_EQ(6u, roads.tracks[roads.spans[1].track].hostProcessId);
-}
-
-TEST(Trace, HasASpanForEachRoadAndAnInstantForEachBlob)
-{
-    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
-    std::map<std::string, size_t> phases;
-    std::map<std::string, std::string> threads;
-    for (const auto& event : trace["traceEvents"])
-    {
-        ++phases[event["ph"]];
-        if (event["name"] == "thread_name")
-        {
-            threads[event["tid"].dump()] = event["args"]["name"];
-        }
-        EXPECT_EQ(1234, event["pid"]);
-    }
-    EXPECT_EQ((std::map<std::string, size_t>{{"M", 9}, {"X", 8}, {"i", 12}}), phases);
-    EXPECT_EQ("from the Agent (sender thread)", threads["11"]);
-    EXPECT_EQ("to the Agent (receiver thread)", threads["12"]);
-    EXPECT_EQ("ms", trace["displayTimeUnit"]);
-}
-
-TEST(Trace, CountsMicrosecondsAndNamesOutcomes)
-{
-    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
-    bool isFound = false;
-    for (const auto& event : trace["traceEvents"])
-    {
-        if (event["name"] == "load 2.dll")
-        {
-            isFound = true;
-            EXPECT_EQ("X", event["ph"]);
-            EXPECT_EQ(8000.0, event["ts"].get<double>());
-            EXPECT_EQ(1000.0, event["dur"].get<double>());
-            EXPECT_EQ("loaded at 0x72340000", event["args"]["outcome"]);
-            EXPECT_EQ(8, event["args"]["firstBlob"]);
-        }
-    }
-    EXPECT_TRUE(isFound);
-}
-
-TEST(Trace, HoldsWhatPassesTheFilter)
-{
-    Filter filter;
-    std::string unknown;
-    filter.AddTypes("PatchLoaded", unknown);
-    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), filter));
-    std::vector<std::string> names;
-    for (const auto& event : trace["traceEvents"])
-    {
-        if (event["ph"] != "M")
-        {
-            names.push_back(event["name"]);
-        }
-    }
-    EXPECT_EQ(Texts({"PatchLoaded", "load 2.dll", "install"}), names);
 }

@@ -17,9 +17,25 @@ using nlohmann::ordered_json;
 /// Thread ids for tracks that have no thread of their own; those of the OS are far below.
 constexpr uint64_t firstFreeThreadId = 1000000000;
 
-double Microseconds(double seconds)
+uint64_t Microseconds(double seconds)
 {
-    return round(seconds * 1e9) / 1e3;
+    return static_cast<uint64_t>(llround(seconds * 1e6));
+}
+
+/// What describes threads first, then by time, and what takes longer before what lies within it.
+bool IsBefore(const ordered_json& left, const ordered_json& right)
+{
+    const auto number = [](const ordered_json& event, const char* name) {
+        return event.contains(name) ? event[name].get<uint64_t>() : 0;
+    };
+    const bool isLeftTimed = left.contains("ts");
+    if (isLeftTimed != right.contains("ts"))
+    {
+        return !isLeftTimed;
+    }
+    const uint64_t leftTime = number(left, "ts");
+    const uint64_t rightTime = number(right, "ts");
+    return leftTime != rightTime ? leftTime < rightTime : number(left, "dur") > number(right, "dur");
 }
 
 const RecordedBlob* FindBlob(const Recording& recording, uint64_t number)
@@ -48,7 +64,7 @@ public:
             return known->second;
         }
         const Track& described = roads.tracks[track];
-        const bool isOwn = lane == 0 && described.threadId != 0 &&
+        const bool isOwn = lane == 0 && described.threadId != 0 && described.threadId < firstFreeThreadId &&
                            taken.emplace(described.hostProcessId, described.threadId).second;
         const uint64_t id = isOwn ? described.threadId : firstFreeThreadId + ids.size();
         ids[{track, lane}] = id;
@@ -128,13 +144,14 @@ std::string MakeTrace(const Recording& recording, const Filter& filter)
                 {"cat", "road"},
                 {"ph", "X"},
                 {"ts", Microseconds(span.begin)},
-                {"dur", Microseconds(span.end - span.begin)},
+                {"dur", Microseconds(span.end) - Microseconds(span.begin)},
                 {"pid", roads.tracks[span.track].hostProcessId},
                 {"tid", threads.IdOf(span.track, span.lane)},
                 {"args", arguments},
             });
         }
     }
+    std::stable_sort(events.begin(), events.end(), IsBefore);
     const ordered_json trace = {
         {"traceEvents", events},
         {"displayTimeUnit", "ms"},

@@ -1,0 +1,252 @@
+#include "tools/blobs/TestTrace.h"
+
+#include "tools/blobs/Exports.h"
+#include "tools/blobs/Files.h"
+#include "tools/blobs/TestRecording.h"
+
+#include "gtest/gtest.h"
+
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <math.h>
+
+using namespace Torvane;
+using namespace Torvane::Blobs;
+using namespace Torvane::Testing;
+
+namespace
+{
+using Texts = std::vector<std::string>;
+
+Texts FaultsOf(const TestRecording& recording)
+{
+    return TraceRules::FaultsOf(MakeTrace(recording.Get(), Filter()));
+}
+
+Recording Example(const std::string& name)
+{
+    Recording recording;
+    std::string text;
+    std::string reason;
+    EXPECT_TRUE(ReadFile(BLOBS_EXAMPLES "/" + name, text, reason) && ParseRecording(text, recording, reason))
+        << reason;
+    return recording;
+}
+
+/// The spans of a trace, each behind the name of its thread: "latches: latch 0x0051EDC4".
+Texts SpansIn(const nlohmann::json& trace)
+{
+    std::map<uint64_t, std::string> threads;
+    Texts spans;
+    for (const auto& event : trace["traceEvents"])
+    {
+        if (event["name"] == "thread_name")
+        {
+            threads[event["tid"]] = event["args"]["name"];
+        }
+        else if (event["ph"] == "X")
+        {
+            spans.push_back(threads[event["tid"]] + ": " + event["name"].get<std::string>());
+        }
+    }
+    return spans;
+}
+} // namespace
+
+TEST(Trace, HasASpanForEachRoadAndAnInstantForEachBlob)
+{
+    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
+    std::map<std::string, size_t> phases;
+    std::map<std::string, std::string> threads;
+    for (const auto& event : trace["traceEvents"])
+    {
+        ++phases[event["ph"]];
+        if (event["name"] == "thread_name")
+        {
+            threads[event["tid"].dump()] = event["args"]["name"];
+        }
+        EXPECT_EQ(1234, event["pid"]);
+    }
+    EXPECT_EQ((std::map<std::string, size_t>{{"M", 9}, {"X", 8}, {"i", 12}}), phases);
+    EXPECT_EQ("from the Agent (sender thread)", threads["11"]);
+    EXPECT_EQ("to the Agent (receiver thread)", threads["12"]);
+    EXPECT_EQ("ms", trace["displayTimeUnit"]);
+}
+
+TEST(Trace, CountsMicrosecondsAndNamesOutcomes)
+{
+    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
+    bool isFound = false;
+    for (const auto& event : trace["traceEvents"])
+    {
+        if (event["name"] == "load 2.dll")
+        {
+            isFound = true;
+            EXPECT_EQ("X", event["ph"]);
+            EXPECT_EQ(8000u, event["ts"].get<uint64_t>());
+            EXPECT_EQ(1000u, event["dur"].get<uint64_t>());
+            EXPECT_EQ("loaded at 0x72340000", event["args"]["outcome"]);
+            EXPECT_EQ(8, event["args"]["firstBlob"]);
+        }
+    }
+    EXPECT_TRUE(isFound);
+}
+
+TEST(Trace, HoldsWhatPassesTheFilter)
+{
+    Filter filter;
+    std::string unknown;
+    filter.AddTypes("PatchLoaded", unknown);
+    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), filter));
+    std::vector<std::string> names;
+    for (const auto& event : trace["traceEvents"])
+    {
+        if (event["ph"] != "M")
+        {
+            names.push_back(event["name"]);
+        }
+    }
+    EXPECT_EQ(Texts({"load 2.dll", "install", "PatchLoaded"}), names);
+}
+
+TEST(Trace, FollowsTheRulesOfItsFormat)
+{
+    EXPECT_EQ(Texts(), FaultsOf(TestRecording()));
+    EXPECT_EQ(Texts(), FaultsOf(ReloadRecording()));
+
+    TestRecording overlapping;
+    overlapping.To(MakeEchoRequest(1)).To(MakeReadMemory({1}, 1)).To(MakeEchoRequest(2), 77);
+    overlapping.From(MakeNumberBlob(BlobType::EchoReply, 1)).From(MakeException(21, 0x100));
+    overlapping.From(MakeReadMemoryResult({0, 0, 0, 0}, 1)).From(MakeException(21, 0x104));
+    EXPECT_EQ(Texts(), FaultsOf(overlapping));
+}
+
+TEST(Trace, IsInOrderWhereTheRecordingGoesBack)
+{
+    Recording recording = ReloadRecording().Get();
+    recording.blobs[3].time = 0.0035004;
+    recording.blobs[4].time = 0.0035003;
+    recording.blobs[8].time = 0.001;
+    EXPECT_EQ(Texts(), TraceRules::FaultsOf(MakeTrace(recording, Filter())));
+}
+
+TEST(Trace, KeepsThreadsApartWhateverTheirIds)
+{
+    // Two tracks of one id, and one of an id as rows without a thread get.
+    TestRecording recording;
+    recording.From(MakeRegisterProcess(1234)).From(MakeException(11, 0x100));
+    for (const uint32_t id : {1000000000u, 1000000001u, 1000000002u, 1000000003u, 1000000004u})
+    {
+        recording.From(MakeException(id, id)).To(MakeEchoRequest(id));
+    }
+    EXPECT_EQ(Texts(), FaultsOf(recording));
+}
+
+TEST(Trace, HasEachBlobOfARecordedReloadAtItsTime)
+{
+    const Recording recording = Example("reload.jsonl");
+    const std::string text = MakeTrace(recording, Filter());
+    EXPECT_EQ(Texts(), TraceRules::FaultsOf(text));
+    std::map<uint64_t, uint64_t> times;
+    const auto trace = nlohmann::json::parse(text);
+    for (const auto& event : trace["traceEvents"])
+    {
+        if (event["ph"] == "i")
+        {
+            times[event["args"]["blob"]] = event["ts"];
+        }
+    }
+    EXPECT_EQ(52u, times.size());
+    for (const RecordedBlob& blob : recording.blobs)
+    {
+        EXPECT_EQ(llround(blob.time * 1e6), static_cast<long long>(times[blob.number])) << blob.number;
+    }
+}
+
+TEST(Trace, HasTheRoadsOfARecordedReload)
+{
+    EXPECT_EQ(Texts({
+                  "latches: latch 0x0051EDC4",
+                  "reload: reload 1",
+                  "reload: consent",
+                  "reload: compile",
+                  "reload: load 1.dll",
+                  "reload: install",
+                  "requests: read memory 0x00000001",
+                  "requests: echo 0x48454C4450415453",
+                  "requests: echo 0x4F42455945442121",
+                  "reload: reload 2",
+                  "reload: consent",
+                  "reload: compile",
+                  "reload: load 2.dll",
+                  "reload: refused",
+                  "reload: reload 3",
+                  "reload: consent",
+                  "reload: compile",
+                  "reload: load 3.dll",
+                  "reload: install",
+                  "requests: read memory 0x00000001",
+                  "requests: echo 0x48454C4450415453",
+                  "requests: echo 0x4F42455945442121",
+              }),
+              SpansIn(nlohmann::json::parse(MakeTrace(Example("reload.jsonl"), Filter()))));
+}
+
+TEST(Trace, HasTheRoadsOfRecordedExceptions)
+{
+    const std::string text = MakeTrace(Example("crash.jsonl"), Filter());
+    EXPECT_EQ(Texts(), TraceRules::FaultsOf(text));
+    EXPECT_EQ(Texts({
+                  "exceptions of thread 252: exception 0xC0000094 (integer division by zero)",
+                  "exceptions of thread 252: exception 0xC0000005 (access violation)",
+                  "exceptions of thread 252: exception 0xC0000005 (access violation)",
+              }),
+              SpansIn(nlohmann::json::parse(text)));
+}
+
+TEST(TraceRules, FindWhatIsWrong)
+{
+    const std::string names = R"({"ph":"M","name":"process_name","pid":1,"tid":0,"args":{"name":"p"}},)"
+                              R"({"ph":"M","name":"thread_name","pid":1,"tid":2,"args":{"name":"t"}})";
+    const auto faultsOf = [&names](const std::string& events) {
+        return TraceRules::FaultsOf("{\"traceEvents\":[" + names + events + "]}").size();
+    };
+    EXPECT_EQ(0u, faultsOf(""));
+    EXPECT_EQ(0u, faultsOf(R"(,{"ph":"X","name":"a","pid":1,"tid":2,"ts":1,"dur":9})"
+                           R"(,{"ph":"X","name":"b","pid":1,"tid":2,"ts":2,"dur":8})"
+                           R"(,{"ph":"i","name":"c","pid":1,"tid":2,"ts":2,"s":"t"})"
+                           R"(,{"ph":"B","name":"d","pid":1,"tid":2,"ts":3})"
+                           R"(,{"ph":"E","pid":1,"tid":2,"ts":3})"));
+    for (const char* events : {
+             R"(,{"ph":"X","name":"a","pid":1,"tid":2,"ts":1})",
+             R"(,{"ph":"X","name":"a","pid":1,"tid":2,"ts":-1,"dur":1})",
+             R"(,{"ph":"X","name":"a","pid":1,"tid":2,"dur":1})",
+             R"(,{"ph":"X","name":"","pid":1,"tid":2,"ts":1,"dur":1})",
+             R"(,{"ph":"X","name":"a","pid":1,"tid":3,"ts":1,"dur":1})",
+             R"(,{"ph":"X","name":"a","pid":2,"tid":2,"ts":1,"dur":1})",
+             R"(,{"ph":"X","name":"a","pid":1,"tid":2,"ts":1,"dur":9})"
+             R"(,{"ph":"X","name":"b","pid":1,"tid":2,"ts":2,"dur":9})",
+             R"(,{"ph":"X","name":"a","pid":1,"tid":2,"ts":2,"dur":1})"
+             R"(,{"ph":"X","name":"b","pid":1,"tid":2,"ts":1,"dur":1})",
+             R"(,{"ph":"i","name":"c","pid":1,"tid":2,"ts":2})",
+             R"(,{"ph":"i","name":"c","pid":1,"tid":2,"ts":2,"s":"x"})",
+             R"(,{"ph":"i","name":"c","pid":1,"tid":2,"ts":2,"s":"t","args":[]})",
+             R"(,{"ph":"B","name":"d","pid":1,"tid":2,"ts":3})",
+             R"(,{"ph":"E","pid":1,"tid":2,"ts":3})",
+             R"(,{"ph":"Z","name":"e","pid":1,"tid":2,"ts":3})",
+             R"(,{"ph":"M","name":"thread_name","pid":1,"tid":3,"args":{}})",
+             R"(,{"ph":"M","name":"thread_name","pid":1,"tid":2,"args":{"name":"t"}})",
+             R"(,{"ph":"M","name":"colour","pid":1,"tid":2,"args":{"name":"t"}})",
+             R"(,{"name":"a","pid":1,"tid":2,"ts":1,"dur":1})",
+             ",1",
+         })
+    {
+        EXPECT_EQ(1u, faultsOf(events)) << events;
+    }
+    for (const char* trace : {"", "[]", "{}", R"({"traceEvents":{}})", R"({"traceEvents":[]}})",
+                              R"({"traceEvents":[],"displayTimeUnit":"s"})"})
+    {
+        EXPECT_EQ(1u, TraceRules::FaultsOf(trace).size()) << trace;
+    }
+}
