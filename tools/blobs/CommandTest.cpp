@@ -1,6 +1,5 @@
-#include "tools/blobs/Command.h"
+#include "tools/blobs/TestCommand.h"
 
-#include "tools/blobs/Files.h"
 #include "tools/blobs/TestRecording.h"
 
 #include "gtest/gtest.h"
@@ -15,57 +14,6 @@ using namespace Torvane::Testing;
 
 namespace
 {
-/// A name for a file of this test alone; the file is removed when the test ends.
-class TestFile
-{
-public:
-    explicit TestFile(const std::string& name)
-        : path(std::string("blobs-") + testing::UnitTest::GetInstance()->current_test_info()->name() + "-" +
-               name)
-    {
-        RemoveFile(path);
-    }
-
-    TestFile(const std::string& name, const std::string& content)
-        : TestFile(name)
-    {
-        std::string reason;
-        EXPECT_TRUE(WriteFile(path, content, false, reason)) << reason;
-    }
-
-    ~TestFile()
-    {
-        RemoveFile(path);
-    }
-
-    std::string Content() const
-    {
-        std::string content;
-        std::string reason;
-        EXPECT_TRUE(ReadFile(path, content, reason)) << reason;
-        return content;
-    }
-
-    const std::string path;
-};
-
-/// A run that has to fail with one sentence, and to say nothing else.
-void ExpectFailure(int exitCode, const std::string& sentence, const std::vector<std::string>& arguments)
-{
-    const Outcome outcome = RunCommand(arguments);
-    EXPECT_EQ(exitCode, outcome.exitCode);
-    EXPECT_EQ("blobs: " + sentence + "\n", outcome.error);
-    EXPECT_EQ("", outcome.output);
-}
-
-std::string OutputOf(const std::vector<std::string>& arguments)
-{
-    const Outcome outcome = RunCommand(arguments);
-    EXPECT_EQ(success, outcome.exitCode);
-    EXPECT_EQ("", outcome.error);
-    return outcome.output;
-}
-
 size_t LinesIn(const std::string& text)
 {
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
@@ -162,52 +110,6 @@ TEST(Command, WritesAPageThatNothingInABlobCanBreak)
     EXPECT_EQ(std::string::npos, page.find("https:"));
 }
 
-TEST(Command, ReplacesAFileOnlyByForce)
-{
-    const TestFile file("r.jsonl", ReloadRecording().Text());
-    const TestFile output("trace.json", "precious");
-    ExpectFailure(failure, output.path + " can't be written: it exists already (--force replaces it).",
-                  {"trace", file.path, "--output", output.path});
-    EXPECT_EQ("precious", output.Content());
-    EXPECT_EQ("", OutputOf({"trace", file.path, "--output", output.path, "--force"}));
-    EXPECT_NE("precious", output.Content());
-}
-
-TEST(Command, NeverReplacesTheRecordingItself)
-{
-    const TestFile file("r.jsonl", ReloadRecording().Text());
-    ExpectFailure(wrongUsage, "The output ./" + file.path + " is the recording itself.",
-                  {"html", file.path, "--output", "./" + file.path, "--force"});
-    EXPECT_EQ(ReloadRecording().Text(), file.Content());
-}
-
-TEST(Command, TellsWhatCannotBeReadOrWritten)
-{
-    const TestFile file("r.jsonl", ReloadRecording().Text());
-    const TestFile missing("missing.jsonl");
-    const TestFile broken("broken.jsonl", "hello\n");
-    ExpectFailure(failure, missing.path + " can't be read: No such file or directory.",
-                  {"list", missing.path});
-    ExpectFailure(failure, ". can't be read: it is a folder.", {"list", "."});
-    ExpectFailure(failure, broken.path + " can't be read: it isn't a recording of Blobs.",
-                  {"show", broken.path, "1"});
-    ExpectFailure(failure, missing.path + "/x can't be written: No such file or directory.",
-                  {"trace", file.path, "--output", missing.path + "/x"});
-    ExpectFailure(failure, ". can't be written: it is a folder.",
-                  {"trace", file.path, "--output", ".", "--force"});
-    ExpectFailure(failure, file.path + " has no Blob 13.", {"show", file.path, "13"});
-}
-
-TEST(Command, WritesNothingForABrokenRecording)
-{
-    const std::string text = ReloadRecording().Text();
-    const TestFile broken("broken.jsonl", text + "{}\n");
-    const TestFile output("page.html");
-    ExpectFailure(failure, broken.path + " can't be read: line 14: it has no number \"blob\".",
-                  {"html", broken.path, "--output", output.path});
-    EXPECT_FALSE(Exists(output.path));
-}
-
 TEST(Command, SaysThatALineWasLeftOut)
 {
     const TestFile file("r.jsonl", ReloadRecording().Text() + "{\"blob\":13,");
@@ -215,26 +117,6 @@ TEST(Command, SaysThatALineWasLeftOut)
     EXPECT_EQ(success, outcome.exitCode);
     EXPECT_EQ(13u, LinesIn(outcome.output));
     EXPECT_EQ("blobs: The last line of " + file.path + " has no end, so it was left out.\n", outcome.error);
-}
-
-TEST(Command, TellsWrongUsageInASentence)
-{
-    ExpectFailure(wrongUsage, "Say what to do; \"blobs help\" lists what there is.", {});
-    ExpectFailure(wrongUsage, "There is no \"blobs frobnicate\"; \"blobs help\" lists what there is.",
-                  {"frobnicate"});
-    ExpectFailure(wrongUsage, "\"blobs list\" needs a recording.", {"list"});
-    ExpectFailure(wrongUsage, "\"blobs show\" needs the number of a Blob.", {"show", "r"});
-    ExpectFailure(wrongUsage, "The argument \"s\" is one too many.", {"list", "r", "s"});
-    ExpectFailure(wrongUsage, "\"blobs html\" needs --output and the name of a file.", {"html", "r"});
-    ExpectFailure(wrongUsage, "There is no option --output for \"blobs list\".",
-                  {"list", "r", "--output", "x"});
-    ExpectFailure(wrongUsage, "The option --output needs a value.", {"trace", "r", "--output"});
-    ExpectFailure(wrongUsage, "There is no type of Blob \"Verison\".", {"list", "r", "--type", "Verison"});
-    ExpectFailure(wrongUsage, "A direction is to-agent or from-agent, not \"up\".",
-                  {"list", "r", "--direction", "up"});
-    ExpectFailure(wrongUsage, "\"soon\" isn't a number of seconds.", {"list", "r", "--from", "soon"});
-    const TestFile file("r.jsonl", ReloadRecording().Text());
-    ExpectFailure(wrongUsage, "\"x\" isn't the number of a Blob.", {"show", file.path, "x"});
 }
 
 TEST(Command, HelpsOnItsOutput)

@@ -46,9 +46,9 @@ bool WriteFile(const std::string& path, const std::string& content, bool replace
         reason = existsAlready;
         return false;
     }
-    if (IsFolder(path))
+    if (IsFolder(path) || IsDevice(path))
     {
-        reason = "it is a folder";
+        reason = IsFolder(path) ? "it is a folder" : "it is a device";
         return false;
     }
     const std::string part = path + "." + std::to_string(CurrentProcess()) + ".part";

@@ -25,6 +25,9 @@ FILE* OpenFile(const std::string& path, const char* mode);
 bool Exists(const std::string& path);
 bool IsFolder(const std::string& path);
 
+/// What is neither file nor folder: nothing can be put in its place.
+bool IsDevice(const std::string& path);
+
 /// \return false with a reason, among them that `to` exists unless it may be replaced.
 bool MoveFile(const std::string& from, const std::string& to, bool replace, std::string& reason);
 void RemoveFile(const std::string& path);

@@ -25,6 +25,12 @@ bool IsFolder(const std::string& path)
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+bool IsDevice(const std::string& path)
+{
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
 bool IsSameFile(const std::string& first, const std::string& second)
 {
     struct stat firstStatus;

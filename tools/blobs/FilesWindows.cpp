@@ -21,11 +21,16 @@ DWORD AttributesOf(const std::string& path)
     return GetFileAttributesW(Wide(path).c_str());
 }
 
+/// Neither to read nor to write it. \return INVALID_HANDLE_VALUE for folders too.
+HANDLE OpenToAsk(const std::string& path)
+{
+    return CreateFileW(Wide(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                       OPEN_EXISTING, 0, nullptr);
+}
+
 bool Identify(const std::string& path, BY_HANDLE_FILE_INFORMATION& information)
 {
-    const HANDLE file =
-        CreateFileW(Wide(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                    OPEN_EXISTING, 0, nullptr);
+    const HANDLE file = OpenToAsk(path);
     if (file == INVALID_HANDLE_VALUE)
     {
         return false;
@@ -52,6 +57,17 @@ bool IsFolder(const std::string& path)
 {
     const DWORD attributes = AttributesOf(path);
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool IsDevice(const std::string& path)
+{
+    const HANDLE file = OpenToAsk(path);
+    const bool isDevice = file != INVALID_HANDLE_VALUE && GetFileType(file) != FILE_TYPE_DISK;
+    if (file != INVALID_HANDLE_VALUE)
+    {
+        CloseHandle(file);
+    }
+    return isDevice;
 }
 
 bool IsSameFile(const std::string& first, const std::string& second)
