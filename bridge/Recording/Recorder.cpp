@@ -30,10 +30,16 @@ HANDLE CreateNewFile(const std::wstring& path)
                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+/// Where the file's name begins in a path; its end if it names none.
+size_t NameIn(const std::wstring& path)
+{
+    return path.find_last_of(L"/\\:") + 1; // npos + 1 is 0
+}
+
 /// "reload.2.jsonl" for "reload.jsonl".
 std::wstring NumberedPath(const std::wstring& path, uint32_t number)
 {
-    const size_t name = path.find_last_of(L"/\\:") + 1; // npos + 1 is 0
+    const size_t name = NameIn(path);
     const size_t dot = path.find_last_of(L'.');
     const size_t end = dot == std::wstring::npos || dot <= name ? path.size() : dot;
     return path.substr(0, end) + L"." + std::to_wstring(number) + path.substr(end);
@@ -142,6 +148,10 @@ bool RecordLink(Link& link, const std::wstring& path)
 
 bool RecordEveryLink(const std::wstring& path)
 {
+    if (NameIn(path) == path.size())
+    {
+        return false;
+    }
     HANDLE file = CreateNewFile(path);
     for (uint32_t number = 2;
          file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_FILE_EXISTS && number <= mostNumberedFiles;
