@@ -252,10 +252,21 @@ private:
         }
         const FieldLayout entry = {"", 0,      sizeof(RelativeOffset), FieldKind::NarrowText, nullptr,
                                    {}, nullptr};
+        size_t textSize = 0;
         for (size_t i = 0; i < count; ++i)
         {
             field.children.push_back(Field(entry, field.itemOffset + i * sizeof(RelativeOffset)));
             field.children.back().name = "[" + std::to_string(i) + "]";
+            textSize += field.children.back().itemSize;
+            if (textSize > end)
+            {
+                // Read on, a small payload could give any amount of text.
+                field.problem = "its texts are longer than the payload";
+                field.children.clear();
+                field.itemOffset = field.offset;
+                field.itemSize = 0;
+                return;
+            }
         }
     }
 

@@ -125,6 +125,26 @@ TEST(BlobDecoder, ReadsTextsThatAreRelativeToThemselves)
               Summary(MakeCallHooks("one", "second")));
 }
 
+TEST(BlobDecoder, RefusesTextsThatAreSharedSoOftenThatTheyGrowBeyondThePayload)
+{
+    const auto decodeShared = [](uint32_t count) {
+        const std::string text(100, 'x');
+        std::vector<uint8_t> data;
+        for (uint32_t i = 0; i < count; ++i)
+        {
+            const uint32_t distance = (count - i) * static_cast<uint32_t>(sizeof(RelativeOffset));
+            const auto bytes = reinterpret_cast<const uint8_t*>(&distance);
+            data.insert(data.end(), bytes, bytes + sizeof(distance));
+        }
+        data.insert(data.end(), text.c_str(), text.c_str() + text.size() + 1);
+        BlobWriter<CallHooksBlob> blob;
+        blob.Data(&CallHooksBlob::textList, data, count);
+        return Decode(blob.Finish())["textList"];
+    };
+    EXPECT_EQ(Json({std::string(100, 'x')}), decodeShared(1));
+    EXPECT_EQ(Problem("its texts are longer than the payload"), decodeShared(2000));
+}
+
 TEST(BlobDecoder, ReadsRegistersAndTheRecordOfAnException)
 {
     const Json exception = Decode(MakeException(77, 0x1F4));
