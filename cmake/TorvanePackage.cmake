@@ -1,5 +1,5 @@
 # What is installed: from the preset windows-x86 the package TorvaneAgent, for hosts; from windows-x64 the package
-# TorvaneBridge, for whoever writes a Bridge. Both go into the same folder.
+# TorvaneBridge, for whoever writes a Bridge, with the command blobs. Both go into the same folder.
 #
 #   cmake --install build/windows-x86 --prefix FOLDER
 #   cmake --install build/windows-x64 --prefix FOLDER
@@ -57,11 +57,17 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     torvane_install_license(mingw-w64 "${documents}/mingw-w64-i686-dev/copyright")
     torvane_install_license(libgcc "${documents}/gcc-mingw-w64-i686-win32/copyright")
 elseif(TORVANE_ARCHITECTURE STREQUAL x64)
-    add_dependencies(packageContents TorvaneBridge TorvaneRecording)
+    add_dependencies(packageContents TorvaneBridge TorvaneRecording blobs)
     torvane_install_package_files(TorvaneBridge)
     install(FILES "$<TARGET_FILE:TorvaneBridge>" "$<TARGET_FILE:TorvaneRecording>" DESTINATION lib/x64)
     install(DIRECTORY bridge DESTINATION include FILES_MATCHING PATTERN "*.h" PATTERN "Test*.h" EXCLUDE)
     install(FILES src/Agent/Communication/Blob.h DESTINATION include/Agent/Communication)
-    install(FILES docs/protocol.md DESTINATION .)
+    install(FILES "$<TARGET_FILE:blobs>" DESTINATION bin)
+    install(FILES docs/protocol.md docs/recording.md docs/recording.png DESTINATION docs)
+    install(DIRECTORY tools/blobs/Example/ DESTINATION samples/recordings)
+    # What is linked into blobs.exe.
     torvane_install_license(nlohmann-json "${documents}/nlohmann-json3-dev/copyright")
+    torvane_install_license(mingw-w64 "${documents}/mingw-w64-x86-64-dev/copyright")
+    torvane_install_license(libgcc "${documents}/gcc-mingw-w64-x86-64-win32/copyright")
+    torvane_install_license(libstdc++ "${documents}/g++-mingw-w64-x86-64-win32/copyright")
 endif()

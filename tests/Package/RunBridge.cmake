@@ -12,6 +12,22 @@ else()
     file(REMOVE_RECURSE "${PREFIX}")
     execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${PREFIX}" COMMAND_ERROR_IS_FATAL ANY
         OUTPUT_QUIET)
+    foreach(file
+            bin/blobs.exe
+            docs/protocol.md
+            docs/recording.md
+            docs/recording.png
+            include/Agent/Communication/Blob.h
+            include/bridge/Bridge.h
+            lib/cmake/TorvaneBridge/TorvaneBridgeConfig.cmake
+            licenses/libgcc.txt
+            licenses/libstdc++.txt
+            licenses/mingw-w64.txt
+            licenses/nlohmann-json.txt)
+        if(NOT EXISTS "${PREFIX}/${file}")
+            message(SEND_ERROR "${file} is missing")
+        endif()
+    endforeach()
     set(kit "-DTorvaneBridge_DIR=${PREFIX}/lib/cmake/TorvaneBridge")
 endif()
 file(COPY "${SOURCE}/" DESTINATION "${COPY}/source")
