@@ -1,10 +1,9 @@
 #include "tools/blobs/Roads.h"
 
-#include "bridge/Recording/BlobDecoder.h"
 #include "bridge/Recording/FieldText.h"
 #include "tools/blobs/Lanes.h"
+#include "tools/blobs/ReloadRoads.h"
 
-#include <algorithm>
 #include <deque>
 #include <map>
 #include <utility>
@@ -13,31 +12,25 @@ namespace Torvane::Blobs
 {
 namespace
 {
-constexpr size_t none = SIZE_MAX;
-
-std::string FileName(const std::string& path)
-{
-    return path.substr(path.find_last_of("/\\") + 1);
-}
-
 /// The roads of one host.
 class HostRoads
 {
 public:
     HostRoads(Roads& allRoads, uint32_t id)
         : roads(allRoads)
-        , hostProcessId(id)
-        , fromAgent(AddTrack("from the Agent"))
-        , toAgent(AddTrack("to the Agent"))
+        , host(allRoads, id)
+        , fromAgent(host.AddTrack("from the Agent"))
+        , toAgent(host.AddTrack("to the Agent"))
     {
     }
 
     void Take(const RecordedBlob& taken)
     {
-        blob = &taken;
-        fields = Bridge::DecodePayload(blob->Type(), blob->Payload(), blob->PayloadSize());
-        roads.blobTracks.push_back(blob->direction == Direction::FromAgent ? fromAgent : toAgent);
-        switch (blob->Type())
+        host.Take(taken);
+        roads.blobTracks.push_back(taken.direction == Direction::FromAgent ? fromAgent : toAgent);
+        reload.Take(host);
+        restart.Take(host);
+        switch (taken.Type())
         {
         case BlobType::RegisterProcess:
             NameThreads();
@@ -64,63 +57,24 @@ public:
             OpenException();
             break;
         case BlobType::HandleExceptionWindowsResult:
-            CloseOne(exceptions, Number("event"), Text("action"));
+            CloseOne(exceptions, host.Number("event"), host.Text("action"));
             break;
         case BlobType::ResumeHeldThreads:
-            OpenOne(letGo, 0, Named(watchdog, "watchdog"), "held threads let go");
+            OpenOne(letGo, 0, host.Named(watchdog, "watchdog"), "held threads let go");
             break;
         case BlobType::SuspendHeldThreads:
             CloseOne(letGo, 0, "");
             break;
         default:
-            TakeReload();
-            TakeRestart();
             break;
         }
     }
 
 private:
-    size_t AddTrack(const std::string& name, uint32_t threadId = 0)
-    {
-        Track track;
-        track.hostProcessId = hostProcessId;
-        track.name = name;
-        track.threadId = threadId;
-        roads.tracks.push_back(track);
-        return roads.tracks.size() - 1;
-    }
-
-    size_t& Named(size_t& track, const char* name)
-    {
-        if (track == none)
-        {
-            track = AddTrack(name);
-        }
-        return track;
-    }
-
-    uint64_t Number(const char* name) const
-    {
-        const Bridge::DecodedField* field = Bridge::FindField(fields, name);
-        return field != nullptr ? field->number : 0;
-    }
-
-    std::string Text(const char* name) const
-    {
-        const Bridge::DecodedField* field = Bridge::FindField(fields, name);
-        return field == nullptr ? "" : Bridge::FieldText(*field, blob->Payload());
-    }
-
-    std::string PlainText(const char* name) const
-    {
-        const Bridge::DecodedField* field = Bridge::FindField(fields, name);
-        return field == nullptr ? "" : field->text;
-    }
-
     void NameThreads()
     {
         const auto name = [this](size_t track, const char* member, const char* thread) {
-            const auto id = static_cast<uint32_t>(Number(member));
+            const auto id = static_cast<uint32_t>(host.Number(member));
             roads.tracks[track].threadId = id;
             roads.tracks[track].name += std::string(" (") + thread + " thread)";
         };
@@ -128,32 +82,7 @@ private:
         {
             name(fromAgent, "senderThreadId", "sender");
             name(toAgent, "receiverThreadId", "receiver");
-            watchdog = AddTrack("watchdog", static_cast<uint32_t>(Number("watchdogThreadId")));
-        }
-    }
-
-    // ---- spans ----
-
-    size_t Open(size_t track, const std::string& name)
-    {
-        Span span;
-        span.track = track;
-        span.name = name;
-        span.begin = blob->time;
-        span.firstBlob = blob->number;
-        roads.spans.push_back(span);
-        return roads.spans.size() - 1;
-    }
-
-    void Close(size_t& span, const std::string& detail)
-    {
-        if (span != none)
-        {
-            Span& closed = roads.spans[span];
-            closed.end = std::max(blob->time, closed.begin);
-            closed.lastBlob = blob->number;
-            closed.detail = detail;
-            span = none;
+            watchdog = host.AddTrack("watchdog", static_cast<uint32_t>(host.Number("watchdogThreadId")));
         }
     }
 
@@ -162,7 +91,7 @@ private:
     void OpenOne(Waiting& waiting, uint64_t key, size_t track, const std::string& name,
                  const std::string& kind = "")
     {
-        waiting[{kind, key}].push_back(Open(track, name));
+        waiting[{kind, key}].push_back(host.Open(track, name));
     }
 
     void CloseOne(Waiting& waiting, uint64_t key, const std::string& detail, const std::string& kind = "")
@@ -170,7 +99,7 @@ private:
         std::deque<size_t>& spans = waiting[{kind, key}];
         if (!spans.empty())
         {
-            Close(spans.front(), detail);
+            host.Close(spans.front(), detail);
             spans.pop_front();
         }
     }
@@ -179,32 +108,33 @@ private:
 
     void OpenRequest(const char* kind)
     {
-        OpenOne(requests, Number("token"), Named(requestTrack, "requests"),
-                std::string(kind) + " " + Text("token"), kind);
+        OpenOne(requests, host.Number("token"), host.Named(requestTrack, "requests"),
+                std::string(kind) + " " + host.Text("token"), kind);
     }
 
     void CloseRequest(const char* kind)
     {
-        CloseOne(requests, Number("token"), "", kind);
+        CloseOne(requests, host.Number("token"), "", kind);
     }
 
     void OpenException()
     {
-        const auto threadId = static_cast<uint32_t>(Number("threadId"));
+        const auto threadId = static_cast<uint32_t>(host.Number("threadId"));
         const auto known = faultingThreads.find(threadId);
-        const size_t track = known != faultingThreads.end()
-                                 ? known->second
-                                 : AddTrack("exceptions of thread " + std::to_string(threadId), threadId);
+        const size_t track =
+            known != faultingThreads.end()
+                ? known->second
+                : host.AddTrack("exceptions of thread " + std::to_string(threadId), threadId);
         faultingThreads[threadId] = track;
         std::string name = "exception";
-        const Bridge::DecodedField* record = Bridge::FindField(fields, "record");
+        const Bridge::DecodedField* record = host.Field("record");
         const Bridge::DecodedField* code =
             record == nullptr ? nullptr : Bridge::FindField(record->children, "code");
         if (code != nullptr)
         {
-            name += " " + Bridge::FieldText(*code, blob->Payload());
+            name += " " + Bridge::FieldText(*code, host.Blob().Payload());
         }
-        OpenOne(exceptions, Number("event"), track, name);
+        OpenOne(exceptions, host.Number("event"), track, name);
     }
 
     struct Latch
@@ -216,139 +146,46 @@ private:
 
     void OpenLatch()
     {
-        const Bridge::DecodedField* modules = Bridge::FindField(fields, "modules");
+        const Bridge::DecodedField* modules = host.Field("modules");
         const size_t count = modules == nullptr ? 0 : modules->children.size();
-        Latch& latch = latches[Number("latch")];
+        Latch& latch = latches[host.Number("latch")];
         if (latch.span == none)
         {
             latch = Latch();
-            latch.span = Open(Named(latchTrack, "latches"), "latch " + Text("latch"));
+            latch.span = host.Open(host.Named(latchTrack, "latches"), "latch " + host.Text("latch"));
         }
         latch.count += count;
         latch.modules += count;
         if (latch.count == 0)
         {
-            Close(latch.span, "no modules");
+            host.Close(latch.span, "no modules");
         }
     }
 
     void CountLatch()
     {
-        const auto found = latches.find(Number("latch"));
+        const auto found = latches.find(host.Number("latch"));
         if (found != latches.end() && found->second.span != none && --found->second.count == 0)
         {
-            Close(found->second.span, std::to_string(found->second.modules) + " modules enabled");
-        }
-    }
-
-    // ---- reloads and restarts ----
-
-    void OpenReload()
-    {
-        if (reload == none)
-        {
-            reload = Open(Named(reloadTrack, "reload"), "reload " + std::to_string(++reloadCount));
-        }
-    }
-
-    void NextPhase(const std::string& name, const std::string& endOfLast = "")
-    {
-        Close(phase, endOfLast);
-        phase = Open(Named(reloadTrack, "reload"), name);
-    }
-
-    void TakeReload()
-    {
-        switch (blob->Type())
-        {
-        case BlobType::ScheduleReload:
-            OpenReload();
-            NextPhase("asked for by the host");
-            break;
-        case BlobType::RequestReload:
-            OpenReload();
-            NextPhase("consent");
-            break;
-        case BlobType::Reload:
-            OpenReload();
-            NextPhase("compile");
-            break;
-        case BlobType::LoadPatchWindows:
-            NextPhase("load " + FileName(PlainText("patchPath")));
-            isLoading = true;
-            break;
-        case BlobType::PatchLoaded:
-            NextPhase("install", "loaded at " + Text("base"));
-            isLoading = false;
-            break;
-        case BlobType::LogNarrow:
-            if (isLoading && blob->direction == Direction::FromAgent &&
-                Number("level") == static_cast<uint64_t>(BlobLogLevel::Error))
-            {
-                NextPhase("refused", "failed");
-                isLoading = false;
-            }
-            break;
-        case BlobType::FinishAfterHotReload:
-            Close(phase, "");
-            Close(reload, "");
-            isLoading = false;
-            break;
-        default:
-            break;
-        }
-    }
-
-    void TakeRestart()
-    {
-        switch (blob->Type())
-        {
-        case BlobType::ScheduleRestart:
-        case BlobType::RequestRestart:
-        case BlobType::Restart:
-            Close(restartPhase, "");
-            if (restart == none)
-            {
-                restart = Open(Named(restartTrack, "restart"), "restart");
-            }
-            restartPhase =
-                Open(restartTrack, blob->Type() == BlobType::ScheduleRestart  ? "asked for by the host"
-                                   : blob->Type() == BlobType::RequestRestart ? "consent"
-                                                                              : "new process");
-            break;
-        case BlobType::ExitProcessForHotRestart:
-            Close(restartPhase, "");
-            Close(restart, "");
-            break;
-        default:
-            break;
+            host.Close(found->second.span, std::to_string(found->second.modules) + " modules enabled");
         }
     }
 
     Roads& roads;
-    uint32_t hostProcessId;
+    HostSpans host;
     size_t fromAgent;
     size_t toAgent;
     size_t watchdog = none;
     size_t requestTrack = none;
     size_t latchTrack = none;
-    size_t reloadTrack = none;
-    size_t restartTrack = none;
     std::map<uint32_t, size_t> faultingThreads;
 
+    ReloadRoad reload;
+    RestartRoad restart;
     Waiting requests;
     Waiting exceptions;
     Waiting letGo;
     std::map<uint64_t, Latch> latches;
-    size_t reload = none;
-    size_t phase = none;
-    size_t restart = none;
-    size_t restartPhase = none;
-    uint32_t reloadCount = 0;
-    bool isLoading = false;
-
-    const RecordedBlob* blob = nullptr;
-    std::vector<Bridge::DecodedField> fields;
 };
 } // namespace
 

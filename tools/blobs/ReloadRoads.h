@@ -1,0 +1,40 @@
+#pragma once
+
+/// \file
+/// Reloads and restarts of one host, with their phases within; for the command's only thread.
+
+#include "tools/blobs/HostSpans.h"
+
+namespace Torvane::Blobs
+{
+class ReloadRoad
+{
+public:
+    /// The Blob at hand, of any type.
+    void Take(HostSpans& host);
+
+private:
+    void Begin(HostSpans& host);
+    void NextPhase(HostSpans& host, const std::string& name, const std::string& endOfLast = "");
+
+    size_t track = none;
+    size_t reload = none;
+    size_t phase = none;
+    uint32_t count = 0;
+    bool isLoading = false;
+};
+
+class RestartRoad
+{
+public:
+    /// The Blob at hand, of any type.
+    void Take(HostSpans& host);
+
+private:
+    void NextPhase(HostSpans& host, const char* name);
+
+    size_t track = none;
+    size_t restart = none;
+    size_t phase = none;
+};
+} // namespace Torvane::Blobs
