@@ -23,7 +23,8 @@ function(torvane_use_zydis)
     if(NOT TORVANE_ZYCORE_INCLUDE_DIR)
         message(FATAL_ERROR "Neither Intel XED nor the headers of Zycore (package libzycore-dev) are here")
     endif()
-    execute_process(COMMAND "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/fetch-zydis" "${TORVANE_ZYDIS_DIR}"
+    execute_process(
+        COMMAND "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/fetch-source" zydis "${TORVANE_ZYDIS_DIR}" src/Decoder.c
         COMMAND_ERROR_IS_FATAL ANY)
     message(STATUS "Instruction decoder: Zydis (${TORVANE_ZYDIS_DIR})")
 

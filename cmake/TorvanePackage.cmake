@@ -42,6 +42,7 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     install(FILES "$<TARGET_FILE:Agent>" "${TORVANE_BIN_DIR}/${imageName}.pdb" DESTINATION bin)
     install(FILES "$<TARGET_LINKER_FILE:Agent>" "${TORVANE_BIN_DIR}/${imageName}.lib" DESTINATION lib)
     install(FILES include/Torvane/Agent.h DESTINATION include/Torvane)
+    install(FILES docs/host-guide.md DESTINATION docs)
     install(DIRECTORY samples DESTINATION . USE_SOURCE_PERMISSIONS)
 
     if(TORVANE_XED_INCLUDE_DIR AND TORVANE_XED_LIBRARY)

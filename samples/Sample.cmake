@@ -3,19 +3,20 @@
 # torvane_add_sample_host(target folder source...): a host with the Agent's library beside it.
 function(torvane_add_sample_host target folder)
     add_executable(${target} ${ARGN})
-    target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}")
+    target_include_directories(${target} PRIVATE "${samplesRoot}")
     target_link_libraries(${target} PRIVATE Torvane::TestFlags)
     set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${folder}")
     add_custom_command(TARGET ${target} POST_BUILD
-        COMMAND "${CMAKE_COMMAND}" -E copy_if_different "$<TARGET_FILE:Agent>" "${folder}"
+        COMMAND "${CMAKE_COMMAND}" -E copy_if_different "$<TARGET_FILE:TorvaneAgent::TorvaneAgent>" "${folder}"
         VERBATIM)
-    add_dependencies(${target} Agent)
+    add_dependencies(${target} TorvaneAgent::TorvaneAgent)
 endfunction()
 
 # torvane_add_sample_bridge(target folder source...): the Bridge for it.
 function(torvane_add_sample_bridge target folder)
     add_executable(${target} ${ARGN})
-    target_link_libraries(${target} PRIVATE Torvane::Bridge)
+    target_include_directories(${target} PRIVATE "${samplesRoot}")
+    target_link_libraries(${target} PRIVATE Torvane::Bridge Torvane::TestFlags)
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME TVN_Agent_Bridge_x64
         RUNTIME_OUTPUT_DIRECTORY "${folder}")

@@ -41,7 +41,7 @@ int RunPatches(uint32_t hostProcessId)
         order.path = path;
         std::vector<double> ours;
         std::vector<double> bare;
-        for (uint32_t round = 0; round < Rounds(60); ++round)
+        for (uint32_t round = 0; round < Rounds(); ++round)
         {
             double begin = Now();
             SendLoadPatch(link, order);
@@ -61,8 +61,8 @@ int RunPatches(uint32_t hostProcessId)
             pipe.Send(BareFree, payload.data(), static_cast<uint32_t>(payload.size()));
             pipe.Receive(kind, payload);
         }
-        Report("9|" + SizeText(size) + "|ours", "us", ours);
-        Report("9|" + SizeText(size) + "|bare load", "us", bare);
+        Report(SizeText(size), "ours", ours);
+        Report(SizeText(size), "bare load", bare);
     }
     return 0;
 }
@@ -77,7 +77,7 @@ int RunExceptions(uint32_t hostProcessId)
     {
         return 1;
     }
-    for (uint32_t round = 0; round < Rounds(2000); ++round)
+    for (uint32_t round = 0; round < Rounds(); ++round)
     {
         const auto report = link.Expect<HandleExceptionWindowsBlob>(limit);
         if (!report)

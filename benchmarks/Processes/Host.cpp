@@ -1,10 +1,10 @@
 /// \file
 /// The host of the benchmarks that need processes:
 ///
-///     ProcessBenchmarks FIGURE [--quick]
+///     ProcessBenchmarks --figure=N --rounds=N [--quick]
 ///
 /// 8: enabling modules; 9: loading patches; 11: exceptions. The Agent and the Bridge of these benchmarks stand beside
-/// it. Results go where `Report` puts them.
+/// it. Prints a line of JSON for each value.
 
 #include "benchmarks/Processes/Measure.h"
 
@@ -83,16 +83,16 @@ bool MeasureModules(const TvnDefaultAgent& agent)
         const std::vector<std::wstring> some(paths.begin(), paths.begin() + count);
         std::vector<double> ours;
         std::vector<double> bare;
-        for (uint32_t round = 0; round < Rounds(20); ++round)
+        for (uint32_t round = 0; round < Rounds(); ++round)
         {
             const double begin = Now();
             agent.TvnEnableModules(pointers.data(), count, ExactlyTheseModules, nullptr, nullptr);
             ours.push_back((Now() - begin) / count);
             bare.push_back(MapAndUnmap(some) / count);
         }
-        const std::string name = "8|" + std::to_string(count) + (count == 1 ? " module" : " modules");
-        Report(name + "|ours", "us/module", ours);
-        Report(name + "|map and unmap", "us/module", bare);
+        const std::string name = std::to_string(count) + (count == 1 ? " module" : " modules");
+        Report(name, "ours", ours);
+        Report(name, "mapping", bare);
     }
 
     // The closure: one module that imports all the others.
@@ -112,16 +112,16 @@ bool MeasureModules(const TvnDefaultAgent& agent)
         some.push_back(libraries.PathOf(root));
         std::vector<double> ours;
         std::vector<double> bare;
-        for (uint32_t round = 0; round < Rounds(20); ++round)
+        for (uint32_t round = 0; round < Rounds(); ++round)
         {
             const double begin = Now();
             agent.TvnEnableModule(some.back().c_str(), IncludeImports, nullptr, nullptr);
             ours.push_back((Now() - begin) / (count + 1));
             bare.push_back(MapAndUnmap(some) / (count + 1));
         }
-        const std::string name = "8|closure of " + std::to_string(count + 1);
-        Report(name + "|ours", "us/module", ours);
-        Report(name + "|map and unmap", "us/module", bare);
+        const std::string name = "closure of " + std::to_string(count + 1);
+        Report(name, "ours", ours);
+        Report(name, "mapping", bare);
     }
     return true;
 }
@@ -191,7 +191,7 @@ bool MeasureExceptions(BarePipe& pipe)
     {
         return false;
     }
-    for (uint32_t round = 0; round < Rounds(2000); ++round)
+    for (uint32_t round = 0; round < Rounds(); ++round)
     {
         double begin = Now();
         Fault();
@@ -207,8 +207,8 @@ bool MeasureExceptions(BarePipe& pipe)
         }
         bare.push_back(Now() - begin);
     }
-    Report("11|skipped instruction|ours", "us", ours);
-    Report("11|skipped instruction|two bare round trips", "us", bare);
+    Report("skipped instruction", "ours", ours);
+    Report("skipped instruction", "two bare round trips", bare);
     return true;
 }
 
@@ -227,13 +227,41 @@ bool Measure(int figure, const TvnDefaultAgent& agent, BarePipe& pipe)
     }
 }
 
-int Run(int figure, bool quick)
+/// Prints what was measured and clears up.
+void PrintResults()
 {
-    wchar_t folder[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, folder);
-    SetEnvironmentVariableW(L"TORVANE_BENCHMARK_FOLDER", folder);
-    SetEnvironmentVariableW(L"TORVANE_BENCHMARK_QUICK", quick ? L"1" : nullptr);
+    if (FILE* file = _wfopen(ResultsPath().c_str(), L"r"))
+    {
+        char line[400];
+        while (fgets(line, sizeof(line), file) != nullptr)
+        {
+            fputs(line, stdout);
+        }
+        fclose(file);
+    }
+    DeleteFileW(ResultsPath().c_str());
+    for (const uint32_t size : imageSizes)
+    {
+        DeleteFileW(ImagePath(size).c_str());
+    }
+    RemoveDirectoryW(Variable(L"TORVANE_BENCHMARK_FOLDER").c_str());
+}
+
+void PrepareEnvironment(int figure, uint32_t rounds)
+{
+    wchar_t temporary[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, temporary);
+    const std::wstring folder = temporary + (L"TorvaneBenchmark_" + std::to_wstring(GetCurrentProcessId()));
+    CreateDirectoryW(folder.c_str(), nullptr);
+    SetEnvironmentVariableW(L"TORVANE_BENCHMARK_FOLDER", folder.c_str());
+    DeleteFileW(ResultsPath().c_str());
+    SetEnvironmentVariableW(L"TORVANE_BENCHMARK_ROUNDS", std::to_wstring(rounds).c_str());
     SetEnvironmentVariableA("TORVANE_BRIDGE_SCENARIO", ("Figure" + std::to_string(figure)).c_str());
+}
+
+int Run(int figure, uint32_t rounds)
+{
+    PrepareEnvironment(figure, rounds);
     BarePipe pipe;
     const HMODULE library = LoadLibraryW(L"TVN_Agent_x86.dll");
     const auto startup = Find<decltype(&TvnStartupDefaultAgent)>(library, "TvnStartupDefaultAgent");
@@ -251,23 +279,33 @@ int Run(int figure, bool quick)
     }
     const bool done = connectionStatus == ConnectionSucceeded && Measure(figure, agent, pipe);
     Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
-    for (const uint32_t size : imageSizes)
-    {
-        DeleteFileW(ImagePath(size).c_str());
-    }
+    PrintResults();
     return done ? 0 : 1;
+}
+
+/// The number behind an argument's name, or 0.
+uint32_t NumberOf(const char* argument, const char* name)
+{
+    const size_t length = strlen(name);
+    return strncmp(argument, name, length) == 0 ? strtoul(argument + length, nullptr, 10) : 0;
 }
 } // namespace
 } // namespace Torvane::Benchmarks
 
 int main(int count, char** arguments)
 {
-    const int figure = count > 1 ? atoi(arguments[1]) : 0;
-    const bool quick = count > 2 && strcmp(arguments[2], "--quick") == 0;
-    if (figure == 0 || count > 3 || (count == 3 && !quick))
+    using namespace Torvane::Benchmarks;
+    uint32_t figure = 0;
+    uint32_t rounds = 0;
+    for (int i = 1; i < count; ++i)
     {
-        fputs("usage: ProcessBenchmarks FIGURE [--quick]\n", stderr);
+        figure = figure == 0 ? NumberOf(arguments[i], "--figure=") : figure;
+        rounds = rounds == 0 ? NumberOf(arguments[i], "--rounds=") : rounds;
+    }
+    if (figure == 0 || rounds == 0)
+    {
+        fputs("usage: ProcessBenchmarks --figure=N --rounds=N [--quick]\n", stderr);
         return 2;
     }
-    return Torvane::Benchmarks::Run(figure, quick);
+    return Run(static_cast<int>(figure), rounds);
 }

@@ -6,6 +6,8 @@
 
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
 #include <string>
 #include <vector>
 
@@ -30,22 +32,26 @@ inline std::wstring Variable(const wchar_t* name)
     return text;
 }
 
-/// Appends one line of JSON to the file that the environment variable `TORVANE_BENCHMARK_RESULTS` names. `name` is the
-/// figure, the case and the side: "9|16 KB|ours". `values` are one number for each round, in the unit.
-inline void Report(const std::string& name, const char* unit, const std::vector<double>& values)
+/// Where host and Bridge put what they measured, for the host to print at its end.
+inline std::wstring ResultsPath()
 {
-    std::string line = "{\"name\": \"" + name + "\", \"unit\": \"" + unit + "\", \"values\": [";
-    for (size_t i = 0; i < values.size(); ++i)
+    return Variable(L"TORVANE_BENCHMARK_FOLDER") + L"\\results";
+}
+
+/// Adds a line of JSON for each value. Values are in microseconds and come out in seconds, as the reader has them.
+inline void Report(const std::string& name, const std::string& side, const std::vector<double>& values)
+{
+    std::string lines;
+    for (const double value : values)
     {
         char number[40];
-        snprintf(number, sizeof(number), "%s%.3f", i == 0 ? "" : ", ", values[i]);
-        line += number;
+        snprintf(number, sizeof(number), "%.10f", value * 1e-6);
+        lines += "{\"case\": \"" + name + "\", \"side\": \"" + side + "\", \"value\": " + number + "}\n";
     }
-    line += "]}\n";
-    const HANDLE file = CreateFileW(Variable(L"TORVANE_BENCHMARK_RESULTS").c_str(), FILE_APPEND_DATA,
+    const HANDLE file = CreateFileW(ResultsPath().c_str(), FILE_APPEND_DATA,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0, nullptr);
     DWORD written = 0;
-    WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    WriteFile(file, lines.data(), static_cast<DWORD>(lines.size()), &written, nullptr);
     CloseHandle(file);
 }
 
@@ -163,8 +169,9 @@ inline std::string SizeText(uint32_t bytes)
     return bytes < (1 << 20) ? std::to_string(bytes >> 10) + " KB" : std::to_string(bytes >> 20) + " MB";
 }
 
-inline uint32_t Rounds(uint32_t full)
+/// How many values are to be measured of each case and side.
+inline uint32_t Rounds()
 {
-    return Variable(L"TORVANE_BENCHMARK_QUICK").empty() ? full : full / 10 + 2;
+    return static_cast<uint32_t>(_wtoi(Variable(L"TORVANE_BENCHMARK_ROUNDS").c_str()));
 }
 } // namespace Torvane::Benchmarks

@@ -15,6 +15,11 @@ void std::mutex::unlock()
     ReleaseSRWLockExclusive(reinterpret_cast<SRWLOCK*>(&state));
 }
 
+void std::condition_variable::notify_one()
+{
+    WakeConditionVariable(reinterpret_cast<CONDITION_VARIABLE*>(&state));
+}
+
 void std::condition_variable::notify_all()
 {
     WakeAllConditionVariable(reinterpret_cast<CONDITION_VARIABLE*>(&state));
@@ -22,6 +27,11 @@ void std::condition_variable::notify_all()
 
 void std::condition_variable::wait(unique_lock<mutex>& lock)
 {
+    WaitMilliseconds(lock, INFINITE);
+}
+
+void std::condition_variable::WaitMilliseconds(unique_lock<mutex>& lock, unsigned long milliseconds)
+{
     SleepConditionVariableSRW(reinterpret_cast<CONDITION_VARIABLE*>(&state),
-                              reinterpret_cast<SRWLOCK*>(&lock.mutex()->state), INFINITE, 0);
+                              reinterpret_cast<SRWLOCK*>(&lock.mutex()->state), milliseconds, 0);
 }

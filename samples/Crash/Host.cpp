@@ -45,6 +45,7 @@ bool WaitForProtection()
     return isKeptAlive != 0;
 }
 
+// [crash and go on]
 void Crash(unsigned round)
 {
     Show("host", "round %u: divides 100 by zero", round);
@@ -63,6 +64,7 @@ void Crash(unsigned round)
     }
     Sleep(timeBetweenCrashes);
 }
+// [end]
 } // namespace
 
 int main(int argc, char** argv)

@@ -61,6 +61,7 @@ struct HookId
     unsigned char empty;
 };
 
+// [reload hooks]
 using ReloadHook = void (*)(HookId id, const char* text, unsigned number);
 
 void BeforeReload(HookId, const char* text, unsigned number)
@@ -77,6 +78,7 @@ void AfterReload(HookId, const char*, unsigned number)
 
 extern "C" __declspec(dllexport) const ReloadHook beforeReloadHooks[hookCount] = {&BeforeReload};
 extern "C" __declspec(dllexport) const ReloadHook afterReloadHooks[hookCount] = {&AfterReload};
+// [end]
 
 namespace
 {

@@ -22,8 +22,7 @@ static bool StartAgent(void)
     startup(&agent, NULL, NULL, NULL);
     wchar_t path[1024];
     GetModuleFileNameW(NULL, path, 1024);
-    agent.TvnEnableModule(path, ExactlyTheseModules, NULL,
-                          NULL); /* waits for the Bridge, or until there is none */
+    agent.TvnEnableModule(path, ExactlyTheseModules, NULL, NULL); /* waits for the Bridge */
     return true;
 }
 /* [end] */

@@ -145,6 +145,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, ASecondOneStandsBesideTheFi
     EXPECT_EQ(1u, CountInLog("Received exception handler action 4"));
     EXPECT_TRUE(EndsByItself([&code] { code.Run(); }));
     EXPECT_EQ(1u, CountInLog("Received exception handler action 2"));
+    EXPECT_TRUE(Await("nothing came"));
 
     // The handle of the first is lost. The Agent stays loaded, so what is left of it does no harm.
     Shutdown();
@@ -268,6 +269,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, ASecondOneStandsBesideTheF
     ASSERT_TRUE(third);
     Answer(third, ActionSkipInstruction);
     EXPECT_TRUE(NothingElseCame()) << "Skipped by the one, it didn't come to the other.";
+    Signal("nothing came");
     StayUntilAgentGoes();
 }
 

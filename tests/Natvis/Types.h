@@ -11,6 +11,7 @@
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Foundation/Result.h"
 #include "Shared/Memory/Allocation.h"
+#include "Shared/Process/ModuleIdentity.h"
 
 // A macro of <windows.h>, which debuggers don't know.
 #undef CopyMemory

@@ -11,7 +11,7 @@ import sys
 import xml.etree.ElementTree as ElementTree
 
 SPACE = "{http://schemas.microsoft.com/vstudio/debugger/natvis/2010}"
-SPECIFIER = re.compile(r",\s*(s8|su|s|x|en|na|d)$")
+SPECIFIER = re.compile(r",\s*(s8|su|s|x|en|na|d|!)$")
 WHOLE = {SPACE + name for name in ("Item", "StringView", "Size", "ValuePointer", "ExpandedItem")}
 
 

@@ -6,6 +6,7 @@ execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${PREF
 set(expected
     bin/TVN_Agent_x86.dll
     bin/TVN_Agent_x86.pdb
+    docs/host-guide.md
     include/Torvane/Agent.h
     lib/TVN_Agent_x86.lib
     lib/libTVN_Agent_x86.dll.a

@@ -23,3 +23,11 @@ foreach(host Linked Loaded)
     endif()
     message("${host} says: ${output}")
 endforeach()
+
+# The one that loads the library doesn't import it: without the library it starts, and says so by its exit code.
+file(REMOVE_RECURSE "${COPY}/alone")
+file(COPY "${COPY}/build/bin/Loaded.exe" DESTINATION "${COPY}/alone")
+execute_process(COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/alone/Loaded.exe" RESULT_VARIABLE result)
+if(NOT result EQUAL 1)
+    message(FATAL_ERROR "Without the library Loaded ended with ${result}")
+endif()

@@ -33,6 +33,7 @@ int main()
             fprintf(notes, "log %ls\n", message.WideText(message.As<LogBlob>()->text).c_str());
         }
     }
+    fputs("end\n", notes);
     fclose(notes);
     return 0;
 }

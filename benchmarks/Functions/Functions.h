@@ -1,0 +1,32 @@
+#pragma once
+
+/// \file
+/// What the benchmarks of functions have in common. One figure is one source file.
+
+#include <benchmark/benchmark.h>
+
+#include <stdint.h>
+
+#include <string>
+
+namespace Torvane
+{
+/// Adds a benchmark to the run. Cases are taken in the order in which they are added, so ours and its rivals follow
+/// each other; a whole run of the program is one round.
+/// \param name the figure's number, the case and the side: "5|64 B, 1 thread|ours".
+/// \param iterations of each thread, the same in every round: nothing is spent on finding a number.
+template<typename Function>
+void AddBenchmark(const std::string& name, int threads, int64_t iterations, Function function)
+{
+    benchmark::RegisterBenchmark(name.c_str(), function)
+        ->Threads(threads)
+        ->Iterations(iterations < 1 ? 1 : iterations)
+        ->UseRealTime();
+}
+
+/// \return "1 thread", "2 threads" and so on.
+std::string CountThreads(int threads);
+
+/// \param scale 1 for a full round, less for a quick one; the iterations go by it.
+void AddPools(double scale);
+} // namespace Torvane

@@ -1,0 +1,46 @@
+"""What is measured: one entry a figure. Everything else here goes by this table."""
+
+from dataclasses import dataclass, field
+
+
+@dataclass
+class Figure:
+    number: int
+    title: str
+    unit: str  # of the values as shown
+    scale: float  # shown value = measured value * scale; measured in seconds per item, or bytes per second
+    rate: bool  # True: more is better
+    ratio: str  # "speed": how many times as fast as the rival; "cost": how many times as slow
+    goal: float = None  # of the ratio; at least that for "speed", at most that for "cost"
+    goalRivals: list = field(default_factory=list)  # which rivals the goal speaks of
+    program: str = "FunctionBenchmarks"
+    rounds: int = 11
+    quickRounds: int = 2
+    chart: str = "bars"  # or "lines", where the cases are sizes
+
+    @property
+    def picture(self):
+        return f"figure-{self.number}.svg"
+
+    def ratioOf(self, ours, rival):
+        """Both as measured: seconds, or bytes per second."""
+        faster = ours / rival if self.rate else rival / ours
+        return faster if self.ratio == "speed" else 1 / faster
+
+    def meetsGoal(self, ratio):
+        return ratio >= self.goal if self.ratio == "speed" else ratio <= self.goal
+
+
+NANOSECONDS = 1e9
+MICROSECONDS = 1e6
+
+FIGURES = [
+    Figure(5, "Allocating and freeing a block", "ns", NANOSECONDS, rate=False, ratio="speed", goal=3,
+           goalRivals=["HeapAlloc"]),
+    Figure(8, "Enabling a module, one of many", "µs", MICROSECONDS, rate=False, ratio="cost", goal=2,
+           goalRivals=["mapping"], program="ProcessBenchmarks", rounds=11),
+    Figure(9, "Loading a patch", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.2,
+           goalRivals=["bare load"], program="ProcessBenchmarks", rounds=101, quickRounds=5),
+    Figure(11, "An exception, from the fault to the resumed thread", "µs", MICROSECONDS, rate=False, ratio="cost",
+           program="ProcessBenchmarks", rounds=1001, quickRounds=20),
+]

@@ -1,0 +1,113 @@
+"""Draws a figure as SVG: bars for cases, lines for sizes."""
+
+import math
+import statistics
+from html import escape
+
+from .table import OURS, number, quartiles
+
+COLOURS = ["#1f6feb", "#c0c7d1", "#8b98a9", "#e0a458", "#9b72cf", "#5aa889"]
+FONT = "font-family='Helvetica,Arial,sans-serif'"
+WIDTH = 860
+
+
+def colourOf(sides, side):
+    return COLOURS[sides.index(side) % len(COLOURS)]
+
+
+def text(x, y, words, size=12, anchor="start", colour="#24292f", weight="normal"):
+    return (f"<text x='{x:.1f}' y='{y:.1f}' {FONT} font-size='{size}' text-anchor='{anchor}' fill='{colour}' "
+            f"font-weight='{weight}'>{escape(words)}</text>")
+
+
+def legend(sides, y):
+    parts, x = [], 20
+    for side in sides:
+        parts.append(f"<rect x='{x}' y='{y - 10}' width='12' height='12' fill='{colourOf(sides, side)}'/>")
+        parts.append(text(x + 17, y, side))
+        x += 17 + 8 * len(side) + 22
+    return parts
+
+
+def frame(figure, sides, height, parts):
+    better = "more is better" if figure.rate else "less is better"
+    head = [f"<svg xmlns='http://www.w3.org/2000/svg' width='{WIDTH}' height='{height:.0f}' "
+            f"viewBox='0 0 {WIDTH} {height:.0f}'>",
+            f"<rect width='{WIDTH}' height='{height:.0f}' fill='#ffffff'/>",
+            text(20, 28, f"{figure.title} ({figure.unit}, {better})", 16, weight="bold")]
+    return "\n".join(head + legend(sides, 54) + parts + ["</svg>"]) + "\n"
+
+
+def sidesOf(cases):
+    sides = [OURS]
+    for measured in cases.values():
+        sides += [side for side in measured if side not in sides]
+    return sides
+
+
+def drawBars(figure, cases):
+    """The longest bars are cut where they would leave the others without a length."""
+    sides = sidesOf(cases)
+    medians = sorted(statistics.median(values) * figure.scale for measured in cases.values()
+                     for values in measured.values())
+    limit = min(medians[-1], 3 * medians[int(len(medians) * 0.8)])
+    left, right, thickness = 210, WIDTH - 80, 13
+    parts, y = [], 76
+    for case, measured in cases.items():
+        parts.append(text(left - 10, y + thickness * len(measured) / 2 + 4, case, anchor="end"))
+        for side in sides:
+            if side not in measured:
+                continue
+            values = [value * figure.scale for value in measured[side]]
+            middle = statistics.median(values)
+            place = lambda value: left + (right - left) * min(value, limit) / limit
+            parts.append(f"<rect x='{left}' y='{y}' width='{max(place(middle) - left, 1):.1f}' "
+                         f"height='{thickness - 2}' fill='{colourOf(sides, side)}'/>")
+            low, high = quartiles(values)
+            parts.append(f"<path d='M{place(low):.1f} {y + 5.5}H{place(high):.1f}' stroke='#24292f'/>")
+            mark = " (cut)" if middle > limit else ""
+            parts.append(text(max(place(middle), place(high)) + 5, y + 10, number(middle) + mark, 11))
+            y += thickness
+        y += 10
+    return frame(figure, sides, y + 10, parts)
+
+
+def sizeOf(case):
+    """The size that a case's name begins with, in bytes or in pieces."""
+    count, unit = (case.replace(",", " ").split() + [""])[:2]
+    return float(count) * {"KiB": 1024, "MiB": 1024 ** 2, "KB": 1e3, "MB": 1e6}.get(unit, 1)
+
+
+def drawLines(figure, cases):
+    sides = sidesOf(cases)
+    points = {side: [(sizeOf(case), [value * figure.scale for value in measured[side]], case)
+                     for case, measured in cases.items() if side in measured] for side in sides}
+    xs = [math.log(x) for line in points.values() for x, _, _ in line]
+    ys = [math.log(value) for line in points.values() for _, values, _ in line for value in quartiles(values)]
+    left, right, top, bottom = 80, WIDTH - 30, 80, 380
+    spanX, spanY = max(max(xs) - min(xs), 1e-9), max(max(ys) - min(ys), 1e-9)
+    placeX = lambda x: left + (right - left) * (math.log(x) - min(xs)) / spanX
+    placeY = lambda y: bottom - (bottom - top) * (math.log(y) - min(ys)) / spanY
+    parts = [f"<path d='M{left} {top}V{bottom}H{right}' fill='none' stroke='#8b98a9'/>"]
+    for power in range(math.floor(min(ys) / math.log(10)), math.ceil(max(ys) / math.log(10)) + 1):
+        if min(ys) <= power * math.log(10) <= max(ys):
+            y = placeY(10.0 ** power)
+            parts.append(f"<path d='M{left} {y:.1f}H{right}' stroke='#e4e8ed'/>")
+            parts.append(text(left - 8, y + 4, f"{10.0 ** power:,g}", 11, "end"))
+    for case in cases:
+        parts.append(text(placeX(sizeOf(case)), bottom + 18, case, 10, "middle"))
+    for side in sides:
+        colour = colourOf(sides, side)
+        line = [(placeX(x), placeY(statistics.median(values))) for x, values, _ in points[side]]
+        path = "M" + "L".join(f"{x:.1f} {y:.1f}" for x, y in line)
+        parts.append(f"<path d='{path}' fill='none' stroke='{colour}' stroke-width='2'/>")
+        parts += [f"<circle cx='{x:.1f}' cy='{y:.1f}' r='3' fill='{colour}'/>" for x, y in line]
+        for x, values, _ in points[side]:
+            low, high = quartiles(values)
+            parts.append(f"<path d='M{placeX(x):.1f} {placeY(low):.1f}V{placeY(high):.1f}' stroke='{colour}'/>")
+    return frame(figure, sides, bottom + 40, parts)
+
+
+def draw(figure, samples):
+    cases = samples.values[figure.number]
+    return drawLines(figure, cases) if figure.chart == "lines" else drawBars(figure, cases)

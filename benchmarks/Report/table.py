@@ -1,0 +1,79 @@
+"""Medians, ratios and their spread, as text and as Markdown."""
+
+import statistics
+
+OURS = "ours"
+
+
+def quartiles(values):
+    if len(values) < 2:
+        return values[0], values[0]
+    lower, _, upper = statistics.quantiles(values, n=4, method="inclusive")
+    return lower, upper
+
+
+class Row:
+    """A case of a figure against one rival. The ratio is taken within each round, before the median."""
+
+    def __init__(self, figure, case, ours, name, rival):
+        self.figure = figure
+        self.case = case
+        self.rivalName = name
+        self.ours = statistics.median(ours) * figure.scale
+        self.rival = statistics.median(rival) * figure.scale
+        ratios = [figure.ratioOf(a, b) for a, b in zip(ours, rival)]
+        self.ratio = statistics.median(ratios)
+        self.spread = quartiles(ratios)
+        self.rounds = len(ratios)
+        self.goal = figure.meetsGoal(self.ratio) if name in figure.goalRivals else None
+
+
+def rowsOf(figure, samples):
+    rows = []
+    for case, sides in samples.values.get(figure.number, {}).items():
+        for name, rival in sides.items():
+            if name != OURS:
+                rows.append(Row(figure, case, sides[OURS], name, rival))
+    return rows
+
+
+def number(value):
+    """Three significant digits, without an exponent."""
+    if value >= 100:
+        return f"{value:,.0f}"
+    return f"{value:.1f}" if value >= 10 else f"{value:.2f}"
+
+
+def goalWords(figure):
+    if figure.goal is None:
+        return ""
+    sign = "at least" if figure.ratio == "speed" else "at most"
+    return f"goal: {sign} {figure.goal:g} against {' and '.join(figure.goalRivals)}"
+
+
+def ratioWords(figure):
+    return "times as fast" if figure.ratio == "speed" else "times as long"
+
+
+def cells(row):
+    return [row.case, number(row.ours), row.rivalName, number(row.rival), number(row.ratio),
+            f"{number(row.spread[0])} to {number(row.spread[1])}",
+            {None: "", True: "met", False: "missed"}[row.goal]]
+
+
+def headings(figure):
+    return ["case", f"ours, {figure.unit}", "rival", f"rival, {figure.unit}", ratioWords(figure), "spread", "goal"]
+
+
+def asText(figure, rows):
+    lines = [headings(figure)] + [cells(row) for row in rows]
+    widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
+    rounds = rows[0].rounds
+    title = f"{figure.number}. {figure.title} ({rounds} rounds; {goalWords(figure) or 'no goal'})"
+    body = ["  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines]
+    return "\n".join([title] + ["   " + line for line in body])
+
+
+def asMarkdown(figure, rows):
+    lines = [headings(figure), ["---", "--:", "---", "--:", "--:", "--:", "---"]] + [cells(row) for row in rows]
+    return "\n".join("| " + " | ".join(line) + " |" for line in lines)

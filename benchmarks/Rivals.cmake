@@ -1,0 +1,33 @@
+# What the benchmarks measure against, and what they measure with: from the distribution's source packages, built like
+# the Agent, and from its packages of headers.
+
+set(TORVANE_RIVALS_DIR "${CMAKE_SOURCE_DIR}/build/rivals" CACHE PATH "Sources of rivals, fetched if they are missing")
+
+function(torvane_fetch_rival package witness)
+    execute_process(
+        COMMAND "${PROJECT_SOURCE_DIR}/cmake/fetch-source" ${package} "${TORVANE_RIVALS_DIR}/${package}" "${witness}"
+        COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+# Every rival compiles alike: optimized as the Agent, its warnings off.
+function(torvane_add_rival target)
+    add_library(${target} STATIC EXCLUDE_FROM_ALL ${ARGN})
+    target_compile_options(${target} PRIVATE -w -fno-exceptions $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>)
+    set_target_properties(${target} PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
+endfunction()
+
+torvane_fetch_rival(benchmark src/benchmark.cc)
+file(GLOB benchmarkSources "${TORVANE_RIVALS_DIR}/benchmark/src/*.cc")
+list(FILTER benchmarkSources EXCLUDE REGEX "benchmark_main")
+torvane_add_rival(Benchmark ${benchmarkSources}
+    "${PROJECT_SOURCE_DIR}/cmake/googletest/Threads.cpp" Support/StandardLibrary.cpp)
+target_include_directories(Benchmark SYSTEM PUBLIC "${TORVANE_RIVALS_DIR}/benchmark/include")
+target_compile_definitions(Benchmark PUBLIC BENCHMARK_STATIC_DEFINE HAVE_STD_REGEX HAVE_STEADY_CLOCK)
+target_compile_options(Benchmark PUBLIC
+    $<$<COMPILE_LANGUAGE:CXX>:-include$<SEMICOLON>${CMAKE_CURRENT_SOURCE_DIR}/Support/StandardLibrary.h>)
+target_link_libraries(Benchmark PUBLIC Torvane::CppLibrary shlwapi)
+
+torvane_fetch_rival(mimalloc src/static.c)
+torvane_add_rival(MiMalloc "${TORVANE_RIVALS_DIR}/mimalloc/src/static.c")
+target_include_directories(MiMalloc SYSTEM PUBLIC "${TORVANE_RIVALS_DIR}/mimalloc/include")
+target_link_libraries(MiMalloc PUBLIC psapi shell32 user32 advapi32 bcrypt)
