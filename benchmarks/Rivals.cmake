@@ -31,3 +31,28 @@ torvane_fetch_rival(mimalloc src/static.c)
 torvane_add_rival(MiMalloc "${TORVANE_RIVALS_DIR}/mimalloc/src/static.c")
 target_include_directories(MiMalloc SYSTEM PUBLIC "${TORVANE_RIVALS_DIR}/mimalloc/include")
 target_link_libraries(MiMalloc PUBLIC psapi shell32 user32 advapi32 bcrypt)
+
+# Packages of headers. They are copied, since the folder that they come from holds the host's headers as well and must
+# stay off the cross compiler's path.
+add_library(JsonRivals INTERFACE)
+foreach(header rapidjson/document.h nlohmann/json.hpp)
+    string(MAKE_C_IDENTIFIER "TORVANE_FOLDER_OF_${header}" variable)
+    find_path(${variable} "${header}" PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+    get_filename_component(folder "${header}" DIRECTORY)
+    file(COPY "${${variable}}/${folder}" DESTINATION "${CMAKE_CURRENT_BINARY_DIR}/headers")
+endforeach()
+target_include_directories(JsonRivals SYSTEM INTERFACE "${CMAKE_CURRENT_BINARY_DIR}/headers")
+
+# What the sets need.
+torvane_fetch_rival(abseil absl/container/internal/raw_hash_set.cc)
+set(abseil "${TORVANE_RIVALS_DIR}/abseil")
+torvane_add_rival(Abseil
+    "${abseil}/absl/base/internal/raw_logging.cc"
+    "${abseil}/absl/base/internal/throw_delegate.cc"
+    "${abseil}/absl/container/internal/raw_hash_set.cc"
+    "${abseil}/absl/hash/internal/city.cc"
+    "${abseil}/absl/hash/internal/hash.cc"
+    "${abseil}/absl/hash/internal/low_level_hash.cc"
+    "${abseil}/absl/numeric/int128.cc")
+target_include_directories(Abseil SYSTEM PUBLIC "${abseil}")
+target_link_libraries(Abseil PUBLIC Torvane::CppLibrary)

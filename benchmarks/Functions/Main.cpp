@@ -24,6 +24,8 @@ struct Figure
 
 constexpr Figure figures[] = {
     {"--figure=5", AddPools},
+    {"--figure=6", AddJson},
+    {"--figure=7", AddModulePaths},
 };
 
 NullLogger nullLogger;

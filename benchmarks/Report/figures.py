@@ -37,6 +37,10 @@ MICROSECONDS = 1e6
 FIGURES = [
     Figure(5, "Allocating and freeing a block", "ns", NANOSECONDS, rate=False, ratio="speed", goal=3,
            goalRivals=["HeapAlloc"]),
+    Figure(6, "Reading a JSON document", "MB/s", 1e-6, rate=True, ratio="speed", goal=1,
+           goalRivals=["RapidJSON", "nlohmann"]),
+    Figure(7, "A set of module paths: for each path", "ns", NANOSECONDS, rate=False, ratio="speed", goal=1,
+           goalRivals=["unordered_set"]),
     Figure(8, "Enabling a module, one of many", "µs", MICROSECONDS, rate=False, ratio="cost", goal=2,
            goalRivals=["mapping"], program="ProcessBenchmarks", rounds=11),
     Figure(9, "Loading a patch", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.2,
