@@ -10,31 +10,29 @@ namespace
 struct JsonBuilder : JsonPass
 {
     const char* dataEnd; ///< of the block's texts, or less if the state doesn't tell
+    uint32_t valueSize;  ///< of a `JsonValue` with its position, if positions are recorded
+    uint32_t stringSize; ///< of a `JsonString`, likewise
 
     explicit JsonBuilder(const JsonParseState& state)
         : JsonPass(state)
         , dataEnd(state.data + state.dataSize)
+        , valueSize(IsSet(state, JsonOption::RecordPositions) ? sizeof(JsonPlacedValue) : sizeof(JsonValue))
+        , stringSize(IsSet(state, JsonOption::RecordPositions) ? sizeof(JsonPlacedString)
+                                                               : sizeof(JsonString))
     {
     }
 };
 
+/// \param size in bytes, of the record and what is taken along with it.
 template<typename Record>
-Record* TakeRecord(JsonBuilder& builder)
+Record* TakeRecord(JsonBuilder& builder, uint32_t size = sizeof(Record))
 {
     Record* record = reinterpret_cast<Record*>(builder.dom);
-    builder.dom += sizeof(Record);
+    builder.dom += size;
     return record;
 }
 
-/// Takes a record that is followed by its position, if positions are recorded.
-template<typename Plain, typename Placed>
-Plain* TakePlaceable(JsonBuilder& builder)
-{
-    return IsSet(builder, JsonOption::RecordPositions) ? reinterpret_cast<Plain*>(TakeRecord<Placed>(builder))
-                                                       : TakeRecord<Plain>(builder);
-}
-
-/// Fills in the position of a record that was taken with `TakePlaceable`.
+/// Fills in the position of a record, if positions are recorded.
 template<typename Placed, typename Plain>
 void Place(const JsonBuilder& builder, const uint8_t* at, Plain& record)
 {
@@ -204,14 +202,13 @@ const uint8_t* PutUnquotedName(JsonBuilder& builder, const uint8_t* at)
     return at;
 }
 
-/// Builds a value's string or a member's name.
-const uint8_t* BuildString(JsonBuilder& builder, const uint8_t* at, JsonString*& string)
+/// Builds a value's string or a member's name in a record that is taken already.
+const uint8_t* BuildString(JsonBuilder& builder, const uint8_t* at, JsonString& string)
 {
-    string = TakePlaceable<JsonString, JsonPlacedString>(builder);
-    Place<JsonPlacedString>(builder, at, *string);
+    Place<JsonPlacedString>(builder, at, string);
     char* text = builder.data;
     at = IsQuote(builder, *at) ? PutQuotedText(builder, at) : PutUnquotedName(builder, at);
-    *string = {text, static_cast<uint32_t>(builder.data - text)};
+    string = {text, static_cast<uint32_t>(builder.data - text)};
     builder.data = PutByte(builder.data, '\0');
     return at;
 }
@@ -258,10 +255,9 @@ const uint8_t* BuildScalar(JsonBuilder& builder, const uint8_t* at, JsonValue& v
 {
     if (IsQuote(builder, *at))
     {
-        JsonString* string = nullptr;
-        at = BuildString(builder, at, string);
+        JsonString* string = TakeRecord<JsonString>(builder, builder.stringSize);
         value = {string, JsonType::String};
-        return at;
+        return BuildString(builder, at, *string);
     }
     if (IsNumberStart(builder, *at))
     {
@@ -275,8 +271,9 @@ const uint8_t* BuildMembers(JsonBuilder& builder, const uint8_t* at, JsonValue& 
 const uint8_t* BuildElements(JsonBuilder& builder, const uint8_t* at, JsonValue& value);
 
 /// Builds a value in a record that is taken already.
-const uint8_t* FillValue(JsonBuilder& builder, const uint8_t* at, JsonValue& value)
+const uint8_t* BuildValue(JsonBuilder& builder, const uint8_t* at, JsonValue& value)
 {
+    Place<JsonPlacedValue>(builder, at, value);
     switch (*at)
     {
     case '[':
@@ -288,17 +285,9 @@ const uint8_t* FillValue(JsonBuilder& builder, const uint8_t* at, JsonValue& val
     }
 }
 
-/// Builds a value in a record that follows the ones before it.
-const uint8_t* BuildValue(JsonBuilder& builder, const uint8_t* at, JsonValue*& value)
-{
-    value = TakePlaceable<JsonValue, JsonPlacedValue>(builder);
-    Place<JsonPlacedValue>(builder, at, *value);
-    return FillValue(builder, at, *value);
-}
-
 /// Goes on to the next member or element.
 /// \param isClosed whether there is none, and the place behind the closing bracket or the end of the text was found.
-const uint8_t* GoToNext(JsonBuilder& builder, const uint8_t* at, bool& isClosed)
+inline const uint8_t* GoToNext(JsonBuilder& builder, const uint8_t* at, bool& isClosed)
 {
     at = SkipWhitespace(builder, at);
     if (at != nullptr && *at == ',')
@@ -314,24 +303,29 @@ const uint8_t* BuildMembers(JsonBuilder& builder, const uint8_t* at, JsonValue& 
 {
     JsonObject* object = TakeRecord<JsonObject>(builder);
     value = {object, JsonType::Object};
-    *object = {nullptr, 0};
+    object->first = nullptr;
+    uint32_t count = 0;
     JsonObjectElement** link = &object->first;
     for (bool isClosed = false;;)
     {
         at = GoToNext(builder, at, isClosed);
         if (isClosed)
         {
+            object->count = count;
             return at;
         }
-        JsonObjectElement* element = TakeRecord<JsonObjectElement>(builder);
+        JsonObjectElement* element =
+            TakeRecord<JsonObjectElement>(builder, sizeof(JsonObjectElement) + builder.stringSize);
         *link = element;
         link = &element->next;
         element->next = nullptr;
-        ++object->count;
-        at = BuildString(builder, at, element->name);
+        ++count;
+        element->name = reinterpret_cast<JsonString*>(element + 1);
+        at = BuildString(builder, at, *element->name);
         at = SkipWhitespace(builder, at); // up to the colon
         at = SkipWhitespace(builder, at + 1);
-        at = BuildValue(builder, at, element->value);
+        element->value = TakeRecord<JsonValue>(builder, builder.valueSize);
+        at = BuildValue(builder, at, *element->value);
     }
 }
 
@@ -340,21 +334,25 @@ const uint8_t* BuildElements(JsonBuilder& builder, const uint8_t* at, JsonValue&
 {
     JsonArray* array = TakeRecord<JsonArray>(builder);
     value = {array, JsonType::Array};
-    *array = {nullptr, 0};
+    array->first = nullptr;
+    uint32_t count = 0;
     JsonArrayElement** link = &array->first;
     for (bool isClosed = false;;)
     {
         at = GoToNext(builder, at, isClosed);
         if (isClosed)
         {
+            array->count = count;
             return at;
         }
-        JsonArrayElement* element = TakeRecord<JsonArrayElement>(builder);
+        JsonArrayElement* element =
+            TakeRecord<JsonArrayElement>(builder, sizeof(JsonArrayElement) + builder.valueSize);
         *link = element;
         link = &element->next;
         element->next = nullptr;
-        ++array->count;
-        at = BuildValue(builder, at, element->value);
+        ++count;
+        element->value = reinterpret_cast<JsonValue*>(element + 1);
+        at = BuildValue(builder, at, *element->value);
     }
 }
 } // namespace
@@ -365,14 +363,14 @@ void BuildJson(JsonParseState& state, uint32_t withoutBraces, JsonValue& value)
     const uint8_t* at = SkipWhitespace(builder, PlaceOf(builder));
     const bool reachedEnd = at == nullptr;
     at = reachedEnd ? PlaceOf(builder) : at;
-    Place<JsonPlacedValue>(builder, at, value);
     if (withoutBraces != 0 && (reachedEnd || *at != '{'))
     {
+        Place<JsonPlacedValue>(builder, at, value);
         at = BuildMembers(builder, at, value);
     }
     else
     {
-        at = FillValue(builder, at, value);
+        at = BuildValue(builder, at, value);
     }
     state = builder;
     StandAt(state, at);
