@@ -54,6 +54,9 @@ bool IsWhitespace(uint8_t character)
 }
 
 /// Goes over whitespace as long as there are whole groups.
+///
+/// Lines mostly begin as deep as the ones before them. The branch that asks for this is foreseen, and the
+/// processor reads on behind the whitespace before it has worked out where in the group that ends.
 const uint8_t* SkipWhitespaceGroups(JsonPass& pass, const uint8_t* at)
 {
     while (CountLeft(at, pass.end) >= jsonGroupSize)
@@ -66,9 +69,15 @@ const uint8_t* SkipWhitespaceGroups(JsonPass& pass, const uint8_t* at)
         {
             NoteLineFeed(pass, at + FirstOf(lineFeeds));
         }
+        const uint32_t expected = 1U << pass.lastIndent;
+        if ((others & (2 * expected - 1)) == expected)
+        {
+            return at + pass.lastIndent;
+        }
         if (others != 0)
         {
-            return at + FirstOf(others);
+            pass.lastIndent = FirstOf(others);
+            return at + pass.lastIndent;
         }
         at += jsonGroupSize;
     }

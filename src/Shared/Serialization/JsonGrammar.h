@@ -20,7 +20,8 @@ inline bool IsSet(const JsonParseState& state, JsonOption::Bit option)
 /// A state during a pass.
 struct JsonPass : JsonParseState
 {
-    const uint8_t* end; ///< of the text
+    const uint8_t* end;      ///< of the text
+    uint32_t lastIndent = 0; ///< how far whitespace reached into the last group in which it ended
 
     explicit JsonPass(const JsonParseState& state)
         : JsonParseState(state)
