@@ -64,12 +64,9 @@ protected:
         }
         const size_t treeSize = state.domSize + state.dataSize;
         char* block = tree.EndsWith(treeSize);
-        const uint32_t domSize = state.domSize;
-        const uint32_t dataSize = state.dataSize;
-        state = start();
-        state.dataSize = dataSize;
+        state.offset = 0;
         state.dom = block + sizeof(JsonValue);
-        state.data = block + domSize;
+        state.data = block + state.domSize;
         JsonValue& root = *reinterpret_cast<JsonValue*>(block);
         BuildJson(state, 0, root);
         EXPECT_EQ(state.data, block + treeSize) << text;
