@@ -231,6 +231,40 @@ const uint8_t* ScanDecimal(JsonPass& pass, const uint8_t* at)
     }
     return (*at | 0x20) == 'e' ? ScanExponent(pass, at + 1) : EndNumber(pass, at);
 }
+
+/// Goes over digits that may have a point among them, from behind the sign on, if they end within two groups. Both
+/// ends of digits are told by one look at the groups: the second doesn't wait for the first.
+/// \return null if anything else stands here, or the number is wrong.
+const uint8_t* ScanPlainDecimal(const JsonPass& pass, const uint8_t* at)
+{
+    if (CountLeft(at, pass.end) < 2 * jsonGroupSize)
+    {
+        return nullptr;
+    }
+    const uint32_t first = NonDigits(LoadGroup(at));
+    const uint32_t others = first | NonDigits(LoadGroup(at + jsonGroupSize)) << jsonGroupSize;
+    const uint32_t behindFirst = others & (others - 1);
+    if (behindFirst == 0)
+    {
+        return nullptr;
+    }
+    uint32_t length = FirstOf(others);
+    if (length == 0 || (*at == '0' && length != 1))
+    {
+        return nullptr;
+    }
+    if (at[length] == '.')
+    {
+        const uint32_t fraction = length + 1;
+        length = FirstOf(behindFirst);
+        if (length == fraction)
+        {
+            return nullptr;
+        }
+    }
+    return IsNumberEnd(pass, at + length) ? at + length : nullptr;
+}
+
 /// Options of numbers that begin with anything else than a minus sign and digits.
 constexpr uint32_t extendedNumbers =
     JsonOption::LeadingPlus | JsonOption::Hexadecimal | JsonOption::InfinityAndNaN;
@@ -274,7 +308,12 @@ const uint8_t* ScanNumber(JsonPass& pass, const uint8_t* at)
         return ScanExtendedNumber(pass, at);
     }
     at += *at == '-' ? 1 : 0;
-    return at != pass.end ? ScanDecimal(pass, at) : at;
+    if (at == pass.end)
+    {
+        return at;
+    }
+    const uint8_t* behind = ScanPlainDecimal(pass, at);
+    return behind != nullptr ? behind : ScanDecimal(pass, at);
 }
 
 const uint8_t* SkipAnyWhitespace(JsonPass& pass, const uint8_t* at)

@@ -182,6 +182,26 @@ TEST(JsonRuns, WhatBreaksANumberIsFoundAtEveryPlace)
     }
 }
 
+TEST(JsonRuns, WhatIsWrongWithANumberIsFoundWhateverItsLengthAndWhateverFollows)
+{
+    for (size_t length = 1; length <= longest; ++length)
+    {
+        const std::string digits = Digits(length);
+        for (size_t space = 1; space <= longest; ++space)
+        {
+            const std::string behind(space, ' ');
+            ExpectFailure('0' + digits + behind, JsonError::BadNumber, 1);
+            ExpectFailure("-0" + digits + ".5" + behind, JsonError::BadNumber, 2);
+            ExpectFailure(digits + '.' + behind, JsonError::BadNumber, length + 1);
+            ExpectFailure('-' + digits + ".e5" + behind, JsonError::BadNumber, length + 2);
+            ExpectFailure("-." + digits + behind, JsonError::BadNumber, 1);
+            ExpectFailure("0." + digits + '.' + behind, JsonError::BadNumber, length + 2);
+            ExpectFailure("0." + digits + 'e' + behind, JsonError::BadNumber, length + 3);
+            ExpectFailure(digits + ".5x" + behind, JsonError::BadNumber, length + 2);
+        }
+    }
+}
+
 TEST(JsonRuns, WhitespaceOfAllLengthsIsSkippedAndItsLinesCount)
 {
     for (size_t before = 0; before <= longest; ++before)
