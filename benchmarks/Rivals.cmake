@@ -31,3 +31,21 @@ torvane_fetch_rival(mimalloc src/static.c)
 torvane_add_rival(MiMalloc "${TORVANE_RIVALS_DIR}/mimalloc/src/static.c")
 target_include_directories(MiMalloc SYSTEM PUBLIC "${TORVANE_RIVALS_DIR}/mimalloc/include")
 target_link_libraries(MiMalloc PUBLIC psapi shell32 user32 advapi32 bcrypt)
+
+# Headers alone, copied: the folder they come from holds the host's own and must stay off the cross compiler's path.
+set(rivalHeaders "${CMAKE_CURRENT_BINARY_DIR}/rivals")
+add_library(RivalHeaders INTERFACE)
+target_include_directories(RivalHeaders SYSTEM INTERFACE "${rivalHeaders}")
+function(torvane_copy_rival folder header package)
+    find_path(TORVANE_${folder}_INCLUDE_DIR ${folder}/${header}
+        PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+    if(NOT TORVANE_${folder}_INCLUDE_DIR)
+        message(FATAL_ERROR "The benchmarks need the headers of ${package}; or set TORVANE_BUILD_BENCHMARKS to OFF")
+    endif()
+    file(COPY "${TORVANE_${folder}_INCLUDE_DIR}/${folder}" DESTINATION "${rivalHeaders}")
+endfunction()
+
+torvane_copy_rival(spdlog spdlog.h libspdlog-dev)
+torvane_copy_rival(fmt core.h libfmt-dev)
+target_compile_definitions(RivalHeaders INTERFACE
+    SPDLOG_FMT_EXTERNAL SPDLOG_NO_EXCEPTIONS FMT_HEADER_ONLY FMT_EXCEPTIONS=0)
