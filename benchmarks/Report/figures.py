@@ -13,6 +13,7 @@ class Figure:
     ratio: str  # "speed": how many times as fast as the rival; "cost": how many times as slow
     goal: float = None  # of the ratio; at least that for "speed", at most that for "cost"
     goalRivals: list = field(default_factory=list)  # which rivals the goal speaks of
+    goalFrom: float = 0  # the smallest size that the goal speaks of
     program: str = "FunctionBenchmarks"
     rounds: int = 11
     quickRounds: int = 2
@@ -30,12 +31,25 @@ class Figure:
     def meetsGoal(self, ratio):
         return ratio >= self.goal if self.ratio == "speed" else ratio <= self.goal
 
+    def hasGoal(self, case, rival):
+        return rival in self.goalRivals and (self.goalFrom == 0 or sizeOf(case) >= self.goalFrom)
+
+
+def sizeOf(case):
+    """The size that a case's name begins with, in bytes or in pieces."""
+    count, unit = (case.replace(",", "").split() + [""])[:2]
+    return float(count) * {"KiB": 1024, "MiB": 1024 ** 2, "KB": 1e3, "MB": 1e6}.get(unit, 1)
+
 
 NANOSECONDS = 1e9
 
 MICROSECONDS = 1e6
 
 FIGURES = [
+    Figure(1, "From an EchoRequest to its EchoReply", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.1,
+           goalRivals=["relay"], program="ProcessBenchmarks"),
+    Figure(2, "Reading and writing the host's memory", "MB/s", 1e-6, rate=True, ratio="speed", goal=0.9,
+           goalRivals=["bare pipe"], goalFrom=64 * 1024, program="ProcessBenchmarks", chart="lines"),
     Figure(4, "A log record to the file", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.3,
            goalRivals=["bare WriteFile"]),
     Figure(5, "Allocating and freeing a block", "ns", NANOSECONDS, rate=False, ratio="speed", goal=3,

@@ -4,6 +4,7 @@ import math
 import statistics
 from html import escape
 
+from .figures import sizeOf
 from .table import OURS, number, quartiles
 
 COLOURS = ["#1f6feb", "#c0c7d1", "#8b98a9", "#e0a458", "#9b72cf", "#5aa889"]
@@ -72,19 +73,19 @@ def drawBars(figure, cases):
     return frame(figure, sides, y + 10, parts)
 
 
-def sizeOf(case):
-    """The size that a case's name begins with, in bytes or in pieces."""
-    count, unit = (case.replace(",", " ").split() + [""])[:2]
-    return float(count) * {"KiB": 1024, "MiB": 1024 ** 2, "KB": 1e3, "MB": 1e6}.get(unit, 1)
-
-
 def drawLines(figure, cases):
-    sides = sidesOf(cases)
-    points = {side: [(sizeOf(case), [value * figure.scale for value in measured[side]], case)
-                     for case, measured in cases.items() if side in measured] for side in sides}
-    xs = [math.log(x) for line in points.values() for x, _, _ in line]
-    ys = [math.log(value) for line in points.values() for _, values, _ in line for value in quartiles(values)]
-    left, right, top, bottom = 80, WIDTH - 30, 80, 380
+    """A line for each side, and for each kind of case that follows the size in the cases' names."""
+    sides, points = sidesOf(cases), {}
+    for case, measured in cases.items():
+        size, unit, *kind = case.split(" ", 2)
+        for side in sides:
+            if side in measured:
+                values = [value * figure.scale for value in measured[side]]
+                points.setdefault((side, *kind), []).append((sizeOf(case), values))
+    labels = {sizeOf(case): " ".join(case.split(" ", 2)[:2]) for case in cases}
+    xs = [math.log(x) for x in labels]
+    ys = [math.log(value) for line in points.values() for _, values in line for value in quartiles(values)]
+    left, right, top, bottom = 80, WIDTH - 130, 80, 380
     spanX, spanY = max(max(xs) - min(xs), 1e-9), max(max(ys) - min(ys), 1e-9)
     placeX = lambda x: left + (right - left) * (math.log(x) - min(xs)) / spanX
     placeY = lambda y: bottom - (bottom - top) * (math.log(y) - min(ys)) / spanY
@@ -94,17 +95,20 @@ def drawLines(figure, cases):
             y = placeY(10.0 ** power)
             parts.append(f"<path d='M{left} {y:.1f}H{right}' stroke='#e4e8ed'/>")
             parts.append(text(left - 8, y + 4, f"{10.0 ** power:,g}", 11, "end"))
-    for case in cases:
-        parts.append(text(placeX(sizeOf(case)), bottom + 18, case, 10, "middle"))
-    for side in sides:
+    parts += [text(placeX(size), bottom + 18, label, 10, "middle") for size, label in labels.items()]
+    kinds = list(dict.fromkeys(key[1:] for key in points))
+    for (side, *kind), line in points.items():
         colour = colourOf(sides, side)
-        line = [(placeX(x), placeY(statistics.median(values))) for x, values, _ in points[side]]
-        path = "M" + "L".join(f"{x:.1f} {y:.1f}" for x, y in line)
-        parts.append(f"<path d='{path}' fill='none' stroke='{colour}' stroke-width='2'/>")
-        parts += [f"<circle cx='{x:.1f}' cy='{y:.1f}' r='3' fill='{colour}'/>" for x, y in line]
-        for x, values, _ in points[side]:
+        dashes = "" if kinds.index(tuple(kind)) == 0 else " stroke-dasharray='6 4'"
+        path = "M" + "L".join(f"{placeX(x):.1f} {placeY(statistics.median(values)):.1f}" for x, values in line)
+        parts.append(f"<path d='{path}' fill='none' stroke='{colour}' stroke-width='2'{dashes}/>")
+        for x, values in line:
             low, high = quartiles(values)
+            parts.append(f"<circle cx='{placeX(x):.1f}' cy='{placeY(statistics.median(values)):.1f}' r='3' "
+                         f"fill='{colour}'/>")
             parts.append(f"<path d='M{placeX(x):.1f} {placeY(low):.1f}V{placeY(high):.1f}' stroke='{colour}'/>")
+        if side == OURS and kind:
+            parts.append(text(right + 8, placeY(statistics.median(line[-1][1])) + 4, ", ".join([side, *kind]), 11))
     return frame(figure, sides, bottom + 40, parts)
 
 

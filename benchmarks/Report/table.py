@@ -25,7 +25,7 @@ class Row:
         self.ratio = statistics.median(ratios)
         self.spread = quartiles(ratios)
         self.rounds = len(ratios)
-        self.goal = figure.meetsGoal(self.ratio) if name in figure.goalRivals else None
+        self.goal = figure.meetsGoal(self.ratio) if figure.hasGoal(case, name) else None
 
 
 def rowsOf(figure, samples):
@@ -48,7 +48,8 @@ def goalWords(figure):
     if figure.goal is None:
         return ""
     sign = "at least" if figure.ratio == "speed" else "at most"
-    return f"goal: {sign} {figure.goal:g} against {' and '.join(figure.goalRivals)}"
+    start = f", from {figure.goalFrom // 1024} KiB" if figure.goalFrom else ""
+    return f"goal: {sign} {figure.goal:g} against {' and '.join(figure.goalRivals)}{start}"
 
 
 def ratioWords(figure):

@@ -1,0 +1,83 @@
+#pragma once
+
+/// \file
+/// The Bridge's end of everything that a benchmark measures. One thread.
+
+#include "Agent/Communication/Blob.h"
+#include "Relay.h"
+#include "bridge/BlobWriter.h"
+
+#include "../Support/Board.h"
+#include "../Support/Pipe.h"
+
+#include <stdint.h>
+
+#include <vector>
+
+namespace Torvane::Benchmarks
+{
+/// Bare pipes to an Agent: nothing stands between a measurement and the Agent, no reading thread and no inbox.
+class AgentLink
+{
+public:
+    /// Connects, and takes all that an Agent sends by itself at first.
+    explicit AgentLink(uint32_t hostProcessId);
+
+    void Send(const std::vector<uint8_t>& blob)
+    {
+        bridgePipe.Write(blob.data(), static_cast<uint32_t>(blob.size()));
+    }
+
+    /// Reads Blobs until one of that type has come, which stays in `Payload`.
+    void ReceiveUntil(BlobType type);
+
+    const uint8_t* Payload() const
+    {
+        return payload.data();
+    }
+
+    /// Waits until the Agent has gone.
+    void WaitForEnd();
+
+private:
+    bool Receive(BlobHeader& header);
+
+    Pipe agentPipe;
+    Pipe bridgePipe;
+    std::vector<uint8_t> payload;
+};
+
+/// The Bridge's end of the relay.
+class RelayLink
+{
+public:
+    explicit RelayLink(uint32_t hostProcessId);
+
+    /// Sends an order as one message of the pipe.
+    void Send(RelayOrder order, const void* bytes, uint32_t size);
+
+    /// Sends an order and takes the reply.
+    void Order(RelayOrder order, const void* bytes, uint32_t size);
+
+    void PingPong();
+
+private:
+    Pipe in;
+    Pipe out;
+    Pipe pingPong;
+    std::vector<uint8_t> request;
+    std::vector<uint8_t> reply;
+};
+
+/// Both, and where results go.
+struct Session
+{
+    AgentLink& agent;
+    RelayLink& relay;
+    Board& board;
+};
+using BridgeFigure = void (*)(Session& session);
+
+void MeasureEcho(Session& session);
+void MeasureMemory(Session& session);
+} // namespace Torvane::Benchmarks

@@ -1,0 +1,98 @@
+// The host of the benchmarks that need processes: --figure=N [--rounds=N] [--quick]. Prints a line of JSON for each
+// value.
+#include "Relay.h"
+
+#include "Torvane/Agent.h"
+
+#include "../Support/Board.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+namespace
+{
+using namespace Torvane::Benchmarks;
+
+constexpr uint32_t dataSize = 64 << 20;
+
+volatile LONG connectionStatus = -1;
+
+void TVN_CALL OnConnection(void*, TvnConnectionStatus status)
+{
+    InterlockedExchange(&connectionStatus, static_cast<LONG>(status));
+}
+
+HMODULE agentLibrary;
+
+template<typename Function>
+Function* Resolve(const char* name)
+{
+    Function* function =
+        reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(agentLibrary, name)));
+    if (function == nullptr)
+    {
+        Fail(name);
+    }
+    return function;
+}
+
+std::wstring AgentPath()
+{
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring folder = path;
+    folder.resize(folder.find_last_of(L'\\'));
+    return folder + L"\\agent\\x86\\TVN_Agent_x86.dll";
+}
+
+void RunWithBridge(Board& board)
+{
+    void* data = VirtualAlloc(nullptr, dataSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    memset(data, 1, dataSize);
+    board->data = reinterpret_cast<uintptr_t>(data);
+    board->dataSize = dataSize;
+    StartRelay(static_cast<uint8_t*>(data), dataSize);
+    TvnDefaultAgent agent = {};
+    Resolve<decltype(TvnStartupDefaultAgent)>("TvnStartupDefaultAgent")(&agent, nullptr, nullptr, nullptr);
+    agent.TvnOnConnection(nullptr, OnConnection);
+    while (board->bridgeDone == 0)
+    {
+        if (connectionStatus > 0)
+        {
+            Fail("The Agent has found no Bridge");
+        }
+        Sleep(1);
+    }
+    Resolve<decltype(TvnShutdown)>("TvnShutdown")();
+}
+} // namespace
+
+int main(int count, char** arguments)
+{
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    Board board(GetCurrentProcessId());
+    board->rounds = 1;
+    for (int i = 1; i < count; ++i)
+    {
+        if (strncmp(arguments[i], "--figure=", 9) == 0)
+        {
+            board->figure = static_cast<uint32_t>(atoi(arguments[i] + 9));
+        }
+        else if (strncmp(arguments[i], "--rounds=", 9) == 0)
+        {
+            board->rounds = static_cast<uint32_t>(atoi(arguments[i] + 9));
+        }
+        else if (strcmp(arguments[i], "--quick") == 0)
+        {
+            board->quick = 1;
+        }
+    }
+    agentLibrary = LoadLibraryW(AgentPath().c_str());
+    if (agentLibrary == nullptr || board->figure == 0)
+    {
+        Fail("usage: ProcessBenchmarks --figure=N [--rounds=N] [--quick], with the Agent in agent\\x86");
+    }
+    RunWithBridge(board);
+    fwrite(board->text, 1, board->textSize, stdout);
+    return 0;
+}
