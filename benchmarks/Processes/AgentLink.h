@@ -6,6 +6,7 @@
 #include "Agent/Communication/Blob.h"
 #include "Relay.h"
 #include "bridge/BlobWriter.h"
+#include "bridge/Link.h"
 
 #include "../Support/Board.h"
 #include "../Support/Pipe.h"
@@ -30,6 +31,15 @@ public:
 
     /// Reads Blobs until one of that type has come, which stays in `Payload`.
     void ReceiveUntil(BlobType type);
+
+    /// Reads a Blob of at most `size` bytes with one call, as its sender wrote it.
+    void ReceiveWhole(void* blob, uint32_t size)
+    {
+        if (!agentPipe.ReadMessage(blob, size))
+        {
+            Fail("The Agent has gone");
+        }
+    }
 
     const uint8_t* Payload() const
     {
@@ -80,4 +90,5 @@ using BridgeFigure = void (*)(Session& session);
 
 void MeasureEcho(Session& session);
 void MeasureMemory(Session& session);
+void ReceiveBursts(Session& session);
 } // namespace Torvane::Benchmarks

@@ -19,6 +19,7 @@ struct Row
 constexpr Row rows[] = {
     {1, MeasureEcho},
     {2, MeasureMemory},
+    {3, ReceiveBursts},
 };
 
 BridgeFigure FindFigure(uint32_t figure)

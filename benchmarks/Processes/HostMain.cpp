@@ -1,10 +1,7 @@
 // The host of the benchmarks that need processes: --figure=N [--rounds=N] [--quick]. Prints a line of JSON for each
 // value.
+#include "HostFigures.h"
 #include "Relay.h"
-
-#include "Torvane/Agent.h"
-
-#include "../Support/Board.h"
 
 #include <stdlib.h>
 #include <string.h>
@@ -23,6 +20,41 @@ void TVN_CALL OnConnection(void*, TvnConnectionStatus status)
 }
 
 HMODULE agentLibrary;
+
+/// What the host does while the Bridge is connected. Figures that the Bridge measures alone have no row.
+struct Row
+{
+    uint32_t figure;
+    HostFigure prepare; ///< before the Agent starts
+    HostFigure run;     ///< once it is connected
+};
+
+constexpr Row rows[] = {
+    {3, PrepareBursts, SendBursts},
+};
+
+void CallRow(HostFigure Row::*function, Board& board, TvnDefaultAgent& agent)
+{
+    for (const Row& row : rows)
+    {
+        if (row.figure == board->figure)
+        {
+            (row.*function)(board, agent);
+        }
+    }
+}
+
+void WaitForConnection()
+{
+    while (connectionStatus < 0)
+    {
+        Sleep(1);
+    }
+    if (connectionStatus > 0)
+    {
+        Fail("The Agent has found no Bridge");
+    }
+}
 
 template<typename Function>
 Function* Resolve(const char* name)
@@ -53,14 +85,13 @@ void RunWithBridge(Board& board)
     board->dataSize = dataSize;
     StartRelay(static_cast<uint8_t*>(data), dataSize);
     TvnDefaultAgent agent = {};
+    CallRow(&Row::prepare, board, agent);
     Resolve<decltype(TvnStartupDefaultAgent)>("TvnStartupDefaultAgent")(&agent, nullptr, nullptr, nullptr);
     agent.TvnOnConnection(nullptr, OnConnection);
+    WaitForConnection();
+    CallRow(&Row::run, board, agent);
     while (board->bridgeDone == 0)
     {
-        if (connectionStatus > 0)
-        {
-            Fail("The Agent has found no Bridge");
-        }
         Sleep(1);
     }
     Resolve<decltype(TvnShutdown)>("TvnShutdown")();

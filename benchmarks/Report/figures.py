@@ -50,6 +50,8 @@ FIGURES = [
            goalRivals=["relay"], program="ProcessBenchmarks"),
     Figure(2, "Reading and writing the host's memory", "MB/s", 1e-6, rate=True, ratio="speed", goal=0.9,
            goalRivals=["bare pipe"], goalFrom=64 * 1024, program="ProcessBenchmarks", chart="lines"),
+    Figure(3, "A message into the queue, and out of it", "µs", MICROSECONDS, rate=False, ratio="cost",
+           program="ProcessBenchmarks", rounds=7, quickRounds=1),
     Figure(4, "A log record to the file", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.3,
            goalRivals=["bare WriteFile"]),
     Figure(5, "Allocating and freeing a block", "ns", NANOSECONDS, rate=False, ratio="speed", goal=3,

@@ -20,6 +20,7 @@ struct BoardMemory
     uint32_t quick;
     uint32_t dataSize; ///< bytes of the host's memory that figures read and write
     uint64_t data;     ///< where that is in the host
+    uint32_t bursts;   ///< of figure 3, in all
     volatile LONG bridgeDone;
     uint32_t textSize;
     char text[1 << 20]; ///< a line of JSON for each value

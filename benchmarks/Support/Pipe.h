@@ -95,6 +95,13 @@ public:
         return true;
     }
 
+    /// One message of at most `size` bytes. \return false if the pipe has ended.
+    bool ReadMessage(void* buffer, uint32_t size)
+    {
+        DWORD count = 0;
+        return ReadFile(handle, buffer, size, &count, nullptr);
+    }
+
     void Write(const void* bytes, uint32_t size)
     {
         uint32_t done = 0;

@@ -1,0 +1,17 @@
+#pragma once
+
+/// \file
+/// The host's part of figures, called by the main thread.
+
+#include "Torvane/Agent.h"
+
+#include "../Support/Board.h"
+
+namespace Torvane::Benchmarks
+{
+using HostFigure = void (*)(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 3.
+void PrepareBursts(Board& board, TvnDefaultAgent& agent);
+void SendBursts(Board& board, TvnDefaultAgent& agent);
+} // namespace Torvane::Benchmarks
