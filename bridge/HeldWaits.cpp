@@ -10,7 +10,8 @@ namespace Torvane::Bridge
 {
 namespace
 {
-constexpr uint32_t quietTime = 1000;     // milliseconds without a Blob that count as a standstill
+/// Milliseconds without a Blob that count as a standstill. The watchdog looks after 500, and comes first.
+constexpr uint32_t quietTime = 1000;
 constexpr uint32_t momentOfFreedom = 20; // milliseconds
 constexpr uint64_t token = 0x48454C4450415453;
 

@@ -112,13 +112,19 @@ double SecondsBetween(LARGE_INTEGER begin, LARGE_INTEGER end)
     QueryPerformanceFrequency(&frequency);
     return static_cast<double>(end.QuadPart - begin.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
+/// What is to be done with each new link; null for nothing.
+std::function<void(Link&)>& EveryLink()
+{
+    static std::function<void(Link&)> function;
+    return function;
+}
 } // namespace
 
 struct Link::State
 {
     uint32_t hostProcessId = 0;
     LARGE_INTEGER madeAt = {};
-    Observer observer;
+    std::vector<Observer> observers;
     SRWLOCK observerLock = SRWLOCK_INIT;
 
     HANDLE agentPipe = INVALID_HANDLE_VALUE; ///< read by the reading thread alone
@@ -140,9 +146,9 @@ struct Link::State
 
     void Tell(const Message& message)
     {
-        if (observer)
+        ScopedLock lock(observerLock);
+        for (const Observer& observer : observers)
         {
-            ScopedLock lock(observerLock);
             observer(message);
         }
     }
@@ -232,6 +238,15 @@ Link::Link(uint32_t hostProcessId)
 {
     state->hostProcessId = hostProcessId;
     QueryPerformanceCounter(&state->madeAt);
+    if (EveryLink())
+    {
+        EveryLink()(*this);
+    }
+}
+
+void Link::OnEveryLink(std::function<void(Link&)> function)
+{
+    EveryLink() = std::move(function);
 }
 
 Link::~Link()
@@ -246,7 +261,7 @@ uint32_t Link::HostProcessId() const
 
 void Link::Observe(Observer observer)
 {
-    state->observer = std::move(observer);
+    state->observers.push_back(std::move(observer));
 }
 
 bool Link::Connect(uint32_t milliseconds)

@@ -30,8 +30,12 @@ public:
 
     uint32_t HostProcessId() const;
 
-    /// To be called before connecting.
+    /// Adds one more observer. To be called before connecting.
     void Observe(Observer observer);
+
+    /// From now on calls this for each new link of the process, at the end of its making. For whoever comes before
+    /// the links, while no other thread makes any.
+    static void OnEveryLink(std::function<void(Link&)> function);
 
     /// Opens both pipes, tries again while they don't exist or are taken, and starts reading.
     /// \return whether both were opened within the limit.

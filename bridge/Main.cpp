@@ -10,5 +10,9 @@ int main()
     {
         return 64; // wrong usage, in the exit codes that BSD gave names to
     }
+    if (!RecordEveryLinkIfAsked())
+    {
+        return 73; // can't create an output file
+    }
     return run(hostProcessId);
 }

@@ -6,55 +6,6 @@ namespace Torvane::Bridge
 {
 namespace
 {
-struct NamedType
-{
-    BlobType type;
-    const char* name;
-};
-
-constexpr NamedType namedTypes[] = {
-    {BlobType::Version, "Version"},
-    {BlobType::RegisterAgent, "RegisterAgent"},
-    {BlobType::RegisterProcess, "RegisterProcess"},
-    {BlobType::RegisterProjectPreferences, "RegisterProjectPreferences"},
-    {BlobType::LogNarrow, "LogNarrow"},
-    {BlobType::LogWide, "LogWide"},
-    {BlobType::EnableModules, "EnableModules"},
-    {BlobType::DisableModules, "DisableModules"},
-    {BlobType::LoadPatchWindows, "LoadPatchWindows"},
-    {BlobType::PatchLoaded, "PatchLoaded"},
-    {BlobType::UnloadPatch, "UnloadPatch"},
-    {BlobType::CallHooks, "CallHooks"},
-    {BlobType::ReadMemory, "ReadMemory"},
-    {BlobType::ReadMemoryResult, "ReadMemoryResult"},
-    {BlobType::WriteMemory, "WriteMemory"},
-    {BlobType::CopyMemory, "CopyMemory"},
-    {BlobType::SetPageProtectionWindows, "SetPageProtectionWindows"},
-    {BlobType::CallEntryPoint, "CallEntryPoint"},
-    {BlobType::FlushInstructionCache, "FlushInstructionCache"},
-    {BlobType::FinishAfterHotReload, "FinishAfterHotReload"},
-    {BlobType::RequestReload, "RequestReload"},
-    {BlobType::ScheduleReload, "ScheduleReload"},
-    {BlobType::Reload, "Reload"},
-    {BlobType::ResumeHeldThreads, "ResumeHeldThreads"},
-    {BlobType::SuspendHeldThreads, "SuspendHeldThreads"},
-    {BlobType::RequestRestart, "RequestRestart"},
-    {BlobType::ScheduleRestart, "ScheduleRestart"},
-    {BlobType::Restart, "Restart"},
-    {BlobType::ExitProcessForHotRestart, "ExitProcessForHotRestart"},
-    {BlobType::InstallExceptionHandler, "InstallExceptionHandler"},
-    {BlobType::HandleExceptionWindows, "HandleExceptionWindows"},
-    {BlobType::HandleExceptionWindowsResult, "HandleExceptionWindowsResult"},
-    {BlobType::SetBoolPreferences, "SetBoolPreferences"},
-    {BlobType::SetIntPreferences, "SetIntPreferences"},
-    {BlobType::SetStringPreferences, "SetStringPreferences"},
-    {BlobType::SetShortcutPreferences, "SetShortcutPreferences"},
-    {BlobType::DecrementLatch, "DecrementLatch"},
-    {BlobType::EchoRequest, "EchoRequest"},
-    {BlobType::EchoReply, "EchoReply"},
-    {BlobType::Synchronize, "Synchronize"},
-};
-
 BlobHeader HeaderOf(const std::vector<uint8_t>& bytes)
 {
     BlobHeader header;
@@ -133,17 +84,5 @@ std::string Message::NarrowText(const RelativeOffset& field) const
 std::wstring Message::WideText(const RelativeOffset& field) const
 {
     return Text<wchar_t>(field);
-}
-
-std::string BlobName(BlobType type)
-{
-    for (const NamedType& named : namedTypes)
-    {
-        if (named.type == type)
-        {
-            return named.name;
-        }
-    }
-    return "Blob " + std::to_string(static_cast<uint32_t>(type));
 }
 } // namespace Torvane::Bridge

@@ -5,6 +5,7 @@
 /// that owns it.
 
 #include "Agent/Communication/Blob.h"
+#include "bridge/Recording/BlobLayout.h"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -15,12 +16,6 @@
 
 namespace Torvane::Bridge
 {
-enum class Direction
-{
-    FromAgent,
-    ToAgent,
-};
-
 /// A whole Blob, header and payload. An empty one (false) is what waits give that ended without a Blob.
 class Message
 {
@@ -118,7 +113,4 @@ public:
         return As<Record>();
     }
 };
-
-/// "ReadMemory" for 25; "Blob 2" for a number that isn't in `BlobType`.
-std::string BlobName(BlobType type);
 } // namespace Torvane::Bridge

@@ -11,10 +11,9 @@ constexpr uint32_t noLimit = 0xFFFFFFFF;
 
 void Acknowledge(Link& link, const Message& message)
 {
-    const auto* modules = message.As<EnableModulesBlob>();
-    for (uint32_t i = 0; modules != nullptr && i < modules->modules.count; ++i)
+    if (const auto* modules = message.As<EnableModulesBlob>())
     {
-        SendDecrementLatch(link, modules->latch);
+        SendDecrementLatch(link, modules->latch, modules->modules.count);
     }
 }
 

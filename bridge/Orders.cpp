@@ -196,11 +196,18 @@ bool SendHandleExceptionResult(Link& link, const HandleExceptionWindowsBlob& exc
     return link.Send(blob.Finish());
 }
 
-bool SendDecrementLatch(Link& link, AddressSlot latch)
+bool SendDecrementLatch(Link& link, AddressSlot latch, uint32_t times)
 {
     BlobWriter<DecrementLatchBlob> blob;
     blob.fixed.latch = latch;
-    return link.Send(blob.Finish());
+    for (uint32_t i = 0; i < times; ++i)
+    {
+        if (!link.Send(blob.Finish()))
+        {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool SendEchoRequest(Link& link, uint64_t token)

@@ -100,8 +100,8 @@ bool SendInstallExceptionHandler(Link& link, uint32_t order);
 bool SendHandleExceptionResult(Link& link, const HandleExceptionWindowsBlob& exception, uint32_t action,
                                const ResumeRecord& resumeRecord);
 
-/// \param latch as it came in `EnableModules`.
-bool SendDecrementLatch(Link& link, AddressSlot latch);
+/// \param latch as it came in `EnableModules`. \param times how many of these Blobs are sent.
+bool SendDecrementLatch(Link& link, AddressSlot latch, uint32_t times = 1);
 
 /// Answered by `EchoReply` behind everything that was ordered before.
 bool SendEchoRequest(Link& link, uint64_t token);

@@ -11,6 +11,8 @@ endif()
 set(imageName TVN_Agent_x86)
 add_library(Agent SHARED ${TORVANE_IMAGE_SOURCES} src/Agent/Agent.rc)
 target_link_libraries(Agent PRIVATE AgentObjects Torvane::Flags)
+target_include_directories(Agent INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}/include")
+add_library(TorvaneAgent::TorvaneAgent ALIAS Agent)
 set_target_properties(Agent PROPERTIES
     OUTPUT_NAME ${imageName}
     PREFIX ""
@@ -18,11 +20,12 @@ set_target_properties(Agent PROPERTIES
     ARCHIVE_OUTPUT_DIRECTORY "${TORVANE_BIN_DIR}"
     IMPORT_PREFIX lib
     IMPORT_SUFFIX .dll.a
-    LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def")
+    LINK_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def;${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Torvane.natvis")
 target_link_options(Agent PRIVATE
     "${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Agent.def"
     "-Wl,--pdb=${TORVANE_BIN_DIR}/${imageName}.pdb"
     "-Wl,-Xlink=-pdbaltpath:%_PDB%"
+    "-Wl,-Xlink=-natvis:${CMAKE_CURRENT_SOURCE_DIR}/src/Agent/Torvane.natvis"
     "-Wl,-Map=${CMAKE_CURRENT_BINARY_DIR}/${imageName}.map"
     -Wl,--no-insert-timestamp)
 
@@ -35,6 +38,12 @@ add_custom_command(
     DEPENDS src/Agent/Agent.def
     VERBATIM)
 add_custom_target(AgentImportLibrary ALL DEPENDS "${TORVANE_BIN_DIR}/${imageName}.lib")
+
+# Under the name that the installed package gives it as well.
+if(NOT PROJECT_IS_TOP_LEVEL)
+    set(TorvaneAgent_DLL "${TORVANE_BIN_DIR}/${imageName}.dll" PARENT_SCOPE)
+    set(TorvaneAgent_PDB "${TORVANE_BIN_DIR}/${imageName}.pdb" PARENT_SCOPE)
+endif()
 
 if(TORVANE_BUILD_TESTS)
     find_program(TORVANE_READOBJ NAMES llvm-readobj llvm-readobj-14 REQUIRED)

@@ -6,7 +6,6 @@
 # installed for the target. Otherwise Zydis, from the distribution's source package.
 
 set(TORVANE_XED_ROOT "" CACHE PATH "Kit of Intel XED for the target")
-set(TORVANE_ZYDIS_DIR "${CMAKE_SOURCE_DIR}/build/zydis" CACHE PATH "Sources of Zydis, fetched if they are missing")
 find_path(TORVANE_ZYCORE_INCLUDE_DIR Zycore/Zycore.h
     PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 

@@ -2,6 +2,7 @@
 #   Torvane::Flags       product code: include folders, language subset, warnings
 #   Torvane::TestFlags   tests and tools: the same include folders, warnings without -Wconversion
 #   Torvane::CppLibrary  whatever uses the C++ library on Windows links this as well
+#   Torvane::Json        <nlohmann/json.hpp>, for tools and tests
 
 set(generatedHeaders "${CMAKE_CURRENT_BINARY_DIR}/include")
 find_file(TORVANE_XXHASH_HEADER xxhash.h PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
@@ -13,7 +14,8 @@ target_include_directories(TorvaneCommonFlags INTERFACE
     "${CMAKE_CURRENT_SOURCE_DIR}/src" "${CMAKE_CURRENT_SOURCE_DIR}/include")
 target_include_directories(TorvaneCommonFlags SYSTEM INTERFACE "${generatedHeaders}")
 target_compile_options(TorvaneCommonFlags INTERFACE
-    -Wall -Wextra -Werror -fno-omit-frame-pointer "-ffile-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=")
+    -Wall -Wextra $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
+    -fno-omit-frame-pointer "-ffile-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=")
 if(WIN32)
     target_compile_definitions(TorvaneCommonFlags INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
     # Assembly would bring debug sections of another kind into the image.
@@ -45,6 +47,16 @@ if(WIN32)
     target_link_libraries(TorvaneCppLibrary INTERFACE -lstdc++ -lgcc_eh)
 endif()
 add_library(Torvane::CppLibrary ALIAS TorvaneCppLibrary)
+
+# Not for hosts, who may build the Agent as a part of their own project.
+if(NOT TORVANE_ARCHITECTURE STREQUAL x86)
+    find_path(TORVANE_JSON_HEADERS nlohmann/json.hpp
+        PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+    file(COPY "${TORVANE_JSON_HEADERS}/nlohmann" DESTINATION "${CMAKE_CURRENT_BINARY_DIR}/include-json")
+    add_library(TorvaneJson INTERFACE)
+    target_include_directories(TorvaneJson SYSTEM INTERFACE "${CMAKE_CURRENT_BINARY_DIR}/include-json")
+    add_library(Torvane::Json ALIAS TorvaneJson)
+endif()
 
 # Natively everything runs under the sanitizers, the test library included.
 if(NOT WIN32)

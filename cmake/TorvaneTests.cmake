@@ -39,5 +39,5 @@ function(torvane_add_integration_tests target)
     include(GoogleTest)
     cmake_parse_arguments(PARSE_ARGV 1 argument "" "" "PROPERTIES")
     gtest_discover_tests(${target} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
-        PROPERTIES TIMEOUT 300 ${argument_PROPERTIES})
+        PROPERTIES TIMEOUT 900 ${argument_PROPERTIES})
 endfunction()

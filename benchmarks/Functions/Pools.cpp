@@ -77,7 +77,7 @@ CRITICAL_SECTION lockAlone;
 /// No allocator: only the lock that the pools enter and leave, once for each block that is given or taken back.
 struct LockAlone
 {
-    static constexpr const char* name = "the lock alone";
+    [[maybe_unused]] static constexpr const char* name = "the lock alone";
     static void* Allocate(uint32_t)
     {
         static char block[largestBlock];

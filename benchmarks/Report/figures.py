@@ -42,6 +42,7 @@ def sizeOf(case):
 
 
 NANOSECONDS = 1e9
+MICROSECONDS = 1e6
 
 MICROSECONDS = 1e6
 
@@ -56,4 +57,10 @@ FIGURES = [
            goalRivals=["bare WriteFile"]),
     Figure(5, "Allocating and freeing a block", "ns", NANOSECONDS, rate=False, ratio="speed", goal=3,
            goalRivals=["HeapAlloc"]),
+    Figure(8, "Enabling a module, one of many", "µs", MICROSECONDS, rate=False, ratio="cost", goal=2,
+           goalRivals=["mapping"], program="ProcessBenchmarks", rounds=11),
+    Figure(9, "Loading a patch", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.2,
+           goalRivals=["bare load"], program="ProcessBenchmarks", rounds=101, quickRounds=5),
+    Figure(11, "An exception, from the fault to the resumed thread", "µs", MICROSECONDS, rate=False, ratio="cost",
+           program="ProcessBenchmarks", rounds=1001, quickRounds=20),
 ]

@@ -45,6 +45,15 @@ void TVN_CALL PrintStatus(void*, TvnConnectionStatus status)
     }
 }
 
+/// Lets this program and all that it imports be changed. Waits for the Bridge, or until there will be none.
+void AnnounceModule(void(TVN_CALL* enableModule)(const wchar_t*, TvnModuleOptions, void*, TvnModuleFilter))
+{
+    wchar_t path[1024] = {};
+    GetModuleFileNameW(nullptr, path, 1024);
+    enableModule(path, IncludeImports, nullptr, nullptr);
+    PrintLine("host", "this program and its imports are announced");
+}
+
 // ---- Hooks: called by the Agent's receiver thread while our threads are held ----
 
 struct HookId
@@ -52,6 +61,7 @@ struct HookId
     unsigned char empty;
 };
 
+// [reload hooks]
 using ReloadHook = void (*)(HookId id, const char* text, unsigned number);
 
 void BeforeReload(HookId, const char* text, unsigned number)
@@ -68,6 +78,7 @@ void AfterReload(HookId, const char*, unsigned number)
 
 extern "C" __declspec(dllexport) const ReloadHook beforeReloadHooks[hookCount] = {&BeforeReload};
 extern "C" __declspec(dllexport) const ReloadHook afterReloadHooks[hookCount] = {&AfterReload};
+// [end]
 
 namespace
 {
@@ -117,6 +128,8 @@ int main(int argc, char** argv)
                                                                                    nullptr);
     }
     (synchronized ? synchronizedAgent.TvnOnConnection : agent.TvnOnConnection)(nullptr, &PrintStatus);
+
+    AnnounceModule(synchronized ? synchronizedAgent.TvnEnableModule : agent.TvnEnableModule);
 
     const HANDLE end = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     const HANDLE input = CreateThread(nullptr, 0, &WaitForEndOfInput, end, 0, nullptr);

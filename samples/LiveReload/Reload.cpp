@@ -4,6 +4,7 @@
 
 #include "bridge/Bridge.h"
 
+#include "samples/Common/Route.h"
 #include "samples/LiveReload/Hooks.h"
 #include "samples/LiveReload/ReloadFiles.h"
 
@@ -22,19 +23,6 @@ constexpr uint32_t limit = 20000;          // milliseconds
 constexpr uint32_t pauseBetweenLooks = 20; // milliseconds
 constexpr uint32_t tokenOfOldCode = 1;
 constexpr char changedFunction[] = "FormatLine";
-
-/// A jump to anywhere in 32-bit code: E9 and the distance from the end of the instruction.
-constexpr uint8_t jumpOpcode = 0xE9;
-constexpr uint32_t jumpSize = 5;
-
-std::vector<uint8_t> MakeJump(AddressSlot from, AddressSlot to)
-{
-    const auto distance = static_cast<uint32_t>(to - (from + jumpSize));
-    std::vector<uint8_t> jump(jumpSize);
-    jump[0] = jumpOpcode;
-    memcpy(jump.data() + 1, &distance, sizeof(distance));
-    return jump;
-}
 
 std::string Hexadecimal(const std::vector<uint8_t>& bytes)
 {
@@ -55,15 +43,6 @@ std::string Address(AddressSlot address)
     return text;
 }
 
-std::string Narrow(const std::wstring& text)
-{
-    std::string narrow(text.size() * 3, '\0');
-    narrow.resize(static_cast<size_t>(
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                            static_cast<int>(narrow.size()), nullptr, nullptr)));
-    return narrow;
-}
-
 /// What of a Blob is worth seeing in one line.
 std::string Details(const Message& message)
 {
@@ -71,8 +50,10 @@ std::string Details(const Message& message)
     {
     case BlobType::Version:
         return message.NarrowText(message.As<VersionBlob>()->version);
+    case BlobType::EnableModules:
+        return std::to_string(message.As<EnableModulesBlob>()->modules.count) + " modules";
     case BlobType::LoadPatchWindows:
-        return Narrow(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
+        return Utf8(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
     case BlobType::PatchLoaded:
         return "at " + Address(message.As<PatchLoadedBlob>()->base) + ", " +
                std::to_string(message.As<PatchLoadedBlob>()->imageSize) + " bytes";
@@ -105,6 +86,7 @@ public:
 
 private:
     void ReportBlob(const Message& message) const;
+    bool TakeModules();
     bool FindModule();
     bool WaitForFile(uint32_t number, const wchar_t* extension);
     bool Reload(uint32_t number);
@@ -119,8 +101,8 @@ private:
     Received<RegisterAgentBlob> agent;
     Received<RegisterProcessBlob> process;
 
-    /// The host's executable: where it is and what it exports.
-    AddressSlot moduleBase = 0;
+    /// The host's executable, as the host has announced it, and what it exports.
+    AnnouncedModule announced;
     std::unique_ptr<PatchImage> module;
 };
 
@@ -137,11 +119,33 @@ void Reloader::Report(const std::string& text) const
     files.Report(text);
 }
 
+/// Waits until the host has announced its modules, and acknowledges them.
+bool Reloader::TakeModules()
+{
+    const auto blob = link.Expect<EnableModulesBlob>(limit);
+    if (!blob)
+    {
+        Report("!! the host hasn't announced its modules");
+        return false;
+    }
+    const std::wstring executable = FileNameOf(process.WideText(process->executablePath));
+    for (const AnnouncedModule& candidate : ModulesOf(blob))
+    {
+        if (_wcsicmp(FileNameOf(candidate.path).c_str(), executable.c_str()) == 0)
+        {
+            announced = candidate;
+        }
+    }
+    Report(".. " + Utf8(announced.path) + " at " + Address(announced.base) + ", " +
+           std::to_string(announced.imageSize) + " bytes in " + std::to_string(announced.pages.size()) +
+           " ranges of pages");
+    return SendDecrementLatch(link, blob->latch, blob->modules.count);
+}
+
 bool Reloader::FindModule()
 {
-    moduleBase = host.ExecutableBase();
-    module = std::make_unique<PatchImage>(process.WideText(process->executablePath));
-    const std::string reason = moduleBase == 0            ? "where it is loaded isn't known"
+    module = std::make_unique<PatchImage>(announced.path);
+    const std::string reason = announced.base == 0        ? "where it is loaded isn't known"
                                : !module->Error().empty() ? module->Error()
                                : module->FindExport(changedFunction) == 0
                                    ? std::string(changedFunction) + " isn't exported"
@@ -175,7 +179,7 @@ int Reloader::Run()
     }
     agent = link.Expect<RegisterAgentBlob>(limit);
     process = link.Expect<RegisterProcessBlob>(limit);
-    if (!agent || !process || !FindModule())
+    if (!agent || !process || !TakeModules() || !FindModule())
     {
         return 1;
     }
@@ -239,7 +243,7 @@ bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
         Report(".. " + std::to_string(threads.Count()) + " threads held");
     }
 
-    const AddressSlot from = moduleBase + module->FindExport(changedFunction);
+    const AddressSlot from = announced.base + module->FindExport(changedFunction);
     const AddressSlot to = loaded->base + patch.FindExport(changedFunction);
     return CallTable(beforeReloadKind, beforeReloadHooksName, number) && Route(from, to, threads) &&
            SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
@@ -261,14 +265,9 @@ Received<PatchLoadedBlob> Reloader::Load(const PatchOrder& order, HeldThreads& t
     return Received<PatchLoadedBlob>(answer);
 }
 
-/// Writes a jump over the first bytes of the old function, where no held thread may stand.
+/// Shows the old code, and routes it to the new one.
 bool Reloader::Route(AddressSlot from, AddressSlot to, HeldThreads& threads)
 {
-    while (threads.AnyAt(from + 1, jumpSize - 1))
-    {
-        threads.Resume();
-        threads.Hold();
-    }
     SendReadMemory(link, jumpSize, {from}, tokenOfOldCode);
     const auto oldCode = link.Expect<ReadMemoryResultBlob>(limit);
     if (!oldCode)
@@ -276,10 +275,7 @@ bool Reloader::Route(AddressSlot from, AddressSlot to, HeldThreads& threads)
         Report("!! the old code can't be read");
         return false;
     }
-    const uint32_t protection = host.QueryPages(from).protection;
-    return SendSetPageProtection(link, {{from, jumpSize, PAGE_EXECUTE_READWRITE, 0}}) &&
-           SendWriteMemory(link, {from}, MakeJump(from, to)) &&
-           SendSetPageProtection(link, {{from, jumpSize, protection, 0}}) && SendFlushInstructionCache(link);
+    return RouteFunction(link, threads, announced, from, to);
 }
 
 /// Calls one of the host's tables of hooks.
@@ -293,7 +289,7 @@ bool Reloader::CallTable(uint32_t kind, const char* name, uint32_t number)
     HookArguments arguments;
     arguments.firstText = "FormatLine in Line.cpp";
     arguments.number = number;
-    const AddressSlot first = moduleBase + offset;
+    const AddressSlot first = announced.base + offset;
     return SendCallHooks(link, kind, first, first + hookCount * sizeof(uint32_t), arguments);
 }
 

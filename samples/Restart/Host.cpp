@@ -108,15 +108,17 @@ int main()
         fprintf(output, "line  counter %u\n", ++counter);
         if (counter == restartAt)
         {
+            // [let itself be restarted]
             fprintf(output, "host  wants to be restarted\n");
-            agent.TvnScheduleRestart(ThisProcessOnly);
-            while (!agent.TvnWantsRestart()) // a game would go on with its frames
+            agent.TvnScheduleRestart(ThisProcessOnly); // the Broker can ask for it unbidden, too
+            while (!agent.TvnWantsRestart())           // a game would go on with its frames
             {
                 Sleep(1);
             }
             SaveCounter(counter);
             fprintf(output, "host  saved its counter and goes\n");
             agent.TvnRestart(TvnRestartExitWithCleanup, 0);
+            // [end]
         }
     }
     Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();

@@ -28,15 +28,6 @@ void Report(const std::string& text)
     CloseHandle(file);
 }
 
-std::string Narrow(const std::wstring& text)
-{
-    std::string narrow(text.size() * 3, '\0');
-    narrow.resize(static_cast<size_t>(
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                            static_cast<int>(narrow.size()), nullptr, nullptr)));
-    return narrow;
-}
-
 void ReportBlob(const Message& message)
 {
     char line[100];
@@ -55,9 +46,9 @@ bool Restart(Link& link, uint32_t hostProcessId)
         return false;
     }
     const ProcessImage image = ReadProcessImage(restart);
-    Report(".. executable    " + Narrow(image.executablePath));
-    Report(".. command line  " + Narrow(image.commandLine));
-    Report(".. folder        " + Narrow(image.currentDirectory));
+    Report(".. executable    " + Utf8(image.executablePath));
+    Report(".. command line  " + Utf8(image.commandLine));
+    Report(".. folder        " + Utf8(image.currentDirectory));
     Report(".. environment   " + std::to_string(image.environment.size()) + " bytes");
     SendExitProcessForHotRestart(link, restart->event);
     if (!WaitForProcessEnd(hostProcessId, limit))

@@ -1,5 +1,6 @@
 #include "Agent/Agent_Windows.h"
 
+#include "Agent/AutomaticModuleHandling.h"
 #include "Agent/Communication/Blob.h"
 #include "Agent/Communication/Windows/AgentBridgeCommunicationAgent.h"
 #include "Agent/Exception/InstructionDecoder.h"
@@ -7,6 +8,7 @@
 #include "Agent/HostCalls.h"
 #include "Agent/HotReload/Windows/HotReload.h"
 #include "Agent/HotRestart/Windows/HotRestart.h"
+#include "Agent/NarrowPath.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Foundation/Windows/Clock.h"
@@ -17,7 +19,6 @@
 #include "Shared/System/Windows/System.h"
 #include "Torvane/Agent.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 namespace Torvane
@@ -113,18 +114,6 @@ void FillCommonMembers(Table& table)
     table.TvnSetStringPreferences = TvnSetStringPreferences;
     table.TvnSetShortcutPreferences = TvnSetShortcutPreferences;
 }
-
-/// The length is the narrow text's, whatever the conversion made; a text of 1024 characters and more doesn't fit.
-FixedWideString WidenPath(const char* path)
-{
-    FixedString narrow = {};
-    narrow.Assign(path);
-    FixedWideString wide = {};
-    size_t converted = 0;
-    mbstowcs_s(&converted, wide.text, 1024, narrow.text, _TRUNCATE);
-    wide.length = narrow.length;
-    return wide;
-}
 } // namespace
 } // namespace Torvane
 
@@ -190,6 +179,7 @@ extern "C" void TVN_CALL TvnShutdown(void)
 {
     LogDebug(TVN_HERE, "API TvnShutdown");
     RemoveExceptionHandler();
+    ShutdownAutomaticModuleHandling();
     AgentBridgeCommunicationAgent::Shutdown();
     DeleteConnectionState();
     ShutdownHotRestart();

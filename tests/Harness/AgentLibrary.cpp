@@ -46,11 +46,40 @@ std::wstring AgentFolder()
     return ExecutableFolder() + L"\\agent\\x86";
 }
 
+namespace
+{
+void RemoveFolder(const std::wstring& folder)
+{
+    WIN32_FIND_DATAW entry = {};
+    const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    if (search == INVALID_HANDLE_VALUE)
+    {
+        return;
+    }
+    do
+    {
+        const std::wstring name = entry.cFileName;
+        if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+        {
+            DeleteFileW((folder + L"\\" + name).c_str());
+        }
+        else if (name != L"." && name != L"..")
+        {
+            RemoveFolder(folder + L"\\" + name);
+        }
+    }
+    while (FindNextFileW(search, &entry));
+    FindClose(search);
+    RemoveDirectoryW(folder.c_str());
+}
+} // namespace
+
 std::wstring CopyAgentFolder(bool withBridge)
 {
     wchar_t temporary[MAX_PATH] = {};
     GetTempPathW(MAX_PATH, temporary);
     std::wstring folder = temporary + (L"TorvaneTest_" + std::to_wstring(GetCurrentProcessId()));
+    RemoveFolder(folder); // what an earlier process of this id has left
     for (const wchar_t* part : {L"", L"\\agent", L"\\x86"})
     {
         folder += part;

@@ -85,6 +85,10 @@ int main()
     Channel channel(hostProcessId);
     channel.EnterBridge(GetCurrentProcessId());
     const std::string name = Torvane::Bridge::ChosenScenario();
+    if (!Torvane::Bridge::RecordEveryLinkIfAsked())
+    {
+        channel.AddFailure("The recording that is asked for can't be made.");
+    }
     int result;
     if (name == "Obedient")
     {

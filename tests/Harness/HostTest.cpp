@@ -65,6 +65,7 @@ void HostTest::RunInThisProcess()
     scenario = CurrentTestName();
     agentFolder = AgentFolder();
     MakeAgentLogFolder();
+    DeleteFileW(AgentLogPath(GetCurrentProcessId()).c_str()); // of an earlier process with this one's id
     SetTimeLimit(defaultTimeLimit);
 
     HostHalf();

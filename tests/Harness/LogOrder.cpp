@@ -91,11 +91,14 @@ private:
 bool IsLogged(const LogRecord& record, const std::string& expected)
 {
     const std::string text = record.tag + " " + record.message;
-    if (!expected.empty() && expected.back() == '*')
+    const size_t before = expected.find('*');
+    if (before == std::string::npos)
     {
-        return text.compare(0, expected.size() - 1, expected, 0, expected.size() - 1) == 0;
+        return text == expected;
     }
-    return text == expected;
+    const size_t after = expected.size() - before - 1;
+    return text.size() >= before + after && text.compare(0, before, expected, 0, before) == 0 &&
+           text.compare(text.size() - after, after, expected, before + 1, after) == 0;
 }
 
 std::string FindLogDifference(const std::vector<LogRecord>& records,

@@ -10,8 +10,8 @@
 
 namespace Torvane::Testing
 {
-/// What one thread writes, in its order: "TAG message", as in "DBG Running sender thread". A `*` at the end stands
-/// for any rest.
+/// What one thread writes, in its order: "TAG message", as in "DBG Running sender thread". The first `*`
+/// stands for any text.
 using LogSequence = std::vector<std::string>;
 
 /// Whether a record is what an element of a sequence says.

@@ -3,6 +3,8 @@
 /// \file
 /// Wide text as the Agent's log and its narrow Blobs have it; any thread.
 
+#if TORVANE_HOST_HALF
+
 #include <string>
 
 #include <windows.h>
@@ -18,3 +20,14 @@ inline std::string Utf8(const std::wstring& text)
     return bytes;
 }
 } // namespace Torvane::Testing
+
+#else
+
+#include "bridge/Text.h"
+
+namespace Torvane::Testing
+{
+using Bridge::Utf8;
+}
+
+#endif

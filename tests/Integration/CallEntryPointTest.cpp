@@ -170,7 +170,7 @@ protected:
     size_t CountErrors() const
     {
         size_t count = 0;
-        for (const LogRecord& record : ReadLog())
+        for (const LogRecord& record : WithoutHeapSearch(ReadLog()))
         {
             count += record.tag == "ERR" || record.tag == "PNC";
         }

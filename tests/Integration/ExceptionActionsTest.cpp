@@ -332,7 +332,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipGoesOnBehindAnInstruct
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report) << instruction.length;
         EXPECT_EQ(report.record.ExceptionAddress, report.context.Eip);
-        Answer(report, actionSkipInstruction, {1, 2, 3});
+        Answer(report, ActionSkipInstruction, {1, 2, 3});
     }
     StayUntilAgentGoes();
 }
@@ -344,7 +344,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipKeepsEveryRegister)
     ASSERT_TRUE(report);
     EXPECT_EQ(0x11111111u, report.context.Eax);
     EXPECT_EQ(0x77777777u, report.context.Edi);
-    Answer(report, actionSkipInstruction, {1, 2, 3});
+    Answer(report, ActionSkipInstruction, {1, 2, 3});
     StayUntilAgentGoes();
 }
 
@@ -355,7 +355,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, NoOperationTakesThePlaceOf
     {
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report) << instruction.length;
-        Answer(report, actionNopInstruction);
+        Answer(report, ActionNopInstruction);
     }
     StayUntilAgentGoes();
 }
@@ -365,7 +365,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, NoOperationIsWrittenIntoAn
     ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
-    Answer(report, actionNopInstruction);
+    Answer(report, ActionNopInstruction);
     StayUntilAgentGoes();
 }
 
@@ -374,7 +374,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, WhatCannotBeDecodedFaultsA
     ASSERT_TRUE(Start());
     AddressSlot address = 0;
     for (const uint32_t action :
-         {actionNopInstruction, actionSkipInstruction, actionNopInstruction, actionIgnore})
+         {ActionNopInstruction, ActionSkipInstruction, ActionNopInstruction, ActionIgnore})
     {
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);

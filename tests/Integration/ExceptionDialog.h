@@ -14,13 +14,6 @@ namespace Torvane::Testing
 static_assert(sizeof(WOW64_CONTEXT) == 716);
 static_assert(sizeof(EXCEPTION_RECORD32) == 80);
 
-/// What a Bridge can answer.
-constexpr uint32_t actionContinueSearch = 0;
-constexpr uint32_t actionNopInstruction = 1;
-constexpr uint32_t actionSkipInstruction = 2;
-constexpr uint32_t actionResumeAtFrame = 3;
-constexpr uint32_t actionIgnore = 4;
-
 /// A `HandleExceptionWindows` Blob with what it refers to. Empty (false) if none came.
 struct ExceptionReport
 {
@@ -58,16 +51,22 @@ private:
 class ExceptionBridge : public BridgeTest
 {
 protected:
-    /// Connects, and lets the Agent install its handler. The host half goes on when it is there.
-    bool Start(uint32_t order = 1)
+    /// Connects, and lets the Agent install its handler in each of these places. The host half goes on then.
+    template<typename... Orders>
+    bool Start(Orders... orders)
     {
-        if (!Connect() || !Bridge::SendInstallExceptionHandler(link, order) ||
+        if (!Connect() || !(Bridge::SendInstallExceptionHandler(link, orders) && ...) ||
             !Bridge::WaitUntilObeyed(link, patience))
         {
             return false;
         }
         Signal("installed");
         return true;
+    }
+
+    bool Start()
+    {
+        return Start(1u);
     }
 
     ExceptionReport AwaitException()

@@ -1,4 +1,5 @@
 #include "tests/Harness/Harness.h"
+#include "tests/Harness/Imports.h"
 #include "tests/Harness/TestThread.h"
 
 #include <windows.h>
@@ -47,32 +48,6 @@ static_assert(offsetof(Words, closed) == 8);
 
 namespace
 {
-/// Where an image keeps the address of a function that it imports. Null if it doesn't import it.
-void** FindImport(void* module, const char* name)
-{
-    auto* base = static_cast<uint8_t*>(module);
-    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-    const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-    const IMAGE_DATA_DIRECTORY& directory =
-        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    const auto* library = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
-    for (; library->Name != 0; ++library)
-    {
-        const auto* names = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + library->OriginalFirstThunk);
-        auto* addresses = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->FirstThunk);
-        for (; names->u1.AddressOfData != 0; ++names, ++addresses)
-        {
-            const auto* import =
-                reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
-            if (!IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal) && strcmp(import->Name, name) == 0)
-            {
-                return reinterpret_cast<void**>(&addresses->u1.Function);
-            }
-        }
-    }
-    return nullptr;
-}
-
 class HeldThreadsHost : public HostTest
 {
 protected:
@@ -92,11 +67,15 @@ protected:
         void** place = FindImport(Library().Module(), import);
         ASSERT_NE(nullptr, place) << import;
         behindTheGate = *place;
-        DWORD before = 0;
-        ASSERT_TRUE(VirtualProtect(place, sizeof(*place), PAGE_READWRITE, &before));
-        *place = reinterpret_cast<void*>(&Gate);
-        VirtualProtect(place, sizeof(*place), before, &before);
+        ReplaceImport(place, reinterpret_cast<void*>(&Gate));
         Publish("gate", reinterpret_cast<const void*>(&Gate));
+    }
+
+    static std::wstring OwnPath()
+    {
+        wchar_t path[MAX_PATH] = {};
+        GetModuleFileNameW(nullptr, path, MAX_PATH);
+        return path;
     }
 
     /// Threads that do something again and again until the Bridge half has set `stop`.
@@ -198,10 +177,24 @@ HELD_HOST(AThreadInTheConnectionCallback)
     });
 }
 
+HELD_HOST(AThreadInTheWaitForEnabledModules)
+{
+    TvnDefaultAgent& agent = Start();
+    const std::wstring executable = OwnPath();
+    RunUntilStopped(1, [&] {
+        words.inside = 1;
+        agent.TvnEnableModule(executable.c_str(), ExactlyTheseModules, nullptr, nullptr);
+        words.inside = 0;
+        Sleep(1);
+    });
+    ExpectNoErrorsInLog();
+}
+
 HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
 {
-    SetTimeLimit(240);
+    SetTimeLimit(600);
     TvnDefaultAgent& agent = Start();
+    const std::wstring executable = OwnPath();
     static volatile LONG next;
     RunUntilStopped(20, [&] {
         const LONG number = InterlockedIncrement(&next);
@@ -223,6 +216,9 @@ HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
             agent.TvnSetStringPreferences(1, std::string(200, 'x').c_str());
             break;
         case 6:
+            agent.TvnEnableModule(executable.c_str(), ExactlyTheseModules, nullptr, nullptr);
+            break;
+        case 7:
             agent.TvnLogMessage(L"a message that is a bit longer than the others");
             break;
         default:
@@ -230,6 +226,7 @@ HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
             break;
         }
     });
+    Signal("ended");
     EXPECT_TRUE(Await("reloaded"));
 }
 
@@ -366,6 +363,14 @@ protected:
         ASSERT_TRUE(WaitUntilObeyed(link, patience));
     }
 
+    void AcknowledgeModules()
+    {
+        while (const Received<EnableModulesBlob> enabled{link.ReceiveOneOf({BlobType::EnableModules}, 0)})
+        {
+            ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
+        }
+    }
+
     void End()
     {
         threads->Resume();
@@ -474,16 +479,42 @@ HELD_BRIDGE(AThreadInTheConnectionCallback)
     End();
 }
 
+HELD_BRIDGE(AThreadInTheWaitForEnabledModules)
+{
+    ASSERT_TRUE(Prepare());
+    const auto enabled = link.Expect<EnableModulesBlob>(patience);
+    ASSERT_TRUE(enabled);
+    threads->Hold();
+    EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
+    // Without care: a waiting thread owns nothing, and its answer is taken in while it is held.
+    ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
+    ASSERT_TRUE(SendEchoRequest(link, 1));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    Reload(1);
+    // The next call of the thread that has been let go shows that it came through.
+    const auto next = link.Expect<EnableModulesBlob>(patience);
+    ASSERT_TRUE(next);
+    Stop();
+    ASSERT_TRUE(SendDecrementLatch(link, next->latch));
+    End();
+}
+
 HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
 {
     ASSERT_TRUE(Prepare());
     for (uint32_t number = 1; number <= 100 && !HasFatalFailure(); ++number)
     {
+        AcknowledgeModules(); // those who wait since the last round go on, and others come
         threads->Hold();
         threads->LetLeave(image.base, image.size);
         Reload(number);
     }
     Signal("reloaded");
+    Stop();
+    while (!Await("ended", 10) && !HasFatalFailure()) // the last ones wait as well
+    {
+        AcknowledgeModules();
+    }
     End();
 }
 

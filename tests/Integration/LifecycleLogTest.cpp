@@ -115,8 +115,13 @@ LogSequence ReceiverSpawn(const std::wstring& folder)
 
 LogSequence ReceiverConnected()
 {
+    // One of the files of preferences stands beside the Agent that these tests use.
     return {
         "SCS Spawned bridge process",
+        "DBG Trying to load global preferences from *\\global_preferences_default.json",
+        "DBG Trying to load global preferences from *\\global_preferences.json",
+        "DBG Loaded global preferences from *\\global_preferences.json",
+        "DBG Trying to load global preferences from *\\global_preferences_override.json",
         "INF Waiting for bridge to connect to pipes, timeout *",
         "SCS Pipes connected",
         "INF Registering agent with bridge",
@@ -405,6 +410,9 @@ LIFECYCLE_LOG(OfABridgeThatNeverConnects)
               {ReceiverSpawn(OwnFolder()) +
                LogSequence{
                    "SCS Spawned bridge process",
+                   "DBG Trying to load global preferences from *\\global_preferences_default.json",
+                   "DBG Trying to load global preferences from *\\global_preferences.json",
+                   "DBG Trying to load global preferences from *\\global_preferences_override.json",
                    "INF Waiting for bridge to connect to pipes, timeout 2000ms",
                    "DBG ConnectNamedPipe failed.",
                    "DBG Error: 995, 0x3E3: *",

@@ -104,6 +104,7 @@ LOG_FILE(StandsInTheUsersLocalApplicationDataUnderTheProcessId)
 {
     const std::wstring path = LogFolderFromEnvironment() + L"\\log_windows_agent_" +
                               std::to_wstring(GetCurrentProcessId()) + L".txt";
+    DeleteFileW(path.c_str()); // a process of earlier can have had this id
     EXPECT_FALSE(Exists(path));
     RunConnected();
     EXPECT_TRUE(Exists(path));

@@ -237,7 +237,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, RealFaults, AreReportedAndPassedOn)
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         EXPECT_EQ(fault.code, report.record.ExceptionCode);
-        Answer(report, actionContinueSearch);
+        Answer(report, ActionContinueSearch);
     }
     StayUntilAgentGoes();
 }

@@ -284,7 +284,7 @@ protected:
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         const Levels levels = ReadLevels();
-        Answer(report, actionResumeAtFrame,
+        Answer(report, ActionResumeAtFrame,
                At(AwaitNumber("base landing"), levels.baseStackPointer, levels.baseFramePointer));
     }
 
@@ -321,7 +321,7 @@ BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, GoesOutLevelByLevel)
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report);
         const Levels levels = ReadLevels();
-        Answer(report, actionResumeAtFrame,
+        Answer(report, ActionResumeAtFrame,
                At(AwaitNumber("level landing"), levels.stackPointers[level], levels.framePointers[level]));
     }
     ResumeAtBase();

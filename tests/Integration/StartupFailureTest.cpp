@@ -269,8 +269,8 @@ STARTUP_FAILURE(OfTheHeartbeatThreadIsNotTheEnd)
 
 STARTUP_FAILURE(ToOpenTheWaitingThreadMakesItWaitWithoutATimeout)
 {
-    Replace("OpenThread", RefuseToOpenThread);
     UseOwnAgentFolder();
+    Replace("OpenThread", RefuseToOpenThread);
     StartWatchedAgent();
     EXPECT_TRUE(WaitUntil([&] { return HasFailedToOpenAThread(); }));
     EXPECT_TRUE(WaitForLog("Thread 'Torvane connect named pipe' exited with result 0"));

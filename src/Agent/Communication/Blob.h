@@ -615,12 +615,22 @@ struct ResumeRecord
 };
 static_assert(sizeof(ResumeRecord) == 24);
 
+/// What the Broker can decide. Every other value is as `ActionContinueSearch`.
+enum ExceptionAction : uint32_t
+{
+    ActionContinueSearch = 0,  ///< the exception goes on to the next handler
+    ActionNopInstruction = 1,  ///< no-operation bytes take the place of the faulting instruction
+    ActionSkipInstruction = 2, ///< the thread goes on behind the faulting instruction
+    ActionResumeAtFrame = 3,   ///< one exception frame is unwound, the thread goes on where the Broker says
+    ActionIgnore = 4,          ///< for us the same as `ActionContinueSearch`
+};
+
 struct HandleExceptionWindowsResultBlob
 {
     static constexpr BlobType type = BlobType::HandleExceptionWindowsResult;
     AddressSlot event;
     AddressSlot actionAddress;
-    uint32_t action;
+    uint32_t action; ///< `ExceptionAction`
     uint32_t padding14;
     AddressSlot resumeRecordAddress;
     ResumeRecord resumeRecord;

@@ -4,6 +4,8 @@
 #include "Agent/Communication/Windows/Receiver.h"
 #include "Agent/Communication/Windows/Sender.h"
 #include "Agent/HostCalls.h"
+#include "Agent/Preferences/Windows/AgentGlobalPreferences.h"
+#include "Agent/Preferences/Windows/AgentProjectPreferences.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Process/Windows/PipeClient.h"
@@ -24,8 +26,6 @@ enum InitializationResult : uint32_t
     PipeNotConnected = 11,
     ExecutableNotOpened = 12,
 };
-
-constexpr int32_t defaultTimeoutMilliseconds = 2000;
 
 /// The section holds the size of what follows, then the payload with eight bytes of tail that mean nothing.
 void PublishProjectPreferences()
@@ -66,6 +66,18 @@ bool SpawnBridge(const FixedWideString& identifier)
     return true;
 }
 
+/// \return in milliseconds; a negative number counts as 0.
+int32_t ReadTimeout(StringPreference& directoryToBroker)
+{
+    const BlobHeader* header =
+        static_cast<const BlobHeader*>(senderState.registration.projectPreferences.pointer);
+    directoryToBroker = MakeProjectPreferences();
+    ReadProjectPreferences(directoryToBroker, *reinterpret_cast<const ProjectPreferencesRecord*>(header + 1));
+    IntPreference timeout = MakeGlobalPreferences();
+    LoadAllGlobalPreferences(timeout, MakeBrokerFolder(directoryToBroker, GetLibraryFolder()));
+    return timeout.value;
+}
+
 bool WaitForBridge(int32_t timeout)
 {
     const uint32_t milliseconds = timeout < 0 ? 0 : static_cast<uint32_t>(timeout);
@@ -97,16 +109,16 @@ AgentThreadIds GetAgentThreadIds()
             GetThreadId(initializationState.heartbeatThread),
             GetThreadId(initializationState.watchdogThread)};
 }
-} // namespace
 
-uint32_t InitializeAndReceive(const FixedWideString& identifier, uint32_t agentType)
+uint32_t InitializeAndReceive(const FixedWideString& identifier, uint32_t agentType,
+                              StringPreference& directoryToBroker)
 {
     PublishProjectPreferences();
     if (!SpawnBridge(identifier))
     {
         return GiveUp(BridgeNotSpawned);
     }
-    if (!WaitForBridge(defaultTimeoutMilliseconds))
+    if (!WaitForBridge(ReadTimeout(directoryToBroker)))
     {
         return GiveUp(PipeNotConnected);
     }
@@ -122,5 +134,14 @@ uint32_t InitializeAndReceive(const FixedWideString& identifier, uint32_t agentT
     initializationState.startupFinished.Signal();
     LogSuccess(TVN_HERE, "Initialization done");
     return RunReceiver();
+}
+} // namespace
+
+uint32_t InitializeAndReceive(const FixedWideString& identifier, uint32_t agentType)
+{
+    StringPreference directoryToBroker = {};
+    const uint32_t result = InitializeAndReceive(identifier, agentType, directoryToBroker);
+    Free(directoryToBroker);
+    return result;
 }
 } // namespace Torvane

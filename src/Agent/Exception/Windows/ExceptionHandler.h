@@ -8,16 +8,6 @@
 
 namespace Torvane
 {
-/// What the Broker can decide. Every other value is as `ActionContinueSearch`.
-enum ExceptionAction : uint32_t
-{
-    ActionContinueSearch = 0,  ///< the exception goes on to the next handler
-    ActionNopInstruction = 1,  ///< no-operation bytes take the place of the faulting instruction
-    ActionSkipInstruction = 2, ///< the thread goes on behind the faulting instruction
-    ActionResumeAtFrame = 3,   ///< one exception frame is unwound, the thread goes on where the Broker says
-    ActionIgnore = 4,          ///< for us the same as `ActionContinueSearch`
-};
-
 /// Registers the handler with the OS. Receiver thread. A second call is not guarded against: it makes the lock anew,
 /// and the first registration is left alone for good.
 /// \param order nonzero for the first place among the handlers of the process, 0 for the last.

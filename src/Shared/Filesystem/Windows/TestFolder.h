@@ -3,6 +3,8 @@
 /// \file
 /// A folder for a test's files; one thread.
 
+#include "Shared/Concurrency/Windows/TestThread.h"
+
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -84,7 +86,8 @@ private:
             while (FindNextFileW(search, &entry));
             FindClose(search);
         }
-        EXPECT_TRUE(RemoveDirectoryW(folder.c_str()));
+        // A process that ran in it can hold it for a moment beyond its end.
+        EXPECT_TRUE(WaitUntil([&] { return RemoveDirectoryW(folder.c_str()); }));
     }
 
     std::wstring path;

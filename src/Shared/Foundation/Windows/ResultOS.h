@@ -26,6 +26,16 @@ private:
     const char* text;
 };
 
+/// Logs the last error and its text at Debug level, under this header's position. Never part of its caller, which would
+/// need stack for the text even where nothing fails: some of them run on hardly any.
+/// \return the last error.
+__attribute__((noinline)) inline DWORD LogOSError()
+{
+    const DWORD code = GetLastError();
+    LogDebug(TVN_HERE, "Error: %u, 0x%X: %hs", code, code, OSErrorText(code).Get());
+    return code;
+}
+
 /// Logs the filled format, then the last error and its text, at Debug level and under this header's position. The last
 /// error is read only after the first log call.
 /// \return a failure with the format and the last error.
@@ -33,9 +43,7 @@ template<typename... Arguments>
 Failure MakeOSError(const char* format, Arguments... arguments)
 {
     LogDebug(TVN_HERE, format, arguments...);
-    const DWORD code = GetLastError();
-    LogDebug(TVN_HERE, "Error: %u, 0x%X: %hs", code, code, OSErrorText(code).Get());
-    return {format, code};
+    return {format, LogOSError()};
 }
 
 /// Logs the filled format, then the last error and its text, at Error level and under the caller's position. The last

@@ -37,15 +37,13 @@ public:
     {
         wchar_t program[MAX_PATH];
         GetModuleFileNameW(nullptr, program, MAX_PATH);
-        SetEnvironmentVariableW(partVariable, name);
-        SetEnvironmentVariableW(argumentVariable, argument);
+        Announce(argument);
         STARTUPINFOW startup = {};
         startup.cb = sizeof(startup);
         PROCESS_INFORMATION child = {};
         EXPECT_TRUE(CreateProcessW(program, nullptr, nullptr, nullptr, FALSE, flags, nullptr, nullptr,
                                    &startup, &child));
-        SetEnvironmentVariableW(partVariable, nullptr);
-        SetEnvironmentVariableW(argumentVariable, nullptr);
+        Withdraw();
         return child;
     }
 
@@ -73,6 +71,19 @@ public:
         {
             WaitForEnd(child);
         }
+    }
+
+    /// From now on, a child that is started from this program runs in this part. \param argument isn't empty.
+    void Announce(const wchar_t* argument) const
+    {
+        SetEnvironmentVariableW(partVariable, name);
+        SetEnvironmentVariableW(argumentVariable, argument);
+    }
+
+    static void Withdraw()
+    {
+        SetEnvironmentVariableW(partVariable, nullptr);
+        SetEnvironmentVariableW(argumentVariable, nullptr);
     }
 
 private:

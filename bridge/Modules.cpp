@@ -1,0 +1,72 @@
+#include "bridge/Modules.h"
+
+#include <algorithm>
+
+namespace Torvane::Bridge
+{
+namespace
+{
+template<typename Record>
+std::vector<AnnouncedModule> ReadModules(const Received<Record>& blob)
+{
+    const std::vector<WireModuleIdentity> identities = blob.template List<WireModuleIdentity>(blob->modules);
+    const std::vector<ExecutableIdentity> executables =
+        blob.template List<ExecutableIdentity>(blob->executables);
+    if (identities.size() != executables.size())
+    {
+        return {};
+    }
+    std::vector<AnnouncedModule> modules;
+    for (size_t i = 0; i < identities.size(); ++i)
+    {
+        const InlineWideText& path = identities[i].path;
+        const size_t capacity = sizeof(path.text) / sizeof(path.text[0]);
+        AnnouncedModule module;
+        module.path.assign(path.text, path.text + std::min<size_t>(path.length, capacity));
+        module.base = identities[i].base;
+        module.imageSize = identities[i].imageSize;
+        module.executable = executables[i];
+        modules.push_back(module);
+    }
+    return modules;
+}
+} // namespace
+
+std::vector<AnnouncedModule> ModulesOf(const Received<EnableModulesBlob>& blob)
+{
+    if (!blob)
+    {
+        return {};
+    }
+    std::vector<AnnouncedModule> modules = ReadModules(blob);
+    const std::vector<uint64_t> counts = blob.List<uint64_t>(blob->pageRangeCounts);
+    const std::vector<WirePageRange> ranges = blob.List<WirePageRange>(blob->pageRanges);
+    if (counts.size() != modules.size())
+    {
+        return {};
+    }
+    size_t next = 0;
+    for (size_t i = 0; i < modules.size(); ++i)
+    {
+        if (counts[i] > ranges.size() - next)
+        {
+            return {};
+        }
+        const size_t end = next + static_cast<size_t>(counts[i]);
+        modules[i].pages.assign(ranges.begin() + static_cast<ptrdiff_t>(next),
+                                ranges.begin() + static_cast<ptrdiff_t>(end));
+        next = end;
+    }
+    return next == ranges.size() ? modules : std::vector<AnnouncedModule>();
+}
+
+std::vector<AnnouncedModule> ModulesOf(const Received<DisableModulesBlob>& blob)
+{
+    return blob ? ReadModules(blob) : std::vector<AnnouncedModule>();
+}
+
+std::wstring FileNameOf(const std::wstring& path)
+{
+    return path.substr(path.find_last_of(L'\\') + 1);
+}
+} // namespace Torvane::Bridge

@@ -1,0 +1,32 @@
+#pragma once
+
+/// \file
+/// What an Agent says of the modules that its host enables and disables; values, any thread.
+
+#include "bridge/Message.h"
+
+#include <stdint.h>
+#include <string>
+#include <vector>
+
+namespace Torvane::Bridge
+{
+/// One module of an `EnableModules` or a `DisableModules`.
+struct AnnouncedModule
+{
+    std::wstring path; ///< normalized
+    AddressSlot base = 0;
+    uint32_t imageSize = 0; ///< bytes
+    ExecutableIdentity executable = {};
+
+    /// The state of its pages after the Agent has prepared them; none for a module that is disabled.
+    std::vector<WirePageRange> pages;
+};
+
+/// The modules in the Blob's order. None if its arrays don't fit each other or the payload.
+std::vector<AnnouncedModule> ModulesOf(const Received<EnableModulesBlob>& blob);
+std::vector<AnnouncedModule> ModulesOf(const Received<DisableModulesBlob>& blob);
+
+/// The last part of a path.
+std::wstring FileNameOf(const std::wstring& path);
+} // namespace Torvane::Bridge

@@ -1,0 +1,15 @@
+#include "bridge/Text.h"
+
+#include <windows.h>
+
+namespace Torvane::Bridge
+{
+std::string Utf8(const std::wstring& text)
+{
+    std::string bytes(text.size() * 3, '\0');
+    bytes.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(),
+                                                         static_cast<int>(text.size()), bytes.data(),
+                                                         static_cast<int>(bytes.size()), nullptr, nullptr)));
+    return bytes;
+}
+} // namespace Torvane::Bridge

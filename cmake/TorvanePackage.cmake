@@ -1,0 +1,67 @@
+# What is installed: from the preset windows-x86 the package TorvaneAgent, for hosts; from windows-x64 the package
+# TorvaneBridge, for whoever writes a Bridge. Both go into the same folder.
+#
+#   cmake --install build/windows-x86 --prefix FOLDER
+#   cmake --install build/windows-x64 --prefix FOLDER
+#
+# The target packageContents builds all of it and nothing else.
+
+include(CMakePackageConfigHelpers)
+
+# torvane_install_package_files(name): the files by which find_package(name) finds the package.
+function(torvane_install_package_files name)
+    set(folder "${CMAKE_CURRENT_BINARY_DIR}/package")
+    configure_package_config_file("${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${name}Config.cmake.in"
+        "${folder}/${name}Config.cmake"
+        INSTALL_DESTINATION lib/cmake/${name}
+        NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+    # A minor version can change what a host or a Bridge has to do.
+    write_basic_package_version_file("${folder}/${name}ConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+    install(FILES "${folder}/${name}Config.cmake" "${folder}/${name}ConfigVersion.cmake"
+        DESTINATION lib/cmake/${name})
+endfunction()
+
+# torvane_install_license(name file...): the terms of something that is linked into what is installed. The first of the
+# files that exists is taken; without any there is no package.
+function(torvane_install_license name)
+    foreach(file IN LISTS ARGN)
+        if(EXISTS "${file}")
+            install(FILES "${file}" DESTINATION licenses RENAME "${name}.txt")
+            return()
+        endif()
+    endforeach()
+    list(JOIN ARGN ", " files)
+    install(CODE "message(FATAL_ERROR \"The licence of ${name} is missing: none of ${files}\")")
+endfunction()
+
+set(documents /usr/share/doc)
+add_custom_target(packageContents)
+if(TORVANE_ARCHITECTURE STREQUAL x86)
+    add_dependencies(packageContents Agent AgentImportLibrary)
+    torvane_install_package_files(TorvaneAgent)
+    install(FILES "$<TARGET_FILE:Agent>" "${TORVANE_BIN_DIR}/${imageName}.pdb" DESTINATION bin)
+    install(FILES "$<TARGET_LINKER_FILE:Agent>" "${TORVANE_BIN_DIR}/${imageName}.lib" DESTINATION lib)
+    install(FILES include/Torvane/Agent.h DESTINATION include/Torvane)
+    install(FILES docs/host-guide.md DESTINATION docs)
+    install(DIRECTORY samples DESTINATION . USE_SOURCE_PERMISSIONS)
+
+    if(TORVANE_XED_INCLUDE_DIR AND TORVANE_XED_LIBRARY)
+        torvane_install_license(XED "${TORVANE_XED_ROOT}/LICENSE" "${TORVANE_XED_INCLUDE_DIR}/../LICENSE"
+            "${documents}/libxed-dev/copyright")
+    else()
+        torvane_install_license(Zydis "${TORVANE_ZYDIS_DIR}/LICENSE")
+        torvane_install_license(Zycore "${documents}/libzycore-dev/copyright")
+    endif()
+    torvane_install_license(xxHash "${documents}/libxxhash-dev/copyright")
+    # Start-up code, and what the compiler calls for 64-bit division and large stack frames.
+    torvane_install_license(mingw-w64 "${documents}/mingw-w64-i686-dev/copyright")
+    torvane_install_license(libgcc "${documents}/gcc-mingw-w64-i686-win32/copyright")
+elseif(TORVANE_ARCHITECTURE STREQUAL x64)
+    add_dependencies(packageContents TorvaneBridge TorvaneRecording)
+    torvane_install_package_files(TorvaneBridge)
+    install(FILES "$<TARGET_FILE:TorvaneBridge>" "$<TARGET_FILE:TorvaneRecording>" DESTINATION lib/x64)
+    install(DIRECTORY bridge DESTINATION include FILES_MATCHING PATTERN "*.h" PATTERN "Test*.h" EXCLUDE)
+    install(FILES src/Agent/Communication/Blob.h DESTINATION include/Agent/Communication)
+    install(FILES docs/protocol.md DESTINATION .)
+    torvane_install_license(nlohmann-json "${documents}/nlohmann-json3-dev/copyright")
+endif()

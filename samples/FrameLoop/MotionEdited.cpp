@@ -1,0 +1,6 @@
+#include "samples/FrameLoop/Motion.h"
+
+int Advance(int position)
+{
+    return position + 2;
+}

@@ -1,0 +1,86 @@
+/// \file
+/// The Bridge of the modules sample: writes what it is told of into the file bridge.log in its folder.
+
+#include "bridge/Bridge.h"
+
+#include <stdio.h>
+
+#include <windows.h>
+
+#include <psapi.h>
+
+using namespace Torvane::Bridge;
+
+namespace Torvane::Sample
+{
+namespace
+{
+constexpr uint32_t limit = 30000; // milliseconds
+constexpr uint32_t noLimit = 0xFFFFFFFF;
+
+std::wstring OwnFolder()
+{
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const std::wstring text = path;
+    return text.substr(0, text.find_last_of(L'\\') + 1);
+}
+
+/// How many modules a 32-bit process has loaded; 0 if that can't be seen.
+uint32_t CountModules(uint32_t processId)
+{
+    const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, processId);
+    HMODULE first = nullptr;
+    DWORD size = 0;
+    K32EnumProcessModulesEx(process, &first, sizeof(first), &size, LIST_MODULES_32BIT);
+    CloseHandle(process);
+    return static_cast<uint32_t>(size / sizeof(first));
+}
+
+void Report(FILE* log, const char* what, const std::vector<AnnouncedModule>& modules)
+{
+    for (const AnnouncedModule& module : modules)
+    {
+        fprintf(log, "%s %ls\n", what, FileNameOf(module.path).c_str());
+    }
+}
+
+void Take(Link& link, FILE* log, const Message& message)
+{
+    if (message.Type() == BlobType::EnableModules)
+    {
+        const Received<EnableModulesBlob> enabled(message);
+        Report(log, "enabled ", ModulesOf(enabled));
+        // The host's call waits for those as well that its filter has refused, of which nobody tells us. They are
+        // fewer than all that it has loaded, and what is acknowledged too often is of no effect.
+        SendDecrementLatch(link, enabled->latch, CountModules(link.HostProcessId()));
+    }
+    else if (message.Type() == BlobType::DisableModules)
+    {
+        Report(log, "disabled", ModulesOf(Received<DisableModulesBlob>(message)));
+    }
+}
+
+int RunReport(uint32_t hostProcessId)
+{
+    FILE* log = _wfopen((OwnFolder() + L"bridge.log").c_str(), L"w");
+    Link link(hostProcessId);
+    if (log == nullptr || !link.Connect(limit) || !link.ExchangeVersion(limit))
+    {
+        return 1;
+    }
+    while (const Message message = link.Receive(noLimit))
+    {
+        Take(link, log, message);
+    }
+    fprintf(log, "the host has gone\n");
+    fclose(log);
+    return 0;
+}
+} // namespace
+} // namespace Torvane::Sample
+
+int main()
+{
+    return Torvane::Sample::RunReport(HostProcessIdFromCommandLine());
+}

@@ -1,0 +1,50 @@
+# How samples are built and tested. Each stands in a folder of its own, where the Agent finds its Bridge.
+
+# torvane_add_sample_host(target folder source...): a host with the Agent's library beside it.
+function(torvane_add_sample_host target folder)
+    add_executable(${target} ${ARGN})
+    target_include_directories(${target} PRIVATE "${samplesRoot}")
+    target_link_libraries(${target} PRIVATE Torvane::TestFlags)
+    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${folder}")
+    add_custom_command(TARGET ${target} POST_BUILD
+        COMMAND "${CMAKE_COMMAND}" -E copy_if_different "$<TARGET_FILE:TorvaneAgent::TorvaneAgent>" "${folder}"
+        VERBATIM)
+    add_dependencies(${target} TorvaneAgent::TorvaneAgent)
+endfunction()
+
+# torvane_add_sample_bridge(target folder source...): the Bridge for it.
+function(torvane_add_sample_bridge target folder)
+    add_executable(${target} ${ARGN})
+    target_include_directories(${target} PRIVATE "${samplesRoot}")
+    target_link_libraries(${target} PRIVATE Torvane::Bridge Torvane::TestFlags)
+    set_target_properties(${target} PROPERTIES
+        OUTPUT_NAME TVN_Agent_Bridge_x64
+        RUNTIME_OUTPUT_DIRECTORY "${folder}")
+endfunction()
+
+# torvane_add_sample_test(target [argument...]): runs the host, and compares what it prints with the file expected.txt
+# beside its source. The arguments are further ones for RunSample.cmake.
+function(torvane_add_sample_test target)
+    if(TORVANE_BUILD_TESTS)
+        add_test(NAME ${target}.Sample
+            COMMAND "${CMAKE_COMMAND}" "-DPROGRAM=$<TARGET_FILE:${target}>"
+                    "-DRUNNER=${PROJECT_SOURCE_DIR}/cmake/run-in-wine" "-DWINE_PREFIX=${TORVANE_WINE_PREFIX}"
+                    "-DEXPECTED=${CMAKE_CURRENT_SOURCE_DIR}/expected.txt" ${ARGN}
+                    -P "${PROJECT_SOURCE_DIR}/samples/RunSample.cmake")
+        set_tests_properties(${target}.Sample PROPERTIES TIMEOUT 300)
+    endif()
+endfunction()
+
+# torvane_add_sample_demo(name [argument...]): a test that the script demo of the current folder comes to a good end.
+function(torvane_add_sample_demo name)
+    if(NOT TORVANE_BUILD_TESTS)
+        return()
+    endif()
+    string(JOIN "" options ${ARGN})
+    add_test(NAME ${name}.Demo${options} COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/demo" ${ARGN})
+    set_tests_properties(${name}.Demo${options} PROPERTIES
+        ENVIRONMENT "TORVANE_BIN_DIR=${TORVANE_BIN_DIR};TORVANE_BUILD_DIR=${CMAKE_BINARY_DIR};\
+WINEPREFIX=${TORVANE_WINE_PREFIX};WINEDEBUG=-all;WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe="
+        RESOURCE_LOCK ${name}
+        TIMEOUT 300)
+endfunction()

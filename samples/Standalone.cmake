@@ -1,0 +1,28 @@
+# What the samples take from the project that they are a part of, in an installed package.
+include_guard()
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    set(TORVANE_ARCHITECTURE x86)
+    find_package(TorvaneAgent CONFIG REQUIRED PATHS "${CMAKE_CURRENT_LIST_DIR}/../lib/cmake/TorvaneAgent" NO_DEFAULT_PATH
+        NO_CMAKE_FIND_ROOT_PATH)
+else()
+    set(TORVANE_ARCHITECTURE x64)
+    find_package(TorvaneBridge CONFIG REQUIRED PATHS "${CMAKE_CURRENT_LIST_DIR}/../lib/cmake/TorvaneBridge" NO_DEFAULT_PATH
+        NO_CMAKE_FIND_ROOT_PATH)
+    add_library(Torvane::Bridge ALIAS TorvaneBridge::TorvaneBridge)
+endif()
+set(TORVANE_BIN_DIR "${CMAKE_BINARY_DIR}/bin" CACHE PATH "Folder for the programs of both architectures")
+set(TORVANE_BUILD_TESTS OFF)
+set(CMAKE_CXX_STANDARD 17)
+
+add_library(SampleFlags INTERFACE)
+target_compile_definitions(SampleFlags INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
+if(MINGW)
+    # Without exceptions, as the rest is built here; with frame pointers no changed function is shorter than a jump.
+    target_compile_options(SampleFlags INTERFACE
+        $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> -fno-omit-frame-pointer)
+endif()
+if(TORVANE_ARCHITECTURE STREQUAL x86)
+    target_link_libraries(SampleFlags INTERFACE TorvaneAgent::TorvaneAgent)
+endif()
+add_library(Torvane::TestFlags ALIAS SampleFlags)
+add_library(Torvane::CppLibrary ALIAS SampleFlags)

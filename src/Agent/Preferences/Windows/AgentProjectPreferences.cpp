@@ -1,0 +1,81 @@
+#include "Agent/Preferences/Windows/AgentProjectPreferences.h"
+
+#include "Shared/Container/OwnedString.h"
+#include "Shared/Filesystem/Windows/Filesystem.h"
+#include "Shared/Foundation/Logger.h"
+#include "Shared/Serialization/Windows/JsonFile.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+namespace Torvane
+{
+namespace
+{
+void AssignTerminated(StringPreference& preference, const char* text)
+{
+    AssignText(preference, text, static_cast<uint32_t>(strlen(text)));
+}
+} // namespace
+
+StringPreference MakeProjectPreferences()
+{
+    StringPreference directoryToBroker = {"directoryToBroker", nullptr, 0};
+    AssignTerminated(directoryToBroker, "../../Broker");
+    return directoryToBroker;
+}
+
+bool LoadProjectPreferences(StringPreference& directoryToBroker, const FixedWideString& path)
+{
+    return LoadPreference(path.text, "General", directoryToBroker);
+}
+
+void CopyProjectPreferencesFromBlob(StringPreference& directoryToBroker,
+                                    const ProjectPreferencesRecord& record)
+{
+    LogDebug(TVN_HERE, "Copying project preferences from blob");
+    OwnedString text = NarrowFromWide(Follow<wchar_t>(record.directoryToBroker));
+    AssignTerminated(directoryToBroker, text.pointer);
+    Free(text);
+}
+
+void ReadProjectPreferences(StringPreference& directoryToBroker, const ProjectPreferencesRecord& record)
+{
+    if (record.fromFile != 0)
+    {
+        FixedWideString path = {};
+        path.Assign(Follow<wchar_t>(record.projectPreferencesFile));
+        LogDebug(TVN_HERE, "Trying to load project preferences from %ls", path.text);
+        if (LoadProjectPreferences(directoryToBroker, path))
+        {
+            LogSuccess(TVN_HERE, "Loaded project-specific preferences from file %ls", path.text);
+        }
+        else
+        {
+            LogError(TVN_HERE, "Could not load project-specific preferences from file %ls", path.text);
+        }
+    }
+    else if (record.fromRecord != 0)
+    {
+        CopyProjectPreferencesFromBlob(directoryToBroker, record);
+    }
+}
+
+FixedWideString MakeBrokerFolder(const StringPreference& directoryToBroker,
+                                 const FixedWideString& libraryFolder)
+{
+    FixedString narrow = {};
+    narrow.Format("%hs", directoryToBroker.value);
+    FixedWideString wide = {};
+    size_t converted = 0;
+    mbstowcs_s(&converted, wide.text, 1024, narrow.text, _TRUNCATE);
+
+    if (narrow.text[0] == '\0' || narrow.text[1] == ':')
+    {
+        return NormalizePath(wide.text);
+    }
+    FixedWideString folder = {};
+    folder.Format(L"%ls\\%ls", libraryFolder.text, wide.text);
+    return NormalizePath(folder.text);
+}
+} // namespace Torvane

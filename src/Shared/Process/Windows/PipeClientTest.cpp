@@ -1,0 +1,334 @@
+#include "Shared/Process/Windows/PipeClient.h"
+
+#include "Shared/Concurrency/Windows/TestThread.h"
+#include "Shared/Foundation/Windows/OSErrorLine.h"
+#include "Shared/Memory/TestMemorySystem.h"
+#include "Shared/OS/Windows/TestImport.h"
+#include "Shared/Process/LogLine.h"
+#include "Shared/Process/RecordedLog.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace Torvane
+{
+namespace
+{
+using Lines = std::vector<std::string>;
+
+constexpr char connectFailure[] = "ConnectNamedPipe failed.";
+constexpr char startLine[] = "DBG Thread 'Torvane connect named pipe' started";
+constexpr char endLine[] = "DBG Thread 'Torvane connect named pipe' exited with result 0";
+
+Lines Sorted(Lines lines)
+{
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+Lines FailureLines(DWORD code)
+{
+    return {"DBG ConnectNamedPipe failed.", OSErrorLine(code)};
+}
+
+Lines Join(const Lines& left, const Lines& right)
+{
+    Lines lines = left;
+    lines.insert(lines.end(), right.begin(), right.end());
+    return lines;
+}
+
+/// A pipe, and the clients that connect to it.
+class PipeClient : public testing::Test
+{
+protected:
+    PipeClient()
+        : pipe(CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1, 4096, 4096,
+                                0, nullptr))
+    {
+        EXPECT_NE(pipe, INVALID_HANDLE_VALUE);
+    }
+
+    ~PipeClient() override
+    {
+        for (const HANDLE client : clients)
+        {
+            CloseHandle(client);
+        }
+        CloseHandle(pipe);
+    }
+
+    void ConnectClient()
+    {
+        const HANDLE client =
+            CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        EXPECT_NE(client, INVALID_HANDLE_VALUE);
+        clients.push_back(client);
+    }
+
+    void DisconnectClient()
+    {
+        CloseHandle(clients.back());
+        clients.pop_back();
+    }
+
+    /// The watcher's lines and those of the waiting thread are written at once, so their order is open.
+    void ExpectLines(const Lines& lines) const
+    {
+        EXPECT_EQ(Sorted(log.GetLines()), Sorted(Join({startLine, endLine}, lines)));
+    }
+
+    TestMemorySystem memory;
+    std::wstring name = L"\\\\.\\pipe\\TVN_UnitTest_" + std::to_wstring(GetCurrentProcessId());
+    HANDLE pipe;
+    std::vector<HANDLE> clients;
+    RecordedLog log;
+};
+
+/// Tells when a connect is about to block; cancels a call that has begun, however early the cancel comes.
+struct ConnectStandIn
+{
+    struct Connect
+    {
+        ConnectStandIn& standIn;
+
+        BOOL operator()(decltype(&ConnectNamedPipe) real, HANDLE pipe, LPOVERLAPPED overlapped) const
+        {
+            EXPECT_EQ(overlapped, nullptr);
+            standIn.threadId = GetCurrentThreadId();
+            InterlockedExchange(&standIn.begun, 1);
+            return real(pipe, overlapped);
+        }
+    };
+
+    struct Cancel
+    {
+        ConnectStandIn& standIn;
+
+        BOOL operator()(decltype(&CancelSynchronousIo) real, HANDLE thread) const
+        {
+            standIn.cancelled.push_back(thread);
+            standIn.cancelledThreadId = GetThreadId(thread);
+            InterlockedIncrement(&standIn.cancels);
+            return thread == INVALID_HANDLE_VALUE || WaitUntil([&] { return real(thread); });
+        }
+    };
+
+    static bool WaitFor(LONG& flag)
+    {
+        return WaitUntil([&] { return InterlockedCompareExchange(&flag, 0, 0) != 0; });
+    }
+
+    LONG begun = 0;
+    LONG cancels = 0;
+    DWORD threadId = 0;
+    std::vector<HANDLE> cancelled;
+    DWORD cancelledThreadId = 0;
+    TestImport<Connect> connect{"ConnectNamedPipe", Connect{*this}};
+    TestImport<Cancel> cancel{"CancelSynchronousIo", Cancel{*this}};
+};
+
+bool IsOpen(HANDLE handle)
+{
+    DWORD flags = 0;
+    return GetHandleInformation(handle, &flags) != 0;
+}
+} // namespace
+
+TEST_F(PipeClient, AClientThatConnectedBeforeTheCallIsASuccess)
+{
+    DWORD error = 0;
+    TestImport connect("ConnectNamedPipe",
+                       [&](decltype(&ConnectNamedPipe) real, HANDLE server, LPOVERLAPPED overlapped) -> BOOL {
+                           const BOOL connected = real(server, overlapped);
+                           EXPECT_FALSE(connected);
+                           error = GetLastError();
+                           return connected;
+                       });
+    ConnectClient();
+    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    EXPECT_EQ(result.error, nullptr);
+    EXPECT_TRUE(result.payload);
+    EXPECT_EQ(error, 535u);
+    ExpectLines({});
+}
+
+TEST_F(PipeClient, AClientThatComesMeanwhileEndsTheWaitAndTheWatcher)
+{
+    ConnectStandIn standIn;
+    Result<bool> result = Failure{"the wait goes on", 0};
+    TestThread server([&] { result = WaitForPipeClient(pipe, testPatience); });
+    ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.begun));
+    EXPECT_FALSE(server.HasEnded(testGrace));
+    ConnectClient();
+    ASSERT_TRUE(server.HasEnded());
+    EXPECT_EQ(result.error, nullptr);
+    EXPECT_TRUE(result.payload);
+    EXPECT_TRUE(standIn.cancelled.empty());
+    ExpectLines({});
+}
+
+TEST_F(PipeClient, TheConnectedPipeCarriesBytes)
+{
+    ConnectClient();
+    ASSERT_EQ(WaitForPipeClient(pipe, testPatience).error, nullptr);
+    DWORD count = 0;
+    EXPECT_TRUE(WriteFile(clients[0], "ping", 4, &count, nullptr));
+    char bytes[8] = {};
+    EXPECT_TRUE(ReadFile(pipe, bytes, sizeof(bytes), &count, nullptr));
+    EXPECT_EQ(std::string(bytes, count), "ping");
+}
+
+TEST_F(PipeClient, WithoutAClientTheWaitFailsAfterItsTimeOut)
+{
+    ConnectStandIn standIn;
+    const Result<bool> result = WaitForPipeClient(pipe, 30);
+    ASSERT_NE(result.error, nullptr);
+    EXPECT_STREQ(result.error, connectFailure);
+    EXPECT_EQ(result.code, 995u);
+    ExpectLines(FailureLines(995));
+    EXPECT_EQ(standIn.threadId, GetCurrentThreadId());
+    EXPECT_EQ(standIn.cancelledThreadId, GetCurrentThreadId());
+    ASSERT_EQ(standIn.cancelled.size(), 1u);
+    EXPECT_FALSE(IsOpen(standIn.cancelled[0]));
+}
+
+TEST_F(PipeClient, ATimeOutOfZeroCancelsTheWait)
+{
+    ConnectStandIn standIn;
+    const Result<bool> result = WaitForPipeClient(pipe, 0);
+    EXPECT_STREQ(result.error, connectFailure);
+    EXPECT_EQ(result.code, 995u);
+    ExpectLines(FailureLines(995));
+}
+
+TEST_F(PipeClient, ATimeOutOfZeroIsASuccessIfAClientIsThere)
+{
+    ConnectClient();
+    const Result<bool> result = WaitForPipeClient(pipe, 0);
+    EXPECT_EQ(result.error, nullptr);
+    EXPECT_TRUE(result.payload);
+    ExpectLines({});
+}
+
+TEST_F(PipeClient, APipeCanBeWaitedForAgainAfterATimeOut)
+{
+    {
+        ConnectStandIn standIn;
+        EXPECT_EQ(WaitForPipeClient(pipe, 0).code, 995u);
+    }
+    ConnectClient();
+    EXPECT_EQ(WaitForPipeClient(pipe, testPatience).error, nullptr);
+}
+
+TEST_F(PipeClient, AClientThatIsGoneAlreadyIsAFailure)
+{
+    ConnectClient();
+    DisconnectClient();
+    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    EXPECT_STREQ(result.error, connectFailure);
+    EXPECT_EQ(result.code, static_cast<uint32_t>(ERROR_NO_DATA));
+    ExpectLines(FailureLines(ERROR_NO_DATA));
+}
+
+TEST_F(PipeClient, AHandleThatIsNoPipeIsAFailure)
+{
+    const Result<bool> result = WaitForPipeClient(reinterpret_cast<HANDLE>(0xABCDE0), testPatience);
+    EXPECT_STREQ(result.error, connectFailure);
+    EXPECT_EQ(result.code, static_cast<uint32_t>(ERROR_INVALID_HANDLE));
+    ExpectLines(FailureLines(ERROR_INVALID_HANDLE));
+}
+
+TEST_F(PipeClient, TheFailureIsTheOneOfTheConnectWhateverTheSignalLeaves)
+{
+    TestImport connect("ConnectNamedPipe", [](decltype(&ConnectNamedPipe), HANDLE, LPOVERLAPPED) -> BOOL {
+        SetLastError(ERROR_BAD_PIPE);
+        return FALSE;
+    });
+    TestImport signal("SetEvent", [](decltype(&SetEvent) real, HANDLE event) -> BOOL {
+        const BOOL signalled = real(event);
+        SetLastError(ERROR_PIPE_CONNECTED);
+        return signalled;
+    });
+    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    EXPECT_STREQ(result.error, connectFailure);
+    EXPECT_EQ(result.code, static_cast<uint32_t>(ERROR_BAD_PIPE));
+    ExpectLines(FailureLines(ERROR_BAD_PIPE));
+}
+
+TEST_F(PipeClient, WithoutAHandleOfTheWaitingThreadThereIsNoCancel)
+{
+    ConnectStandIn standIn;
+    DWORD waitingThreadId = 0;
+    TestImport open("OpenThread",
+                    [&](decltype(&OpenThread), DWORD access, BOOL inherited, DWORD id) -> HANDLE {
+                        EXPECT_EQ(access, 0x1FFFFFu);
+                        EXPECT_FALSE(inherited);
+                        waitingThreadId = id;
+                        SetLastError(ERROR_ACCESS_DENIED);
+                        return nullptr;
+                    });
+    Result<bool> result = Failure{"the wait goes on", 0};
+    TestThread server([&] { result = WaitForPipeClient(pipe, 0); });
+    ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.begun));
+    ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.cancels));
+    EXPECT_FALSE(server.HasEnded(testGrace));
+    ConnectClient();
+    ASSERT_TRUE(server.HasEnded());
+    EXPECT_EQ(result.error, nullptr);
+    EXPECT_TRUE(result.payload);
+    EXPECT_EQ(waitingThreadId, standIn.threadId);
+    EXPECT_EQ(standIn.cancelled, std::vector<HANDLE>({INVALID_HANDLE_VALUE}));
+    ExpectLines(
+        {LogLine("ERR Failed to open thread %u", waitingThreadId), OSErrorLine(ERROR_ACCESS_DENIED, "ERR")});
+}
+
+TEST_F(PipeClient, WithoutAnEventTheWaitPanicsAndGoesOn)
+{
+    constexpr DWORD code = 0x2000F00F; // no handle, either
+    TestImport create("CreateEventW",
+                      [](decltype(&CreateEventW), LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE {
+                          SetLastError(code);
+                          return nullptr;
+                      });
+    ConnectClient();
+    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    EXPECT_EQ(result.error, nullptr);
+    EXPECT_TRUE(result.payload);
+    ASSERT_GE(log.GetLines().size(), 3u);
+    const Lines first(log.GetLines().begin(), log.GetLines().begin() + 3);
+    EXPECT_EQ(first, Lines({"DBG CreateEventW(ConnectNamedPipe finished) failed.", OSErrorLine(code),
+                            "PNC Cannot create event for connecting named pipe"}));
+    EXPECT_EQ(log.Count("ERR Failed to Wait() on an event"), 1u);
+}
+
+TEST_F(PipeClient, TheEventAndTheWatcherAreGoneWhenTheWaitEnds)
+{
+    HANDLE event = nullptr;
+    HANDLE thread = nullptr;
+    TestImport create("CreateEventW",
+                      [&](decltype(&CreateEventW) real, LPSECURITY_ATTRIBUTES security, BOOL manual,
+                          BOOL signalled, LPCWSTR eventName) -> HANDLE {
+                          EXPECT_TRUE(manual);
+                          EXPECT_FALSE(signalled);
+                          event = real(security, manual, signalled, eventName);
+                          return event;
+                      });
+    TestImport begin("_beginthreadex",
+                     [&](decltype(&_beginthreadex) real, void* security, unsigned size,
+                         _beginthreadex_proc_type body, void* block, unsigned flags,
+                         unsigned* id) -> uintptr_t {
+                         EXPECT_EQ(size, 65536u);
+                         const uintptr_t started = real(security, size, body, block, flags, id);
+                         thread = reinterpret_cast<HANDLE>(started);
+                         return started;
+                     });
+    ConnectClient();
+    EXPECT_EQ(WaitForPipeClient(pipe, testPatience).error, nullptr);
+    ASSERT_NE(event, nullptr);
+    ASSERT_NE(thread, nullptr);
+    EXPECT_FALSE(IsOpen(event));
+    EXPECT_FALSE(IsOpen(thread));
+}
+} // namespace Torvane

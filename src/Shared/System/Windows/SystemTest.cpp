@@ -1,0 +1,165 @@
+#include "Shared/System/Windows/System.h"
+
+#include "Shared/Memory/TestMemorySystem.h"
+#include "Shared/OS/Windows/TestImport.h"
+#include "Shared/OS/Windows/WindowsInternalAPI.h"
+#include "Shared/Process/RecordedLog.h"
+
+#include <string.h>
+#include <string>
+#include <vector>
+
+namespace Torvane
+{
+namespace
+{
+using Lines = std::vector<std::string>;
+
+class SystemTest : public testing::Test
+{
+protected:
+    SystemTest()
+        : before(windowsInternalAPI)
+    {
+        StartupWindowsInternalAPI();
+        version.dwOSVersionInfoSize = 276;
+    }
+
+    ~SystemTest() override
+    {
+        windowsInternalAPI = before;
+    }
+
+    TestMemorySystem memory;
+    OSVERSIONINFOW version = {};
+    RecordedLog log;
+
+private:
+    WindowsInternalAPI before;
+};
+
+/// Keeps what the topology is asked with, and how often the fallback is used.
+struct TopologyStandIn
+{
+    struct Ask
+    {
+        TopologyStandIn& standIn;
+
+        BOOL operator()(decltype(&GetLogicalProcessorInformationEx), LOGICAL_PROCESSOR_RELATIONSHIP relation,
+                        PSYSTEM_LOGICAL_PROCESSOR_INFORMATION_EX answer, PDWORD size) const
+        {
+            EXPECT_EQ(relation, RelationAll);
+            standIn.calls.push_back(answer == nullptr ? "size" : "answer");
+            if (answer == nullptr)
+            {
+                *size = 600;
+                SetLastError(standIn.errorOfSize);
+                return FALSE;
+            }
+            EXPECT_EQ(*size, 600u);
+            memset(answer, 0xEE, *size); // there is room for all of it
+            standIn.buffers.push_back(answer);
+            return standIn.answers;
+        }
+    };
+
+    struct Fallback
+    {
+        TopologyStandIn& standIn;
+
+        void operator()(decltype(&GetSystemInfo) real, LPSYSTEM_INFO information) const
+        {
+            standIn.calls.push_back("fallback");
+            real(information);
+        }
+    };
+
+    Lines calls;
+    std::vector<void*> buffers; ///< for the answers
+    DWORD errorOfSize = ERROR_INSUFFICIENT_BUFFER;
+    BOOL answers = TRUE;
+    TestImport<Ask> ask{"GetLogicalProcessorInformationEx", Ask{*this}};
+    TestImport<Fallback> fallback{"GetSystemInfo", Fallback{*this}};
+};
+
+NTSTATUS NTAPI FailToTellTheVersion(OSVERSIONINFOW* version)
+{
+    EXPECT_EQ(version->dwOSVersionInfoSize, 276u);
+    return static_cast<NTSTATUS>(0xC0000005);
+}
+} // namespace
+
+TEST_F(SystemTest, AsksForTheProcessorsOnceForTheSizeAndOnceForTheAnswer)
+{
+    TopologyStandIn topology;
+    QueryProcessorTopology();
+    EXPECT_EQ(topology.calls, Lines({"size", "answer"}));
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST_F(SystemTest, FallsBackOnTheOlderQueryWithoutASizeOrAnAnswer)
+{
+    TopologyStandIn topology;
+    topology.answers = FALSE;
+    QueryProcessorTopology();
+    EXPECT_EQ(topology.calls, Lines({"size", "answer", "fallback"}));
+
+    topology.calls.clear();
+    topology.errorOfSize = ERROR_NOT_SUPPORTED;
+    QueryProcessorTopology();
+    EXPECT_EQ(topology.calls, Lines({"size", "fallback"}));
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST_F(SystemTest, KeepsNothingOfTheAnswer)
+{
+    TopologyStandIn topology;
+    QueryProcessorTopology();
+    topology.answers = FALSE;
+    QueryProcessorTopology();
+    QueryProcessorTopology();
+    ASSERT_EQ(topology.buffers.size(), 3u);
+    EXPECT_EQ(topology.buffers[1], topology.buffers[0]);
+    EXPECT_EQ(topology.buffers[2], topology.buffers[0]);
+}
+
+TEST_F(SystemTest, AsksTheOSForTheProcessorsWithoutAWord)
+{
+    uint32_t answers = 0;
+    TestImport ask("GetLogicalProcessorInformationEx",
+                   [&](decltype(&GetLogicalProcessorInformationEx) real,
+                       LOGICAL_PROCESSOR_RELATIONSHIP relation,
+                       PSYSTEM_LOGICAL_PROCESSOR_INFORMATION_EX answer, PDWORD size) -> BOOL {
+                       const BOOL answered = real(relation, answer, size);
+                       answers += answered;
+                       return answered;
+                   });
+    QueryProcessorTopology();
+    EXPECT_EQ(answers, 1u);
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST_F(SystemTest, TellsTheVersionOfTheOS)
+{
+    QueryOSVersion(version);
+    OSVERSIONINFOW expected = {};
+    expected.dwOSVersionInfoSize = sizeof(expected);
+    ASSERT_EQ(windowsInternalAPI.RtlGetVersion(&expected), 0);
+    EXPECT_GE(version.dwMajorVersion, 6u);
+    EXPECT_EQ(version.dwMajorVersion, expected.dwMajorVersion);
+    EXPECT_EQ(version.dwMinorVersion, expected.dwMinorVersion);
+    EXPECT_EQ(version.dwBuildNumber, expected.dwBuildNumber);
+    EXPECT_EQ(version.dwPlatformId, static_cast<DWORD>(VER_PLATFORM_WIN32_NT));
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST_F(SystemTest, LogsAFailureToTellTheVersionAndLeavesTheFieldsCleared)
+{
+    windowsInternalAPI.RtlGetVersion.pointer = FailToTellTheVersion;
+    QueryOSVersion(version);
+    EXPECT_EQ(version.dwMajorVersion, 0u);
+    EXPECT_EQ(version.dwMinorVersion, 0u);
+    EXPECT_EQ(version.dwBuildNumber, 0u);
+    EXPECT_EQ(log.GetLines(), Lines({"ERR Call to function RtlGetVersion failed. Error: 0xC0000005"}));
+}
+} // namespace Torvane

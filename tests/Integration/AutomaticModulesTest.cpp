@@ -1,0 +1,334 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// Libraries that are enabled and disabled as the host loads and frees them.
+
+namespace
+{
+constexpr uint32_t threadCount = 4;
+constexpr uint32_t rounds = 10;
+} // namespace
+
+#if TORVANE_HOST_HALF
+
+#include "Shared/Process/Windows/TestLibraries.h"
+#include "tests/Harness/Images.h"
+#include "tests/Harness/TestThread.h"
+
+#include <memory>
+
+namespace
+{
+bool TVN_CALL RefuseAll(void* context, const wchar_t*)
+{
+    InterlockedIncrement(static_cast<volatile LONG*>(context));
+    return false;
+}
+
+bool TVN_CALL KeepA(void* context, const char* path)
+{
+    InterlockedIncrement(static_cast<volatile LONG*>(context));
+    return strstr(path, "TvnA.dll") != nullptr;
+}
+
+class AutomaticHost : public HostTest
+{
+protected:
+    AutomaticHost()
+    {
+        EXPECT_TRUE(libraries.Write("TvnA.dll", {{"TvnB.dll"}}));
+        EXPECT_TRUE(libraries.Write("TvnB.dll"));
+    }
+
+    TvnDefaultAgent& Connect()
+    {
+        TvnDefaultAgent& agent = StartDefaultAgent();
+        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        return agent;
+    }
+
+    /// What the Bridge half takes for the end of what is sent.
+    void SendEnd()
+    {
+        Library().TvnLogMessageANSI("the end");
+    }
+
+    void LoadAndFree(const std::string& name)
+    {
+        const HMODULE module =
+            LoadLibraryExW(libraries.PathOf(name).c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+        EXPECT_NE(nullptr, module);
+        FreeLibrary(module);
+    }
+
+    Torvane::TestLibraries libraries;
+};
+} // namespace
+
+#define AUTOMATIC_HOST(Name) HOST_TEST_OF(AutomaticHost, AutomaticModules, Name)
+
+AUTOMATIC_HOST(AreEnabledWhenTheyAreLoadedAndDisabledWhenTheyAreFreed)
+{
+    TvnDefaultAgent& agent = Connect();
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    LoadAndFree("TvnA.dll");
+    SendEnd();
+    ExpectLogOrder({"API TvnEnableAutomaticHandlingOfDynamicallyLoadedModules",
+                    "API TvnGenericEnableAutomaticHandlingOfDynamicallyLoadedModules",
+                    "Automatically enabling module", "API TvnGenericEnableModules",
+                    "Automatically enabling module", "API TvnGenericEnableModules",
+                    "Automatically disabling module", "API TvnGenericDisableModules",
+                    "Automatically disabling module", "API TvnGenericDisableModules"});
+    Publish("failures",
+            uint64_t{CountInLog("Failed to unload module " + Utf8(libraries.PathOf("TvnA.dll"))) +
+                     CountInLog("Failed to unload module " + Utf8(libraries.PathOf("TvnB.dll")))});
+}
+
+AUTOMATIC_HOST(AreLeftAloneWithoutTheCall)
+{
+    Connect();
+    LoadAndFree("TvnA.dll");
+    SendEnd();
+    EXPECT_EQ(0u, CountInLog("Automatically enabling module"));
+}
+
+AUTOMATIC_HOST(AreLeftAloneIfTheyArePatches)
+{
+    UseScenario("AutomaticModules.AreLeftAloneWithoutTheCall");
+    TvnDefaultAgent& agent = Connect();
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    Torvane::TestLibraries patches(L"builds.patch_1");
+    ASSERT_TRUE(patches.Write("Tvn.dll"));
+    ASSERT_TRUE(libraries.Write("TvnA.dll.patch_2.dll"));
+    ASSERT_NE(nullptr, patches.Load("Tvn.dll"));
+    ASSERT_NE(nullptr, libraries.Load("TvnA.dll.patch_2.dll"));
+    SendEnd();
+    EXPECT_EQ(0u, CountInLog("Automatically enabling module"));
+}
+
+AUTOMATIC_HOST(AreEnabledIfTheNarrowFilterKeepsThem)
+{
+    TvnDefaultAgent& agent = Connect();
+    volatile LONG asked = 0;
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI(const_cast<LONG*>(&asked), &KeepA);
+    ASSERT_NE(nullptr, libraries.Load("TvnA.dll"));
+    EXPECT_EQ(2, asked);
+    SendEnd();
+    EXPECT_TRUE(Await("ended"));
+    Shutdown(); // before the libraries go, and what the filter counts in
+}
+
+AUTOMATIC_HOST(AreShownToTheWideFilterAloneIfThereAreBoth)
+{
+    TvnDefaultAgent& agent = Connect();
+    volatile LONG askedNarrow = 0;
+    volatile LONG askedWide = 0;
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI(const_cast<LONG*>(&askedNarrow), &KeepA);
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(const_cast<LONG*>(&askedWide), &RefuseAll);
+    LoadAndFree("TvnA.dll");
+    SendEnd();
+    EXPECT_EQ(0, askedNarrow);
+    EXPECT_LE(4, askedWide) << "Two registrations, two libraries.";
+    LeaveAgentRunning(); // the first registration would outlast it
+}
+
+AUTOMATIC_HOST(AreEnabledAlsoFromWithinAnEntryPoint)
+{
+    SetEnvironmentVariableW(L"TORVANE_TEST_OTHER_LIBRARY", libraries.PathOf("TvnB.dll").c_str());
+    TvnDefaultAgent& agent = Connect();
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    const HMODULE module = LoadLibraryW(ImagePath(L"LoadsAnother").c_str());
+    ASSERT_NE(nullptr, module);
+    FreeLibrary(module);
+    SendEnd();
+}
+
+AUTOMATIC_HOST(DoNotWaitForTheBridge)
+{
+    TvnDefaultAgent& agent = Connect();
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    ASSERT_NE(nullptr, libraries.Load("TvnA.dll"));
+    Signal("loaded");
+    EXPECT_TRUE(Await("obeyed"));
+}
+
+AUTOMATIC_HOST(AreLeftAloneAfterShutdown)
+{
+    TvnDefaultAgent& agent = Connect();
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    SendEnd();
+    EXPECT_TRUE(Await("ended"));
+    Shutdown();
+    const size_t records = ReadLog().size();
+    LoadAndFree("TvnA.dll");
+    EXPECT_EQ(records, ReadLog().size());
+    ExpectLogOrder({"API TvnShutdown", "Shutting down agent-bridge communication"});
+    ExpectNoErrorsInLog();
+}
+
+AUTOMATIC_HOST(AreEnabledOnManyThreads)
+{
+    TvnDefaultAgent& agent = Connect();
+    for (uint32_t i = 0; i < threadCount; ++i)
+    {
+        ASSERT_TRUE(libraries.Write("TvnOf" + std::to_string(i) + ".dll"));
+    }
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    std::vector<std::unique_ptr<TestThread>> threads;
+    for (uint32_t i = 0; i < threadCount; ++i)
+    {
+        threads.push_back(std::make_unique<TestThread>([this, i] {
+            for (uint32_t round = 0; round < rounds; ++round)
+            {
+                LoadAndFree("TvnOf" + std::to_string(i) + ".dll");
+            }
+        }));
+    }
+    for (const auto& thread : threads)
+    {
+        EXPECT_TRUE(thread->HasEnded(patience));
+    }
+    SendEnd();
+    EXPECT_EQ(threadCount * rounds, CountInLog("Automatically enabling module"));
+    EXPECT_EQ(threadCount * rounds, CountInLog("Automatically disabling module"));
+}
+
+#else
+
+#include <algorithm>
+
+namespace
+{
+using FileNames = std::vector<std::wstring>;
+
+class AutomaticBridge : public BridgeTest
+{
+protected:
+    /// Takes everything up to the end mark.
+    void ReceiveAll()
+    {
+        ASSERT_TRUE(Connect());
+        for (;;)
+        {
+            const Message message = link.Receive(patience);
+            ASSERT_TRUE(message);
+            if (message.Type() == BlobType::LogNarrow)
+            {
+                return;
+            }
+            if (message.Type() == BlobType::EnableModules)
+            {
+                Note(ModulesOf(Received<EnableModulesBlob>(message)), enabled);
+            }
+            else if (message.Type() == BlobType::DisableModules)
+            {
+                Note(ModulesOf(Received<DisableModulesBlob>(message)), disabled);
+            }
+            else
+            {
+                ADD_FAILURE() << BlobName(message.Type());
+            }
+        }
+    }
+
+    static FileNames Sorted(FileNames names)
+    {
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    FileNames enabled;
+    FileNames disabled;
+
+private:
+    static void Note(const std::vector<AnnouncedModule>& modules, FileNames& names)
+    {
+        ASSERT_EQ(1u, modules.size());
+        names.push_back(FileNameOf(modules[0].path));
+    }
+};
+} // namespace
+
+#define AUTOMATIC_BRIDGE(Name) BRIDGE_SCENARIO_OF(AutomaticBridge, AutomaticModules, Name)
+
+AUTOMATIC_BRIDGE(AreEnabledWhenTheyAreLoadedAndDisabledWhenTheyAreFreed)
+{
+    ReceiveAll();
+    EXPECT_EQ((FileNames{L"TvnA.dll", L"TvnB.dll"}), Sorted(enabled));
+    // Whether a library that goes can still be asked for is the OS's affair.
+    EXPECT_EQ(2u, disabled.size() + AwaitNumber("failures"));
+    for (const std::wstring& name : disabled)
+    {
+        EXPECT_EQ(1, std::count(enabled.begin(), enabled.end(), name));
+    }
+    StayUntilAgentGoes();
+}
+
+AUTOMATIC_BRIDGE(AreLeftAloneWithoutTheCall)
+{
+    ReceiveAll();
+    EXPECT_EQ(FileNames(), enabled);
+    EXPECT_EQ(FileNames(), disabled);
+    StayUntilAgentGoes();
+}
+
+AUTOMATIC_BRIDGE(AreEnabledIfTheNarrowFilterKeepsThem)
+{
+    ReceiveAll();
+    EXPECT_EQ(FileNames{L"TvnA.dll"}, enabled);
+    Signal("ended");
+    StayUntilAgentGoes();
+}
+
+AUTOMATIC_BRIDGE(AreShownToTheWideFilterAloneIfThereAreBoth)
+{
+    ReceiveAll();
+    EXPECT_EQ(FileNames(), enabled);
+    EXPECT_EQ(FileNames(), disabled);
+}
+
+AUTOMATIC_BRIDGE(AreEnabledAlsoFromWithinAnEntryPoint)
+{
+    ReceiveAll();
+    EXPECT_EQ((FileNames{L"LoadsAnother.dll", L"TvnB.dll"}), enabled);
+    StayUntilAgentGoes();
+}
+
+AUTOMATIC_BRIDGE(DoNotWaitForTheBridge)
+{
+    ASSERT_TRUE(Connect());
+    ASSERT_TRUE(Await("loaded"));
+    for (uint32_t i = 0; i < 2; ++i)
+    {
+        const auto blob = link.Expect<EnableModulesBlob>(patience);
+        ASSERT_TRUE(blob);
+        EXPECT_NE(0u, blob->latch);
+        SendDecrementLatch(link, blob->latch);
+    }
+    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    Signal("obeyed");
+    StayUntilAgentGoes();
+}
+
+AUTOMATIC_BRIDGE(AreLeftAloneAfterShutdown)
+{
+    ReceiveAll();
+    EXPECT_EQ(FileNames(), enabled);
+    Signal("ended");
+    StayUntilAgentGoes();
+}
+
+AUTOMATIC_BRIDGE(AreEnabledOnManyThreads)
+{
+    ReceiveAll();
+    EXPECT_EQ(threadCount * rounds, enabled.size());
+    for (uint32_t i = 0; i < threadCount; ++i)
+    {
+        EXPECT_EQ(int{rounds},
+                  std::count(enabled.begin(), enabled.end(), L"TvnOf" + std::to_wstring(i) + L".dll"));
+    }
+    StayUntilAgentGoes();
+}
+
+#endif

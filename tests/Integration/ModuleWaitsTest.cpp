@@ -1,0 +1,218 @@
+#include "tests/Harness/Harness.h"
+
+#include <windows.h>
+
+// How long calls that enable modules wait: without a connection yet, without one any more, and many of them at once.
+
+namespace
+{
+constexpr uint32_t threadCount = 8;
+constexpr uint32_t rounds = 10;
+} // namespace
+
+#if TORVANE_HOST_HALF
+
+#include "Shared/Process/Windows/TestLibraries.h"
+#include "tests/Harness/TestThread.h"
+
+#include <memory>
+
+namespace
+{
+class WaitingHost : public HostTest
+{
+protected:
+    WaitingHost()
+    {
+        EXPECT_TRUE(libraries.Write("TvnA.dll"));
+        EXPECT_NE(nullptr, libraries.Load("TvnA.dll"));
+    }
+
+    void Enable()
+    {
+        Library().TvnEnableModule(L"TvnA.dll", ExactlyTheseModules, nullptr, nullptr);
+    }
+
+    std::string EnablingLine() const
+    {
+        const std::wstring path = libraries.PathOf("TvnA.dll");
+        return "Enabling module " + std::string(path.begin(), path.end());
+    }
+
+    static constexpr DWORD testGrace = 50;
+    Torvane::TestLibraries libraries;
+};
+} // namespace
+
+#define WAITING_HOST(Name) HOST_TEST_OF(WaitingHost, ModuleWaits, Name)
+
+WAITING_HOST(LastUntilTheBridgeHasConnectedAndAnswered)
+{
+    StartDefaultAgent();
+    const TestThread caller([this] { Enable(); });
+    EXPECT_TRUE(WaitForLog(EnablingLine()));
+    EXPECT_FALSE(caller.HasEnded(testGrace));
+    Signal("called");
+    EXPECT_TRUE(Await("received"));
+    EXPECT_FALSE(caller.HasEnded(testGrace));
+    Signal("waits");
+    EXPECT_TRUE(caller.HasEnded(patience));
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+}
+
+WAITING_HOST(EndIfThereIsNoBridge)
+{
+    RemoveBridge();
+    StartDefaultAgent();
+    {
+        const TestThread caller([this] { Enable(); });
+        EXPECT_TRUE(caller.HasEnded(patience));
+    }
+    EXPECT_EQ(ConnectionFailed, WaitForConnection());
+    const TestThread late([this] { Enable(); });
+    EXPECT_TRUE(late.HasEnded(patience));
+    EXPECT_EQ(2u, CountInLog(EnablingLine()));
+}
+
+WAITING_HOST(EndWithTheLink)
+{
+    StartDefaultAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    {
+        const TestThread first([this] { Enable(); });
+        const TestThread second([this] { Enable(); });
+        EXPECT_TRUE(Await("received"));
+        EXPECT_FALSE(first.HasEnded(testGrace));
+        EXPECT_FALSE(second.HasEnded(testGrace));
+        Signal("waits");
+        EXPECT_TRUE(first.HasEnded(patience));
+        EXPECT_TRUE(second.HasEnded(patience));
+    }
+    // And from now on there is nothing to wait for.
+    const TestThread late([this] { Enable(); });
+    EXPECT_TRUE(late.HasEnded(patience));
+    EXPECT_EQ(3u, CountInLog(EnablingLine()));
+}
+
+WAITING_HOST(AreNotMovedByStaleAcknowledgements)
+{
+    StartDefaultAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    const TestThread caller([this] {
+        Enable();
+        EXPECT_TRUE(Await("stale"));
+        Enable(); // its latch lies where the first one lay
+    });
+    EXPECT_TRUE(Await("received"));
+    EXPECT_FALSE(caller.HasEnded(testGrace));
+    Signal("waits");
+    EXPECT_TRUE(caller.HasEnded(patience));
+    ExpectNoErrorsInLog();
+}
+
+WAITING_HOST(OfManyThreadsEndOneByOne)
+{
+    std::vector<std::string> names;
+    for (uint32_t i = 0; i < threadCount; ++i)
+    {
+        names.push_back("TvnOf" + std::to_string(i) + ".dll");
+        ASSERT_TRUE(libraries.Write(names.back(), {}, 0x3000 + i * 0x1000));
+        ASSERT_NE(nullptr, libraries.Load(names.back()));
+    }
+    TvnDefaultAgent& agent = StartDefaultAgent();
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    std::vector<std::unique_ptr<TestThread>> threads;
+    for (uint32_t i = 0; i < threadCount; ++i)
+    {
+        threads.push_back(std::make_unique<TestThread>([&agent, &names, i] {
+            for (uint32_t round = 0; round < rounds; ++round)
+            {
+                agent.TvnEnableModuleANSI(names[i].c_str(), IncludeImports, nullptr, nullptr);
+            }
+        }));
+    }
+    for (const auto& thread : threads)
+    {
+        EXPECT_TRUE(thread->HasEnded(patience));
+    }
+    EXPECT_EQ(threadCount * rounds, CountInLog("API TvnEnableModuleANSI"));
+    ExpectNoErrorsInLog();
+}
+
+#else
+
+#include <algorithm>
+#include <set>
+
+#define WAITING_BRIDGE(Name) BRIDGE_SCENARIO(ModuleWaits, Name)
+
+WAITING_BRIDGE(LastUntilTheBridgeHasConnectedAndAnswered)
+{
+    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Connect());
+    const auto blob = link.Expect<EnableModulesBlob>(patience);
+    ASSERT_TRUE(blob);
+    Signal("received");
+    ASSERT_TRUE(Await("waits"));
+    SendDecrementLatch(link, blob->latch);
+    StayUntilAgentGoes();
+}
+
+WAITING_BRIDGE(EndWithTheLink)
+{
+    ASSERT_TRUE(Connect());
+    EXPECT_TRUE(link.Expect<EnableModulesBlob>(patience));
+    EXPECT_TRUE(link.Expect<EnableModulesBlob>(patience));
+    Signal("received");
+    ASSERT_TRUE(Await("waits"));
+    Die();
+}
+
+WAITING_BRIDGE(AreNotMovedByStaleAcknowledgements)
+{
+    ASSERT_TRUE(Connect());
+    const auto first = link.Expect<EnableModulesBlob>(patience);
+    ASSERT_TRUE(first);
+    SendDecrementLatch(link, first->latch, 10);
+    SendDecrementLatch(link, 0, 10);
+    SendDecrementLatch(link, host.ExecutableBase());
+    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    Signal("stale");
+    const auto second = link.Expect<EnableModulesBlob>(patience);
+    ASSERT_TRUE(second);
+    EXPECT_EQ(first->latch, second->latch);
+    SendDecrementLatch(link, host.ExecutableBase());
+    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    Signal("received");
+    ASSERT_TRUE(Await("waits"));
+    SendDecrementLatch(link, second->latch);
+    StayUntilAgentGoes();
+}
+
+WAITING_BRIDGE(OfManyThreadsEndOneByOne)
+{
+    ASSERT_TRUE(Connect());
+    for (uint32_t round = 0; round < rounds; ++round)
+    {
+        // Every thread waits for its own latch, so that one Blob of each comes and no more.
+        std::vector<AddressSlot> latches;
+        std::set<uint32_t> sizes;
+        for (uint32_t i = 0; i < threadCount; ++i)
+        {
+            const auto blob = link.Expect<EnableModulesBlob>(patience);
+            ASSERT_EQ(1u, ModulesOf(blob).size());
+            latches.push_back(blob->latch);
+            sizes.insert(ModulesOf(blob).front().imageSize);
+        }
+        EXPECT_EQ(threadCount, std::set<AddressSlot>(latches.begin(), latches.end()).size());
+        EXPECT_EQ(threadCount, sizes.size());
+        std::reverse(latches.begin(), latches.end());
+        for (const AddressSlot latch : latches)
+        {
+            SendDecrementLatch(link, latch);
+        }
+    }
+    StayUntilAgentGoes();
+}
+
+#endif

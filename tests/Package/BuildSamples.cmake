@@ -1,0 +1,31 @@
+# Puts the PACKAGES into one folder, as the zip has them, builds the samples from there for both architectures, and runs
+# some of them.
+set(package "${FOLDER}/package")
+file(REMOVE_RECURSE "${package}")
+string(REPLACE "|" ";" folders "${PACKAGES}")
+foreach(folder IN LISTS folders)
+    file(COPY "${folder}/" DESTINATION "${package}")
+endforeach()
+
+foreach(architecture x64 x86)
+    set(build "${FOLDER}/build-${architecture}")
+    # The toolchain files of the tests leave the C++ library to be named.
+    execute_process(
+        COMMAND "${CMAKE_COMMAND}" -S "${package}/samples" -B "${build}" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+                "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAINS}/toolchain-windows-${architecture}.cmake"
+                "-DCMAKE_CXX_STANDARD_LIBRARIES=-lstdc++ -lgcc_eh"
+                "-DTORVANE_BIN_DIR=${FOLDER}/bin"
+        COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(COMMAND "${CMAKE_COMMAND}" --build "${build}" COMMAND_ERROR_IS_FATAL ANY)
+endforeach()
+
+foreach(sample FrameLoop Modules)
+    set(PROGRAM "${FOLDER}/bin/samples/${sample}/${sample}.exe")
+    set(EXPECTED "${package}/samples/${sample}/expected.txt")
+    include("${package}/samples/RunSample.cmake")
+endforeach()
+foreach(program LiveReload/LiveReload Crash/Crash Restart/Restart samples/PlainC/PlainC)
+    if(NOT EXISTS "${FOLDER}/bin/${program}.exe")
+        message(SEND_ERROR "${program}.exe was not built")
+    endif()
+endforeach()

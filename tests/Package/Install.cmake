@@ -1,0 +1,37 @@
+# Installs what is built in BUILD into a new PREFIX, and sees that all of the package is there.
+file(REMOVE_RECURSE "${PREFIX}")
+execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${PREFIX}" COMMAND_ERROR_IS_FATAL ANY
+    OUTPUT_QUIET)
+
+set(expected
+    bin/TVN_Agent_x86.dll
+    bin/TVN_Agent_x86.pdb
+    docs/host-guide.md
+    include/Torvane/Agent.h
+    lib/TVN_Agent_x86.lib
+    lib/libTVN_Agent_x86.dll.a
+    lib/cmake/TorvaneAgent/TorvaneAgentConfig.cmake
+    lib/cmake/TorvaneAgent/TorvaneAgentConfigVersion.cmake
+    licenses/libgcc.txt
+    licenses/mingw-w64.txt
+    licenses/xxHash.txt
+    samples/CMakeLists.txt
+    samples/LiveReload/Host.cpp)
+foreach(file IN LISTS expected)
+    if(NOT EXISTS "${PREFIX}/${file}")
+        message(SEND_ERROR "${file} is missing")
+    endif()
+endforeach()
+if(NOT EXISTS "${PREFIX}/licenses/Zydis.txt" AND NOT EXISTS "${PREFIX}/licenses/XED.txt")
+    message(SEND_ERROR "The licence of the instruction decoder is missing")
+endif()
+
+# Nothing in the package may lead back to where it was built.
+file(GLOB_RECURSE texts "${PREFIX}/*.cmake" "${PREFIX}/*.h")
+foreach(text IN LISTS texts)
+    file(READ "${text}" content)
+    string(FIND "${content}" "${BUILD}" place)
+    if(NOT place EQUAL -1)
+        message(SEND_ERROR "${text} names the build folder")
+    endif()
+endforeach()

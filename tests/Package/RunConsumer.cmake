@@ -1,0 +1,33 @@
+# Copies the project SOURCE to the folder COPY, builds it there, and runs its hosts. What an earlier run has built there
+# is used again as far as it is still of use.
+#   ARGUMENTS   for the project's configuration, with | between them
+#   STATUS      how the hosts' connections come out; 1 unless given, since there is no Bridge
+string(REPLACE "|" ";" arguments "${ARGUMENTS}")
+if(NOT DEFINED STATUS)
+    set(STATUS 1)
+endif()
+file(COPY "${SOURCE}/" DESTINATION "${COPY}/source")
+execute_process(
+    COMMAND "${CMAKE_COMMAND}" -S "${COPY}/source" -B "${COPY}/build" -G Ninja
+            "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}" -DCMAKE_BUILD_TYPE=RelWithDebInfo ${arguments}
+    COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND "${CMAKE_COMMAND}" --build "${COPY}/build" COMMAND_ERROR_IS_FATAL ANY)
+
+foreach(host Linked Loaded)
+    execute_process(
+        COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/build/bin/${host}.exe"
+        OUTPUT_VARIABLE output RESULT_VARIABLE result)
+    string(REPLACE "\r" "" output "${output}")
+    if(NOT result EQUAL 0 OR NOT output STREQUAL "version 2.4.0\nstatus ${STATUS}\ndone\n")
+        message(FATAL_ERROR "${host} ended with ${result} and said:\n${output}")
+    endif()
+    message("${host} says: ${output}")
+endforeach()
+
+# The one that loads the library doesn't import it: without the library it starts, and says so by its exit code.
+file(REMOVE_RECURSE "${COPY}/alone")
+file(COPY "${COPY}/build/bin/Loaded.exe" DESTINATION "${COPY}/alone")
+execute_process(COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/alone/Loaded.exe" RESULT_VARIABLE result)
+if(NOT result EQUAL 1)
+    message(FATAL_ERROR "Without the library Loaded ended with ${result}")
+endif()
