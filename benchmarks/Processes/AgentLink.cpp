@@ -40,6 +40,12 @@ void AgentLink::ReceiveUntil(BlobType type)
     while (header.type != type);
 }
 
+void AgentLink::WaitUntilObeyed()
+{
+    Send(Bridge::BlobWriter<EchoRequestBlob>().Finish());
+    ReceiveUntil(BlobType::EchoReply);
+}
+
 void AgentLink::WaitForEnd()
 {
     BlobHeader header = {};
@@ -67,16 +73,18 @@ void RelayLink::Send(RelayOrder order, const void* bytes, uint32_t size)
     in.Write(request.data(), static_cast<uint32_t>(sizeof(header)) + size);
 }
 
-void RelayLink::Order(RelayOrder order, const void* bytes, uint32_t size)
+void RelayLink::Receive()
 {
-    Send(order, bytes, size);
-    RelayHeader answer = {};
-    out.Read(&answer, sizeof(answer));
-    if (reply.size() < answer.size)
+    RelayHeader header = {};
+    if (!out.Read(&header, sizeof(header)))
     {
-        reply.resize(answer.size);
+        Fail("The relay has gone");
     }
-    out.Read(reply.data(), answer.size);
+    if (payload.size() < header.size)
+    {
+        payload.resize(header.size);
+    }
+    out.Read(payload.data(), header.size);
 }
 
 void RelayLink::PingPong()

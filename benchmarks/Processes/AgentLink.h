@@ -32,6 +32,9 @@ public:
     /// Reads Blobs until one of that type has come, which stays in `Payload`.
     void ReceiveUntil(BlobType type);
 
+    /// Returns when everything that was ordered before has been obeyed.
+    void WaitUntilObeyed();
+
     /// Reads a Blob of at most `size` bytes with one call, as its sender wrote it.
     void ReceiveWhole(void* blob, uint32_t size)
     {
@@ -66,8 +69,20 @@ public:
     /// Sends an order as one message of the pipe.
     void Send(RelayOrder order, const void* bytes, uint32_t size);
 
+    /// Takes a message, whose payload stays in `Payload`.
+    void Receive();
+
     /// Sends an order and takes the reply.
-    void Order(RelayOrder order, const void* bytes, uint32_t size);
+    void Order(RelayOrder order, const void* bytes, uint32_t size)
+    {
+        Send(order, bytes, size);
+        Receive();
+    }
+
+    const uint8_t* Payload() const
+    {
+        return payload.data();
+    }
 
     void PingPong();
 
@@ -76,7 +91,7 @@ private:
     Pipe out;
     Pipe pingPong;
     std::vector<uint8_t> request;
-    std::vector<uint8_t> reply;
+    std::vector<uint8_t> payload;
 };
 
 /// Both, and where results go.
@@ -90,5 +105,7 @@ using BridgeFigure = void (*)(Session& session);
 
 void MeasureEcho(Session& session);
 void MeasureMemory(Session& session);
+void MeasurePatches(Session& session);
+void AnswerExceptions(Session& session);
 void ReceiveBursts(Session& session);
 } // namespace Torvane::Benchmarks

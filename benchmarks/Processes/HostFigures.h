@@ -14,4 +14,14 @@ using HostFigure = void (*)(Board& board, TvnDefaultAgent& agent);
 /// Figure 3.
 void PrepareBursts(Board& board, TvnDefaultAgent& agent);
 void SendBursts(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 8.
+void MeasureModules(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 9.
+void WritePatches(Board& board, TvnDefaultAgent& agent);
+void DeletePatches(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 11.
+void MeasureExceptions(Board& board, TvnDefaultAgent& agent);
 } // namespace Torvane::Benchmarks

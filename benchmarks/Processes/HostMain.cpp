@@ -21,23 +21,27 @@ void TVN_CALL OnConnection(void*, TvnConnectionStatus status)
 
 HMODULE agentLibrary;
 
-/// What the host does while the Bridge is connected. Figures that the Bridge measures alone have no row.
+/// What the host does for a figure, each part of which may be missing. Figures that the Bridge measures alone have no row.
 struct Row
 {
     uint32_t figure;
     HostFigure prepare; ///< before the Agent starts
     HostFigure run;     ///< once it is connected
+    HostFigure clearUp; ///< after the Agent's shutdown
 };
 
 constexpr Row rows[] = {
-    {3, PrepareBursts, SendBursts},
+    {3, PrepareBursts, SendBursts, nullptr},
+    {8, nullptr, MeasureModules, nullptr},
+    {9, WritePatches, nullptr, DeletePatches},
+    {11, nullptr, MeasureExceptions, nullptr},
 };
 
 void CallRow(HostFigure Row::*function, Board& board, TvnDefaultAgent& agent)
 {
     for (const Row& row : rows)
     {
-        if (row.figure == board->figure)
+        if (row.figure == board->figure && row.*function != nullptr)
         {
             (row.*function)(board, agent);
         }
@@ -95,6 +99,7 @@ void RunWithBridge(Board& board)
         Sleep(1);
     }
     Resolve<decltype(TvnShutdown)>("TvnShutdown")();
+    CallRow(&Row::clearUp, board, agent);
 }
 } // namespace
 
@@ -125,5 +130,6 @@ int main(int count, char** arguments)
     }
     RunWithBridge(board);
     fwrite(board->text, 1, board->textSize, stdout);
-    return 0;
+    fflush(stdout);
+    _exit(0); // threads of the relay may still wait
 }

@@ -16,6 +16,7 @@ Pipe pingPong;
 uint8_t* memory;
 uint32_t memorySize;
 HANDLE heap;
+HANDLE answered;
 
 struct Message
 {
@@ -65,12 +66,13 @@ private:
 };
 HandOver handOver;
 
-void PushReply(uint32_t payloadSize)
+void PushReply(const void* payload, uint32_t payloadSize)
 {
     const uint32_t size = static_cast<uint32_t>(sizeof(RelayHeader)) + payloadSize;
-    void* bytes = malloc(size);
-    memset(bytes, 0, size);
-    static_cast<RelayHeader*>(bytes)->size = payloadSize;
+    uint8_t* bytes = static_cast<uint8_t*>(malloc(size));
+    const RelayHeader header = {payloadSize, RelayOrder::Echo};
+    memcpy(bytes, &header, sizeof(header));
+    memcpy(bytes + sizeof(header), payload, payloadSize);
     handOver.Push({bytes, size, true});
 }
 
@@ -97,6 +99,11 @@ void Obey(const RelayHeader& header)
         HeapFree(heap, 0, block);
         return;
     }
+    if (header.order == RelayOrder::Answer)
+    {
+        SetEvent(answered);
+        return;
+    }
     void* payload = malloc(header.size);
     in.Read(payload, header.size);
     switch (header.order)
@@ -105,11 +112,17 @@ void Obey(const RelayHeader& header)
         PushMemory(*static_cast<uint32_t*>(payload));
         break;
     case RelayOrder::Load:
-        FreeLibrary(LoadLibraryW(static_cast<wchar_t*>(payload)));
-        PushReply(0);
+    {
+        const HMODULE module = LoadLibraryW(static_cast<wchar_t*>(payload));
+        PushReply(&module, sizeof(module));
+        break;
+    }
+    case RelayOrder::Free:
+        FreeLibrary(*static_cast<HMODULE*>(payload));
+        PushReply(nullptr, 0);
         break;
     default:
-        PushReply(header.size - 8);
+        PushReply(payload, header.size - 8);
         break;
     }
     free(payload);
@@ -163,6 +176,7 @@ void StartRelay(uint8_t* data, uint32_t dataSize)
     memory = data;
     memorySize = dataSize;
     heap = HeapCreate(0, 0x8000000, 0);
+    answered = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     handOver.Create();
     in.Create(relayInName, GetCurrentProcessId());
     out.Create(relayOutName, GetCurrentProcessId());
@@ -170,5 +184,16 @@ void StartRelay(uint8_t* data, uint32_t dataSize)
     Start(Receive);
     Start(Send);
     Start(PlayPingPong);
+}
+
+void AskRelay()
+{
+    PushReply(nullptr, 0);
+    AwaitRelay();
+}
+
+void AwaitRelay()
+{
+    WaitForSingleObject(answered, INFINITE);
 }
 } // namespace Torvane::Benchmarks

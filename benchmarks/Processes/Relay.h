@@ -17,7 +17,9 @@ enum class RelayOrder : uint32_t
     Give = 2,      ///< the payload is a size; a message with that many bytes comes back, header included
     Take = 3,      ///< the payload goes to the memory; no reply
     TakeFresh = 5, ///< the same by way of a block that is allocated for it; no reply
-    Load = 4,      ///< the payload is the path of a library, which is loaded and freed; an empty reply comes
+    Load = 4,      ///< the payload is the path of a library, which is loaded; the reply is its module
+    Free = 6,      ///< the payload is such a module, which is freed; an empty reply comes
+    Answer = 7,    ///< what `AskRelay` waits for; no reply
 };
 
 struct RelayHeader
@@ -35,4 +37,10 @@ constexpr uint32_t echoReplySize = 8;
 /// Makes the pipes and the threads that serve them until the other end goes.
 /// \param data memory of at least `dataSize` bytes for `Give` and `Take`.
 void StartRelay(uint8_t* data, uint32_t dataSize);
+
+/// A round trip that begins in the host: sends an empty message and waits for an `Answer`.
+void AskRelay();
+
+/// Waits for an `Answer` that nobody has asked for.
+void AwaitRelay();
 } // namespace Torvane::Benchmarks

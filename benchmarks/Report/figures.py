@@ -44,8 +44,6 @@ def sizeOf(case):
 NANOSECONDS = 1e9
 MICROSECONDS = 1e6
 
-MICROSECONDS = 1e6
-
 FIGURES = [
     Figure(1, "From an EchoRequest to its EchoReply", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.1,
            goalRivals=["relay"], program="ProcessBenchmarks"),

@@ -18,9 +18,10 @@ struct BoardMemory
     uint32_t figure;
     uint32_t rounds;
     uint32_t quick;
-    uint32_t dataSize; ///< bytes of the host's memory that figures read and write
-    uint64_t data;     ///< where that is in the host
-    uint32_t bursts;   ///< of figure 3, in all
+    uint32_t dataSize;        ///< bytes of the host's memory that figures read and write
+    uint64_t data;            ///< where that is in the host
+    uint32_t bursts;          ///< of figure 3, in all
+    wchar_t folder[MAX_PATH]; ///< of figure 9's images
     volatile LONG bridgeDone;
     uint32_t textSize;
     char text[1 << 20]; ///< a line of JSON for each value
