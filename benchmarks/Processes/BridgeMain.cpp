@@ -45,6 +45,12 @@ int main()
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     const uint32_t host = Torvane::Bridge::HostProcessIdFromCommandLine();
     Board board(host);
+    if (board->bare != 0)
+    {
+        Pipe().Open(pingPongName, host);
+        return 0;
+    }
+    board->bridgeProcessId = static_cast<LONG>(GetCurrentProcessId());
     const BridgeFigure measure = FindFigure(board->figure);
     if (measure == nullptr)
     {

@@ -22,6 +22,9 @@ void MeasureModules(Board& board, TvnDefaultAgent& agent);
 void WritePatches(Board& board, TvnDefaultAgent& agent);
 void DeletePatches(Board& board, TvnDefaultAgent& agent);
 
+/// Figure 10, with Agents of its own.
+void MeasureStartup(Board& board);
+
 /// Figure 11.
 void MeasureExceptions(Board& board, TvnDefaultAgent& agent);
 } // namespace Torvane::Benchmarks

@@ -1,5 +1,6 @@
 // The host of the benchmarks that need processes: --figure=N [--rounds=N] [--quick]. Prints a line of JSON for each
 // value.
+#include "HostAgent.h"
 #include "HostFigures.h"
 #include "Relay.h"
 
@@ -12,16 +13,8 @@ using namespace Torvane::Benchmarks;
 
 constexpr uint32_t dataSize = 64 << 20;
 
-volatile LONG connectionStatus = -1;
-
-void TVN_CALL OnConnection(void*, TvnConnectionStatus status)
-{
-    InterlockedExchange(&connectionStatus, static_cast<LONG>(status));
-}
-
-HMODULE agentLibrary;
-
-/// What the host does for a figure, each part of which may be missing. Figures that the Bridge measures alone have no row.
+/// What the host does for a figure, each part of which may be missing. Figures that the Bridge measures alone have no
+/// row.
 struct Row
 {
     uint32_t figure;
@@ -48,39 +41,6 @@ void CallRow(HostFigure Row::*function, Board& board, TvnDefaultAgent& agent)
     }
 }
 
-void WaitForConnection()
-{
-    while (connectionStatus < 0)
-    {
-        Sleep(1);
-    }
-    if (connectionStatus > 0)
-    {
-        Fail("The Agent has found no Bridge");
-    }
-}
-
-template<typename Function>
-Function* Resolve(const char* name)
-{
-    Function* function =
-        reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(agentLibrary, name)));
-    if (function == nullptr)
-    {
-        Fail(name);
-    }
-    return function;
-}
-
-std::wstring AgentPath()
-{
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring folder = path;
-    folder.resize(folder.find_last_of(L'\\'));
-    return folder + L"\\agent\\x86\\TVN_Agent_x86.dll";
-}
-
 void RunWithBridge(Board& board)
 {
     void* data = VirtualAlloc(nullptr, dataSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
@@ -88,18 +48,18 @@ void RunWithBridge(Board& board)
     board->data = reinterpret_cast<uintptr_t>(data);
     board->dataSize = dataSize;
     StartRelay(static_cast<uint8_t*>(data), dataSize);
-    TvnDefaultAgent agent = {};
-    CallRow(&Row::prepare, board, agent);
-    Resolve<decltype(TvnStartupDefaultAgent)>("TvnStartupDefaultAgent")(&agent, nullptr, nullptr, nullptr);
-    agent.TvnOnConnection(nullptr, OnConnection);
-    WaitForConnection();
-    CallRow(&Row::run, board, agent);
+    HostAgent agent;
+    agent.Load();
+    CallRow(&Row::prepare, board, agent.calls);
+    agent.Start();
+    agent.WaitForConnection();
+    CallRow(&Row::run, board, agent.calls);
     while (board->bridgeDone == 0)
     {
         Sleep(1);
     }
-    Resolve<decltype(TvnShutdown)>("TvnShutdown")();
-    CallRow(&Row::clearUp, board, agent);
+    agent.Shutdown();
+    CallRow(&Row::clearUp, board, agent.calls);
 }
 } // namespace
 
@@ -123,12 +83,18 @@ int main(int count, char** arguments)
             board->quick = 1;
         }
     }
-    agentLibrary = LoadLibraryW(AgentPath().c_str());
-    if (agentLibrary == nullptr || board->figure == 0)
+    if (board->figure == 0)
     {
-        Fail("usage: ProcessBenchmarks --figure=N [--rounds=N] [--quick], with the Agent in agent\\x86");
+        Fail("usage: ProcessBenchmarks --figure=N [--rounds=N] [--quick]");
     }
-    RunWithBridge(board);
+    if (board->figure == 10)
+    {
+        MeasureStartup(board);
+    }
+    else
+    {
+        RunWithBridge(board);
+    }
     fwrite(board->text, 1, board->textSize, stdout);
     fflush(stdout);
     _exit(0); // threads of the relay may still wait

@@ -18,6 +18,7 @@ class Figure:
     rounds: int = 11
     quickRounds: int = 2
     chart: str = "bars"  # or "lines", where the cases are sizes
+    units: dict = field(default_factory=dict)  # by case: (unit, scale) where it isn't the figure's; needs no rival
 
     @property
     def picture(self):
@@ -25,8 +26,11 @@ class Figure:
 
     def ratioOf(self, ours, rival):
         """Both as measured: seconds, or bytes per second."""
-        faster = ours / rival if self.rate else rival / ours
-        return faster if self.ratio == "speed" else 1 / faster
+        return ours / rival if self.rate == (self.ratio == "speed") else rival / ours
+
+    def unitOf(self, case):
+        """The unit in which a case is shown, and what brings measured values into it."""
+        return self.units.get(case, (self.unit, self.scale))
 
     def meetsGoal(self, ratio):
         return ratio >= self.goal if self.ratio == "speed" else ratio <= self.goal
@@ -43,6 +47,7 @@ def sizeOf(case):
 
 NANOSECONDS = 1e9
 MICROSECONDS = 1e6
+KIBIBYTES = ("KiB", 1 / 1024)
 
 FIGURES = [
     Figure(1, "From an EchoRequest to its EchoReply", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.1,
@@ -59,6 +64,11 @@ FIGURES = [
            goalRivals=["mapping"], program="ProcessBenchmarks", rounds=11),
     Figure(9, "Loading a patch", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.2,
            goalRivals=["bare load"], program="ProcessBenchmarks", rounds=101, quickRounds=5),
+    Figure(10, "An Agent at its start, at its end and at rest", "ms", 1e3, rate=False, ratio="cost", goal=1,
+           goalRivals=["limit"], program="ProcessBenchmarks",
+           units={"the shutdown call": ("ms", 1e3), "idling": ("% of a core", 100),
+                  "the library's file": KIBIBYTES, "the library's image": KIBIBYTES,
+                  "committed memory": KIBIBYTES, "reserved memory": KIBIBYTES, "resident memory": KIBIBYTES}),
     Figure(11, "An exception, from the fault to the resumed thread", "µs", MICROSECONDS, rate=False, ratio="cost",
            program="ProcessBenchmarks", rounds=1001, quickRounds=20),
 ]

@@ -32,10 +32,11 @@ def legend(sides, y):
 
 def frame(figure, sides, height, parts):
     better = "more is better" if figure.rate else "less is better"
+    unit = "" if figure.units else f"{figure.unit}, "
     head = [f"<svg xmlns='http://www.w3.org/2000/svg' width='{WIDTH}' height='{height:.0f}' "
             f"viewBox='0 0 {WIDTH} {height:.0f}'>",
             f"<rect width='{WIDTH}' height='{height:.0f}' fill='#ffffff'/>",
-            text(20, 28, f"{figure.title} ({figure.unit}, {better})", 16, weight="bold")]
+            text(20, 28, f"{figure.title} ({unit}{better})", 16, weight="bold")]
     return "\n".join(head + legend(sides, 54) + parts + ["</svg>"]) + "\n"
 
 
@@ -46,27 +47,36 @@ def sidesOf(cases):
     return sides
 
 
+def barLimit(medians):
+    medians = sorted(medians)
+    return min(medians[-1], 3 * medians[int(len(medians) * 0.8)])
+
+
 def drawBars(figure, cases):
-    """The longest bars are cut where they would leave the others without a length."""
+    """The longest bars are cut where they would leave the others without a length. Each unit has a scale of its own."""
     sides = sidesOf(cases)
-    medians = sorted(statistics.median(values) * figure.scale for measured in cases.values()
-                     for values in measured.values())
-    limit = min(medians[-1], 3 * medians[int(len(medians) * 0.8)])
-    left, right, thickness = 210, WIDTH - 80, 13
+    medians = {}
+    for case, measured in cases.items():
+        unit, scale = figure.unitOf(case)
+        medians.setdefault(unit, []).extend(statistics.median(values) * scale for values in measured.values())
+    limits = {unit: barLimit(values) for unit, values in medians.items()}
+    left, right, thickness = 210, WIDTH - (115 if figure.units else 80), 13
     parts, y = [], 76
     for case, measured in cases.items():
+        unit, scale = figure.unitOf(case)
+        limit = limits[unit]
         parts.append(text(left - 10, y + thickness * len(measured) / 2 + 4, case, anchor="end"))
         for side in sides:
             if side not in measured:
                 continue
-            values = [value * figure.scale for value in measured[side]]
+            values = [value * scale for value in measured[side]]
             middle = statistics.median(values)
             place = lambda value: left + (right - left) * min(value, limit) / limit
             parts.append(f"<rect x='{left}' y='{y}' width='{max(place(middle) - left, 1):.1f}' "
                          f"height='{thickness - 2}' fill='{colourOf(sides, side)}'/>")
             low, high = quartiles(values)
             parts.append(f"<path d='M{place(low):.1f} {y + 5.5}H{place(high):.1f}' stroke='#24292f'/>")
-            mark = " (cut)" if middle > limit else ""
+            mark = (f" {unit}" if figure.units else "") + (" (cut)" if middle > limit else "")
             parts.append(text(max(place(middle), place(high)) + 5, y + 10, number(middle) + mark, 11))
             y += thickness
         y += 10

@@ -22,6 +22,8 @@ struct BoardMemory
     uint64_t data;            ///< where that is in the host
     uint32_t bursts;          ///< of figure 3, in all
     wchar_t folder[MAX_PATH]; ///< of figure 9's images
+    uint32_t bare;            ///< whether figure 10 starts the Bridge itself
+    volatile LONG bridgeProcessId;
     volatile LONG bridgeDone;
     uint32_t textSize;
     char text[1 << 20]; ///< a line of JSON for each value
@@ -61,7 +63,7 @@ public:
         return memory->quick != 0;
     }
 
-    /// \param value of one round: seconds, or bytes per second, as the figure is measured.
+    /// \param value of one round: seconds, bytes per second or whatever the figure has for that case.
     void Add(const std::string& caseName, const char* side, double value)
     {
         memory->textSize += static_cast<uint32_t>(snprintf(
