@@ -54,3 +54,19 @@ torvane_copy_rival(spdlog spdlog.h libspdlog-dev)
 torvane_copy_rival(fmt core.h libfmt-dev)
 target_compile_definitions(RivalHeaders INTERFACE
     SPDLOG_FMT_EXTERNAL SPDLOG_NO_EXCEPTIONS FMT_HEADER_ONLY FMT_EXCEPTIONS=0)
+torvane_copy_rival(rapidjson document.h rapidjson-dev)
+torvane_copy_rival(nlohmann json.hpp nlohmann-json3-dev)
+
+# What the sets need.
+torvane_fetch_rival(abseil absl/container/internal/raw_hash_set.cc)
+set(abseil "${TORVANE_RIVALS_DIR}/abseil")
+torvane_add_rival(Abseil
+    "${abseil}/absl/base/internal/raw_logging.cc"
+    "${abseil}/absl/base/internal/throw_delegate.cc"
+    "${abseil}/absl/container/internal/raw_hash_set.cc"
+    "${abseil}/absl/hash/internal/city.cc"
+    "${abseil}/absl/hash/internal/hash.cc"
+    "${abseil}/absl/hash/internal/low_level_hash.cc"
+    "${abseil}/absl/numeric/int128.cc")
+target_include_directories(Abseil SYSTEM PUBLIC "${abseil}")
+target_link_libraries(Abseil PUBLIC Torvane::CppLibrary)

@@ -26,6 +26,8 @@ struct Figure
 constexpr Figure figures[] = {
     {"--figure=4", AddLogRecord, RemoveLogRecord},
     {"--figure=5", AddPools, nullptr},
+    {"--figure=6", AddJson, nullptr},
+    {"--figure=7", AddModulePaths, nullptr},
 };
 
 NullLogger nullLogger;
