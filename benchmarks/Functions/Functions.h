@@ -31,4 +31,8 @@ std::string CountThreads(int threads);
 void AddPools(double scale);
 void AddJson(double scale);
 void AddModulePaths(double scale);
+void AddLogRecord(double scale);
+
+/// Removes the files that `AddLogRecord` made.
+void RemoveLogRecord();
 } // namespace Torvane

@@ -6,7 +6,9 @@
 #include "bridge/BlobWriter.h"
 #include "bridge/Recording/BlobLayout.h"
 
+#include <algorithm>
 #include <stdint.h>
+#include <string.h>
 #include <string>
 #include <vector>
 

@@ -229,9 +229,14 @@ void WriteInteger(Output& output, const Conversion& conversion, uint64_t value, 
     constexpr uint32_t capacity = 23; // 64 bits in octal, and the zero in front
     char digits[capacity];
     uint32_t first = capacity;
-    for (; value != 0; value /= base)
+    // 64-bit divisions are calls on the target, and few numbers need them.
+    for (; value > UINT32_MAX; value /= base)
     {
         digits[--first] = digitTable[value % base];
+    }
+    for (uint32_t rest = static_cast<uint32_t>(value); rest != 0; rest /= base)
+    {
+        digits[--first] = digitTable[rest % base];
     }
     if (first == capacity && conversion.precision != 0)
     {
@@ -430,10 +435,15 @@ int FormatInto(Character* buffer, size_t size, const Character* format, Argument
     TextOutput<Character> output(buffer, size);
     while (*format != 0)
     {
-        if (*format != '%')
+        const Character* literal = format;
+        while (*format != 0 && *format != '%')
         {
-            output.Put(*format++);
-            continue;
+            ++format;
+        }
+        output.PutText(literal, static_cast<uint32_t>(format - literal));
+        if (*format == 0)
+        {
+            break;
         }
         Conversion conversion = {};
         conversion.precision = -1;

@@ -10,10 +10,13 @@ constexpr uint32_t wordBits = 32;
 constexpr uint32_t fractionWords = 34; ///< 1088 bits: the smallest double has its bit at 1074
 constexpr uint32_t integerWords = 32;  ///< 1024 bits: as many as the largest double has
 
-/// A number in fixed point, least significant word first.
+/// A number in fixed point, least significant word first. All words outside of [first, end) are 0: most numbers
+/// fill two or three.
 struct FixedPoint
 {
     uint32_t words[fractionWords + integerWords + 1];
+    uint32_t first;
+    uint32_t end;
 };
 
 /// IEEE 754 binary64: 52 bits of fraction, 11 of exponent with a bias of 1023.
@@ -38,6 +41,8 @@ FixedPoint Unpack(double value)
     {
         number.words[word + 2] = static_cast<uint32_t>((mantissa >> (wordBits - bit)) >> wordBits);
     }
+    number.first = word;
+    number.end = word + 2 + (bit != 0 ? 1 : 0);
     return number;
 }
 
@@ -45,7 +50,7 @@ FixedPoint Unpack(double value)
 uint32_t TakeFractionDigit(FixedPoint& number)
 {
     uint64_t carry = 0;
-    for (uint32_t i = 0; i < fractionWords; ++i)
+    for (uint32_t i = number.first; i < fractionWords; ++i)
     {
         carry += uint64_t{number.words[i]} * 10;
         number.words[i] = static_cast<uint32_t>(carry);
@@ -57,26 +62,26 @@ uint32_t TakeFractionDigit(FixedPoint& number)
 /// Divides the integer part by ten. \return the remainder.
 uint32_t TakeIntegerDigit(FixedPoint& number)
 {
-    uint64_t remainder = 0;
-    for (uint32_t i = fractionWords + integerWords; i-- > fractionWords;)
+    uint32_t remainder = 0;
+    for (uint32_t i = number.end; i-- > fractionWords;)
     {
-        remainder = (remainder << wordBits) | number.words[i];
-        number.words[i] = static_cast<uint32_t>(remainder / 10);
-        remainder %= 10;
+        uint32_t& word = number.words[i];
+        const uint64_t dividend = uint64_t{remainder} << wordBits | word;
+        // Mostly the integer part is one word: no reason to divide with 64 bits.
+        const uint32_t quotient = remainder == 0 ? word / 10 : static_cast<uint32_t>(dividend / 10);
+        remainder = static_cast<uint32_t>(dividend) - quotient * 10;
+        word = quotient;
     }
-    return static_cast<uint32_t>(remainder);
+    while (number.end > fractionWords && number.words[number.end - 1] == 0)
+    {
+        --number.end;
+    }
+    return remainder;
 }
 
 bool IsIntegerZero(const FixedPoint& number)
 {
-    for (uint32_t i = fractionWords; i < fractionWords + integerWords; ++i)
-    {
-        if (number.words[i] != 0)
-        {
-            return false;
-        }
-    }
-    return true;
+    return number.end <= fractionWords;
 }
 
 /// \return negative, 0 or positive as the fraction is below, at or above one half.
@@ -88,7 +93,7 @@ int CompareFractionWithHalf(const FixedPoint& number)
     {
         return top < half ? -1 : 1;
     }
-    for (uint32_t i = 0; i + 1 < fractionWords; ++i)
+    for (uint32_t i = number.first; i + 1 < fractionWords; ++i)
     {
         if (number.words[i] != 0)
         {

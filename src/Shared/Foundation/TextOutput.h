@@ -5,6 +5,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 namespace Torvane
 {
@@ -92,26 +93,34 @@ public:
 
     void Repeat(char character, uint32_t count)
     {
-        for (; count != 0 && !cut; --count)
+        const uint32_t fitting = TakeRoom(count);
+        Character* place = next;
+        for (uint32_t i = 0; i < fitting; ++i)
         {
-            Put(static_cast<Character>(character));
+            place[i] = static_cast<Character>(character);
         }
+        next = place + fitting;
     }
 
     void PutAscii(const char* text, uint32_t length)
     {
-        for (uint32_t i = 0; i < length; ++i)
+        const uint32_t fitting = TakeRoom(length);
+        Character* place = next;
+        for (uint32_t i = 0; i < fitting; ++i)
         {
-            Put(static_cast<Character>(text[i]));
+            place[i] = static_cast<Character>(text[i]);
         }
+        next = place + fitting;
     }
 
     /// Text of the output's own width goes in unit by unit, as it is.
     void PutText(const Character* text, uint32_t length)
     {
-        for (uint32_t i = 0; i < length && !cut; ++i)
+        const uint32_t fitting = TakeRoom(length);
+        if (fitting != 0)
         {
-            Put(text[i]);
+            memcpy(next, text, fitting * sizeof(Character));
+            next += fitting;
         }
     }
 
@@ -137,6 +146,19 @@ public:
     }
 
 private:
+    /// \return how many of `count` characters fit; if that isn't all of them, the text is cut.
+    uint32_t TakeRoom(uint32_t count)
+    {
+        const size_t used = static_cast<size_t>(next - first) + 1;
+        const size_t room = used < size ? size - used : 0;
+        if (count <= room)
+        {
+            return count;
+        }
+        cut = true;
+        return static_cast<uint32_t>(room);
+    }
+
     void PutCodePoint(uint32_t codePoint)
     {
         if constexpr (isWide)

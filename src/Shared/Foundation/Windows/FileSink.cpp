@@ -32,7 +32,8 @@ void FileSink::WriteRecord(const char* tag, const char* text, uint32_t length, c
     {
         return;
     }
-    FixedString position = {};
+    FixedString position; // not cleared: its text always ends with a terminator
+    position.length = 0;
     position.Format("%hs(%d)", source, line);
     const double seconds = SecondsSinceStartup();
     char* record = GetFileLineBuffer();

@@ -1,0 +1,197 @@
+#include "tools/blobs/Roads.h"
+
+#include "tools/blobs/Exports.h"
+#include "tools/blobs/TestRecording.h"
+
+#include "gtest/gtest.h"
+
+#include <nlohmann/json.hpp>
+
+#include <map>
+
+using namespace Torvane;
+using namespace Torvane::Blobs;
+using namespace Torvane::Testing;
+
+namespace
+{
+/// Each span in a line: "track/lane+depth: name = outcome (first-last)".
+std::vector<std::string> Lines(const Roads& roads)
+{
+    std::vector<std::string> lines;
+    for (const Span& span : roads.spans)
+    {
+        lines.push_back(roads.tracks[span.track].name + "/" + std::to_string(span.lane) + "+" +
+                        std::to_string(span.depth) + ": " + span.name + " = " + span.detail + " (" +
+                        std::to_string(span.firstBlob) + "-" + std::to_string(span.lastBlob) + ")");
+    }
+    return lines;
+}
+
+std::vector<std::string> LinesOf(const TestRecording& recording)
+{
+    return Lines(FindRoads(recording.Get()));
+}
+
+using Texts = std::vector<std::string>;
+} // namespace
+
+TEST(Roads, AReloadHasItsPhasesWithin)
+{
+    EXPECT_EQ(Texts({
+                  "reload/0+0: reload 1 =  (4-12)",
+                  "reload/0+1: consent =  (4-5)",
+                  "reload/0+1: compile =  (5-6)",
+                  "reload/0+1: load 1.dll = failed (6-7)",
+                  "reload/0+1: refused =  (7-8)",
+                  "reload/0+1: load 2.dll = loaded at 0x72340000 (8-9)",
+                  "reload/0+1: install =  (9-12)",
+                  "requests/0+0: read memory 0x00000007 =  (10-11)",
+              }),
+              LinesOf(ReloadRecording()));
+}
+
+TEST(Roads, ThreadsAreNamedAsRegistered)
+{
+    const Roads roads = FindRoads(ReloadRecording().Get());
+    EXPECT_EQ("from the Agent (sender thread)", roads.tracks[0].name);
+    EXPECT_EQ(11u, roads.tracks[0].threadId);
+    EXPECT_EQ("to the Agent (receiver thread)", roads.tracks[1].name);
+    EXPECT_EQ(12u, roads.tracks[1].threadId);
+    EXPECT_EQ("watchdog", roads.tracks[2].name);
+    EXPECT_EQ(14u, roads.tracks[2].threadId);
+    EXPECT_EQ(std::vector<size_t>({1, 0, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}), roads.blobTracks);
+}
+
+TEST(Roads, ALatchLastsUntilAllItsModulesAreEnabled)
+{
+    const auto decrement = MakeNumberBlob(BlobType::DecrementLatch, 0x5000);
+    TestRecording recording;
+    recording.From(MakeEnableModules(2, 0x5000)).To(MakeNumberBlob(BlobType::DecrementLatch, 0x6000));
+    recording.To(decrement).To(decrement).To(decrement);
+    recording.From(MakeEnableModules(1, 0x5000)).From(MakeEnableModules(0, 0x7000));
+    EXPECT_EQ(Texts({
+                  "latches/0+0: latch 0x00005000 = 2 modules enabled (1-4)",
+                  "latches/0+0: latch 0x00005000 = no end recorded (6-0)",
+                  "latches/0+0: latch 0x00007000 = no modules (7-7)",
+              }),
+              LinesOf(recording));
+}
+
+TEST(Roads, ExceptionsLieOnTheThreadsThatFaulted)
+{
+    TestRecording recording;
+    recording.From(MakeException(21, 0x100)).From(MakeException(22, 0x104));
+    recording.To(MakeExceptionResult(0x104, 2)).To(MakeExceptionResult(0x100, 0));
+    recording.From(MakeException(21, 0x108));
+    EXPECT_EQ(
+        Texts({
+            "exceptions of thread 21/0+0: exception 0xC0000005 (access violation) = 0 (continue search) "
+            "(1-4)",
+            "exceptions of thread 21/0+0: exception 0xC0000005 (access violation) = no end recorded (5-0)",
+            "exceptions of thread 22/0+0: exception 0xC0000005 (access violation) = 2 (skip instruction) "
+            "(2-3)",
+        }),
+        LinesOf(recording));
+}
+
+TEST(Roads, SpansThatOverlapLieInLanesOfTheirOwn)
+{
+    TestRecording recording;
+    recording.To(MakeEchoRequest(1)).To(MakeReadMemory({1}, 1)).To(MakeEchoRequest(1));
+    recording.From(MakeNumberBlob(BlobType::EchoReply, 1)).From(MakeReadMemoryResult({0, 0, 0, 0}, 1));
+    recording.From(MakeNumberBlob(BlobType::EchoReply, 1)).From(MakeNumberBlob(BlobType::EchoReply, 1));
+    EXPECT_EQ(Texts({
+                  "requests/0+0: echo 0x00000001 =  (1-4)",
+                  "requests/1+0: read memory 0x00000001 =  (2-5)",
+                  "requests/2+0: echo 0x00000001 =  (3-6)",
+              }),
+              LinesOf(recording));
+}
+
+TEST(Roads, RestartsAndThreadsLetGoAreRoadsToo)
+{
+    TestRecording recording;
+    recording.From(MakeUnwritten(BlobType::ResumeHeldThreads))
+        .From(MakeUnwritten(BlobType::SuspendHeldThreads));
+    recording.From(MakeProcessBlob(BlobType::ScheduleRestart, 0)).To(MakeEmpty(BlobType::RequestRestart));
+    const std::vector<uint8_t> restart(sizeof(RestartBlob));
+    recording.From(Bridge::MakeBlob(BlobType::Restart, restart.data(), restart.size()));
+    recording.To(MakeNumberBlob(BlobType::ExitProcessForHotRestart, 0x44));
+    EXPECT_EQ(Texts({
+                  "watchdog/0+0: held threads let go =  (1-2)",
+                  "restart/0+0: restart =  (3-6)",
+                  "restart/0+1: asked for by the host =  (3-4)",
+                  "restart/0+1: consent =  (4-5)",
+                  "restart/0+1: new process =  (5-6)",
+              }),
+              LinesOf(recording));
+}
+
+TEST(Roads, EachHostHasItsOwn)
+{
+    TestRecording recording;
+    recording.To(MakeEchoRequest(1), 5).To(MakeEchoRequest(1), 6);
+    recording.From(MakeNumberBlob(BlobType::EchoReply, 1), 6);
+    const Roads roads = FindRoads(recording.Get());
+    ASSERT_EQ(2u, roads.spans.size());
+    EXPECT_EQ("requests/0+0: echo 0x00000001 = no end recorded (1-0)", Lines(roads)[0]);
+    EXPECT_EQ("requests/0+0: echo 0x00000001 =  (2-3)", Lines(roads)[1]);
+    EXPECT_EQ(6u, roads.tracks[roads.spans[1].track].hostProcessId);
+}
+
+TEST(Trace, HasASpanForEachRoadAndAnInstantForEachBlob)
+{
+    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
+    std::map<std::string, size_t> phases;
+    std::map<std::string, std::string> threads;
+    for (const auto& event : trace["traceEvents"])
+    {
+        ++phases[event["ph"]];
+        if (event["name"] == "thread_name")
+        {
+            threads[event["tid"].dump()] = event["args"]["name"];
+        }
+        EXPECT_EQ(1234, event["pid"]);
+    }
+    EXPECT_EQ((std::map<std::string, size_t>{{"M", 9}, {"X", 8}, {"i", 12}}), phases);
+    EXPECT_EQ("from the Agent (sender thread)", threads["11"]);
+    EXPECT_EQ("to the Agent (receiver thread)", threads["12"]);
+    EXPECT_EQ("ms", trace["displayTimeUnit"]);
+}
+
+TEST(Trace, CountsMicrosecondsAndNamesOutcomes)
+{
+    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
+    bool isFound = false;
+    for (const auto& event : trace["traceEvents"])
+    {
+        if (event["name"] == "load 2.dll")
+        {
+            isFound = true;
+            EXPECT_EQ("X", event["ph"]);
+            EXPECT_EQ(8000.0, event["ts"].get<double>());
+            EXPECT_EQ(1000.0, event["dur"].get<double>());
+            EXPECT_EQ("loaded at 0x72340000", event["args"]["outcome"]);
+            EXPECT_EQ(8, event["args"]["firstBlob"]);
+        }
+    }
+    EXPECT_TRUE(isFound);
+}
+
+TEST(Trace, HoldsWhatPassesTheFilter)
+{
+    Filter filter;
+    std::string unknown;
+    filter.AddTypes("PatchLoaded", unknown);
+    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), filter));
+    std::vector<std::string> names;
+    for (const auto& event : trace["traceEvents"])
+    {
+        if (event["ph"] != "M")
+        {
+            names.push_back(event["name"]);
+        }
+    }
+    EXPECT_EQ(Texts({"PatchLoaded", "load 2.dll", "install"}), names);
+}

@@ -1,0 +1,146 @@
+#include "tools/blobs/Exports.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <map>
+#include <math.h>
+#include <set>
+#include <utility>
+
+namespace Torvane::Blobs
+{
+namespace
+{
+using nlohmann::ordered_json;
+
+/// Thread ids for tracks that have no thread of their own; those of the OS are far below.
+constexpr uint64_t firstFreeThreadId = 1000000000;
+
+double Microseconds(double seconds)
+{
+    return round(seconds * 1e9) / 1e3;
+}
+
+const RecordedBlob* FindBlob(const Recording& recording, uint64_t number)
+{
+    const auto found =
+        std::lower_bound(recording.blobs.begin(), recording.blobs.end(), number,
+                         [](const RecordedBlob& blob, uint64_t wanted) { return blob.number < wanted; });
+    return found != recording.blobs.end() && found->number == number ? &*found : nullptr;
+}
+
+class TraceThreads
+{
+public:
+    TraceThreads(const Roads& allRoads, ordered_json& allEvents)
+        : roads(allRoads)
+        , events(allEvents)
+    {
+    }
+
+    /// The id of a track's lane in the trace; a track's first lane has the thread's own, if no other track has.
+    uint64_t IdOf(size_t track, size_t lane)
+    {
+        const auto known = ids.find({track, lane});
+        if (known != ids.end())
+        {
+            return known->second;
+        }
+        const Track& described = roads.tracks[track];
+        const bool isOwn = lane == 0 && described.threadId != 0 &&
+                           taken.emplace(described.hostProcessId, described.threadId).second;
+        const uint64_t id = isOwn ? described.threadId : firstFreeThreadId + ids.size();
+        ids[{track, lane}] = id;
+        const std::string name = described.name + (lane == 0 ? "" : " " + std::to_string(lane + 1));
+        Describe("thread_name", described.hostProcessId, id, {{"name", name}});
+        Describe("thread_sort_index", described.hostProcessId, id, {{"sort_index", track}});
+        return id;
+    }
+
+    void Describe(const char* what, uint32_t process, uint64_t thread, const ordered_json& arguments)
+    {
+        events.push_back(
+            {{"name", what}, {"ph", "M"}, {"pid", process}, {"tid", thread}, {"args", arguments}});
+    }
+
+private:
+    const Roads& roads;
+    ordered_json& events;
+    std::map<std::pair<size_t, size_t>, uint64_t> ids;
+    std::set<std::pair<uint32_t, uint32_t>> taken;
+};
+} // namespace
+
+bool IsSpanChosen(const Recording& recording, const Filter& filter, const Span& span)
+{
+    for (const uint64_t number : {span.firstBlob, span.lastBlob})
+    {
+        const RecordedBlob* blob = FindBlob(recording, number);
+        if (blob != nullptr && filter.Passes(*blob))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string MakeTrace(const Recording& recording, const Filter& filter)
+{
+    const Roads roads = FindRoads(recording);
+    ordered_json events = ordered_json::array();
+    TraceThreads threads(roads, events);
+    std::set<uint32_t> hosts;
+    for (const Track& track : roads.tracks)
+    {
+        if (hosts.insert(track.hostProcessId).second)
+        {
+            threads.Describe("process_name", track.hostProcessId, 0,
+                             {{"name", "host " + std::to_string(track.hostProcessId)}});
+        }
+    }
+    for (size_t i = 0; i < recording.blobs.size(); ++i)
+    {
+        const RecordedBlob& blob = recording.blobs[i];
+        if (filter.Passes(blob))
+        {
+            events.push_back({
+                {"name", NameOf(blob)},
+                {"cat", "blob"},
+                {"ph", "i"},
+                {"s", "t"},
+                {"ts", Microseconds(blob.time)},
+                {"pid", blob.hostProcessId},
+                {"tid", threads.IdOf(roads.blobTracks[i], 0)},
+                {"args", {{"blob", blob.number}, {"bytes", blob.PayloadSize()}, {"fields", SummaryOf(blob)}}},
+            });
+        }
+    }
+    for (const Span& span : roads.spans)
+    {
+        if (IsSpanChosen(recording, filter, span))
+        {
+            ordered_json arguments = {{"firstBlob", span.firstBlob}};
+            arguments["lastBlob"] = span.lastBlob == 0 ? ordered_json(nullptr) : ordered_json(span.lastBlob);
+            arguments["outcome"] = span.detail;
+            events.push_back({
+                {"name", span.name},
+                {"cat", "road"},
+                {"ph", "X"},
+                {"ts", Microseconds(span.begin)},
+                {"dur", Microseconds(span.end - span.begin)},
+                {"pid", roads.tracks[span.track].hostProcessId},
+                {"tid", threads.IdOf(span.track, span.lane)},
+                {"args", arguments},
+            });
+        }
+    }
+    const ordered_json trace = {
+        {"traceEvents", events},
+        {"displayTimeUnit", "ms"},
+        {"otherData",
+         {{"startedAt", recording.header.startedAt}, {"bridge", recording.header.bridgeProcessId}}},
+    };
+    return trace.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+} // namespace Torvane::Blobs
