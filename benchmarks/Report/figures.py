@@ -18,6 +18,7 @@ class Figure:
     rounds: int = 11
     quickRounds: int = 2
     chart: str = "bars"  # or "lines", where the cases are sizes
+    allocations: bool = False  # whether the program also counts the allocations of one run, for each side
     units: dict = field(default_factory=dict)  # by case: (unit, scale) where it isn't the figure's; needs no rival
 
     @property
@@ -61,7 +62,7 @@ FIGURES = [
     Figure(5, "Allocating and freeing a block", "ns", NANOSECONDS, rate=False, ratio="speed", goal=3,
            goalRivals=["HeapAlloc"]),
     Figure(6, "Reading a JSON document", "MB/s", 1e-6, rate=True, ratio="speed", goal=1,
-           goalRivals=["RapidJSON", "nlohmann"]),
+           goalRivals=["RapidJSON", "nlohmann"], allocations=True),
     Figure(7, "A set of module paths: for each path", "ns", NANOSECONDS, rate=False, ratio="speed", goal=1,
            goalRivals=["unordered_set"]),
     Figure(8, "Enabling a module, one of many", "µs", MICROSECONDS, rate=False, ratio="cost", goal=2,

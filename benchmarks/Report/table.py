@@ -23,6 +23,7 @@ class Row:
         self.ours = statistics.median(ours) * scale
         self.rival = None
         self.rounds = len(ours)
+        self.allocations = ""
         if rival is None:
             return
         self.rival = statistics.median(rival) * scale
@@ -39,7 +40,11 @@ def rowsOf(figure, samples):
             rows.append(Row(figure, case, sides[OURS]))
         for name, rival in sides.items():
             if name != OURS:
-                rows.append(Row(figure, case, sides[OURS], name, rival))
+                row = Row(figure, case, sides[OURS], name, rival)
+                if figure.allocations:
+                    ours, theirs = (samples.allocations[figure.number, case, side] for side in (OURS, name))
+                    row.allocations = f"{ours:,} to {theirs:,}"
+                rows.append(row)
     return rows
 
 
@@ -68,14 +73,16 @@ def cells(row):
     unit = f" {row.unit}" if row.figure.units else ""
     if row.rival is None:
         return [row.case, number(row.ours) + unit, "", "", "", "", ""]
+    allocations = [row.allocations] if row.figure.allocations else []
     return [row.case, number(row.ours) + unit, row.rivalName, number(row.rival) + unit, number(row.ratio),
-            f"{number(row.spread[0])} to {number(row.spread[1])}",
+            f"{number(row.spread[0])} to {number(row.spread[1])}", *allocations,
             {None: "", True: "met", False: "missed"}[row.goal]]
 
 
 def headings(figure):
     unit = "" if figure.units else f", {figure.unit}"
-    return ["case", f"ours{unit}", "rival", f"rival{unit}", ratioWords(figure), "spread", "goal"]
+    allocations = ["allocations"] if figure.allocations else []
+    return ["case", f"ours{unit}", "rival", f"rival{unit}", ratioWords(figure), "spread", *allocations, "goal"]
 
 
 def asText(figure, rows):
@@ -88,5 +95,7 @@ def asText(figure, rows):
 
 
 def asMarkdown(figure, rows):
-    lines = [headings(figure), ["---", "--:", "---", "--:", "--:", "--:", "---"]] + [cells(row) for row in rows]
+    allocations = ["--:"] if figure.allocations else []
+    rule = ["---", "--:", "---", "--:", "--:", "--:", *allocations, "---"]
+    lines = [headings(figure), rule] + [cells(row) for row in rows]
     return "\n".join("| " + " | ".join(line) + " |" for line in lines)
