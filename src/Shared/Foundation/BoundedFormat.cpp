@@ -316,24 +316,12 @@ void WriteDouble(Output& output, Conversion conversion, double value)
                 conversion.zero);
 }
 
-/// A precision bounds the units that are read, so that a text without a terminator can be written.
-template<typename Source>
-uint32_t MeasureBounded(const Source* text, int precision)
-{
-    uint32_t length = 0;
-    while ((precision < 0 || length < static_cast<uint32_t>(precision)) && text[length] != 0)
-    {
-        ++length;
-    }
-    return length;
-}
-
 template<typename Output, typename Source>
 void WriteText(Output& output, const Conversion& conversion, const Source* text)
 {
     static constexpr Source nullText[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
     const Source* source = text != nullptr ? text : nullText;
-    const uint32_t length = MeasureBounded(source, conversion.precision);
+    const uint32_t length = MeasureBounded(source, static_cast<uint32_t>(conversion.precision));
     const uint32_t padding = conversion.width > length ? conversion.width - length : 0;
     if (!conversion.left)
     {
