@@ -22,8 +22,17 @@ struct Message
 {
     void* bytes;
     uint32_t size;
-    bool owned;
+    void (*free)(void* bytes);
 };
+
+void Keep(void*)
+{
+}
+
+void FreeBlock(void* block)
+{
+    HeapFree(heap, 0, block);
+}
 
 /// Two semaphores and a lock, as the queue to the Agent's sender.
 class HandOver
@@ -73,7 +82,7 @@ void PushReply(const void* payload, uint32_t payloadSize)
     const RelayHeader header = {payloadSize, RelayOrder::Echo};
     memcpy(bytes, &header, sizeof(header));
     memcpy(bytes + sizeof(header), payload, payloadSize);
-    handOver.Push({bytes, size, true});
+    handOver.Push({bytes, size, free});
 }
 
 /// The memory itself is the message, the header in its first bytes.
@@ -81,7 +90,15 @@ void PushMemory(uint32_t size)
 {
     RelayHeader* header = reinterpret_cast<RelayHeader*>(memory);
     header->size = size - static_cast<uint32_t>(sizeof(RelayHeader));
-    handOver.Push({memory, size, false});
+    handOver.Push({memory, size, Keep});
+}
+
+void PushCopy(uint32_t size)
+{
+    void* block = HeapAlloc(heap, 0, size);
+    memcpy(block, memory, size);
+    static_cast<RelayHeader*>(block)->size = size - static_cast<uint32_t>(sizeof(RelayHeader));
+    handOver.Push({block, size, FreeBlock});
 }
 
 void Obey(const RelayHeader& header)
@@ -110,6 +127,9 @@ void Obey(const RelayHeader& header)
     {
     case RelayOrder::Give:
         PushMemory(*static_cast<uint32_t*>(payload));
+        break;
+    case RelayOrder::GiveFresh:
+        PushCopy(*static_cast<uint32_t*>(payload));
         break;
     case RelayOrder::Load:
     {
@@ -146,10 +166,7 @@ unsigned __stdcall Send(void*)
     {
         const Message message = handOver.Pop();
         out.Write(message.bytes, message.size);
-        if (message.owned)
-        {
-            free(message.bytes);
-        }
+        message.free(message.bytes);
     }
 }
 

@@ -15,6 +15,7 @@ enum class RelayOrder : uint32_t
 {
     Echo = 1,      ///< the reply has the request's size, less 8
     Give = 2,      ///< the payload is a size; a message with that many bytes comes back, header included
+    GiveFresh = 8, ///< the same out of a block that is allocated for it and takes a copy of the memory
     Take = 3,      ///< the payload goes to the memory; no reply
     TakeFresh = 5, ///< the same by way of a block that is allocated for it; no reply
     Load = 4,      ///< the payload is the path of a library, which is loaded; the reply is its module

@@ -1,11 +1,12 @@
 #pragma once
 
 /// \file
-/// A bounded buffer that takes text of either width; one thread. Used by the formatter alone.
+/// A bounded buffer that takes text of either width; one thread.
+
+#include "Shared/Foundation/ShortCopy.h"
 
 #include <stddef.h>
 #include <stdint.h>
-#include <string.h>
 
 namespace Torvane
 {
@@ -65,6 +66,18 @@ inline uint32_t ReadCodePoint(const char*& text, const char* end)
     return codePoint;
 }
 
+/// \return units before the terminator, or `limit`, behind which nothing is read.
+template<typename Character>
+uint32_t MeasureBounded(const Character* text, uint32_t limit)
+{
+    uint32_t length = 0;
+    while (length < limit && text[length] != 0)
+    {
+        ++length;
+    }
+    return length;
+}
+
 /// Collects characters up to the buffer's size, terminator included, and remembers whether any was lost.
 template<typename Character>
 class TextOutput
@@ -117,11 +130,8 @@ public:
     void PutText(const Character* text, uint32_t length)
     {
         const uint32_t fitting = TakeRoom(length);
-        if (fitting != 0)
-        {
-            memcpy(next, text, fitting * sizeof(Character));
-            next += fitting;
-        }
+        CopyShort(next, text, fitting * sizeof(Character));
+        next += fitting;
     }
 
     template<typename Other>
