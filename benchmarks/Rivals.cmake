@@ -16,18 +16,57 @@ function(torvane_add_rival target)
     set_target_properties(${target} PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
 endfunction()
 
+# What the C++ library lacks and rivals want; whoever uses them links this.
+torvane_add_rival(StandardLibraryAdditions
+    "${PROJECT_SOURCE_DIR}/cmake/googletest/Threads.cpp" Support/StandardLibrary.cpp)
+target_compile_options(StandardLibraryAdditions PUBLIC
+    $<$<COMPILE_LANGUAGE:CXX>:-include$<SEMICOLON>${CMAKE_CURRENT_SOURCE_DIR}/Support/StandardLibrary.h>)
+target_link_libraries(StandardLibraryAdditions PUBLIC Torvane::CppLibrary)
+
 torvane_fetch_rival(benchmark src/benchmark.cc)
 file(GLOB benchmarkSources "${TORVANE_RIVALS_DIR}/benchmark/src/*.cc")
 list(FILTER benchmarkSources EXCLUDE REGEX "benchmark_main")
-torvane_add_rival(Benchmark ${benchmarkSources}
-    "${PROJECT_SOURCE_DIR}/cmake/googletest/Threads.cpp" Support/StandardLibrary.cpp)
+torvane_add_rival(Benchmark ${benchmarkSources})
 target_include_directories(Benchmark SYSTEM PUBLIC "${TORVANE_RIVALS_DIR}/benchmark/include")
 target_compile_definitions(Benchmark PUBLIC BENCHMARK_STATIC_DEFINE HAVE_STD_REGEX HAVE_STEADY_CLOCK)
-target_compile_options(Benchmark PUBLIC
-    $<$<COMPILE_LANGUAGE:CXX>:-include$<SEMICOLON>${CMAKE_CURRENT_SOURCE_DIR}/Support/StandardLibrary.h>)
-target_link_libraries(Benchmark PUBLIC Torvane::CppLibrary shlwapi)
+target_link_libraries(Benchmark PUBLIC StandardLibraryAdditions shlwapi)
 
 torvane_fetch_rival(mimalloc src/static.c)
 torvane_add_rival(MiMalloc "${TORVANE_RIVALS_DIR}/mimalloc/src/static.c")
 target_include_directories(MiMalloc SYSTEM PUBLIC "${TORVANE_RIVALS_DIR}/mimalloc/include")
 target_link_libraries(MiMalloc PUBLIC psapi shell32 user32 advapi32 bcrypt)
+
+# Headers alone, copied: the folder they come from holds the host's own and must stay off the cross compiler's path.
+set(rivalHeaders "${CMAKE_CURRENT_BINARY_DIR}/rivals")
+add_library(RivalHeaders INTERFACE)
+target_include_directories(RivalHeaders SYSTEM INTERFACE "${rivalHeaders}")
+target_link_libraries(RivalHeaders INTERFACE StandardLibraryAdditions)
+function(torvane_copy_rival folder header package)
+    find_path(TORVANE_${folder}_INCLUDE_DIR ${folder}/${header}
+        PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+    if(NOT TORVANE_${folder}_INCLUDE_DIR)
+        message(FATAL_ERROR "The benchmarks need the headers of ${package}; or set TORVANE_BUILD_BENCHMARKS to OFF")
+    endif()
+    file(COPY "${TORVANE_${folder}_INCLUDE_DIR}/${folder}" DESTINATION "${rivalHeaders}")
+endfunction()
+
+torvane_copy_rival(spdlog spdlog.h libspdlog-dev)
+torvane_copy_rival(fmt core.h libfmt-dev)
+target_compile_definitions(RivalHeaders INTERFACE
+    SPDLOG_FMT_EXTERNAL SPDLOG_NO_EXCEPTIONS FMT_HEADER_ONLY FMT_EXCEPTIONS=0)
+torvane_copy_rival(rapidjson document.h rapidjson-dev)
+torvane_copy_rival(nlohmann json.hpp nlohmann-json3-dev)
+
+# What the sets need.
+torvane_fetch_rival(abseil absl/container/internal/raw_hash_set.cc)
+set(abseil "${TORVANE_RIVALS_DIR}/abseil")
+torvane_add_rival(Abseil
+    "${abseil}/absl/base/internal/raw_logging.cc"
+    "${abseil}/absl/base/internal/throw_delegate.cc"
+    "${abseil}/absl/container/internal/raw_hash_set.cc"
+    "${abseil}/absl/hash/internal/city.cc"
+    "${abseil}/absl/hash/internal/hash.cc"
+    "${abseil}/absl/hash/internal/low_level_hash.cc"
+    "${abseil}/absl/numeric/int128.cc")
+target_include_directories(Abseil SYSTEM PUBLIC "${abseil}")
+target_link_libraries(Abseil PUBLIC Torvane::CppLibrary)

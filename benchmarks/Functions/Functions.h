@@ -29,4 +29,10 @@ std::string CountThreads(int threads);
 
 /// \param scale 1 for a full round, less for a quick one; the iterations go by it.
 void AddPools(double scale);
+void AddJson(double scale);
+void AddModulePaths(double scale);
+void AddLogRecord(double scale);
+
+/// Removes the files that `AddLogRecord` made.
+void RemoveLogRecord();
 } // namespace Torvane

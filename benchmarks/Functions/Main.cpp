@@ -20,10 +20,14 @@ struct Figure
 {
     const char* argument;
     void (*add)(double scale);
+    void (*remove)();
 };
 
 constexpr Figure figures[] = {
-    {"--figure=5", AddPools},
+    {"--figure=4", AddLogRecord, RemoveLogRecord},
+    {"--figure=5", AddPools, nullptr},
+    {"--figure=6", AddJson, nullptr},
+    {"--figure=7", AddModulePaths, nullptr},
 };
 
 NullLogger nullLogger;
@@ -33,7 +37,7 @@ int RunFigures(int count, char** arguments)
     SetCurrentLogger(&nullLogger);
     StartupMemorySystem();
     double scale = 1;
-    void (*add)(double) = nullptr;
+    const Figure* chosen = nullptr;
     int kept = 1;
     for (int i = 1; i < count; ++i)
     {
@@ -42,7 +46,7 @@ int RunFigures(int count, char** arguments)
         {
             if (strcmp(arguments[i], figure.argument) == 0)
             {
-                add = figure.add;
+                chosen = &figure;
                 taken = true;
             }
         }
@@ -57,13 +61,17 @@ int RunFigures(int count, char** arguments)
         }
     }
     benchmark::Initialize(&kept, arguments);
-    if (add == nullptr || benchmark::ReportUnrecognizedArguments(kept, arguments))
+    if (chosen == nullptr || benchmark::ReportUnrecognizedArguments(kept, arguments))
     {
         fputs("usage: FunctionBenchmarks --figure=N [--quick] [options of Google Benchmark]\n", stderr);
         return 2;
     }
-    add(scale);
+    chosen->add(scale);
     benchmark::RunSpecifiedBenchmarks();
+    if (chosen->remove != nullptr)
+    {
+        chosen->remove();
+    }
     ShutdownMemorySystem();
     return 0;
 }

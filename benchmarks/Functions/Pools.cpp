@@ -268,7 +268,7 @@ void AddPools(double scale)
     {
         addBatches(64, threads);
     }
-    AddBenchmark("5|64 B, 1 thread|the lock alone", 1, scaled(2000, 1),
+    AddBenchmark(std::string("5|64 B, 1 thread|") + LockAlone::name, 1, scaled(2000, 1),
                  [](benchmark::State& state) { Batches<LockAlone>(state, 64); });
     for (int threads = 1; threads <= mostThreads; threads *= 2)
     {

@@ -4,6 +4,7 @@ import math
 import statistics
 from html import escape
 
+from .figures import sizeOf
 from .table import OURS, number, quartiles
 
 COLOURS = ["#1f6feb", "#c0c7d1", "#8b98a9", "#e0a458", "#9b72cf", "#5aa889"]
@@ -31,10 +32,11 @@ def legend(sides, y):
 
 def frame(figure, sides, height, parts):
     better = "more is better" if figure.rate else "less is better"
+    unit = "" if figure.units else f"{figure.unit}, "
     head = [f"<svg xmlns='http://www.w3.org/2000/svg' width='{WIDTH}' height='{height:.0f}' "
             f"viewBox='0 0 {WIDTH} {height:.0f}'>",
             f"<rect width='{WIDTH}' height='{height:.0f}' fill='#ffffff'/>",
-            text(20, 28, f"{figure.title} ({figure.unit}, {better})", 16, weight="bold")]
+            text(20, 28, f"{figure.title} ({unit}{better})", 16, weight="bold")]
     return "\n".join(head + legend(sides, 54) + parts + ["</svg>"]) + "\n"
 
 
@@ -45,46 +47,55 @@ def sidesOf(cases):
     return sides
 
 
+def barLimit(medians):
+    medians = sorted(medians)
+    return min(medians[-1], 3 * medians[int(len(medians) * 0.8)])
+
+
 def drawBars(figure, cases):
-    """The longest bars are cut where they would leave the others without a length."""
+    """The longest bars are cut where they would leave the others without a length. Each unit has a scale of its own."""
     sides = sidesOf(cases)
-    medians = sorted(statistics.median(values) * figure.scale for measured in cases.values()
-                     for values in measured.values())
-    limit = min(medians[-1], 3 * medians[int(len(medians) * 0.8)])
-    left, right, thickness = 210, WIDTH - 80, 13
+    medians = {}
+    for case, measured in cases.items():
+        unit, scale = figure.unitOf(case)
+        medians.setdefault(unit, []).extend(statistics.median(values) * scale for values in measured.values())
+    limits = {unit: barLimit(values) for unit, values in medians.items()}
+    left, right, thickness = 210, WIDTH - (115 if figure.units else 80), 13
     parts, y = [], 76
     for case, measured in cases.items():
+        unit, scale = figure.unitOf(case)
+        limit = limits[unit]
         parts.append(text(left - 10, y + thickness * len(measured) / 2 + 4, case, anchor="end"))
         for side in sides:
             if side not in measured:
                 continue
-            values = [value * figure.scale for value in measured[side]]
+            values = [value * scale for value in measured[side]]
             middle = statistics.median(values)
             place = lambda value: left + (right - left) * min(value, limit) / limit
             parts.append(f"<rect x='{left}' y='{y}' width='{max(place(middle) - left, 1):.1f}' "
                          f"height='{thickness - 2}' fill='{colourOf(sides, side)}'/>")
             low, high = quartiles(values)
             parts.append(f"<path d='M{place(low):.1f} {y + 5.5}H{place(high):.1f}' stroke='#24292f'/>")
-            mark = " (cut)" if middle > limit else ""
+            mark = (f" {unit}" if figure.units else "") + (" (cut)" if middle > limit else "")
             parts.append(text(max(place(middle), place(high)) + 5, y + 10, number(middle) + mark, 11))
             y += thickness
         y += 10
     return frame(figure, sides, y + 10, parts)
 
 
-def sizeOf(case):
-    """The size that a case's name begins with, in bytes or in pieces."""
-    count, unit = (case.replace(",", " ").split() + [""])[:2]
-    return float(count) * {"KiB": 1024, "MiB": 1024 ** 2, "KB": 1e3, "MB": 1e6}.get(unit, 1)
-
-
 def drawLines(figure, cases):
-    sides = sidesOf(cases)
-    points = {side: [(sizeOf(case), [value * figure.scale for value in measured[side]], case)
-                     for case, measured in cases.items() if side in measured] for side in sides}
-    xs = [math.log(x) for line in points.values() for x, _, _ in line]
-    ys = [math.log(value) for line in points.values() for _, values, _ in line for value in quartiles(values)]
-    left, right, top, bottom = 80, WIDTH - 30, 80, 380
+    """A line for each side, and for each kind of case that follows the size in the cases' names."""
+    sides, points = sidesOf(cases), {}
+    for case, measured in cases.items():
+        size, unit, *kind = case.split(" ", 2)
+        for side in sides:
+            if side in measured:
+                values = [value * figure.scale for value in measured[side]]
+                points.setdefault((side, *kind), []).append((sizeOf(case), values))
+    labels = {sizeOf(case): " ".join(case.split(" ", 2)[:2]) for case in cases}
+    xs = [math.log(x) for x in labels]
+    ys = [math.log(value) for line in points.values() for _, values in line for value in quartiles(values)]
+    left, right, top, bottom = 80, WIDTH - 130, 80, 380
     spanX, spanY = max(max(xs) - min(xs), 1e-9), max(max(ys) - min(ys), 1e-9)
     placeX = lambda x: left + (right - left) * (math.log(x) - min(xs)) / spanX
     placeY = lambda y: bottom - (bottom - top) * (math.log(y) - min(ys)) / spanY
@@ -94,17 +105,20 @@ def drawLines(figure, cases):
             y = placeY(10.0 ** power)
             parts.append(f"<path d='M{left} {y:.1f}H{right}' stroke='#e4e8ed'/>")
             parts.append(text(left - 8, y + 4, f"{10.0 ** power:,g}", 11, "end"))
-    for case in cases:
-        parts.append(text(placeX(sizeOf(case)), bottom + 18, case, 10, "middle"))
-    for side in sides:
+    parts += [text(placeX(size), bottom + 18, label, 10, "middle") for size, label in labels.items()]
+    kinds = list(dict.fromkeys(key[1:] for key in points))
+    for (side, *kind), line in points.items():
         colour = colourOf(sides, side)
-        line = [(placeX(x), placeY(statistics.median(values))) for x, values, _ in points[side]]
-        path = "M" + "L".join(f"{x:.1f} {y:.1f}" for x, y in line)
-        parts.append(f"<path d='{path}' fill='none' stroke='{colour}' stroke-width='2'/>")
-        parts += [f"<circle cx='{x:.1f}' cy='{y:.1f}' r='3' fill='{colour}'/>" for x, y in line]
-        for x, values, _ in points[side]:
+        dashes = "" if kinds.index(tuple(kind)) == 0 else " stroke-dasharray='6 4'"
+        path = "M" + "L".join(f"{placeX(x):.1f} {placeY(statistics.median(values)):.1f}" for x, values in line)
+        parts.append(f"<path d='{path}' fill='none' stroke='{colour}' stroke-width='2'{dashes}/>")
+        for x, values in line:
             low, high = quartiles(values)
+            parts.append(f"<circle cx='{placeX(x):.1f}' cy='{placeY(statistics.median(values)):.1f}' r='3' "
+                         f"fill='{colour}'/>")
             parts.append(f"<path d='M{placeX(x):.1f} {placeY(low):.1f}V{placeY(high):.1f}' stroke='{colour}'/>")
+        if side == OURS and kind:
+            parts.append(text(right + 8, placeY(statistics.median(line[-1][1])) + 4, ", ".join([side, *kind]), 11))
     return frame(figure, sides, bottom + 40, parts)
 
 

@@ -5,19 +5,31 @@ import subprocess
 
 
 class Samples:
-    """Values by figure, case and side, in the order in which the cases came; one value a round."""
+    """Values by figure, case and side, in the order in which the cases came; one value a round.
+
+    For some figures also how often one run allocates, by the three together.
+    """
 
     def __init__(self):
         self.values = {}
+        self.allocations = {}
 
     def add(self, figure, case, side, value):
         self.values.setdefault(figure, {}).setdefault(case, {}).setdefault(side, []).append(value)
 
+    def addAllocations(self, figure, case, side, count):
+        self.allocations[figure, case, side] = count
+
     def toJson(self):
-        return [{"figure": figure, "case": case, "side": side, "values": values}
-                for figure, cases in self.values.items()
-                for case, sides in cases.items()
-                for side, values in sides.items()]
+        entries = []
+        for figure, cases in self.values.items():
+            for case, sides in cases.items():
+                for side, values in sides.items():
+                    entry = {"figure": figure, "case": case, "side": side, "values": values}
+                    if (figure, case, side) in self.allocations:
+                        entry["allocations"] = self.allocations[figure, case, side]
+                    entries.append(entry)
+        return entries
 
     @staticmethod
     def fromJson(entries):
@@ -25,6 +37,8 @@ class Samples:
         for entry in entries:
             for value in entry["values"]:
                 samples.add(entry["figure"], entry["case"], entry["side"], value)
+            if "allocations" in entry:
+                samples.addAllocations(entry["figure"], entry["case"], entry["side"], entry["allocations"])
         return samples
 
 
@@ -48,6 +62,8 @@ def runFunctions(emulator, program, figure, quick, samples):
                 raise SystemExit(f"benchmarks: {entry['name']}: {entry['error_message']}")
             value = entry["bytes_per_second"] if figure.rate else 1 / entry["items_per_second"]
             samples.add(int(number), case, side, value)
+            if figure.allocations:
+                samples.addAllocations(int(number), case, side, int(entry["allocations"]))
 
 
 def runProcesses(emulator, program, figure, quick, samples):

@@ -39,6 +39,12 @@ struct Arguments
 };
 
 template<typename Character>
+bool IsSmallLetter(Character character)
+{
+    return character >= 'a' && character <= 'z';
+}
+
+template<typename Character>
 const Character* ParseFlags(const Character* format, Conversion& conversion)
 {
     for (;; ++format)
@@ -205,6 +211,11 @@ void WriteNumber(Output& output, const Conversion& conversion, const char* prefi
         zeros = static_cast<uint32_t>(conversion.precision) - digits.count;
     }
     const uint32_t used = prefixLength + zeros + digits.count + digits.zerosBehind;
+    if (used == digits.count && conversion.width <= used)
+    {
+        output.PutAscii(digits.text, digits.count);
+        return;
+    }
     const uint32_t padding = conversion.width > used ? conversion.width - used : 0;
     const bool padWithZeros = zeroPadding && !conversion.left;
     if (!conversion.left && !padWithZeros)
@@ -229,9 +240,14 @@ void WriteInteger(Output& output, const Conversion& conversion, uint64_t value, 
     constexpr uint32_t capacity = 23; // 64 bits in octal, and the zero in front
     char digits[capacity];
     uint32_t first = capacity;
-    for (; value != 0; value /= base)
+    // 64-bit divisions are calls on the target, and few numbers need them.
+    for (; value > UINT32_MAX; value /= base)
     {
         digits[--first] = digitTable[value % base];
+    }
+    for (uint32_t rest = static_cast<uint32_t>(value); rest != 0; rest /= base)
+    {
+        digits[--first] = digitTable[rest % base];
     }
     if (first == capacity && conversion.precision != 0)
     {
@@ -311,25 +327,18 @@ void WriteDouble(Output& output, Conversion conversion, double value)
                 conversion.zero);
 }
 
-/// A precision bounds the units that are read, so that a text without a terminator can be written.
-template<typename Source>
-uint32_t MeasureBounded(const Source* text, int precision)
-{
-    uint32_t length = 0;
-    while ((precision < 0 || length < static_cast<uint32_t>(precision)) && text[length] != 0)
-    {
-        ++length;
-    }
-    return length;
-}
-
 template<typename Output, typename Source>
 void WriteText(Output& output, const Conversion& conversion, const Source* text)
 {
     static constexpr Source nullText[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
     const Source* source = text != nullptr ? text : nullText;
-    const uint32_t length = MeasureBounded(source, conversion.precision);
-    const uint32_t padding = conversion.width > length ? conversion.width - length : 0;
+    const uint32_t length = MeasureBounded(source, static_cast<uint32_t>(conversion.precision));
+    if (conversion.width <= length)
+    {
+        output.PutText(source, length);
+        return;
+    }
+    const uint32_t padding = conversion.width - length;
     if (!conversion.left)
     {
         output.Repeat(conversion.zero ? '0' : ' ', padding);
@@ -430,15 +439,24 @@ int FormatInto(Character* buffer, size_t size, const Character* format, Argument
     TextOutput<Character> output(buffer, size);
     while (*format != 0)
     {
-        if (*format != '%')
+        const Character* literal = format;
+        while (*format != 0 && *format != '%')
         {
-            output.Put(*format++);
-            continue;
+            ++format;
+        }
+        output.PutText(literal, static_cast<uint32_t>(format - literal));
+        if (*format == 0)
+        {
+            break;
         }
         Conversion conversion = {};
         conversion.precision = -1;
-        const Character* rest = ParseFlags(format + 1, conversion);
-        rest = ParseWidthAndPrecision(rest, conversion, arguments);
+        const Character* rest = format + 1;
+        if (!IsSmallLetter(*rest)) // nearly all have nothing in front of size and letter
+        {
+            rest = ParseFlags(rest, conversion);
+            rest = ParseWidthAndPrecision(rest, conversion, arguments);
+        }
         rest = ParseLength(rest, conversion);
         if (Convert(output, conversion, static_cast<uint32_t>(*rest), arguments))
         {

@@ -99,7 +99,7 @@ public:
     /// Any double but no NaN, whose spelling is the runtime's affair.
     double Double()
     {
-        switch (Below(5))
+        switch (Below(6))
         {
         case 0: // a time
             return static_cast<double>(Bits() >> 11) / 9007199254740992.0 * 100000.0;
@@ -109,6 +109,8 @@ public:
             return 9.9999999999 * static_cast<double>(Below(1000000)) / 1000.0;
         case 3:
             return static_cast<double>(static_cast<int64_t>(Integer()));
+        case 4: // on either side of what is written the short way
+            return ldexp(static_cast<double>(Bits() >> 11), -53 - 14 + static_cast<int>(Below(50)));
         default:
         {
             uint64_t bits = Bits();

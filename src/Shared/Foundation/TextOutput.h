@@ -1,7 +1,9 @@
 #pragma once
 
 /// \file
-/// A bounded buffer that takes text of either width; one thread. Used by the formatter alone.
+/// A bounded buffer that takes text of either width; one thread.
+
+#include "Shared/Foundation/ShortCopy.h"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -64,6 +66,18 @@ inline uint32_t ReadCodePoint(const char*& text, const char* end)
     return codePoint;
 }
 
+/// \return units before the terminator, or `limit`, behind which nothing is read.
+template<typename Character>
+uint32_t MeasureBounded(const Character* text, uint32_t limit)
+{
+    uint32_t length = 0;
+    while (length < limit && text[length] != 0)
+    {
+        ++length;
+    }
+    return length;
+}
+
 /// Collects characters up to the buffer's size, terminator included, and remembers whether any was lost.
 template<typename Character>
 class TextOutput
@@ -92,27 +106,32 @@ public:
 
     void Repeat(char character, uint32_t count)
     {
-        for (; count != 0 && !cut; --count)
+        const uint32_t fitting = TakeRoom(count);
+        Character* place = next;
+        for (uint32_t i = 0; i < fitting; ++i)
         {
-            Put(static_cast<Character>(character));
+            place[i] = static_cast<Character>(character);
         }
+        next = place + fitting;
     }
 
     void PutAscii(const char* text, uint32_t length)
     {
-        for (uint32_t i = 0; i < length; ++i)
+        const uint32_t fitting = TakeRoom(length);
+        Character* place = next;
+        for (uint32_t i = 0; i < fitting; ++i)
         {
-            Put(static_cast<Character>(text[i]));
+            place[i] = static_cast<Character>(text[i]);
         }
+        next = place + fitting;
     }
 
     /// Text of the output's own width goes in unit by unit, as it is.
     void PutText(const Character* text, uint32_t length)
     {
-        for (uint32_t i = 0; i < length && !cut; ++i)
-        {
-            Put(text[i]);
-        }
+        const uint32_t fitting = TakeRoom(length);
+        CopyShort(next, text, fitting * sizeof(Character));
+        next += fitting;
     }
 
     template<typename Other>
@@ -137,6 +156,19 @@ public:
     }
 
 private:
+    /// \return how many of `count` characters fit; if that isn't all of them, the text is cut.
+    uint32_t TakeRoom(uint32_t count)
+    {
+        const size_t used = static_cast<size_t>(next - first) + 1;
+        const size_t room = used < size ? size - used : 0;
+        if (count <= room)
+        {
+            return count;
+        }
+        cut = true;
+        return static_cast<uint32_t>(room);
+    }
+
     void PutCodePoint(uint32_t codePoint)
     {
         if constexpr (isWide)

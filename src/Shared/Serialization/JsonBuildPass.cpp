@@ -1,104 +1,121 @@
 #include "Shared/Serialization/JsonGrammar.h"
 
 #include <stddef.h>
-#include <string.h>
 
 namespace Torvane
 {
 namespace
 {
-template<typename Record>
-Record* TakeRecord(JsonParseState& state)
+/// A state in pass two.
+struct JsonBuilder : JsonPass
 {
-    Record* record = reinterpret_cast<Record*>(state.dom);
-    state.dom += sizeof(Record);
+    const char* dataEnd; ///< of the block's texts, or less if the state doesn't tell
+    uint32_t valueSize;  ///< of a `JsonValue` with its position, if positions are recorded
+    uint32_t stringSize; ///< of a `JsonString`, likewise
+
+    explicit JsonBuilder(const JsonParseState& state)
+        : JsonPass(state)
+        , dataEnd(state.data + state.dataSize)
+        , valueSize(IsSet(state, JsonOption::RecordPositions) ? sizeof(JsonPlacedValue) : sizeof(JsonValue))
+        , stringSize(IsSet(state, JsonOption::RecordPositions) ? sizeof(JsonPlacedString)
+                                                               : sizeof(JsonString))
+    {
+    }
+};
+
+/// \param size in bytes, of the record and what is taken along with it.
+template<typename Record>
+Record* TakeRecord(JsonBuilder& builder, uint32_t size = sizeof(Record))
+{
+    Record* record = reinterpret_cast<Record*>(builder.dom);
+    builder.dom += size;
     return record;
 }
 
-/// Takes a record that is followed by its position, if positions are recorded.
-template<typename Plain, typename Placed>
-Plain* TakePlaceable(JsonParseState& state)
-{
-    return IsSet(state, JsonOption::RecordPositions) ? reinterpret_cast<Plain*>(TakeRecord<Placed>(state))
-                                                     : TakeRecord<Plain>(state);
-}
-
-/// Fills in the position of a record that was taken with `TakePlaceable`.
+/// Fills in the position of a record, if positions are recorded.
 template<typename Placed, typename Plain>
-void Place(const JsonParseState& state, Plain& record)
+void Place(const JsonBuilder& builder, const uint8_t* at, Plain& record)
 {
-    if (IsSet(state, JsonOption::RecordPositions))
+    if (IsSet(builder, JsonOption::RecordPositions))
     {
-        reinterpret_cast<Placed&>(record).position = {state.offset, state.lineNumber,
-                                                      state.offset - state.lineOffset};
+        const uint32_t offset = CountLeft(builder.source, at);
+        reinterpret_cast<Placed&>(record).position = {offset, builder.lineNumber,
+                                                      offset - builder.lineOffset};
     }
 }
 
-void PutByte(JsonParseState& state, uint32_t byte)
+/// Whether there are whole groups at both places.
+bool CanPutGroup(const uint8_t* at, const uint8_t* end, const char* to, const char* dataEnd)
 {
-    *state.data++ = static_cast<char>(byte);
+    return CountLeft(at, end) >= jsonGroupSize && dataEnd - to >= ptrdiff_t{jsonGroupSize};
 }
 
-void PutCharacter(JsonParseState& state, uint32_t character)
+/// \return what follows.
+char* PutByte(char* to, uint32_t byte)
+{
+    *to = static_cast<char>(byte);
+    return to + 1;
+}
+
+char* PutCharacter(char* to, uint32_t character)
 {
     if (character < 0x80)
     {
-        PutByte(state, character);
-        return;
+        return PutByte(to, character);
     }
     if (character < 0x800)
     {
-        PutByte(state, 0xC0 | character >> 6);
+        to = PutByte(to, 0xC0 | character >> 6);
     }
     else
     {
         if (character < 0x10000)
         {
-            PutByte(state, 0xE0 | character >> 12);
+            to = PutByte(to, 0xE0 | character >> 12);
         }
         else
         {
-            PutByte(state, 0xF0 | character >> 18);
-            PutByte(state, 0x80 | (character >> 12 & 0x3F));
+            to = PutByte(to, 0xF0 | character >> 18);
+            to = PutByte(to, 0x80 | (character >> 12 & 0x3F));
         }
-        PutByte(state, 0x80 | (character >> 6 & 0x3F));
+        to = PutByte(to, 0x80 | (character >> 6 & 0x3F));
     }
-    PutByte(state, 0x80 | (character & 0x3F));
-}
-
-/// \return false if the escape isn't as expected.
-bool PutUnicodeEscape(JsonParseState& state)
-{
-    uint32_t unit = 0;
-    if (!ReadUnicodeEscape(state, state.offset, unit))
-    {
-        return false;
-    }
-    state.offset += unicodeEscapeLength;
-    if (IsHighSurrogate(unit))
-    {
-        uint32_t low = 0;
-        if (!ReadUnicodeEscape(state, state.offset, low))
-        {
-            return false;
-        }
-        state.offset += unicodeEscapeLength;
-        unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
-    }
-    PutCharacter(state, unit);
-    return true;
+    return PutByte(to, 0x80 | (character & 0x3F));
 }
 
 /// From a backslash on.
-/// \return false if the escape isn't as expected.
-bool PutEscape(JsonParseState& state)
+/// \return what stands behind the escape, or null if it isn't as expected.
+const uint8_t* PutUnicodeEscape(const uint8_t* at, const uint8_t* end, char*& to)
 {
-    const uint8_t kind = state.source[state.offset + 1];
-    uint8_t byte = kind;
-    switch (kind)
+    uint32_t unit = 0;
+    if (!ReadUnicodeEscape(at, end, unit))
+    {
+        return nullptr;
+    }
+    at += unicodeEscapeLength;
+    if (IsHighSurrogate(unit))
+    {
+        uint32_t low = 0;
+        if (!ReadUnicodeEscape(at, end, low))
+        {
+            return nullptr;
+        }
+        at += unicodeEscapeLength;
+        unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+    }
+    to = PutCharacter(to, unit);
+    return at;
+}
+
+/// From a backslash on.
+/// \return what stands behind the escape, or null if it isn't as expected.
+const uint8_t* PutEscape(const uint8_t* at, const uint8_t* end, char*& to)
+{
+    uint8_t byte = at[1];
+    switch (byte)
     {
     case 'u':
-        return PutUnicodeEscape(state);
+        return PutUnicodeEscape(at, end, to);
     case 'b':
         byte = '\b';
         break;
@@ -116,225 +133,246 @@ bool PutEscape(JsonParseState& state)
         break;
     case '\n':
     case '\r':
-        ++state.offset; // The line break itself comes next, as a raw one.
-        return true;
+        return at + 1; // The line break itself comes next, as a raw one.
     default:
         break;
     }
-    PutByte(state, byte);
-    state.offset += 2;
-    return true;
+    to = PutByte(to, byte);
+    return at + 2;
 }
 
-void PutQuotedText(JsonParseState& state)
+/// Puts down what stands between the quotes. Whole groups are written as long as they fit before the end of the texts:
+/// what is behind a text is overwritten by the next one.
+/// \return what stands behind the string.
+const uint8_t* PutQuotedText(JsonBuilder& builder, const uint8_t* at)
 {
-    const uint8_t quote = Peek(state);
-    for (++state.offset; Peek(state) != quote;)
+    const uint8_t* end = builder.end;
+    const char* dataEnd = builder.dataEnd;
+    char* to = builder.data;
+    const uint8_t quote = *at++;
+    for (;;)
     {
-        const uint8_t character = Peek(state);
-        if (character == '\\')
+        if (CanPutGroup(at, end, to, dataEnd))
         {
-            if (!PutEscape(state))
+            const __m128i group = LoadGroup(at);
+            const uint32_t stops = StringStops(group, quote);
+            const uint32_t plain = stops != 0 ? FirstOf(stops) : jsonGroupSize;
+            StoreGroup(to, group);
+            at += plain;
+            to += plain;
+            if (stops == 0)
             {
-                return;
+                continue;
             }
+        }
+        if (*at == quote)
+        {
+            ++at;
+            break;
+        }
+        if (*at == '\\')
+        {
+            const uint8_t* behind = PutEscape(at, end, to);
+            if (behind == nullptr)
+            {
+                break;
+            }
+            at = behind;
             continue;
         }
-        if (character == '\n')
+        if (*at == '\n')
         {
-            NoteLineFeed(state);
+            NoteLineFeed(builder, at);
         }
-        PutByte(state, character);
-        ++state.offset;
+        to = PutByte(to, *at++);
     }
-    ++state.offset;
+    builder.data = to;
+    return at;
 }
 
-void PutUnquotedName(JsonParseState& state)
+const uint8_t* PutUnquotedName(JsonBuilder& builder, const uint8_t* at)
 {
-    while (!IsAtEnd(state) && IsNameCharacter(Peek(state)))
+    const uint8_t* end = builder.end;
+    char* to = builder.data;
+    while (at != end && IsNameCharacter(*at))
     {
-        PutByte(state, Peek(state));
-        ++state.offset;
+        to = PutByte(to, *at++);
     }
+    builder.data = to;
+    return at;
 }
 
-/// A value's string or a member's name, at the state's offset.
-JsonString* BuildString(JsonParseState& state)
+/// Builds a value's string or a member's name in a record that is taken already.
+const uint8_t* BuildString(JsonBuilder& builder, const uint8_t* at, JsonString& string)
 {
-    JsonString* string = TakePlaceable<JsonString, JsonPlacedString>(state);
-    Place<JsonPlacedString>(state, *string);
-    char* text = state.data;
-    if (IsQuote(state, Peek(state)))
-    {
-        PutQuotedText(state);
-    }
-    else
-    {
-        PutUnquotedName(state);
-    }
-    *string = {text, static_cast<uint32_t>(state.data - text)};
-    PutByte(state, '\0');
-    return string;
+    Place<JsonPlacedString>(builder, at, string);
+    char* text = builder.data;
+    at = IsQuote(builder, *at) ? PutQuotedText(builder, at) : PutUnquotedName(builder, at);
+    string = {text, static_cast<uint32_t>(builder.data - text)};
+    builder.data = PutByte(builder.data, '\0');
+    return at;
 }
 
-JsonNumber* BuildNumber(JsonParseState& state)
+/// Puts down a number as a text is put down.
+const uint8_t* PutNumber(JsonBuilder& builder, const uint8_t* at)
 {
-    JsonNumber* number = TakeRecord<JsonNumber>(state);
-    const uint32_t start = state.offset;
-    ScanNumber(state);
-    const uint32_t length = state.offset - start;
-    memcpy(state.data, state.source + start, length);
-    *number = {state.data, length};
-    state.data += length;
-    PutByte(state, '\0');
-    return number;
+    const uint8_t* end = builder.end;
+    const char* dataEnd = builder.dataEnd;
+    char* to = builder.data;
+    while (CanPutGroup(at, end, to, dataEnd))
+    {
+        const __m128i group = LoadGroup(at);
+        const uint32_t stops = NumberStops(group);
+        StoreGroup(to, group);
+        if (stops != 0)
+        {
+            builder.data = to + FirstOf(stops);
+            return at + FirstOf(stops);
+        }
+        at += jsonGroupSize;
+        to += jsonGroupSize;
+    }
+    while (at != end && !IsNumberStop(*at))
+    {
+        to = PutByte(to, *at++);
+    }
+    builder.data = to;
+    return at;
 }
 
-void BuildScalar(JsonParseState& state, JsonValue& value)
+const uint8_t* BuildNumber(JsonBuilder& builder, const uint8_t* at, JsonValue& value)
 {
-    const uint8_t character = Peek(state);
-    if (IsQuote(state, character))
-    {
-        value = {BuildString(state), JsonType::String};
-    }
-    else if (IsNumberStart(state, character))
-    {
-        value = {BuildNumber(state), JsonType::Number};
-    }
-    else
-    {
-        value = {nullptr, character == 't'   ? JsonType::True
-                          : character == 'f' ? JsonType::False
-                                             : JsonType::Null};
-        state.offset += value.type == JsonType::False ? 5 : 4;
-    }
+    JsonNumber* number = TakeRecord<JsonNumber>(builder);
+    char* text = builder.data;
+    at = PutNumber(builder, at);
+    *number = {text, static_cast<uint32_t>(builder.data - text)};
+    builder.data = PutByte(builder.data, '\0');
+    value = {number, JsonType::Number};
+    return at;
 }
 
-void BuildContainer(JsonParseState& state, JsonValue& value, bool withoutBraces);
-
-/// A value at the state's offset, in a record that follows the ones before it.
-JsonValue* BuildValue(JsonParseState& state)
+const uint8_t* BuildScalar(JsonBuilder& builder, const uint8_t* at, JsonValue& value)
 {
-    JsonValue* value = TakePlaceable<JsonValue, JsonPlacedValue>(state);
-    Place<JsonPlacedValue>(state, *value);
-    const uint8_t character = Peek(state);
-    if (character == '[' || character == '{')
+    if (IsQuote(builder, *at))
     {
-        BuildContainer(state, *value, false);
+        JsonString* string = TakeRecord<JsonString>(builder, builder.stringSize);
+        value = {string, JsonType::String};
+        return BuildString(builder, at, *string);
     }
-    else
+    if (IsNumberStart(builder, *at))
     {
-        BuildScalar(state, *value);
+        return BuildNumber(builder, at, value);
     }
-    return value;
+    value = {nullptr, *at == 't' ? JsonType::True : *at == 'f' ? JsonType::False : JsonType::Null};
+    return at + (value.type == JsonType::False ? 5 : 4);
+}
+
+const uint8_t* BuildMembers(JsonBuilder& builder, const uint8_t* at, JsonValue& value);
+const uint8_t* BuildElements(JsonBuilder& builder, const uint8_t* at, JsonValue& value);
+
+/// Builds a value in a record that is taken already.
+const uint8_t* BuildValue(JsonBuilder& builder, const uint8_t* at, JsonValue& value)
+{
+    Place<JsonPlacedValue>(builder, at, value);
+    switch (*at)
+    {
+    case '[':
+        return BuildElements(builder, at + 1, value);
+    case '{':
+        return BuildMembers(builder, at + 1, value);
+    default:
+        return BuildScalar(builder, at, value);
+    }
 }
 
 /// Goes on to the next member or element.
-/// \return false if there is none; the state then stands behind the closing bracket or at the end.
-bool GoToNext(JsonParseState& state)
+/// \param isClosed whether there is none, and the place behind the closing bracket or the end of the text was found.
+inline const uint8_t* GoToNext(JsonBuilder& builder, const uint8_t* at, bool& isClosed)
 {
-    if (SkipJsonWhitespace(state) != 0)
+    at = SkipWhitespace(builder, at);
+    if (at != nullptr && *at == ',')
     {
-        return false;
+        at = SkipWhitespace(builder, at + 1);
     }
-    if (Peek(state) == ',')
+    isClosed = at == nullptr || *at == '}' || *at == ']';
+    return at == nullptr ? PlaceOf(builder) : at + (isClosed ? 1 : 0);
+}
+
+/// From behind the brace, if there is one.
+const uint8_t* BuildMembers(JsonBuilder& builder, const uint8_t* at, JsonValue& value)
+{
+    JsonObject* object = TakeRecord<JsonObject>(builder);
+    value = {object, JsonType::Object};
+    object->first = nullptr;
+    uint32_t count = 0;
+    JsonObjectElement** link = &object->first;
+    for (bool isClosed = false;;)
     {
-        ++state.offset;
-        if (SkipJsonWhitespace(state) != 0)
+        at = GoToNext(builder, at, isClosed);
+        if (isClosed)
         {
-            return false;
+            object->count = count;
+            return at;
         }
-    }
-    if (Peek(state) == '}' || Peek(state) == ']')
-    {
-        ++state.offset;
-        return false;
-    }
-    return true;
-}
-
-/// \param link where the member's record is to be linked.
-/// \return the member's own link.
-JsonObjectElement** BuildMember(JsonParseState& state, JsonObjectElement** link)
-{
-    JsonObjectElement* element = TakeRecord<JsonObjectElement>(state);
-    *link = element;
-    element->name = BuildString(state);
-    SkipJsonWhitespace(state);
-    ++state.offset;
-    SkipJsonWhitespace(state);
-    element->value = BuildValue(state);
-    element->next = nullptr;
-    return &element->next;
-}
-
-JsonArrayElement** BuildElement(JsonParseState& state, JsonArrayElement** link)
-{
-    JsonArrayElement* element = TakeRecord<JsonArrayElement>(state);
-    *link = element;
-    element->value = BuildValue(state);
-    element->next = nullptr;
-    return &element->next;
-}
-
-void BuildMembers(JsonParseState& state, JsonObject& object)
-{
-    object = {nullptr, 0};
-    JsonObjectElement** link = &object.first;
-    while (GoToNext(state))
-    {
-        link = BuildMember(state, link);
-        ++object.count;
+        JsonObjectElement* element =
+            TakeRecord<JsonObjectElement>(builder, sizeof(JsonObjectElement) + builder.stringSize);
+        *link = element;
+        link = &element->next;
+        element->next = nullptr;
+        ++count;
+        element->name = reinterpret_cast<JsonString*>(element + 1);
+        at = BuildString(builder, at, *element->name);
+        at = SkipWhitespace(builder, at); // up to the colon
+        at = SkipWhitespace(builder, at + 1);
+        element->value = TakeRecord<JsonValue>(builder, builder.valueSize);
+        at = BuildValue(builder, at, *element->value);
     }
 }
 
-void BuildElements(JsonParseState& state, JsonArray& array)
+/// From behind the bracket.
+const uint8_t* BuildElements(JsonBuilder& builder, const uint8_t* at, JsonValue& value)
 {
-    array = {nullptr, 0};
-    JsonArrayElement** link = &array.first;
-    while (GoToNext(state))
+    JsonArray* array = TakeRecord<JsonArray>(builder);
+    value = {array, JsonType::Array};
+    array->first = nullptr;
+    uint32_t count = 0;
+    JsonArrayElement** link = &array->first;
+    for (bool isClosed = false;;)
     {
-        link = BuildElement(state, link);
-        ++array.count;
-    }
-}
-
-void BuildContainer(JsonParseState& state, JsonValue& value, bool withoutBraces)
-{
-    const bool isObject = withoutBraces || Peek(state) == '{';
-    state.offset += withoutBraces ? 0 : 1;
-    if (isObject)
-    {
-        JsonObject* object = TakeRecord<JsonObject>(state);
-        value = {object, JsonType::Object};
-        BuildMembers(state, *object);
-    }
-    else
-    {
-        JsonArray* array = TakeRecord<JsonArray>(state);
-        value = {array, JsonType::Array};
-        BuildElements(state, *array);
+        at = GoToNext(builder, at, isClosed);
+        if (isClosed)
+        {
+            array->count = count;
+            return at;
+        }
+        JsonArrayElement* element =
+            TakeRecord<JsonArrayElement>(builder, sizeof(JsonArrayElement) + builder.valueSize);
+        *link = element;
+        link = &element->next;
+        element->next = nullptr;
+        ++count;
+        element->value = reinterpret_cast<JsonValue*>(element + 1);
+        at = BuildValue(builder, at, *element->value);
     }
 }
 } // namespace
 
 void BuildJson(JsonParseState& state, uint32_t withoutBraces, JsonValue& value)
 {
-    const bool reachedEnd = SkipJsonWhitespace(state) != 0;
-    Place<JsonPlacedValue>(state, value);
-    if (withoutBraces != 0)
+    JsonBuilder builder(state);
+    const uint8_t* at = SkipWhitespace(builder, PlaceOf(builder));
+    const bool reachedEnd = at == nullptr;
+    at = reachedEnd ? PlaceOf(builder) : at;
+    if (withoutBraces != 0 && (reachedEnd || *at != '{'))
     {
-        const bool braces = !reachedEnd && Peek(state) == '{';
-        BuildContainer(state, value, !braces);
-    }
-    else if (Peek(state) == '[' || Peek(state) == '{')
-    {
-        BuildContainer(state, value, false);
+        Place<JsonPlacedValue>(builder, at, value);
+        at = BuildMembers(builder, at, value);
     }
     else
     {
-        BuildScalar(state, value);
+        at = BuildValue(builder, at, value);
     }
+    state = builder;
+    StandAt(state, at);
 }
 } // namespace Torvane

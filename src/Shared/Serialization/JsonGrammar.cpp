@@ -4,295 +4,356 @@ namespace Torvane
 {
 namespace
 {
-enum class CommentScan
+/// \param at where the comment's `/` stands.
+/// \return what stands behind the comment, or null if it has no end. Lines count only if it has one.
+const uint8_t* SkipBlockComment(JsonPass& pass, const uint8_t* at)
 {
-    None,
-    Skipped,
-    Unfinished,
-};
-
-CommentScan SkipBlockComment(JsonParseState& state)
-{
-    const JsonParseState start = state;
-    for (state.offset += 2; state.size - state.offset >= 2; ++state.offset)
+    const uint32_t lineNumber = pass.lineNumber;
+    const uint32_t lineOffset = pass.lineOffset;
+    for (at += 2; CountLeft(at, pass.end) >= 2; ++at)
     {
-        if (Peek(state) == '*' && state.source[state.offset + 1] == '/')
+        if (at[0] == '*' && at[1] == '/')
         {
-            state.offset += 2;
-            return CommentScan::Skipped;
+            return at + 2;
         }
-        if (Peek(state) == '\n')
+        if (*at == '\n')
         {
-            NoteLineFeed(state);
+            NoteLineFeed(pass, at);
         }
     }
-    state = start;
-    return CommentScan::Unfinished;
+    pass.lineNumber = lineNumber;
+    pass.lineOffset = lineOffset;
+    return nullptr;
 }
 
-/// To be called with a `/` at the state's offset.
-CommentScan SkipComment(JsonParseState& state)
+/// Whether a `/` is the start of a comment.
+bool IsComment(const JsonPass& pass, const uint8_t* at)
 {
-    if (!IsSet(state, JsonOption::Comments) || state.size - state.offset < 2)
-    {
-        return CommentScan::None;
-    }
-    const uint8_t kind = state.source[state.offset + 1];
-    if (kind == '*')
-    {
-        return SkipBlockComment(state);
-    }
-    if (kind != '/')
-    {
-        return CommentScan::None;
-    }
-    while (!IsAtEnd(state) && Peek(state) != '\n')
-    {
-        ++state.offset;
-    }
-    return CommentScan::Skipped;
+    return IsSet(pass, JsonOption::Comments) && CountLeft(at, pass.end) >= 2 &&
+           (at[1] == '*' || at[1] == '/');
 }
 
-/// \return how many there were.
-uint32_t SkipDigits(JsonParseState& state)
+/// \param at where the comment's `/` stands.
+/// \return what stands behind the comment, or null if it has no end.
+__attribute__((noinline)) const uint8_t* SkipComment(JsonPass& pass, const uint8_t* at)
 {
-    const uint32_t start = state.offset;
-    while (!IsAtEnd(state) && IsDigit(Peek(state)))
+    if (at[1] == '*')
     {
-        ++state.offset;
+        return SkipBlockComment(pass, at);
     }
-    return state.offset - start;
+    while (at != pass.end && *at != '\n')
+    {
+        ++at;
+    }
+    return at;
 }
 
-bool SkipWord(JsonParseState& state, const char* word)
+bool IsWhitespace(uint8_t character)
 {
-    uint32_t offset = state.offset;
-    for (; *word != '\0'; ++word, ++offset)
+    return character == ' ' || character == '\n' || character == '\r' || character == '\t';
+}
+
+/// Goes over whitespace as long as there are whole groups.
+///
+/// Lines mostly begin as deep as the ones before them. The branch that asks for this is foreseen, and the
+/// processor reads on behind the whitespace before it has worked out where in the group that ends.
+const uint8_t* SkipWhitespaceGroups(JsonPass& pass, const uint8_t* at)
+{
+    while (CountLeft(at, pass.end) >= jsonGroupSize)
     {
-        if (offset >= state.size || state.source[offset] != static_cast<uint8_t>(*word))
+        const __m128i group = LoadGroup(at);
+        const uint32_t others = NonWhitespace(group);
+        const uint32_t before = others == 0 ? 0xFFFF : (others & (0 - others)) - 1;
+        for (uint32_t lineFeeds = MaskOf(MatchByte(group, '\n')) & before; lineFeeds != 0;
+             lineFeeds &= lineFeeds - 1)
         {
-            return false;
+            NoteLineFeed(pass, at + FirstOf(lineFeeds));
+        }
+        const uint32_t expected = 1U << pass.lastIndent;
+        if ((others & (2 * expected - 1)) == expected)
+        {
+            return at + pass.lastIndent;
+        }
+        if (others != 0)
+        {
+            pass.lastIndent = FirstOf(others);
+            return at + pass.lastIndent;
+        }
+        at += jsonGroupSize;
+    }
+    return at;
+}
+
+const uint8_t* SkipDigits(const uint8_t* at, const uint8_t* end)
+{
+    while (CountLeft(at, end) >= jsonGroupSize)
+    {
+        const uint32_t others = NonDigits(LoadGroup(at));
+        if (others != 0)
+        {
+            return at + FirstOf(others);
+        }
+        at += jsonGroupSize;
+    }
+    while (at != end && IsDigit(*at))
+    {
+        ++at;
+    }
+    return at;
+}
+
+/// \return what stands behind the word, or null if another one stands here.
+const uint8_t* SkipWord(const uint8_t* at, const uint8_t* end, const char* word)
+{
+    for (; *word != '\0'; ++word, ++at)
+    {
+        if (at == end || *at != static_cast<uint8_t>(*word))
+        {
+            return nullptr;
         }
     }
-    state.offset = offset;
-    return true;
+    return at;
 }
 
-bool IsAtNumberEnd(const JsonParseState& state)
+bool IsNumberEnd(const JsonPass& pass, const uint8_t* at)
 {
-    if (IsAtEnd(state))
+    if (at == pass.end || *at == ',' || *at == ']' || *at == '}')
     {
         return true;
     }
-    switch (Peek(state))
-    {
-    case '\t':
-    case '\n':
-    case '\r':
-    case ' ':
-    case ',':
-    case ']':
-    case '}':
-        return true;
-    case '/':
-    {
-        JsonParseState ahead = state;
-        return SkipComment(ahead) != CommentScan::None;
-    }
-    default:
-        return false;
-    }
+    return IsWhitespace(*at) || (*at == '/' && IsComment(pass, at));
+}
+
+const uint8_t* EndNumber(JsonPass& pass, const uint8_t* at)
+{
+    return IsNumberEnd(pass, at) ? at : Fail(pass, at, JsonError::BadNumber);
 }
 
 /// Goes over a sign, where one may stand.
-void SkipSign(JsonParseState& state)
+const uint8_t* SkipSign(const JsonPass& pass, const uint8_t* at)
 {
-    const uint8_t character = Peek(state);
-    if (character == '-' || (character == '+' && IsSet(state, JsonOption::LeadingPlus)))
+    if (*at == '-' || (*at == '+' && IsSet(pass, JsonOption::LeadingPlus)))
     {
-        ++state.offset;
+        return at + 1;
     }
-    else if (character == '+' && IsSet(state, JsonOption::InfinityAndNaN) && state.size - state.offset >= 2)
+    if (*at == '+' && IsSet(pass, JsonOption::InfinityAndNaN) && CountLeft(at, pass.end) >= 2)
     {
-        const uint8_t next = state.source[state.offset + 1];
-        state.offset += next == 'I' || next == 'N' ? 1 : 0;
+        return at[1] == 'I' || at[1] == 'N' ? at + 1 : at;
     }
+    return at;
 }
 
-bool IsAtHexadecimal(const JsonParseState& state)
+constexpr uint8_t noDigit = 0xFF;
+
+struct HexadecimalValues
 {
-    return IsSet(state, JsonOption::Hexadecimal) && state.size - state.offset >= 2 && Peek(state) == '0' &&
-           (state.source[state.offset + 1] | 0x20) == 'x';
+    uint8_t of[256] = {};
+
+    constexpr HexadecimalValues()
+    {
+        for (uint8_t& value : of)
+        {
+            value = noDigit;
+        }
+        for (uint8_t i = 0; i < 10; ++i)
+        {
+            of['0' + i] = i;
+        }
+        for (uint8_t i = 10; i < 16; ++i)
+        {
+            of['A' + i - 10] = i;
+            of['a' + i - 10] = i;
+        }
+    }
+};
+constexpr HexadecimalValues hexadecimalValues;
+
+bool IsHexadecimalNumber(const JsonPass& pass, const uint8_t* at)
+{
+    return IsSet(pass, JsonOption::Hexadecimal) && CountLeft(at, pass.end) >= 2 && at[0] == '0' &&
+           (at[1] | 0x20) == 'x';
 }
 
-bool ScanHexadecimal(JsonParseState& state)
+/// \param at where the number's `0x` stands.
+const uint8_t* ScanHexadecimal(JsonPass& pass, const uint8_t* at)
 {
-    state.offset += 2;
-    if (!IsAtEnd(state) && HexadecimalValue(Peek(state)) < 0)
+    at += 2;
+    const uint8_t* digits = at;
+    while (at != pass.end && hexadecimalValues.of[*at] != noDigit)
     {
-        return false;
+        ++at;
     }
-    while (!IsAtEnd(state) && HexadecimalValue(Peek(state)) >= 0)
-    {
-        ++state.offset;
-    }
-    return IsAtNumberEnd(state);
+    return at == digits && at != pass.end ? Fail(pass, at, JsonError::BadNumber) : EndNumber(pass, at);
 }
 
-/// \return whether the exponent, if one stands here, is right.
-bool ScanExponent(JsonParseState& state)
+/// \param at behind the `e`.
+const uint8_t* ScanExponent(JsonPass& pass, const uint8_t* at)
 {
-    if ((Peek(state) | 0x20) != 'e')
+    if (at != pass.end && (*at == '+' || *at == '-'))
     {
-        return true;
+        ++at;
     }
-    ++state.offset;
-    if (!IsAtEnd(state) && (Peek(state) == '+' || Peek(state) == '-'))
-    {
-        ++state.offset;
-    }
-    return IsAtEnd(state) || SkipDigits(state) != 0;
+    const uint8_t* digits = at;
+    at = SkipDigits(at, pass.end);
+    return at == digits && at != pass.end ? Fail(pass, at, JsonError::BadNumber) : EndNumber(pass, at);
 }
 
-/// \return whether the point, if one stands here, is right.
-bool ScanFraction(JsonParseState& state, bool hasWholePart)
+/// From behind the sign on.
+const uint8_t* ScanDecimal(JsonPass& pass, const uint8_t* at)
 {
-    if (Peek(state) != '.')
+    const uint8_t* whole = at;
+    at = SkipDigits(at, pass.end);
+    const bool hasWholePart = at != whole;
+    if (hasWholePart && *whole == '0' && at != whole + 1)
     {
-        return true;
+        return Fail(pass, whole + 1, JsonError::BadNumber);
     }
-    ++state.offset;
-    return IsAtEnd(state) || SkipDigits(state) != 0 || (hasWholePart && IsSet(state, JsonOption::LoosePoint));
+    if (at == pass.end)
+    {
+        return at;
+    }
+    if (!hasWholePart && !(*at == '.' && IsSet(pass, JsonOption::LoosePoint)))
+    {
+        return Fail(pass, at, JsonError::BadNumber);
+    }
+    if (*at == '.')
+    {
+        const uint8_t* fraction = ++at;
+        at = SkipDigits(at, pass.end);
+        if (at == pass.end)
+        {
+            return at;
+        }
+        if (at == fraction && !(hasWholePart && IsSet(pass, JsonOption::LoosePoint)))
+        {
+            return Fail(pass, at, JsonError::BadNumber);
+        }
+    }
+    return (*at | 0x20) == 'e' ? ScanExponent(pass, at + 1) : EndNumber(pass, at);
 }
 
-bool ScanDecimal(JsonParseState& state)
+/// Goes over digits that may have a point among them, from behind the sign on, if they end within two groups. Both
+/// ends of digits are told by one look at the groups: the second doesn't wait for the first.
+/// \return null if anything else stands here, or the number is wrong.
+const uint8_t* ScanPlainDecimal(const JsonPass& pass, const uint8_t* at)
 {
-    const bool startsWithZero = Peek(state) == '0';
-    state.offset += startsWithZero ? 1 : 0;
-    if (startsWithZero && !IsAtEnd(state) && IsDigit(Peek(state)))
+    if (CountLeft(at, pass.end) < 2 * jsonGroupSize)
     {
-        return false;
+        return nullptr;
     }
-    const bool hasWholePart = startsWithZero || SkipDigits(state) != 0;
-    if (IsAtEnd(state))
+    const uint32_t first = NonDigits(LoadGroup(at));
+    const uint32_t others = first | NonDigits(LoadGroup(at + jsonGroupSize)) << jsonGroupSize;
+    const uint32_t behindFirst = others & (others - 1);
+    if (behindFirst == 0)
     {
-        return true;
+        return nullptr;
     }
-    if (!hasWholePart && !(Peek(state) == '.' && IsSet(state, JsonOption::LoosePoint)))
+    uint32_t length = FirstOf(others);
+    if (length == 0 || (*at == '0' && length != 1))
     {
-        return false;
+        return nullptr;
     }
-    if (!ScanFraction(state, hasWholePart))
+    if (at[length] == '.')
     {
-        return false;
+        const uint32_t fraction = length + 1;
+        length = FirstOf(behindFirst);
+        if (length == fraction)
+        {
+            return nullptr;
+        }
     }
-    if (IsAtEnd(state))
+    return IsNumberEnd(pass, at + length) ? at + length : nullptr;
+}
+
+/// Options of numbers that begin with anything else than a minus sign and digits.
+constexpr uint32_t extendedNumbers =
+    JsonOption::LeadingPlus | JsonOption::Hexadecimal | JsonOption::InfinityAndNaN;
+
+const uint8_t* ScanExtendedNumber(JsonPass& pass, const uint8_t* at)
+{
+    at = SkipSign(pass, at);
+    if (at == pass.end)
     {
-        return true;
+        return at;
     }
-    return ScanExponent(state) && IsAtNumberEnd(state);
+    if (IsSet(pass, JsonOption::InfinityAndNaN))
+    {
+        const uint8_t* infinity = SkipWord(at, pass.end, "Infinity");
+        const uint8_t* word = infinity != nullptr ? infinity : SkipWord(at, pass.end, "NaN");
+        if (word != nullptr)
+        {
+            return EndNumber(pass, word);
+        }
+    }
+    return IsHexadecimalNumber(pass, at) ? ScanHexadecimal(pass, at) : ScanDecimal(pass, at);
 }
 } // namespace
 
-bool IsNumberStart(const JsonParseState& state, uint8_t character)
+bool ReadUnicodeEscape(const uint8_t* at, const uint8_t* end, uint32_t& unit)
 {
-    switch (character)
-    {
-    case '-':
-        return true;
-    case '+':
-        return IsSet(state, JsonOption::LeadingPlus) || IsSet(state, JsonOption::InfinityAndNaN);
-    case '.':
-        return IsSet(state, JsonOption::LoosePoint);
-    case 'I':
-    case 'N':
-        return IsSet(state, JsonOption::InfinityAndNaN);
-    default:
-        return IsDigit(character);
-    }
-}
-
-int32_t HexadecimalValue(uint8_t character)
-{
-    if (IsDigit(character))
-    {
-        return character - '0';
-    }
-    const uint8_t lower = character | 0x20;
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-bool ReadUnicodeEscape(const JsonParseState& state, uint32_t offset, uint32_t& unit)
-{
-    if (offset > state.size || state.size - offset < unicodeEscapeLength || state.source[offset] != '\\' ||
-        state.source[offset + 1] != 'u')
+    if (CountLeft(at, end) < unicodeEscapeLength || at[0] != '\\' || at[1] != 'u')
     {
         return false;
     }
-    uint32_t value = 0;
-    for (uint32_t i = 2; i < unicodeEscapeLength; ++i)
-    {
-        const int32_t digit = HexadecimalValue(state.source[offset + i]);
-        if (digit < 0)
-        {
-            return false;
-        }
-        value = value * 16 + static_cast<uint32_t>(digit);
-    }
-    unit = value;
-    return true;
+    const uint8_t* values = hexadecimalValues.of;
+    const uint32_t digits[] = {values[at[2]], values[at[3]], values[at[4]], values[at[5]]};
+    unit = digits[0] << 12 | digits[1] << 8 | digits[2] << 4 | digits[3];
+    return (digits[0] | digits[1] | digits[2] | digits[3]) != noDigit;
 }
 
-bool ScanNumber(JsonParseState& state)
+const uint8_t* ScanNumber(JsonPass& pass, const uint8_t* at)
 {
-    SkipSign(state);
-    if (IsAtEnd(state))
+    if ((pass.flags & extendedNumbers) != 0)
     {
-        return true;
+        return ScanExtendedNumber(pass, at);
     }
-    if (IsSet(state, JsonOption::InfinityAndNaN) && (SkipWord(state, "Infinity") || SkipWord(state, "NaN")))
+    at += *at == '-' ? 1 : 0;
+    if (at == pass.end)
     {
-        return IsAtNumberEnd(state);
+        return at;
     }
-    if (IsAtHexadecimal(state))
+    const uint8_t* behind = ScanPlainDecimal(pass, at);
+    return behind != nullptr ? behind : ScanDecimal(pass, at);
+}
+
+const uint8_t* SkipAnyWhitespace(JsonPass& pass, const uint8_t* at)
+{
+    for (;;)
     {
-        return ScanHexadecimal(state);
+        at = SkipWhitespaceGroups(pass, at);
+        for (; at != pass.end && IsWhitespace(*at); ++at)
+        {
+            if (*at == '\n')
+            {
+                NoteLineFeed(pass, at);
+            }
+        }
+        if (at == pass.end)
+        {
+            return Fail(pass, at, JsonError::UnexpectedEnd);
+        }
+        if (*at != '/' || !IsComment(pass, at))
+        {
+            return at;
+        }
+        const uint8_t* behind = SkipComment(pass, at);
+        if (behind == nullptr)
+        {
+            return Fail(pass, at, JsonError::UnexpectedEnd);
+        }
+        at = behind;
     }
-    return ScanDecimal(state);
 }
 
 uint32_t SkipJsonWhitespace(JsonParseState& state)
 {
-    while (!IsAtEnd(state))
+    JsonPass pass(state);
+    const uint8_t* at = SkipAnyWhitespace(pass, PlaceOf(pass));
+    if (at != nullptr)
     {
-        switch (Peek(state))
-        {
-        case '\n':
-            NoteLineFeed(state);
-            ++state.offset;
-            break;
-        case '\t':
-        case '\r':
-        case ' ':
-            ++state.offset;
-            break;
-        case '/':
-            switch (SkipComment(state))
-            {
-            case CommentScan::None:
-                return 0;
-            case CommentScan::Skipped:
-                break;
-            case CommentScan::Unfinished:
-                state.error = JsonError::UnexpectedEnd;
-                return 1;
-            }
-            break;
-        default:
-            return 0;
-        }
+        StandAt(pass, at);
     }
-    state.error = JsonError::UnexpectedEnd;
-    return 1;
+    state = pass;
+    return at != nullptr ? 0 : 1;
 }
 } // namespace Torvane

@@ -318,15 +318,15 @@ TEST(JsonOptions, AnUnassignedBitChangesNothing)
 // the same.
 TEST(JsonParts, FailWhereTheirFirstCharacterIsMissing)
 {
-    JsonParseState state = StartJsonParse("x", 1, 0);
-    EXPECT_FALSE(SizeString(state));
-    EXPECT_EQ(state.error, JsonError::QuoteExpected);
-    EXPECT_EQ(state.offset, 0u);
+    JsonPass string(StartJsonParse("x", 1, 0));
+    EXPECT_EQ(SizeString(string, string.source), nullptr);
+    EXPECT_EQ(string.error, JsonError::QuoteExpected);
+    EXPECT_EQ(string.offset, 0u);
 
-    state = StartJsonParse("x", 1, 0);
-    EXPECT_FALSE(SizeContainer(state, false));
-    EXPECT_EQ(state.error, JsonError::BracketExpected);
-    EXPECT_EQ(state.offset, 0u);
+    JsonPass container(StartJsonParse("x", 1, 0));
+    EXPECT_EQ(SizeContainer(container, container.source, false), nullptr);
+    EXPECT_EQ(container.error, JsonError::BracketExpected);
+    EXPECT_EQ(container.offset, 0u);
 }
 } // namespace
 } // namespace Torvane

@@ -150,7 +150,7 @@ struct JsonParseState
     char* data;          ///< pass two: next free byte for text
     char* dom;           ///< pass two: next free byte for records
     uint32_t domSize;    ///< counted by pass one, in bytes. Stays at the largest number when that is passed
-    uint32_t dataSize;   ///< counted by pass one, in bytes. Likewise
+    uint32_t dataSize;   ///< likewise. Pass two may write to any of so many bytes from `data` on
     uint32_t lineNumber; ///< from 1; goes up with every line feed
     uint32_t lineOffset; ///< of the last line feed
     uint32_t error;      ///< of `JsonError`; has a meaning only after a failure

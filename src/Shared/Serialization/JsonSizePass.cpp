@@ -6,65 +6,64 @@ namespace Torvane
 {
 namespace
 {
-bool Fail(JsonParseState& state, JsonError::Value error)
-{
-    state.error = error;
-    return false;
-}
-
 void AddTo(uint32_t& size, size_t more)
 {
     size = more > UINT32_MAX - size ? UINT32_MAX : size + static_cast<uint32_t>(more);
 }
 
 template<typename Plain, typename Placed>
-void AddPlaceable(JsonParseState& state)
+uint32_t SizeOfPlaceable(const JsonPass& pass)
 {
-    AddTo(state.domSize, IsSet(state, JsonOption::RecordPositions) ? sizeof(Placed) : sizeof(Plain));
+    return IsSet(pass, JsonOption::RecordPositions) ? sizeof(Placed) : sizeof(Plain);
 }
 
-void AddString(JsonParseState& state)
+uint32_t SizeOfValue(const JsonPass& pass)
 {
-    AddPlaceable<JsonString, JsonPlacedString>(state);
+    return SizeOfPlaceable<JsonValue, JsonPlacedValue>(pass);
 }
 
-void AddText(JsonParseState& state, uint32_t length)
+uint32_t SizeOfString(const JsonPass& pass)
 {
-    AddTo(state.dataSize, size_t{length} + 1);
+    return SizeOfPlaceable<JsonString, JsonPlacedString>(pass);
+}
+
+/// Adds a text and its terminator.
+void AddText(JsonPass& pass, uint32_t length)
+{
+    AddTo(pass.dataSize, size_t{length} + 1);
 }
 
 /// From a backslash on.
-bool SizeUnicodeEscape(JsonParseState& state, uint32_t& length)
+/// \param dropped goes up by the bytes that the escape is longer than what it stands for.
+const uint8_t* SizeUnicodeEscape(JsonPass& pass, const uint8_t* at, uint32_t& dropped)
 {
     uint32_t unit = 0;
-    if (!ReadUnicodeEscape(state, state.offset, unit) || IsLowSurrogate(unit))
+    if (!ReadUnicodeEscape(at, pass.end, unit) || IsLowSurrogate(unit))
     {
-        return Fail(state, JsonError::BadEscape);
+        return Fail(pass, at, JsonError::BadEscape);
     }
     if (!IsHighSurrogate(unit))
     {
-        state.offset += unicodeEscapeLength;
-        length += unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
-        return true;
+        dropped += unicodeEscapeLength - (unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3);
+        return at + unicodeEscapeLength;
     }
-    if (!ReadUnicodeEscape(state, state.offset + unicodeEscapeLength, unit) || !IsLowSurrogate(unit))
+    if (!ReadUnicodeEscape(at + unicodeEscapeLength, pass.end, unit) || !IsLowSurrogate(unit))
     {
-        return Fail(state, JsonError::BadEscape);
+        return Fail(pass, at, JsonError::BadEscape);
     }
-    state.offset += 2 * unicodeEscapeLength;
-    length += 4;
-    return true;
+    dropped += 2 * unicodeEscapeLength - 4;
+    return at + 2 * unicodeEscapeLength;
 }
 
 /// From a backslash on.
-bool SizeEscape(JsonParseState& state, uint32_t& length)
+/// \param dropped goes up by the bytes that the escape is longer than what it stands for.
+const uint8_t* SizeEscape(JsonPass& pass, const uint8_t* at, uint32_t& dropped)
 {
-    if (state.size - state.offset < 2)
+    if (CountLeft(at, pass.end) < 2)
     {
-        state.offset = state.size;
-        return Fail(state, JsonError::UnexpectedEnd);
+        return Fail(pass, pass.end, JsonError::UnexpectedEnd);
     }
-    switch (state.source[state.offset + 1])
+    switch (at[1])
     {
     case '"':
     case '/':
@@ -74,269 +73,317 @@ bool SizeEscape(JsonParseState& state, uint32_t& length)
     case 'n':
     case 'r':
     case 't':
-        state.offset += 2;
-        ++length;
-        return true;
+        ++dropped;
+        return at + 2;
     case 'u':
-        return SizeUnicodeEscape(state, length);
+        return SizeUnicodeEscape(pass, at, dropped);
     case '\n':
     case '\r':
-        if (!IsSet(state, JsonOption::LineBreaksInStrings))
+        if (!IsSet(pass, JsonOption::LineBreaksInStrings))
         {
-            return Fail(state, JsonError::BadEscape);
+            return Fail(pass, at, JsonError::BadEscape);
         }
-        ++state.offset; // The line break itself comes next, as a raw one.
-        return true;
+        ++dropped;
+        return at + 1; // The line break itself comes next, as a raw one.
     default:
-        return Fail(state, JsonError::BadEscape);
+        return Fail(pass, at, JsonError::BadEscape);
     }
 }
 
-bool SizeUnquotedName(JsonParseState& state)
+/// A control character in a string.
+const uint8_t* SizeControl(JsonPass& pass, const uint8_t* at)
 {
-    const uint32_t start = state.offset;
-    while (!IsAtEnd(state) && IsNameCharacter(Peek(state)))
+    switch (*at)
     {
-        ++state.offset;
+    case '\0':
+    case '\t':
+        return Fail(pass, at, JsonError::BadString);
+    case '\n':
+    case '\r':
+        if (!IsSet(pass, JsonOption::LineBreaksInStrings))
+        {
+            return Fail(pass, at, JsonError::BadEscape);
+        }
+        if (*at == '\n')
+        {
+            NoteLineFeed(pass, at);
+        }
+        break;
+    default:
+        break;
     }
-    AddText(state, state.offset - start);
-    return state.offset != start;
+    return at + 1;
 }
 
-bool SizeName(JsonParseState& state)
+const uint8_t* SkipPlainCharacters(const uint8_t* at, const uint8_t* end, uint8_t quote)
 {
-    AddTo(state.domSize, sizeof(JsonObjectElement));
-    AddString(state);
-    const bool unquoted = IsSet(state, JsonOption::UnquotedNames) && !IsQuote(state, Peek(state));
-    const bool accepted = unquoted ? SizeUnquotedName(state) : SizeString(state);
-    return accepted || Fail(state, JsonError::BadString);
+    while (CountLeft(at, end) >= jsonGroupSize)
+    {
+        const uint32_t stops = StringStops(LoadGroup(at), quote);
+        if (stops != 0)
+        {
+            return at + FirstOf(stops);
+        }
+        at += jsonGroupSize;
+    }
+    while (at != end && !IsStringStop(*at, quote))
+    {
+        ++at;
+    }
+    return at;
+}
+
+const uint8_t* SizeUnquotedName(JsonPass& pass, const uint8_t* at)
+{
+    const uint8_t* start = at;
+    while (at != pass.end && IsNameCharacter(*at))
+    {
+        ++at;
+    }
+    AddText(pass, CountLeft(start, at));
+    return at != start ? at : Fail(pass, at, JsonError::BadString);
+}
+
+const uint8_t* SizeName(JsonPass& pass, const uint8_t* at)
+{
+    if (*at != '"' && IsSet(pass, JsonOption::UnquotedNames) && !IsQuote(pass, *at))
+    {
+        return SizeUnquotedName(pass, at);
+    }
+    at = SizeString(pass, at);
+    if (at == nullptr)
+    {
+        pass.error = JsonError::BadString;
+    }
+    return at;
 }
 
 /// A member's name and its colon, up to its value.
-bool SizeMemberStart(JsonParseState& state)
+const uint8_t* SizeMemberStart(JsonPass& pass, const uint8_t* at)
 {
-    if (!SizeName(state) || SkipJsonWhitespace(state) != 0)
+    at = SizeName(pass, at);
+    if (at == nullptr)
     {
-        return false;
+        return nullptr;
     }
-    if (Peek(state) != ':' && !(Peek(state) == '=' && IsSet(state, JsonOption::EqualsSign)))
+    at = SkipWhitespace(pass, at);
+    if (at == nullptr)
     {
-        return Fail(state, JsonError::ColonExpected);
+        return nullptr;
     }
-    ++state.offset;
-    return SkipJsonWhitespace(state) == 0;
+    if (*at != ':' && !(*at == '=' && IsSet(pass, JsonOption::EqualsSign)))
+    {
+        return Fail(pass, at, JsonError::ColonExpected);
+    }
+    return SkipWhitespace(pass, at + 1);
 }
 
-bool SizeElementStart(JsonParseState& state)
+const uint8_t* SizeWord(JsonPass& pass, const uint8_t* at, const char* word, uint32_t length)
 {
-    AddTo(state.domSize, sizeof(JsonArrayElement));
-    return true;
+    if (CountLeft(at, pass.end) < length)
+    {
+        return Fail(pass, at, JsonError::BadValue);
+    }
+    for (uint32_t i = 0; i < length; ++i)
+    {
+        if (at[i] != static_cast<uint8_t>(word[i]))
+        {
+            return Fail(pass, at, JsonError::BadValue);
+        }
+    }
+    return at + length;
+}
+
+const uint8_t* SizeNumber(JsonPass& pass, const uint8_t* at)
+{
+    const uint8_t* behind = ScanNumber(pass, at);
+    if (behind != nullptr)
+    {
+        AddTo(pass.domSize, sizeof(JsonNumber));
+        AddText(pass, CountLeft(at, behind));
+    }
+    return behind;
+}
+
+/// A value that holds no others.
+const uint8_t* SizeScalar(JsonPass& pass, const uint8_t* at)
+{
+    if (IsQuote(pass, *at))
+    {
+        AddTo(pass.domSize, SizeOfString(pass));
+        return SizeString(pass, at);
+    }
+    if (IsNumberStart(pass, *at))
+    {
+        return SizeNumber(pass, at);
+    }
+    switch (*at)
+    {
+    case 't':
+        return SizeWord(pass, at, "true", 4);
+    case 'f':
+        return SizeWord(pass, at, "false", 5);
+    case 'n':
+        return SizeWord(pass, at, "null", 4);
+    default:
+        return Fail(pass, at, JsonError::BadValue);
+    }
 }
 
 /// What closes an object without braces, in place of a character.
 constexpr int32_t endOfText = -1;
 
-enum class Separation
-{
-    Another,
-    Closed,
-    Failed,
-};
+const uint8_t* SizeItems(JsonPass& pass, const uint8_t* at, int32_t close);
 
-/// What stands behind a member's or an element's value, up to the next one or beyond the closing bracket.
-Separation SizeSeparator(JsonParseState& state, int32_t close)
+/// A value's own record is counted already.
+const uint8_t* SizeValue(JsonPass& pass, const uint8_t* at)
 {
-    const Separation atEnd = close == endOfText ? Separation::Closed : Separation::Failed;
-    if (SkipJsonWhitespace(state) != 0)
+    switch (*at)
     {
-        return atEnd;
+    case '[':
+        return SizeItems(pass, at + 1, ']');
+    case '{':
+        return SizeItems(pass, at + 1, '}');
+    default:
+        return SizeScalar(pass, at);
     }
-    const bool comma = Peek(state) == ',';
+}
+
+/// Goes over what stands behind a member's or an element's value, up to the next one or beyond the closing bracket.
+/// \param isClosed whether it was the latter.
+const uint8_t* SizeSeparator(JsonPass& pass, const uint8_t* at, int32_t close, bool& isClosed)
+{
+    at = SkipWhitespace(pass, at);
+    if (at == nullptr)
+    {
+        isClosed = close == endOfText;
+        return isClosed ? PlaceOf(pass) : nullptr;
+    }
+    const bool comma = *at == ',';
     if (comma)
     {
-        ++state.offset;
-        const bool reachedEnd = SkipJsonWhitespace(state) != 0;
-        if (!IsSet(state, JsonOption::TrailingComma))
+        at = SkipWhitespace(pass, at + 1);
+        if (!IsSet(pass, JsonOption::TrailingComma))
         {
             // A closing bracket here is found out as a bad name or value.
-            return reachedEnd ? Separation::Failed : Separation::Another;
+            return at;
         }
-        if (reachedEnd)
+        if (at == nullptr)
         {
-            return atEnd;
+            isClosed = close == endOfText;
+            return isClosed ? PlaceOf(pass) : nullptr;
         }
     }
-    if (Peek(state) == close)
+    if (*at == close)
     {
-        ++state.offset;
-        return Separation::Closed;
+        isClosed = true;
+        return at + 1;
     }
-    if (!comma && !IsSet(state, JsonOption::NoCommas))
+    if (!comma && !IsSet(pass, JsonOption::NoCommas))
     {
-        Fail(state, JsonError::CommaExpected);
-        return Separation::Failed;
+        return Fail(pass, at, JsonError::CommaExpected);
     }
-    return Separation::Another;
+    return at;
 }
 
-bool SizeWord(JsonParseState& state, const char* word)
+/// The members of an object or the elements of an array, from behind the opening bracket to behind the closing one.
+const uint8_t* SizeItems(JsonPass& pass, const uint8_t* at, int32_t close)
 {
-    const uint32_t start = state.offset;
-    for (; *word != '\0'; ++word, ++state.offset)
+    const bool isObject = close != ']';
+    AddTo(pass.domSize, isObject ? sizeof(JsonObject) : sizeof(JsonArray));
+    at = SkipWhitespace(pass, at);
+    if (at == nullptr)
     {
-        if (IsAtEnd(state) || Peek(state) != static_cast<uint8_t>(*word))
+        return close == endOfText ? PlaceOf(pass) : nullptr;
+    }
+    if (*at == close)
+    {
+        return at + 1;
+    }
+    for (bool isClosed = false; !isClosed && at != nullptr;)
+    {
+        if (isObject)
         {
-            state.offset = start;
-            return Fail(state, JsonError::BadValue);
+            AddTo(pass.domSize, sizeof(JsonObjectElement) + SizeOfString(pass) + SizeOfValue(pass));
+            at = SizeMemberStart(pass, at);
+            if (at == nullptr)
+            {
+                return nullptr;
+            }
         }
+        else
+        {
+            AddTo(pass.domSize, sizeof(JsonArrayElement) + SizeOfValue(pass));
+        }
+        at = SizeValue(pass, at);
+        if (at == nullptr)
+        {
+            return nullptr;
+        }
+        at = SizeSeparator(pass, at, close, isClosed);
     }
-    return true;
-}
-
-bool SizeNumber(JsonParseState& state)
-{
-    const uint32_t start = state.offset;
-    if (!ScanNumber(state))
-    {
-        return Fail(state, JsonError::BadNumber);
-    }
-    AddTo(state.domSize, sizeof(JsonNumber));
-    AddText(state, state.offset - start);
-    return true;
-}
-
-/// A value that holds no others.
-bool SizeScalar(JsonParseState& state)
-{
-    const uint8_t character = Peek(state);
-    if (IsQuote(state, character))
-    {
-        AddString(state);
-        return SizeString(state);
-    }
-    if (IsNumberStart(state, character))
-    {
-        return SizeNumber(state);
-    }
-    switch (character)
-    {
-    case 't':
-        return SizeWord(state, "true");
-    case 'f':
-        return SizeWord(state, "false");
-    case 'n':
-        return SizeWord(state, "null");
-    default:
-        return Fail(state, JsonError::BadValue);
-    }
-}
-
-bool SizeValue(JsonParseState& state)
-{
-    AddPlaceable<JsonValue, JsonPlacedValue>(state);
-    const uint8_t character = Peek(state);
-    return character == '[' || character == '{' ? SizeContainer(state, false) : SizeScalar(state);
+    return at;
 }
 } // namespace
 
-bool SizeString(JsonParseState& state)
+const uint8_t* SizeString(JsonPass& pass, const uint8_t* at)
 {
-    const uint8_t quote = Peek(state);
-    if (!IsQuote(state, quote))
+    const uint8_t quote = *at;
+    if (!IsQuote(pass, quote))
     {
-        return Fail(state, JsonError::QuoteExpected);
+        return Fail(pass, at, JsonError::QuoteExpected);
     }
-    uint32_t length = 0;
-    for (++state.offset; !IsAtEnd(state);)
+    const uint8_t* start = ++at;
+    for (uint32_t dropped = 0; at != nullptr;)
     {
-        const uint8_t character = Peek(state);
-        if (character == quote)
+        at = SkipPlainCharacters(at, pass.end, quote);
+        if (at == pass.end)
         {
-            ++state.offset;
-            AddText(state, length);
-            return true;
+            return Fail(pass, at, JsonError::UnexpectedEnd);
         }
-        switch (character)
+        if (*at == quote)
         {
-        case '\0':
-        case '\t':
-            return Fail(state, JsonError::BadString);
-        case '\\':
-            if (!SizeEscape(state, length))
-            {
-                return false;
-            }
-            continue;
-        case '\n':
-        case '\r':
-            if (!IsSet(state, JsonOption::LineBreaksInStrings))
-            {
-                return Fail(state, JsonError::BadEscape);
-            }
-            if (character == '\n')
-            {
-                NoteLineFeed(state);
-            }
-            break;
-        default:
-            break;
+            AddText(pass, CountLeft(start, at) - dropped);
+            return at + 1;
         }
-        ++state.offset;
-        ++length;
+        at = *at == '\\' ? SizeEscape(pass, at, dropped) : SizeControl(pass, at);
     }
-    return Fail(state, JsonError::UnexpectedEnd);
+    return nullptr;
 }
 
-bool SizeContainer(JsonParseState& state, bool withoutBraces)
+const uint8_t* SizeContainer(JsonPass& pass, const uint8_t* at, bool withoutBraces)
 {
-    bool isObject = withoutBraces;
-    if (!withoutBraces)
+    if (withoutBraces)
     {
-        isObject = Peek(state) == '{';
-        if (!isObject && Peek(state) != '[')
-        {
-            return Fail(state, JsonError::BracketExpected);
-        }
-        ++state.offset;
+        return SizeItems(pass, at, endOfText);
     }
-    AddTo(state.domSize, isObject ? sizeof(JsonObject) : sizeof(JsonArray));
-    const int32_t close = withoutBraces ? endOfText : isObject ? '}' : ']';
-    if (SkipJsonWhitespace(state) != 0)
+    if (*at != '{' && *at != '[')
     {
-        return close == endOfText;
+        return Fail(pass, at, JsonError::BracketExpected);
     }
-    if (Peek(state) == close)
-    {
-        ++state.offset;
-        return true;
-    }
-    for (;;)
-    {
-        if (isObject ? !SizeMemberStart(state) : !SizeElementStart(state))
-        {
-            return false;
-        }
-        if (!SizeValue(state))
-        {
-            return false;
-        }
-        const Separation separation = SizeSeparator(state, close);
-        if (separation != Separation::Another)
-        {
-            return separation == Separation::Closed;
-        }
-    }
+    return SizeItems(pass, at + 1, *at == '{' ? '}' : ']');
 }
 
 uint32_t SizeJson(JsonParseState& state, uint32_t withoutBraces)
 {
-    const bool reachedEnd = SkipJsonWhitespace(state) != 0;
+    JsonPass pass(state);
+    const uint8_t* at = SkipWhitespace(pass, PlaceOf(pass));
     if (withoutBraces != 0)
     {
-        AddPlaceable<JsonValue, JsonPlacedValue>(state);
-        const bool braces = !reachedEnd && Peek(state) == '{';
-        return SizeContainer(state, !braces) ? 0 : 1;
+        AddTo(pass.domSize, SizeOfValue(pass));
+        const bool braces = at != nullptr && *at == '{';
+        at = SizeContainer(pass, at != nullptr ? at : PlaceOf(pass), !braces);
     }
-    return !reachedEnd && SizeValue(state) ? 0 : 1;
+    else if (at != nullptr)
+    {
+        AddTo(pass.domSize, SizeOfValue(pass));
+        at = SizeValue(pass, at);
+    }
+    if (at != nullptr)
+    {
+        StandAt(pass, at);
+    }
+    state = pass;
+    return at != nullptr ? 0 : 1;
 }
 } // namespace Torvane

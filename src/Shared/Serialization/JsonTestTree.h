@@ -83,7 +83,9 @@ inline JsonTree ParseInSteps(std::string_view text, uint32_t flags = 0)
     }
     tree.block.reset(static_cast<char*>(malloc(state.domSize + state.dataSize)));
     const bool placed = (flags & JsonOption::RecordPositions) != 0;
-    state = StartJsonParse(source.Start(), source.Size(), flags);
+    state.offset = 0;
+    state.lineNumber = 1;
+    state.lineOffset = 0;
     state.dom = tree.block.get() + (placed ? sizeof(JsonPlacedValue) : sizeof(JsonValue));
     state.data = tree.block.get() + tree.sized.domSize;
     BuildJson(state, withoutBraces, *reinterpret_cast<JsonValue*>(tree.block.get()));

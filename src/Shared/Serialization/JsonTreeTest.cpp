@@ -190,6 +190,23 @@ TEST(JsonTree, EndsPassTwoAtTheEndOfTheValue)
     EXPECT_EQ(tree.built.lineOffset, 6u);
 }
 
+TEST(JsonTree, IsTheSameIfPassTwoIsNotToldTheSizeOfTheTexts)
+{
+    constexpr std::string_view text =
+        "[\"a string of more than sixteen characters\", 12345678901234567890, \"\"]";
+    const JsonTree tree = ParseInSteps(text);
+    ASSERT_TRUE(tree.accepted);
+    const size_t size = tree.sized.domSize + tree.sized.dataSize;
+    const std::unique_ptr<char, decltype(&free)> block(static_cast<char*>(malloc(size)), &free);
+    JsonParseState state = StartJsonParse(text.data(), static_cast<uint32_t>(text.size()), 0);
+    state.dom = block.get() + sizeof(JsonValue);
+    state.data = block.get() + tree.sized.domSize;
+    JsonValue& root = *reinterpret_cast<JsonValue*>(block.get());
+    BuildJson(state, 0, root);
+    EXPECT_TRUE(IsSameValue(root, tree.Root(), ComparePositions::No));
+    EXPECT_EQ(state.data, block.get() + size);
+}
+
 TEST(JsonTree, StopsCountingAtTheLargestNumberAndIsThenRefused)
 {
     JsonParseState state = StartJsonParse("[\"abcdef\"]", 10, 0);

@@ -24,6 +24,37 @@ uint32_t LowestSlot(uint32_t matches)
     return static_cast<uint32_t>(__builtin_ctz(matches));
 }
 
+__m128i LoadBytes(const void* at)
+{
+    return _mm_loadu_si128(static_cast<const __m128i*>(at));
+}
+
+constexpr uint32_t charactersAtOnce = sizeof(__m128i) / sizeof(wchar_t);
+
+bool AreSameAtOnce(const wchar_t* a, const wchar_t* b)
+{
+    return _mm_movemask_epi8(_mm_cmpeq_epi8(LoadBytes(a), LoadBytes(b))) == 0xFFFF;
+}
+
+/// Eight characters at once, the last eight along with some that were compared already. With a control byte that
+/// matches, two paths of a length are mostly the same one and are compared to their end.
+bool AreSame(const wchar_t* a, const wchar_t* b, uint32_t length)
+{
+    if (length < charactersAtOnce)
+    {
+        return memcmp(a, b, length * sizeof(wchar_t)) == 0;
+    }
+    const uint32_t last = length - charactersAtOnce;
+    for (uint32_t i = 0; i < last; i += charactersAtOnce)
+    {
+        if (!AreSameAtOnce(a + i, b + i))
+        {
+            return false;
+        }
+    }
+    return AreSameAtOnce(a + last, b + last);
+}
+
 uint32_t SizeOfEntries(uint32_t slots)
 {
     return slots * static_cast<uint32_t>(sizeof(OwnedWideString));
@@ -156,13 +187,12 @@ uint32_t ModulePathSet::FindRoom(uint64_t hash) const
 
 bool ModulePathSet::Holds(uint32_t slot, const wchar_t* path, uint32_t length) const
 {
-    return entries[slot].length == length &&
-           memcmp(entries[slot].pointer, path, length * sizeof(wchar_t)) == 0;
+    return entries[slot].length == length && AreSame(entries[slot].pointer, path, length);
 }
 
 uint32_t ModulePathSet::Match(uint32_t group, uint8_t control) const
 {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(controls + group * groupSize));
+    const __m128i bytes = LoadBytes(controls + group * groupSize);
     const __m128i wanted = _mm_set1_epi8(static_cast<char>(control));
     return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
 }

@@ -105,6 +105,19 @@ uint32_t SlotOf(const ModulePathSet& set, const Path& path)
     return UINT32_MAX;
 }
 
+/// The path with another character at that place, and with the same control byte, so that a look-up in the same group
+/// has to compare the two.
+Path FindTwin(const Path& path, uint32_t place)
+{
+    Path twin = path;
+    do
+    {
+        ++twin[place];
+    }
+    while (twin[place] == path[place] || twin[place] == 0 || ((HashOf(twin) ^ HashOf(path)) & 0x7F) != 0);
+    return twin;
+}
+
 class ModulePathSetTest : public testing::Test
 {
 private:
@@ -225,6 +238,21 @@ TEST_F(ModulePathSetTest, TellsPathsApartWhoseHomeGroupAndControlByteAgree)
     }
     EXPECT_FALSE(Contains(set, paths.back()));
     ExpectSoundTable(set);
+}
+
+TEST_F(ModulePathSetTest, TellsPathsApartThatDifferInOneCharacterAnywhere)
+{
+    for (uint32_t length = 1; length <= 34; ++length)
+    {
+        const Path path = MakePath(std::string(length, 'a'));
+        ModulePathSet set(16);
+        ASSERT_TRUE(Insert(set, path));
+        EXPECT_TRUE(Contains(set, path)) << length;
+        for (uint32_t place = 0; place < length; ++place)
+        {
+            EXPECT_FALSE(Contains(set, FindTwin(path, place))) << place << " of " << length;
+        }
+    }
 }
 
 TEST_F(ModulePathSetTest, LooksNoFurtherThanTheFirstGroupWithAnEmptySlot)

@@ -1,0 +1,30 @@
+#pragma once
+
+/// \file
+/// The host's part of figures, called by the main thread.
+
+#include "Torvane/Agent.h"
+
+#include "../Support/Board.h"
+
+namespace Torvane::Benchmarks
+{
+using HostFigure = void (*)(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 3.
+void PrepareBursts(Board& board, TvnDefaultAgent& agent);
+void SendBursts(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 8.
+void MeasureModules(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 9.
+void WritePatches(Board& board, TvnDefaultAgent& agent);
+void DeletePatches(Board& board, TvnDefaultAgent& agent);
+
+/// Figure 10, with Agents of its own.
+void MeasureStartup(Board& board);
+
+/// Figure 11.
+void MeasureExceptions(Board& board, TvnDefaultAgent& agent);
+} // namespace Torvane::Benchmarks

@@ -1,0 +1,95 @@
+// Figure 8: enabling modules, with a Bridge that acknowledges them at once.
+#include "HostFigures.h"
+#include "Shared/Process/Windows/TestLibraries.h"
+
+#include "../Support/Stopwatch.h"
+
+#include <functional>
+
+namespace Torvane::Benchmarks
+{
+namespace
+{
+using Paths = std::vector<std::wstring>;
+
+/// What the Agent can't do without, for each module: map its file, and unmap it.
+void MapAndUnmap(const Paths& paths)
+{
+    for (const std::wstring& path : paths)
+    {
+        const HANDLE file =
+            CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+        const HANDLE mapping = CreateFileMappingW(file, nullptr, PAGE_READONLY, 0, 0, nullptr);
+        const void* view = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0);
+        UnmapViewOfFile(view);
+        CloseHandle(mapping);
+        CloseHandle(file);
+    }
+}
+
+/// Adds the time for each module of `enable` and of mapping the same files.
+void Compare(Board& board, const std::string& name, const Paths& paths, const std::function<void()>& enable)
+{
+    for (uint32_t round = 0; round < board->rounds; ++round)
+    {
+        board.Add(name, "ours", Measure(enable) / static_cast<double>(paths.size()));
+        board.Add(name, "mapping", Measure([&] { MapAndUnmap(paths); }) / static_cast<double>(paths.size()));
+    }
+}
+
+void WriteAndLoad(TestLibraries& libraries, const std::string& name, const std::vector<TestImportOf>& imports,
+                  uint32_t imageSize)
+{
+    if (!libraries.Write(name, imports, imageSize) || libraries.Load(name) == nullptr)
+    {
+        Fail("A module can't be loaded");
+    }
+}
+} // namespace
+
+void MeasureModules(Board& board, TvnDefaultAgent& agent)
+{
+    const uint32_t most = board.IsQuick() ? 50 : 500;
+    TestLibraries libraries(L"benchmark");
+    std::vector<std::string> names;
+    Paths all;
+    std::vector<const wchar_t*> pointers;
+    for (uint32_t i = 0; i < most; ++i)
+    {
+        names.push_back("TvnModule" + std::to_string(i) + ".dll");
+        WriteAndLoad(libraries, names.back(), {}, 0x10000);
+        all.push_back(libraries.PathOf(names.back()));
+    }
+    for (const std::wstring& path : all)
+    {
+        pointers.push_back(path.c_str());
+    }
+    for (const uint32_t count : {1u, 10u, 50u, 100u, 250u, 500u})
+    {
+        if (count > most)
+        {
+            break;
+        }
+        Compare(board, std::to_string(count) + (count == 1 ? " module" : " modules"),
+                Paths(all.begin(), all.begin() + count), [&] {
+                    agent.TvnEnableModules(pointers.data(), count, ExactlyTheseModules, nullptr, nullptr);
+                });
+    }
+
+    // The closure: one module that imports all the others.
+    for (const uint32_t count : {1u, 10u, 50u})
+    {
+        std::vector<TestImportOf> imports;
+        for (uint32_t i = 0; i < count; ++i)
+        {
+            imports.push_back({names[i].c_str()});
+        }
+        const std::string root = "TvnRoot" + std::to_string(count) + ".dll";
+        WriteAndLoad(libraries, root, imports, 0x3000);
+        Paths some(all.begin(), all.begin() + count);
+        some.push_back(libraries.PathOf(root));
+        Compare(board, "closure of " + std::to_string(count + 1), some,
+                [&] { agent.TvnEnableModule(some.back().c_str(), IncludeImports, nullptr, nullptr); });
+    }
+}
+} // namespace Torvane::Benchmarks

@@ -1,0 +1,47 @@
+#pragma once
+
+/// \file
+/// What the Agent's link is measured against: the same calls of the OS, and nothing else. In the host's process, served
+/// by threads of its own.
+
+#include "Agent/Communication/Blob.h"
+
+#include <stdint.h>
+
+namespace Torvane::Benchmarks
+{
+/// What a relay is asked for, in place of a Blob's type.
+enum class RelayOrder : uint32_t
+{
+    Echo = 1,      ///< the reply has the request's size, less 8
+    Give = 2,      ///< the payload is a size; a message with that many bytes comes back, header included
+    GiveFresh = 8, ///< the same out of a block that is allocated for it and takes a copy of the memory
+    Take = 3,      ///< the payload goes to the memory; no reply
+    TakeFresh = 5, ///< the same by way of a block that is allocated for it; no reply
+    Load = 4,      ///< the payload is the path of a library, which is loaded; the reply is its module
+    Free = 6,      ///< the payload is such a module, which is freed; an empty reply comes
+    Answer = 7,    ///< what `AskRelay` waits for; no reply
+};
+
+struct RelayHeader
+{
+    uint32_t size; ///< bytes of the payload
+    RelayOrder order;
+};
+
+constexpr wchar_t relayInName[] = L"TVN_BenchmarkIn";    ///< to the host
+constexpr wchar_t relayOutName[] = L"TVN_BenchmarkOut";  ///< from the host
+constexpr wchar_t pingPongName[] = L"TVN_BenchmarkPing"; ///< both ways
+constexpr uint32_t echoRequestSize = 16;                 ///< payload of an `EchoRequest`
+constexpr uint32_t echoReplySize = 8;
+
+/// Makes the pipes and the threads that serve them until the other end goes.
+/// \param data memory of at least `dataSize` bytes for `Give` and `Take`.
+void StartRelay(uint8_t* data, uint32_t dataSize);
+
+/// A round trip that begins in the host: sends an empty message and waits for an `Answer`.
+void AskRelay();
+
+/// Waits for an `Answer` that nobody has asked for.
+void AwaitRelay();
+} // namespace Torvane::Benchmarks
