@@ -1,7 +1,5 @@
 #include "Shared/Foundation/Windows/FileSink.h"
 
-#include "Shared/Foundation/BoundedFormat.h"
-#include "Shared/Foundation/FixedString.h"
 #include "Shared/Foundation/LogCalls.h"
 #include "Shared/Foundation/ThreadBuffers.h"
 #include "Shared/Foundation/Windows/LogFile.h"
@@ -100,31 +98,6 @@ TEST_F(FileSinkTest, WritesTimesThatOutgrowTheirColumns)
     clock.Set(9999999994);
     Error("x", "a", 1);
     EXPECT_EQ(file.Read(), "\r\n9999999.99 | ERR | " + Blanks(39) + "a(1) | x");
-}
-
-TEST_F(FileSinkTest, WritesWhatTheFormatOfARecordSays)
-{
-    const std::string texts[] = {"", "x", std::string("cut\0off", 7), std::string(100, 'y'),
-                                 Blanks(messageBufferSize)};
-    std::string expected;
-    for (const size_t sourceLength : {0, 7, 8, 40, 41, 200, 1019, 1020, 1021, 1022, 1023, 1500})
-    {
-        const std::string source(sourceLength, 's');
-        for (const int32_t line : {0, 9, -1, INT32_MAX, INT32_MIN})
-        {
-            for (const std::string& text : texts)
-            {
-                FixedString position = {};
-                position.Format("%hs(%d)", source.c_str(), line);
-                static char record[fileLineBufferSize];
-                FormatBounded(record, sizeof(record), "\r\n%9.2f | %hs | %43s | %.*s", 12.347, "ERR",
-                              position.text, static_cast<int>(text.size()), text.data());
-                expected += record;
-                Error(text, source.c_str(), line);
-            }
-        }
-    }
-    EXPECT_EQ(file.Read(), expected);
 }
 
 TEST_F(FileSinkTest, WritesARecordAtOnceWithoutAnEndOfItsOwn)
