@@ -18,6 +18,7 @@ class Figure:
     rounds: int = 11
     quickRounds: int = 2
     chart: str = "bars"  # or "lines", where the cases are sizes
+    oneProcessor: bool = False  # where threads wait for each other all the time, and where each runs would decide
     allocations: bool = False  # whether the program also counts the allocations of one run, for each side
     units: dict = field(default_factory=dict)  # by case: (unit, scale) where it isn't the figure's; needs no rival
 
@@ -52,9 +53,10 @@ KIBIBYTES = ("KiB", 1 / 1024)
 
 FIGURES = [
     Figure(1, "From an EchoRequest to its EchoReply", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.1,
-           goalRivals=["relay"], program="ProcessBenchmarks"),
+           goalRivals=["relay"], program="ProcessBenchmarks", oneProcessor=True),
     Figure(2, "Reading and writing the host's memory", "MB/s", 1e-6, rate=True, ratio="speed", goal=0.9,
-           goalRivals=["bare pipe"], goalFrom=64 * 1024, program="ProcessBenchmarks", chart="lines"),
+           goalRivals=["bare pipe"], goalFrom=64 * 1024, program="ProcessBenchmarks", oneProcessor=True,
+           chart="lines"),
     Figure(3, "A message into the queue, and out of it", "µs", MICROSECONDS, rate=False, ratio="cost",
            program="ProcessBenchmarks", rounds=7, quickRounds=1),
     Figure(4, "A log record to the file", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.3,
@@ -66,14 +68,14 @@ FIGURES = [
     Figure(7, "A set of module paths: for each path", "ns", NANOSECONDS, rate=False, ratio="speed", goal=1,
            goalRivals=["unordered_set"]),
     Figure(8, "Enabling a module, one of many", "µs", MICROSECONDS, rate=False, ratio="cost", goal=2,
-           goalRivals=["mapping"], program="ProcessBenchmarks", rounds=11),
+           goalRivals=["mapping"], program="ProcessBenchmarks", oneProcessor=True),
     Figure(9, "Loading a patch", "µs", MICROSECONDS, rate=False, ratio="cost", goal=1.2,
-           goalRivals=["bare load"], program="ProcessBenchmarks", rounds=101, quickRounds=5),
+           goalRivals=["bare load"], program="ProcessBenchmarks", oneProcessor=True, rounds=101, quickRounds=5),
     Figure(10, "An Agent at its start, at its end and at rest", "ms", 1e3, rate=False, ratio="cost", goal=1,
            goalRivals=["limit"], program="ProcessBenchmarks",
            units={"the shutdown call": ("ms", 1e3), "idling": ("% of a core", 100),
                   "the library's file": KIBIBYTES, "the library's image": KIBIBYTES,
                   "committed memory": KIBIBYTES, "reserved memory": KIBIBYTES, "resident memory": KIBIBYTES}),
     Figure(11, "An exception, from the fault to the resumed thread", "µs", MICROSECONDS, rate=False, ratio="cost",
-           program="ProcessBenchmarks", rounds=1001, quickRounds=20),
+           program="ProcessBenchmarks", oneProcessor=True, rounds=1001, quickRounds=20),
 ]

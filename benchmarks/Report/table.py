@@ -85,11 +85,15 @@ def headings(figure):
     return ["case", f"ours{unit}", "rival", f"rival{unit}", ratioWords(figure), "spread", *allocations, "goal"]
 
 
+def roundWords(figure, rows):
+    rounds = " or ".join(str(count) for count in sorted({row.rounds for row in rows}))
+    return f"{rounds} rounds; {goalWords(figure) or 'no goal'}"
+
+
 def asText(figure, rows):
     lines = [headings(figure)] + [cells(row) for row in rows]
     widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
-    rounds = " or ".join(str(count) for count in sorted({row.rounds for row in rows}))
-    title = f"{figure.number}. {figure.title} ({rounds} rounds; {goalWords(figure) or 'no goal'})"
+    title = f"{figure.number}. {figure.title} ({roundWords(figure, rows)})"
     body = ["  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines]
     return "\n".join([title] + ["   " + line for line in body])
 
@@ -98,4 +102,5 @@ def asMarkdown(figure, rows):
     allocations = ["--:"] if figure.allocations else []
     rule = ["---", "--:", "---", "--:", "--:", "--:", *allocations, "---"]
     lines = [headings(figure), rule] + [cells(row) for row in rows]
-    return "\n".join("| " + " | ".join(line) + " |" for line in lines)
+    head = [f"![{figure.title}](benchmarks/{figure.picture})", "", f"{roundWords(figure, rows)}.", ""]
+    return "\n".join(head + ["| " + " | ".join(line) + " |" for line in lines])
