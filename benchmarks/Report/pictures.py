@@ -107,6 +107,7 @@ def drawLines(figure, cases):
             parts.append(text(left - 8, y + 4, f"{10.0 ** power:,g}", 11, "end"))
     parts += [text(placeX(size), bottom + 18, label, 10, "middle") for size, label in labels.items()]
     kinds = list(dict.fromkeys(key[1:] for key in points))
+    labelled = []
     for (side, *kind), line in points.items():
         colour = colourOf(sides, side)
         dashes = "" if kinds.index(tuple(kind)) == 0 else " stroke-dasharray='6 4'"
@@ -118,7 +119,9 @@ def drawLines(figure, cases):
                          f"fill='{colour}'/>")
             parts.append(f"<path d='M{placeX(x):.1f} {placeY(low):.1f}V{placeY(high):.1f}' stroke='{colour}'/>")
         if side == OURS and kind:
-            parts.append(text(right + 8, placeY(statistics.median(line[-1][1])) + 4, ", ".join([side, *kind]), 11))
+            y = max([placeY(statistics.median(line[-1][1])) + 4] + [taken + 12 for taken in labelled])
+            labelled.append(y)
+            parts.append(text(right + 8, y, ", ".join([side, *kind]), 11))
     return frame(figure, sides, bottom + 40, parts)
 
 
