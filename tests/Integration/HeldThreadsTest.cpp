@@ -1,6 +1,7 @@
 #include "tests/Harness/Harness.h"
 #include "tests/Harness/Imports.h"
 #include "tests/Harness/TestThread.h"
+#include "tests/Integration/LostSuspension.h"
 
 #include <windows.h>
 
@@ -502,13 +503,16 @@ HELD_BRIDGE(AThreadInTheWaitForEnabledModules)
 HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
 {
     ASSERT_TRUE(Prepare());
+    LostSuspension lostSuspension(host.Id(), 5 * patience);
     for (uint32_t number = 1; number <= 100 && !HasFatalFailure(); ++number)
     {
+        lostSuspension.NoteProgress();
         AcknowledgeModules(); // those who wait since the last round go on, and others come
         threads->Hold();
         threads->LetLeave(image.base, image.size);
         Reload(number);
     }
+    lostSuspension.NoteProgress();
     Signal("reloaded");
     Stop();
     while (!Await("ended", 10) && !HasFatalFailure()) // the last ones wait as well
