@@ -77,12 +77,8 @@ void MeasureModules(Board& board, TvnDefaultAgent& agent)
     }
 
     // The closure: one module that imports all the others.
-    for (const uint32_t count : {1u, 10u, 50u, 250u, 500u})
+    for (const uint32_t count : {1u, 10u, 50u})
     {
-        if (count > most)
-        {
-            break;
-        }
         std::vector<TestImportOf> imports;
         for (uint32_t i = 0; i < count; ++i)
         {
