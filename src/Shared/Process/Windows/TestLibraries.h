@@ -28,7 +28,6 @@ inline std::vector<uint8_t> BuildTestLibrary(const std::string& name,
 {
     constexpr uint32_t headersSize = 0x400;
     constexpr uint32_t sectionRva = 0x1000;
-    constexpr uint32_t sectionSize = 0x1000;
     std::vector<uint8_t> section;
     const auto put = [&](const void* bytes, size_t count) {
         const uint32_t rva = static_cast<uint32_t>(sectionRva + section.size());
@@ -63,6 +62,7 @@ inline std::vector<uint8_t> BuildTestLibrary(const std::string& name,
     }
     const uint32_t descriptorsSize = static_cast<uint32_t>(descriptors.size() * sizeof(descriptors[0]));
     const uint32_t descriptorsRva = put(descriptors.data(), descriptorsSize);
+    const uint32_t sectionSize = static_cast<uint32_t>((section.size() + 0xFFF) & ~size_t{0xFFF});
     section.resize(sectionSize);
 
     IMAGE_DOS_HEADER dosHeader = {};
