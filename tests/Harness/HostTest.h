@@ -128,6 +128,7 @@ private:
     void TestBody() final;
     void RunInThisProcess();
     void RunInChild();
+    bool IsSenderReadyOrGone() const;
     bool HasBridgeGone();
     void ReportBridge();
     static uint64_t Now();
