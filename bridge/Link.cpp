@@ -112,6 +112,7 @@ double SecondsBetween(LARGE_INTEGER begin, LARGE_INTEGER end)
     QueryPerformanceFrequency(&frequency);
     return static_cast<double>(end.QuadPart - begin.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
+
 /// What is to be done with each new link; null for nothing.
 std::function<void(Link&)>& EveryLink()
 {

@@ -32,8 +32,7 @@ void FileSink::WriteRecord(const char* tag, const char* text, uint32_t length, c
     {
         return;
     }
-    FixedString position; // not cleared: its text always ends with a terminator
-    position.length = 0;
+    FixedString position = {};
     position.Format("%hs(%d)", source, line);
     const double seconds = SecondsSinceStartup();
     char* record = GetFileLineBuffer();
