@@ -3,7 +3,7 @@
 /// \file
 /// Builds a Blob with its variable items; each writer belongs to one thread.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 
 #include <stddef.h>
 #include <stdint.h>

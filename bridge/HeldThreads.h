@@ -3,7 +3,7 @@
 /// \file
 /// Holding the threads of the Agent's process from outside; each object belongs to one thread.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 
 #include <stdint.h>
 #include <vector>

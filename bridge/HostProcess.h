@@ -3,7 +3,7 @@
 /// \file
 /// The Agent's process, seen from outside; each object belongs to one thread.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 
 #include <stdint.h>
 #include <vector>

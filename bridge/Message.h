@@ -4,7 +4,7 @@
 /// One Blob as it went over a pipe, with bounds-checked access to what its fields refer to; a value, any thread
 /// that owns it.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 #include "bridge/Recording/BlobLayout.h"
 
 #include <stddef.h>

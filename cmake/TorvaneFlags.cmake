@@ -40,6 +40,7 @@ add_library(Torvane::Flags ALIAS TorvaneFlags)
 
 add_library(TorvaneTestFlags INTERFACE)
 target_link_libraries(TorvaneTestFlags INTERFACE TorvaneCommonFlags)
+target_include_directories(TorvaneTestFlags INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}")
 add_library(Torvane::TestFlags ALIAS TorvaneTestFlags)
 
 add_library(TorvaneCppLibrary INTERFACE)

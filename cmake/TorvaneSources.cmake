@@ -57,3 +57,6 @@ foreach(path IN LISTS sources)
         list(APPEND TORVANE_NATIVE_SOURCES "${path}")
     endif()
 endforeach()
+list(APPEND TORVANE_NATIVE_SOURCES
+    tests/Support/Native/NativeMappedFile.cpp
+    tests/Support/Native/NativeMemorySystem.cpp)

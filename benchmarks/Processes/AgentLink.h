@@ -3,7 +3,7 @@
 /// \file
 /// The Bridge's end of everything that a benchmark measures. One thread.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 #include "Relay.h"
 #include "bridge/BlobWriter.h"
 #include "bridge/Link.h"

@@ -1,6 +1,6 @@
 // Figure 8: enabling modules, with a Bridge that acknowledges them at once.
 #include "HostFigures.h"
-#include "Shared/Process/Windows/TestLibraries.h"
+#include "tests/Support/TestLibraries.h"
 
 #include "../Support/Stopwatch.h"
 

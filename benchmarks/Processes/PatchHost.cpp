@@ -1,7 +1,7 @@
 // Figure 9, the host's part: the files.
 #include "HostFigures.h"
 #include "Patches.h"
-#include "Shared/Process/Windows/TestLibraries.h"
+#include "tests/Support/TestLibraries.h"
 
 namespace Torvane::Benchmarks
 {

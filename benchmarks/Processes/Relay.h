@@ -4,7 +4,7 @@
 /// What the Agent's link is measured against: the same calls of the OS, and nothing else. In the host's process, served
 /// by threads of its own.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 
 #include <stdint.h>
 

@@ -3,7 +3,7 @@
 /// \file
 /// What each Blob's payload consists of, as tables over the wire records; constant data, any thread, any platform.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 
 #include <stddef.h>
 #include <stdint.h>

@@ -1,7 +1,7 @@
 /// \file
 /// Feeds texts to the JSON reader, under several sets of options each, and checks what holds for all of them.
 
-#include "Shared/Serialization/JsonTestTree.h"
+#include "tests/Support/JsonTestTree.h"
 
 #include <stdio.h>
 

@@ -1,6 +1,6 @@
 #include "tests/Harness/RawPipe.h"
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 #include "tests/Harness/Channel.h"
 
 #include <string.h>

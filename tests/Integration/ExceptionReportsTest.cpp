@@ -1,6 +1,6 @@
-#include "Agent/Exception/TestExceptions.h"
 #include "tests/Harness/ByteImage.h"
 #include "tests/Harness/Harness.h"
+#include "tests/Support/TestExceptions.h"
 
 #include <stdio.h>
 #include <string>

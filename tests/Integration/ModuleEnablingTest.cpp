@@ -7,9 +7,9 @@
 
 #if TORVANE_HOST_HALF
 
-#include "Shared/Process/Windows/TestLibraries.h"
 #include "tests/Harness/Images.h"
 #include "tests/Harness/TestThread.h"
+#include "tests/Support/TestLibraries.h"
 
 #include <functional>
 

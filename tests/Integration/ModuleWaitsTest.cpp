@@ -12,8 +12,8 @@ constexpr uint32_t rounds = 10;
 
 #if TORVANE_HOST_HALF
 
-#include "Shared/Process/Windows/TestLibraries.h"
 #include "tests/Harness/TestThread.h"
+#include "tests/Support/TestLibraries.h"
 
 #include <memory>
 

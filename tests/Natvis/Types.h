@@ -3,7 +3,7 @@
 /// \file
 /// The types that the natvis file shows.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 #include "Shared/Concurrency/Latch.h"
 #include "Shared/Container/Array.h"
 #include "Shared/Container/DynamicArray.h"

@@ -17,7 +17,7 @@ else()
             docs/protocol.md
             docs/recording.md
             docs/recording.png
-            include/Agent/Communication/Blob.h
+            include/Agent/Protocol/Blob.h
             include/bridge/Bridge.h
             lib/cmake/TorvaneBridge/TorvaneBridgeConfig.cmake
             licenses/libgcc.txt

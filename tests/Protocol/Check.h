@@ -3,7 +3,7 @@
 /// \file
 /// What the program that is made of the tables of docs/protocol.md is written in; for its main thread.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 
 #include <stdio.h>
 

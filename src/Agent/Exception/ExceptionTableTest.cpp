@@ -1,6 +1,6 @@
 #include "Agent/Exception/ExceptionTable.h"
 
-#include "Agent/Exception/TestExceptions.h"
+#include "tests/Support/TestExceptions.h"
 
 #include "gtest/gtest.h"
 

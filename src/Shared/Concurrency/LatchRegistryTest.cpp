@@ -1,10 +1,10 @@
 #include "Shared/Concurrency/LatchRegistry.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
 #include "Shared/Memory/MemorySystem.h"
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/OS/Windows/TestImport.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestImport.h"
+#include "tests/Support/TestMemorySystem.h"
+#include "tests/Support/TestThread.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,8 +1,8 @@
 #include "Shared/Concurrency/Latch.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Concurrency/Windows/WaitStandIn.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestThread.h"
+#include "tests/Support/WaitStandIn.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 #include "Shared/Container/Array.h"
 
 #include "Shared/Foundation/FixedString.h"
-#include "Shared/Memory/TestMemorySystem.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <string.h>
 

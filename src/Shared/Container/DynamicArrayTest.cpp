@@ -1,6 +1,6 @@
 #include "Shared/Container/DynamicArray.h"
 
-#include "Shared/Memory/TestMemorySystem.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 

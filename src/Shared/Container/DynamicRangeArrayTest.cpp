@@ -1,7 +1,7 @@
 #include "Shared/Container/DynamicRangeArray.h"
 
-#include "Shared/OS/Windows/TestImport.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestImport.h"
 
 #include <string.h>
 

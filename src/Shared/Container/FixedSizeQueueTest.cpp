@@ -1,8 +1,8 @@
 #include "Shared/Container/FixedSizeQueue.h"
 
-#include "Shared/Container/FixedSizeQueueFixture.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/OS/Windows/TestImport.h"
+#include "tests/Support/FixedSizeQueueFixture.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/TestImport.h"
 
 #include <stddef.h>
 

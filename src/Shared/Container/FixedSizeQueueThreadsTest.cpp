@@ -1,6 +1,6 @@
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Container/FixedSizeQueueFixture.h"
-#include "Shared/OS/Windows/TestImport.h"
+#include "tests/Support/FixedSizeQueueFixture.h"
+#include "tests/Support/TestImport.h"
+#include "tests/Support/TestThread.h"
 
 #include <atomic>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "Shared/Foundation/Logger.h"
 
-#include "Shared/Foundation/LogCalls.h"
 #include "Shared/Foundation/ThreadBuffers.h"
+#include "tests/Support/LogCalls.h"
 
 #include <gtest/gtest.h>
 #include <stdarg.h>

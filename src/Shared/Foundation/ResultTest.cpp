@@ -1,6 +1,6 @@
 #include "Shared/Foundation/Result.h"
 
-#include "Shared/Foundation/LogCalls.h"
+#include "tests/Support/LogCalls.h"
 
 #include <gtest/gtest.h>
 #include <stddef.h>

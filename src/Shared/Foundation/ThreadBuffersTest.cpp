@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 #ifdef _WIN32
-#include "Shared/Concurrency/Windows/TestThread.h"
+#include "tests/Support/TestThread.h"
 #else
 #include <functional>
 #include <thread>

@@ -1,5 +1,5 @@
 #include "Shared/Serialization/JsonGrammar.h"
-#include "Shared/Serialization/JsonTestTree.h"
+#include "tests/Support/JsonTestTree.h"
 
 #include <gtest/gtest.h>
 

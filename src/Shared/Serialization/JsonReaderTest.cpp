@@ -1,4 +1,4 @@
-#include "Shared/Serialization/JsonTestTree.h"
+#include "tests/Support/JsonTestTree.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "Shared/Serialization/JsonTestText.h"
-#include "Shared/Serialization/JsonTestTree.h"
+#include "tests/Support/JsonTestText.h"
+#include "tests/Support/JsonTestTree.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "Shared/Serialization/SerializationUtil.h"
 
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/Serialization/JsonTestTree.h"
+#include "tests/Support/JsonTestTree.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 

@@ -1,14 +1,14 @@
 #include "Agent/Communication/Windows/BlobHandlers.h"
 
-#include "Agent/Communication/BlobBuilder.h"
-#include "Agent/Communication/Windows/EntryPoint.h"
-#include "Agent/Communication/Windows/Hooks.h"
-#include "Agent/Communication/Windows/PatchLoading.h"
-#include "Agent/Communication/Windows/Receiver.h"
-#include "Agent/Communication/Windows/Sender.h"
 #include "Agent/Exception/Windows/ExceptionHandler.h"
+#include "Agent/HotReload/Windows/EntryPoint.h"
+#include "Agent/HotReload/Windows/Hooks.h"
 #include "Agent/HotReload/Windows/HotReload.h"
+#include "Agent/HotReload/Windows/PatchLoading.h"
 #include "Agent/HotRestart/Windows/HotRestart.h"
+#include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Transport/Windows/Receiver.h"
+#include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Foundation/Logger.h"
 
 #include <string.h>

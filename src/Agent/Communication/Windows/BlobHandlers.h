@@ -3,7 +3,7 @@
 /// \file
 /// What each received Blob does, as a table; receiver thread only.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 #include "Shared/Memory/Allocation.h"
 
 namespace Torvane

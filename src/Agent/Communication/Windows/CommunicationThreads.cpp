@@ -1,9 +1,9 @@
 #include "Agent/Communication/Windows/CommunicationThreads.h"
 
-#include "Agent/Communication/Windows/Heartbeat.h"
 #include "Agent/Communication/Windows/ReceiverInitialization.h"
-#include "Agent/Communication/Windows/Sender.h"
-#include "Agent/Communication/Windows/Watchdog.h"
+#include "Agent/HotReload/Windows/Watchdog.h"
+#include "Agent/Transport/Windows/Heartbeat.h"
+#include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Process/Windows/Thread.h"
 
 namespace Torvane

@@ -1,8 +1,8 @@
 #include "Agent/Communication/Windows/Registration.h"
 
 #include "Agent/Agent_Windows.h"
-#include "Agent/Communication/BlobBuilder.h"
-#include "Agent/Communication/Windows/ExecutableIdentity.h"
+#include "Agent/Modules/Windows/ExecutableIdentity.h"
+#include "Agent/Protocol/BlobBuilder.h"
 #include "Shared/Executable/Windows/PE.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"

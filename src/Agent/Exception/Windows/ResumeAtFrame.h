@@ -3,7 +3,7 @@
 /// \file
 /// Takes a thread that stands in an exception handler back to a frame further out on its stack; that thread only.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 
 #include <windows.h>
 

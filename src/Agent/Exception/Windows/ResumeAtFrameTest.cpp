@@ -1,7 +1,7 @@
 #include "Agent/Exception/Windows/ResumeAtFrame.h"
 
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/RecordedLog.h"
 
 #include <gtest/gtest.h>
 #include <string.h>

@@ -1,7 +1,7 @@
 #include "Agent/HotReload/Windows/HotReload.h"
 
-#include "Agent/Communication/BlobBuilder.h"
-#include "Agent/Communication/Windows/Sender.h"
+#include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Foundation/Logger.h"
 #include "Torvane/Agent.h"

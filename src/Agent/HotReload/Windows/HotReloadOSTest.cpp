@@ -1,10 +1,10 @@
 #include "Agent/HotReload/Windows/HotReloadOS.h"
 
-#include "Shared/Executable/Windows/ImageBuilder.h"
-#include "Shared/Executable/Windows/TestFile.h"
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Process/Windows/ProcessMemory.h"
-#include "Shared/Process/Windows/ProcessMemoryFixture.h"
+#include "tests/Support/ImageBuilder.h"
+#include "tests/Support/ProcessMemoryFixture.h"
+#include "tests/Support/TestFile.h"
 
 #include <map>
 

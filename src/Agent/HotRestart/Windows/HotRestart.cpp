@@ -1,8 +1,8 @@
 #include "Agent/HotRestart/Windows/HotRestart.h"
 
-#include "Agent/Communication/BlobBuilder.h"
-#include "Agent/Communication/Windows/Sender.h"
 #include "Agent/HotReload/Windows/HotReload.h"
+#include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"

@@ -1,8 +1,8 @@
 #include "Agent/Preferences/Windows/AgentGlobalPreferences.h"
 
-#include "Shared/Filesystem/Windows/TestFolder.h"
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestFolder.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 /// What the Agent reads of the host's project preferences: where the Broker's folder is. Receiver thread, during its
 /// initialization.
 
-#include "Agent/Communication/Blob.h"
+#include "Agent/Protocol/Blob.h"
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Serialization/SerializationUtil.h"
 

@@ -1,10 +1,10 @@
 #include "Agent/Preferences/Windows/AgentProjectPreferences.h"
 
 #include "Shared/Filesystem/Windows/Filesystem.h"
-#include "Shared/Filesystem/Windows/TestFolder.h"
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/Process/RecordedLog.h"
-#include "Shared/Serialization/Windows/LastingTestFile.h"
+#include "tests/Support/LastingTestFile.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestFolder.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 #include <stddef.h>

@@ -1,9 +1,9 @@
 #include "Shared/Concurrency/Windows/Semaphore.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Concurrency/Windows/WaitStandIn.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestThread.h"
+#include "tests/Support/WaitStandIn.h"
 
 #include <atomic>
 #include <string>

@@ -1,7 +1,7 @@
 #include "Shared/Container/OwnedString.h"
 
 #include "Shared/Memory/MemorySystem.h"
-#include "Shared/Memory/TestMemorySystem.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <locale.h>
 #include <string.h>

@@ -4,12 +4,6 @@
 
 #include <string.h>
 
-#if defined(_WIN32)
-#include "Shared/Filesystem/Windows/Filesystem.h"
-#else
-#include "Shared/Executable/Native/NativeMappedFile.h"
-#endif
-
 namespace Torvane
 {
 namespace

@@ -1,8 +1,8 @@
 #include "Shared/Executable/Windows/PE.h"
 
-#include "Shared/Executable/Windows/ImageBuilder.h"
-#include "Shared/Executable/Windows/TestFile.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/ImageBuilder.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestFile.h"
 
 #if defined(_WIN32)
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"

@@ -1,5 +1,6 @@
 #include "Shared/Filesystem/Windows/Filesystem.h"
 
+#include "Shared/Filesystem/MappedFile.h"
 #include "Shared/Foundation/Windows/ResultOS.h"
 
 #include <string.h>

@@ -3,7 +3,6 @@
 /// \file
 /// Files and paths. Any thread. Paths are UTF-16; longer ones than 1023 units aren't tested for.
 
-#include "Shared/Filesystem/MappedFile.h"
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Foundation/Result.h"
 
@@ -11,13 +10,6 @@
 
 namespace Torvane
 {
-/// Maps a whole file for reading. A failure leaves no handle open; a file of no bytes can't be mapped. Owned by the
-/// caller.
-Result<MappedFile> OpenMappedFile(const wchar_t* path);
-
-/// Closes in the reverse order of opening, and clears the record.
-void CloseMappedFile(MappedFile& file);
-
 /// The OS's canonical form of a path that exists: absolute, without relative parts, in the OS's letter case. A path that
 /// can't be opened comes back as it is, without a word.
 FixedWideString NormalizePath(const wchar_t* path);

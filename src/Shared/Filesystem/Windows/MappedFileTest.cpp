@@ -1,9 +1,10 @@
+#include "Shared/Filesystem/MappedFile.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
-#include "Shared/Filesystem/Windows/TestFolder.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/OS/Windows/TestImport.h"
-#include "Shared/Process/LogLine.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/LogLine.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestFolder.h"
+#include "tests/Support/TestImport.h"
 
 #include <string.h>
 

@@ -1,7 +1,7 @@
 #include "Shared/Foundation/Windows/Clock.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Foundation/Windows/TestClock.h"
+#include "tests/Support/TestClock.h"
+#include "tests/Support/TestThread.h"
 
 namespace Torvane
 {

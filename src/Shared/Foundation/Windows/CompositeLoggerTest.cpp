@@ -3,7 +3,7 @@
 #include "Shared/Foundation/Windows/DebugOutputSink.h"
 #include "Shared/Foundation/Windows/Debugger.h"
 #include "Shared/Foundation/Windows/FileSink.h"
-#include "Shared/OS/Windows/TestImport.h"
+#include "tests/Support/TestImport.h"
 
 #include <string>
 #include <vector>

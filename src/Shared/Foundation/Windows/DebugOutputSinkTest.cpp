@@ -1,7 +1,7 @@
 #include "Shared/Foundation/Windows/DebugOutputSink.h"
 
 #include "Shared/Foundation/ThreadBuffers.h"
-#include "Shared/Foundation/Windows/TestClock.h"
+#include "tests/Support/TestClock.h"
 
 #include <string>
 #include <vector>

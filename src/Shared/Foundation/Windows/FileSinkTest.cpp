@@ -1,10 +1,10 @@
 #include "Shared/Foundation/Windows/FileSink.h"
 
-#include "Shared/Foundation/LogCalls.h"
 #include "Shared/Foundation/ThreadBuffers.h"
-#include "Shared/Foundation/Windows/LogFile.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/Foundation/Windows/TestClock.h"
+#include "tests/Support/LogCalls.h"
+#include "tests/Support/LogFile.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/TestClock.h"
 
 #include <string>
 #include <vector>

@@ -1,10 +1,10 @@
 #include "Shared/Foundation/Windows/Log.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Foundation/ThreadBuffers.h"
-#include "Shared/Foundation/Windows/LogFile.h"
-#include "Shared/OS/Windows/TestImport.h"
+#include "tests/Support/LogFile.h"
+#include "tests/Support/TestImport.h"
+#include "tests/Support/TestThread.h"
 
 #include <atomic>
 #include <memory>

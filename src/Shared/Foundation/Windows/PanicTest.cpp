@@ -1,9 +1,9 @@
-#include "Shared/Concurrency/Windows/TestThread.h"
 #include "Shared/Foundation/Result.h"
 #include "Shared/Foundation/Windows/Clock.h"
 #include "Shared/Foundation/Windows/Log.h"
-#include "Shared/Foundation/Windows/LogFile.h"
-#include "Shared/Process/Windows/TestChild.h"
+#include "tests/Support/LogFile.h"
+#include "tests/Support/TestChild.h"
+#include "tests/Support/TestThread.h"
 
 #include <string>
 #include <vector>

@@ -1,8 +1,8 @@
 #include "Shared/Foundation/Windows/ResultOS.h"
 
-#include "Shared/Foundation/LogCalls.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/OS/Windows/TestImport.h"
+#include "tests/Support/LogCalls.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/TestImport.h"
 
 #include <gtest/gtest.h>
 #include <string>

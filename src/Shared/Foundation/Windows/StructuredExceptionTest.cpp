@@ -1,6 +1,6 @@
 #include "Shared/Foundation/Windows/StructuredException.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
+#include "tests/Support/TestThread.h"
 
 #include <stdint.h>
 #include <utility>

@@ -1,8 +1,8 @@
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
 
-#include "Shared/Memory/Allocator/Windows/HeapJournal.h"
 #include "Shared/Memory/MemorySystem.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/HeapJournal.h"
+#include "tests/Support/RecordedLog.h"
 
 #include <algorithm>
 #include <string>

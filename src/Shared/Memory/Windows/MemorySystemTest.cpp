@@ -1,8 +1,8 @@
 #include "Shared/Memory/MemorySystem.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Memory/Allocator/Windows/HeapJournal.h"
-#include "Shared/Memory/TestMemorySystem.h"
+#include "tests/Support/HeapJournal.h"
+#include "tests/Support/TestMemorySystem.h"
+#include "tests/Support/TestThread.h"
 
 #include <string.h>
 

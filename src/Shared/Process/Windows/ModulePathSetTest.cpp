@@ -1,7 +1,7 @@
 #include "Shared/Process/Windows/ModulePathSet.h"
 
 #include "Shared/Memory/MemorySystem.h"
-#include "Shared/Memory/TestMemorySystem.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 #include <string.h>

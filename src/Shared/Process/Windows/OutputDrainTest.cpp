@@ -1,11 +1,11 @@
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/OS/Windows/TestImport.h"
-#include "Shared/Process/RecordedLog.h"
 #include "Shared/Process/Windows/Process.h"
-#include "Shared/Process/Windows/TestChild.h"
 #include "Shared/Process/Windows/Thread.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestChild.h"
+#include "tests/Support/TestImport.h"
+#include "tests/Support/TestMemorySystem.h"
+#include "tests/Support/TestThread.h"
 
 #include <algorithm>
 #include <string.h>

@@ -1,8 +1,8 @@
 #include "Shared/Process/Windows/ProcessHeap.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
 #include "Shared/Foundation/FixedString.h"
-#include "Shared/Process/Windows/ProcessMemoryFixture.h"
+#include "tests/Support/ProcessMemoryFixture.h"
+#include "tests/Support/TestThread.h"
 
 #include <stdint.h>
 #include <string.h>

@@ -1,7 +1,7 @@
 #include "Shared/Process/Windows/ProcessLoaderLock.h"
 
 #include "Shared/Foundation/FixedString.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/RecordedLog.h"
 
 #include <stdint.h>
 

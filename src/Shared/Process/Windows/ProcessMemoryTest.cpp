@@ -2,7 +2,7 @@
 
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Memory/MemorySystem.h"
-#include "Shared/Process/Windows/ProcessMemoryFixture.h"
+#include "tests/Support/ProcessMemoryFixture.h"
 
 #include <string.h>
 

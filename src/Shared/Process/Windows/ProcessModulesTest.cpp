@@ -1,8 +1,8 @@
 #include "Shared/Process/Windows/ProcessModules.h"
 
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/Process/RecordedLog.h"
-#include "Shared/Process/Windows/TestLibraries.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestLibraries.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <algorithm>
 #include <set>

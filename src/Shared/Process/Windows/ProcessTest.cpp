@@ -1,12 +1,12 @@
 #include "Shared/Process/Windows/Process.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Filesystem/Windows/TestFolder.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/OS/Windows/TestImport.h"
-#include "Shared/Process/LogLine.h"
-#include "Shared/Process/RecordedLog.h"
-#include "Shared/Process/Windows/TestChild.h"
+#include "tests/Support/LogLine.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestChild.h"
+#include "tests/Support/TestFolder.h"
+#include "tests/Support/TestImport.h"
+#include "tests/Support/TestThread.h"
 
 #include <algorithm>
 #include <stdlib.h>

@@ -1,6 +1,6 @@
 #include "Shared/Process/Windows/SpinForever.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
+#include "tests/Support/TestThread.h"
 
 #include <stdint.h>
 #include <string.h>

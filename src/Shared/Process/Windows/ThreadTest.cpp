@@ -1,12 +1,12 @@
 #include "Shared/Process/Windows/Thread.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Foundation/Windows/OSErrorLine.h"
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/OS/Windows/TestImport.h"
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
-#include "Shared/Process/LogLine.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/LogLine.h"
+#include "tests/Support/OSErrorLine.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestImport.h"
+#include "tests/Support/TestMemorySystem.h"
+#include "tests/Support/TestThread.h"
 
 #include <string>
 #include <vector>

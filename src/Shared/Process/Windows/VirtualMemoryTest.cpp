@@ -1,8 +1,8 @@
 #include "Shared/Process/Windows/VirtualMemory.h"
 
-#include "Shared/OS/Windows/TestImport.h"
-#include "Shared/Process/LogLine.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/LogLine.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestImport.h"
 
 #include <string>
 #include <vector>

@@ -1,5 +1,6 @@
 #include "Shared/Serialization/Windows/JsonFile.h"
 
+#include "Shared/Filesystem/MappedFile.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"
 

@@ -1,9 +1,9 @@
 #include "Shared/System/Windows/System.h"
 
-#include "Shared/Memory/TestMemorySystem.h"
-#include "Shared/OS/Windows/TestImport.h"
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
-#include "Shared/Process/RecordedLog.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestImport.h"
+#include "tests/Support/TestMemorySystem.h"
 
 #include <string.h>
 #include <string>

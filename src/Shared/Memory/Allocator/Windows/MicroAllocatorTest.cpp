@@ -1,7 +1,7 @@
 #include "Shared/Memory/Allocator/Windows/MicroAllocator.h"
 
-#include "Shared/Concurrency/Windows/TestThread.h"
-#include "Shared/Memory/Allocator/Windows/HeapJournal.h"
+#include "tests/Support/HeapJournal.h"
+#include "tests/Support/TestThread.h"
 
 #include <string.h>
 

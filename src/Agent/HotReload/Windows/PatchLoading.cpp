@@ -1,0 +1,127 @@
+#include "Agent/HotReload/Windows/PatchLoading.h"
+
+#include "Agent/HotReload/Windows/HotReload.h"
+#include "Agent/HotReload/Windows/HotReloadOS.h"
+#include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Transport/Windows/Sender.h"
+#include "Shared/Foundation/FixedString.h"
+#include "Shared/Foundation/Logger.h"
+#include "Shared/Foundation/Windows/ResultOS.h"
+#include "Shared/Process/Windows/ProcessMemory.h"
+#include "Shared/Process/Windows/VirtualMemory.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+
+namespace Torvane
+{
+WatchdogEvents watchdogEvents;
+
+namespace
+{
+static_assert(sizeof(PageRange) == sizeof(WirePageRange), "page ranges go into Blobs as they are");
+
+void* BaseOf(const WirePageRange& range)
+{
+    return reinterpret_cast<void*>(static_cast<uintptr_t>(range.base));
+}
+
+void ReleaseReservations(const RelativeArray& ranges)
+{
+    for (uint32_t i = 0; i < ranges.count; ++i)
+    {
+        const WirePageRange& range = Follow<WirePageRange>(ranges)[i];
+        if (BaseOf(range) != nullptr)
+        {
+            VirtualMemory::Release(BaseOf(range));
+        }
+    }
+}
+
+void ReserveAgain(const RelativeArray& ranges)
+{
+    for (uint32_t i = 0; i < ranges.count; ++i)
+    {
+        const WirePageRange& range = Follow<WirePageRange>(ranges)[i];
+        if (range.size != 0)
+        {
+            VirtualMemory::ReserveAt(BaseOf(range), static_cast<size_t>(range.size));
+        }
+    }
+}
+
+HMODULE LoadImageFile(const LoadPatchWindowsBlob& blob, const wchar_t* path)
+{
+    if (blob.watchdog != 0)
+    {
+        LogDebug(TVN_HERE, "Enabling watchdog thread");
+        watchdogEvents.enter.Signal();
+    }
+    LogDebug(TVN_HERE, "Loading patch from %ls", path);
+    if (blob.watchdog == 0)
+    {
+        HandOverPatch();
+    }
+    const HMODULE module = LoadLibraryW(path);
+    if (module == nullptr)
+    {
+        LogLastError(TVN_HERE, "LoadLibraryW(%ls) failed.", path);
+    }
+    if (blob.watchdog != 0)
+    {
+        LogDebug(TVN_HERE, "Disabling watchdog thread");
+        watchdogEvents.watch.Signal();
+    }
+    return module;
+}
+
+void ReportFailedLoad(const wchar_t* path)
+{
+    LogError(TVN_HERE, "Failed to load patch from %ls", path);
+    FixedString report = {};
+    report.Format("Failed to load patch from %ls", path);
+    PushBlob(BuildLogBlob(BlobLogLevel::Error, report.text));
+}
+
+void ReportLoadedPatch(const LoadPatchWindowsBlob& blob, HMODULE module, uint32_t imageSize,
+                       const PageRangeList& ranges)
+{
+    const wchar_t* path = Follow<wchar_t>(blob.patchPath);
+    const wchar_t* secondText = Follow<wchar_t>(blob.secondText);
+    const uint32_t rangesSize = ranges.count * static_cast<uint32_t>(sizeof(PageRange));
+    RecordBuilder<PatchLoadedBlob> builder(MeasureText(path) + MeasureText(secondText) + rangesSize);
+    PatchLoadedBlob& reply = builder.Fixed();
+    reply.echo38 = static_cast<uint32_t>(blob.echo38);
+    reply.base = reinterpret_cast<uintptr_t>(module);
+    reply.imageSize = imageSize;
+    reply.echo50 = blob.echo50;
+    reply.echo58 = blob.echo58;
+    reply.echo60 = blob.echo60;
+    reply.echo68 = blob.echo68;
+    builder.AppendText(reply.patchPath, path);
+    builder.AppendText(reply.secondText, secondText);
+    builder.AppendArray(reply.pageRanges, ranges.pointer, ranges.count, sizeof(PageRange));
+    builder.AppendArray(reply.secondPageRanges, nullptr, 0, sizeof(PageRange));
+    PushBlob(builder.Finish());
+}
+} // namespace
+
+void LoadPatch(const LoadPatchWindowsBlob& blob)
+{
+    const wchar_t* path = Follow<wchar_t>(blob.patchPath);
+    ReleaseReservations(blob.reservations);
+    const HMODULE module = LoadImageFile(blob, path);
+    if (module == nullptr)
+    {
+        ReportFailedLoad(path);
+        ReserveAgain(blob.reservations);
+        return;
+    }
+    MODULEINFO information = {};
+    K32GetModuleInformation(GetCurrentProcess(), module, &information, sizeof(information));
+    PrepareSectionsForPatching(path, module);
+    const PageRangeList ranges = GatherPageRanges(module, information.SizeOfImage);
+    ReportLoadedPatch(blob, module, information.SizeOfImage, ranges);
+}
+} // namespace Torvane

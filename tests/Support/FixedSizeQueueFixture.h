@@ -1,0 +1,85 @@
+#pragma once
+
+/// \file
+/// What tests of the queue stand on: the Agent's instance, what lies in its memory, elements. Tests only.
+
+#include "Shared/Container/FixedSizeQueue.h"
+#include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestMemorySystem.h"
+
+#include <stdint.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+namespace Torvane
+{
+constexpr uint32_t agentQueueCapacity = 4096;
+using AgentQueue = FixedSizeQueue<Allocation, agentQueueCapacity>;
+
+/// The queue's fields as they lie in memory.
+struct QueueLayout
+{
+    SRWLOCK producerLock;
+    SRWLOCK consumerLock;
+    HANDLE producerSemaphore;
+    HANDLE consumerSemaphore;
+    uint64_t readCounter;
+    uint64_t writeCounter;
+    Allocation slots[agentQueueCapacity];
+};
+static_assert(sizeof(QueueLayout) == 32800);
+
+inline QueueLayout Look(const void* queue)
+{
+    QueueLayout layout;
+    memcpy(&layout, queue, sizeof(layout));
+    return layout;
+}
+
+/// An element that can be told from others, and points nowhere.
+inline Allocation Numbered(uint32_t number)
+{
+    return {reinterpret_cast<void*>(uintptr_t{number}), ~number};
+}
+
+inline bool Is(const Allocation& element, uint32_t number)
+{
+    return element.pointer == Numbered(number).pointer && element.size == Numbered(number).size;
+}
+
+inline bool IsEmpty(const Allocation& element)
+{
+    return element.pointer == nullptr && element.size == 0;
+}
+
+inline bool PushNumber(AgentQueue* queue, uint32_t number)
+{
+    Allocation element = Numbered(number);
+    return queue->Push(element);
+}
+
+class FixedSizeQueueFixture : public testing::Test
+{
+protected:
+    ~FixedSizeQueueFixture() override
+    {
+        AgentQueue::Destroy(queue);
+        EXPECT_EQ(queue, nullptr);
+    }
+
+    HANDLE Producer() const
+    {
+        return Look(queue).producerSemaphore;
+    }
+
+    HANDLE Consumer() const
+    {
+        return Look(queue).consumerSemaphore;
+    }
+
+    TestMemorySystem memory;
+    RecordedLog log;
+    AgentQueue* queue = AgentQueue::Create();
+};
+} // namespace Torvane
