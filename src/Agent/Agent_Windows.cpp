@@ -1,13 +1,11 @@
-#include "Agent/Agent_Windows.h"
-
 #include "Agent/Communication/Windows/AgentBridgeCommunicationAgent.h"
 #include "Agent/Exception/InstructionDecoder.h"
 #include "Agent/Exception/Windows/ExceptionHandler.h"
-#include "Agent/HostCalls/Windows/HostCalls.h"
 #include "Agent/HotReload/Windows/HotReload.h"
 #include "Agent/HotRestart/Windows/HotRestart.h"
 #include "Agent/Modules/Windows/AutomaticModuleHandling.h"
 #include "Agent/Protocol/Blob.h"
+#include "Agent/Transport/Windows/ConnectionState.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Filesystem/Windows/NarrowPath.h"
 #include "Shared/Foundation/Logger.h"
@@ -20,12 +18,10 @@
 #include "Torvane/Agent.h"
 
 #include <string.h>
+#include <windows.h>
 
 namespace Torvane
 {
-OSVERSIONINFOW osVersion = {sizeof(OSVERSIONINFOW), 0, 0, 0, 0, {}};
-static_assert(sizeof(OSVERSIONINFOW) == 276);
-
 namespace
 {
 constexpr uint32_t allDebugOutputLevels = 255;
@@ -46,7 +42,7 @@ FixedWideString GetIdentifier()
     return identifier;
 }
 
-void TellUserThatThereIsNoLink()
+void ShowConnectionFailure()
 {
     MessageBoxA(nullptr,
                 "Failed to initialize communication between Agent and Bridge, forcing the Agent to exit. "
@@ -54,7 +50,7 @@ void TellUserThatThereIsNoLink()
                 "Torvane Agent", MB_OK);
 }
 
-/// Brings everything up, in this order: each step may use what stands above it and nothing below.
+/// Starts everything, in this order: each step may use what is above it and nothing below.
 void StartupAgent(uint32_t agentType, const TvnLogFilter* logFilter, const wchar_t* projectPreferencesPath,
                   const TvnProjectPreferences* projectPreferences)
 {
@@ -72,8 +68,7 @@ void StartupAgent(uint32_t agentType, const TvnLogFilter* logFilter, const wchar
     StartupWindowsInternalAPI();
 
     LogDebug(TVN_HERE, "Initializing system");
-    QueryProcessorTopology();
-    QueryOSVersion(osVersion);
+    StartupSystem();
 
     StartupHotReload(agentType);
     StartupHotRestart(agentType);
@@ -84,7 +79,7 @@ void StartupAgent(uint32_t agentType, const TvnLogFilter* logFilter, const wchar
     if (!AgentBridgeCommunicationAgent::Startup(GetIdentifier(), agentType, projectPreferencesPath,
                                                 projectPreferences))
     {
-        TellUserThatThereIsNoLink();
+        ShowConnectionFailure();
     }
 }
 

@@ -12,8 +12,8 @@ namespace Torvane
 /// More about a memory fault.
 struct ExceptionDetail
 {
-    const char* text; ///< null if there is nothing more to tell
-    uint64_t address; ///< 0 if there is nothing more to tell
+    const char* text; ///< null if there are no details
+    uint64_t address; ///< 0 if there are no details
 };
 
 /// \return whether the code is one of the 23 in the table.

@@ -2,7 +2,7 @@
 
 /// \file
 /// The length of a 32-bit instruction. Any thread once the decoder is set up; allocates nothing, keeps its state on
-/// the stack. Which decoder stands behind it is chosen when the build is configured.
+/// the stack. Which decoder implements it is chosen when the build is configured.
 
 #include <stdint.h>
 
@@ -13,7 +13,7 @@ constexpr uint32_t longestInstruction = 15;
 
 struct DecodedInstruction
 {
-    uint8_t bytes[longestInstruction]; ///< as they were given, those behind the instruction included
+    uint8_t bytes[longestInstruction]; ///< as they were given, those after the instruction included
     uint8_t length;                    ///< bytes; 0 if nothing could be decoded, and all bytes are 0 then
 };
 static_assert(sizeof(DecodedInstruction) == 16);

@@ -1,7 +1,7 @@
 #include "Agent/Exception/InstructionDecoder.h"
 
-#include "Agent/Exception/InstructionEncodings.h"
 #include "Agent/Exception/NopSequences.h"
+#include "tests/Support/InstructionEncodings.h"
 
 #include <gtest/gtest.h>
 #include <set>
@@ -48,7 +48,7 @@ std::string ToText(const Bytes& bytes)
     return text;
 }
 
-/// 15 bytes with nothing readable behind them.
+/// 15 bytes, followed by memory that can't be read.
 class Code
 {
 public:
@@ -106,7 +106,7 @@ protected:
         StartupInstructionDecoder();
     }
 
-    /// Decodes, and holds the result to what is told of every result.
+    /// Decodes, and checks what is documented for every result.
     uint8_t Decode(const Bytes& bytes, uint8_t filling = 0xCC)
     {
         const uint8_t* const given = code.Put(bytes, filling);
@@ -132,7 +132,7 @@ TEST_F(InstructionDecoder, GivesTheLengthsOfTheAssembler)
         for (const uint8_t filling : {0x00, 0x66, 0x90, 0xCC, 0xF0, 0xFF})
         {
             EXPECT_EQ(bytes.size(), Decode(bytes, filling))
-                << encoding.instruction << ", with " << unsigned(filling) << " behind it";
+                << encoding.instruction << ", with " << unsigned(filling) << " after it";
         }
     }
     EXPECT_EQ(15u, lengths.size());
@@ -184,7 +184,7 @@ TEST_F(InstructionDecoder, RefusesWhatIsNoInstruction)
         {"opcode without meaning", "0F 38 0C C0"},
         {"opcode without meaning", "0F 3A 00 C0 00"},
         {"inc and dec have no third kind", "FE 10"},
-        {"nothing stands at FF /7", "FF 38"},
+        {"FF /7 has no instruction", "FF 38"},
         {"mov with C6 has no other kind", "C6 08 00"},
         {"mov into cs", "8E C8"},
         {"a seventh segment register", "8E F0"},
@@ -256,7 +256,7 @@ TEST_F(InstructionDecoder, HoldsOutAgainstRandomBytes)
             {
                 bytes[i] = static_cast<uint8_t>(~bytes[i]);
             }
-            ASSERT_EQ(length, Decode(bytes)) << ToText(bytes) << "depends on what stands behind it";
+            ASSERT_EQ(length, Decode(bytes)) << ToText(bytes) << "depends on what follows it";
         }
     }
     EXPECT_GT(decoded, 100000u);

@@ -1,4 +1,4 @@
-// Intel XED behind the decoder's interface.
+// The decoder's interface, implemented with Intel XED.
 
 #include "Agent/Exception/InstructionDecoder.h"
 

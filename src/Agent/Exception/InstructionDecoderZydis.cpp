@@ -1,4 +1,4 @@
-// Zydis behind the decoder's interface.
+// The decoder's interface, implemented with Zydis.
 
 #include "Agent/Exception/InstructionDecoder.h"
 

@@ -61,6 +61,13 @@ enum class BlobType : uint32_t
     Synchronize = 76,                  ///< Bridge to Agent
 };
 
+/// The two ways in which reloads and restarts reach the host.
+enum AgentType : uint32_t
+{
+    DefaultAgent = 0,      ///< the Agent's own threads do all the work
+    SynchronizedAgent = 1, ///< they only raise events; a host thread polls and carries out
+};
+
 /// How many numbers there are, used or not: the Agent's receive table has a slot for each.
 constexpr uint32_t blobTypeCount = 77;
 
@@ -94,10 +101,10 @@ const T* Follow(const RelativeArray& field)
     return Follow<T>(field.offset);
 }
 
-/// Stands in front of every payload.
+/// Precedes every payload.
 struct BlobHeader
 {
-    uint32_t size; ///< payload bytes behind this header; the header is not counted
+    uint32_t size; ///< payload bytes; this header is not counted
     BlobType type;
 };
 static_assert(sizeof(BlobHeader) == 8);
@@ -260,7 +267,7 @@ static_assert(offsetof(ProjectPreferencesRecord, fromRecord) == 0x75);
 struct RegisterAgentBlob
 {
     static constexpr BlobType type = BlobType::RegisterAgent;
-    uint32_t agentType;       ///< 0 default agent, 1 synchronized agent
+    uint32_t agentType;       ///< `AgentType`
     InlineText empty;         ///< always empty
     RelativeOffset osVersion; ///< narrow text "major.minor, build"
 };
@@ -352,7 +359,7 @@ static_assert(sizeof(DisableModulesBlob) == 16);
 
 // Patches and memory
 
-/// The Agent reads the named members only; the `unread` ones are the Bridge's affair.
+/// The Agent reads the named members only; the `unread` ones concern the Bridge alone.
 struct LoadPatchWindowsBlob
 {
     static constexpr BlobType type = BlobType::LoadPatchWindows;
@@ -367,7 +374,7 @@ struct LoadPatchWindowsBlob
     uint64_t echo58;
     uint64_t echo60;
     uint8_t echo68;
-    uint8_t watchdog; ///< boolean: the host's threads are held, guard the load
+    uint8_t watchdog; ///< boolean: the host's threads are suspended, guard the load
     uint8_t padding6A[6];
 };
 static_assert(sizeof(LoadPatchWindowsBlob) == 0x70);
@@ -606,7 +613,7 @@ static_assert(offsetof(HandleExceptionWindowsBlob, context) == 0x20);
 static_assert(offsetof(HandleExceptionWindowsBlob, record) == 0x24);
 static_assert(offsetof(HandleExceptionWindowsBlob, zero) == 0x28);
 
-/// Where a thread goes on after an exception; only the low halves are used.
+/// Where a thread continues after an exception; only the low halves are used.
 struct ResumeRecord
 {
     uint64_t instructionPointer;
@@ -618,10 +625,10 @@ static_assert(sizeof(ResumeRecord) == 24);
 /// What the Broker can decide. Every other value is as `ActionContinueSearch`.
 enum ExceptionAction : uint32_t
 {
-    ActionContinueSearch = 0,  ///< the exception goes on to the next handler
+    ActionContinueSearch = 0,  ///< the exception is passed to the next handler
     ActionNopInstruction = 1,  ///< no-operation bytes take the place of the faulting instruction
-    ActionSkipInstruction = 2, ///< the thread goes on behind the faulting instruction
-    ActionResumeAtFrame = 3,   ///< one exception frame is unwound, the thread goes on where the Broker says
+    ActionSkipInstruction = 2, ///< the thread continues after the faulting instruction
+    ActionResumeAtFrame = 3,   ///< one exception frame is unwound, the thread continues where the Broker says
     ActionIgnore = 4,          ///< for us the same as `ActionContinueSearch`
 };
 

@@ -1,8 +1,7 @@
 #include "Agent/Protocol/BlobBuilder.h"
 
-#include "Shared/Memory/MemorySystem.h"
-
 #include <string.h>
+#include <utility>
 
 namespace Torvane
 {
@@ -19,17 +18,17 @@ uint32_t MeasureCharacters(const Character* text)
     return (length + 1) * static_cast<uint32_t>(sizeof(Character));
 }
 
-Allocation AllocateBlob(BlobType type, uint32_t payloadSize)
+OwnedBlob AllocateBlob(BlobType type, uint32_t payloadSize)
 {
-    const Allocation block = Allocate(static_cast<uint32_t>(sizeof(BlobHeader)) + payloadSize);
-    BlobHeader* header = static_cast<BlobHeader*>(block.pointer);
+    OwnedBlob block(Allocate(static_cast<uint32_t>(sizeof(BlobHeader)) + payloadSize));
+    BlobHeader* header = static_cast<BlobHeader*>(block.Get().pointer);
     header->size = payloadSize;
     header->type = type;
     return block;
 }
 
 template<typename Character>
-Allocation BuildLog(BlobType type, BlobLogLevel level, const Character* text)
+OwnedBlob BuildLog(BlobType type, BlobLogLevel level, const Character* text)
 {
     BlobBuilder builder(type, sizeof(LogBlob), MeasureText(text));
     LogBlob* fixed = static_cast<LogBlob*>(builder.Payload());
@@ -87,28 +86,26 @@ void BlobBuilder::AppendText(RelativeOffset& field, const wchar_t* text)
 
 void* BlobBuilder::Payload() const
 {
-    return static_cast<uint8_t*>(block.pointer) + sizeof(BlobHeader);
+    return static_cast<uint8_t*>(block.Get().pointer) + sizeof(BlobHeader);
 }
 
-Allocation BlobBuilder::Finish()
+OwnedBlob BlobBuilder::Finish()
 {
-    const Allocation finished = block;
-    block = Allocation{};
     next = nullptr;
-    return finished;
+    return std::move(block);
 }
 
-Allocation BuildLogBlob(BlobLogLevel level, const char* text)
+OwnedBlob BuildLogBlob(BlobLogLevel level, const char* text)
 {
     return BuildLog(BlobType::LogNarrow, level, text);
 }
 
-Allocation BuildLogBlob(BlobLogLevel level, const wchar_t* text)
+OwnedBlob BuildLogBlob(BlobLogLevel level, const wchar_t* text)
 {
     return BuildLog(BlobType::LogWide, level, text);
 }
 
-Allocation BuildUnwrittenBlob(BlobType type)
+OwnedBlob BuildUnwrittenBlob(BlobType type)
 {
     return AllocateBlob(type, sizeof(UnwrittenBlob));
 }

@@ -5,43 +5,43 @@
 /// the thread that made it.
 
 #include "Agent/Protocol/Blob.h"
-#include "Shared/Memory/Allocation.h"
+#include "Shared/Memory/OwnedAllocation.h"
 
 namespace Torvane
 {
-/// Bytes of a text with its terminator.
+/// A whole Blob, header and payload in one block, with its only owner.
+using OwnedBlob = OwnedAllocation;
+
+/// Bytes of a string with its terminator.
 uint32_t MeasureText(const char* text);
 uint32_t MeasureText(const wchar_t* text);
 
-/// Lays a fixed part and its items into one block, in the order in which the items are appended.
-///
-/// The block comes from the memory system with the size that the constructor was told. Whoever takes it with
-/// `Finish` owns it.
+/// Lays a fixed part and its items into one block of the memory system, in the order in which the items are appended.
 class BlobBuilder
 {
 public:
     /// \param fixedSize and \param itemsSize in bytes, without the header. The fixed part is cleared.
     BlobBuilder(BlobType type, uint32_t fixedSize, uint32_t itemsSize);
 
-    /// Copies `size` bytes behind what is there, and lets `field`, which must lie in the fixed part, refer to
+    /// Copies `size` bytes to the end of what is there, and lets `field`, which must lie in the fixed part, refer to
     /// them. With a null `data` the bytes are left for the caller to fill. \return the item in the block.
     void* Append(RelativeOffset& field, const void* data, uint32_t size);
 
     /// Appends `count` elements of `elementSize` bytes each. An empty array gets its position and count 0.
     void AppendArray(RelativeArray& field, const void* elements, uint32_t count, uint32_t elementSize);
 
-    /// Appends a text with its terminator.
+    /// Appends a string with its terminator.
     void AppendText(RelativeOffset& field, const char* text);
     void AppendText(RelativeOffset& field, const wchar_t* text);
 
     /// First byte of the fixed part.
     void* Payload() const;
 
-    /// Hands the block over. The builder is empty afterwards.
-    Allocation Finish();
+    /// Hands the Blob over. The builder is empty afterwards.
+    OwnedBlob Finish();
 
 private:
-    Allocation block;
+    OwnedBlob block;
     uint8_t* next;
 };
 
@@ -62,11 +62,11 @@ public:
 };
 
 /// A `LogNarrow` Blob.
-Allocation BuildLogBlob(BlobLogLevel level, const char* text);
+OwnedBlob BuildLogBlob(BlobLogLevel level, const char* text);
 
 /// A `LogWide` Blob.
-Allocation BuildLogBlob(BlobLogLevel level, const wchar_t* text);
+OwnedBlob BuildLogBlob(BlobLogLevel level, const wchar_t* text);
 
 /// `ScheduleReload`, `ResumeHeldThreads` or `SuspendHeldThreads`, whose four bytes are left unwritten.
-Allocation BuildUnwrittenBlob(BlobType type);
+OwnedBlob BuildUnwrittenBlob(BlobType type);
 } // namespace Torvane

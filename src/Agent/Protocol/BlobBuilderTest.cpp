@@ -15,17 +15,9 @@ namespace
 class BlobBuilderTest : public testing::Test
 {
 protected:
-    ~BlobBuilderTest() override
-    {
-        if (blob.pointer != nullptr)
-        {
-            Free(blob);
-        }
-    }
-
     const BlobHeader& Header() const
     {
-        return *static_cast<const BlobHeader*>(blob.pointer);
+        return *static_cast<const BlobHeader*>(blob.Get().pointer);
     }
 
     template<typename Record>
@@ -36,12 +28,12 @@ protected:
 
     std::vector<uint8_t> Bytes() const
     {
-        const uint8_t* first = static_cast<const uint8_t*>(blob.pointer);
-        return std::vector<uint8_t>(first, first + blob.size);
+        const uint8_t* first = static_cast<const uint8_t*>(blob.Get().pointer);
+        return std::vector<uint8_t>(first, first + blob.Get().size);
     }
 
     TestMemorySystem memory;
-    Allocation blob = {};
+    OwnedBlob blob;
 };
 
 TEST_F(BlobBuilderTest, VersionHasTenPayloadBytesAndEighteenOnThePipe)
@@ -81,7 +73,7 @@ TEST_F(BlobBuilderTest, BlobsWithoutMeaningHaveFourPayloadBytes)
     blob = BuildUnwrittenBlob(BlobType::ScheduleReload);
     EXPECT_EQ(Header().size, 4u);
     EXPECT_EQ(Header().type, BlobType::ScheduleReload);
-    EXPECT_EQ(blob.size, 12u);
+    EXPECT_EQ(blob.Get().size, 12u);
 }
 
 TEST_F(BlobBuilderTest, ItemsFollowTheFixedPartBackToBackWithoutAlignment)
@@ -136,7 +128,7 @@ TEST_F(BlobBuilderTest, FinishLeavesTheBuilderEmpty)
 {
     RecordBuilder<ReloadBlob> builder;
     blob = builder.Finish();
-    EXPECT_EQ(builder.Finish().pointer, nullptr);
+    EXPECT_EQ(builder.Finish().Get().pointer, nullptr);
 }
 } // namespace
 } // namespace Torvane

@@ -1,5 +1,6 @@
 #include "Shared/Concurrency/LatchRegistry.h"
 
+#include "Shared/Concurrency/Windows/ScopedCriticalSection.h"
 #include "Shared/Memory/MemorySystem.h"
 
 namespace Torvane
@@ -7,27 +8,6 @@ namespace Torvane
 namespace
 {
 constexpr uint32_t capacity = 4096;
-
-class ScopedLock
-{
-public:
-    explicit ScopedLock(CRITICAL_SECTION& section)
-        : section(section)
-    {
-        EnterCriticalSection(&section);
-    }
-
-    ~ScopedLock()
-    {
-        LeaveCriticalSection(&section);
-    }
-
-    ScopedLock(const ScopedLock&) = delete;
-    ScopedLock& operator=(const ScopedLock&) = delete;
-
-private:
-    CRITICAL_SECTION& section;
-};
 
 void Release(Latch& latch)
 {
@@ -53,7 +33,7 @@ void LatchRegistry::Destroy()
 
 void LatchRegistry::Register(Latch& latch)
 {
-    const ScopedLock scope(lock);
+    const ScopedCriticalSection scope(lock);
     if (latchesDead.TryWait())
     {
         Release(latch);
@@ -64,7 +44,7 @@ void LatchRegistry::Register(Latch& latch)
 
 void LatchRegistry::Unregister(Latch& latch)
 {
-    const ScopedLock scope(lock);
+    const ScopedCriticalSection scope(lock);
     const uint32_t index = Find(&latch);
     if (index != notFound)
     {
@@ -79,7 +59,7 @@ void LatchRegistry::Unregister(Latch& latch)
 
 void LatchRegistry::DecrementByAddress(const void* address)
 {
-    const ScopedLock scope(lock);
+    const ScopedCriticalSection scope(lock);
     const uint32_t index = Find(address);
     if (index == notFound)
     {
@@ -94,7 +74,7 @@ void LatchRegistry::DecrementByAddress(const void* address)
 
 void LatchRegistry::ReleaseAll()
 {
-    const ScopedLock scope(lock);
+    const ScopedCriticalSection scope(lock);
     for (uint32_t i = 0; i < count; ++i)
     {
         Release(*List()[i]);

@@ -8,8 +8,8 @@
 
 namespace Torvane::AgentBridgeCommunicationAgent
 {
-/// Creates every object and thread of the communication and waits for nothing: the Bridge is spawned and awaited
-/// on the receiver thread.
+/// Creates every object and thread of the communication and doesn't wait: the Bridge is spawned and waited for on the
+/// receiver thread.
 /// \param identifier makes the names of pipes and shared objects this process's own.
 /// \return false if a named pipe couldn't be created; nothing that was created until then is released.
 bool Startup(const FixedWideString& identifier, uint32_t agentType, const wchar_t* projectPreferencesFile,

@@ -8,12 +8,9 @@
 
 namespace Torvane
 {
-/// Handles one Blob. The pointer of `payload` is the first payload byte, its size the payload's; the block stays
-/// the caller's. What the Blob says is trusted: addresses, sizes and counts are used as they come.
-/// \return whether the receive loop goes on.
-using BlobHandler = bool (*)(Allocation* payload);
-
-/// The handler in the table's slot for `type`, of which there are 77 and no check. The slots of numbers that the
-/// Agent doesn't accept log "Unknown blob type %u" and return false.
-BlobHandler GetBlobHandler(BlobType type);
+/// Handles one Blob by the table's slot for `type`, of which there are 77 and no check. What the Blob says is trusted:
+/// addresses, sizes and counts are used as they come.
+/// \param payload the payload without the header; the block stays the caller's.
+/// \return false, after the Error line "Unknown blob type %u", for a number that the Agent doesn't accept.
+bool HandleBlob(BlobType type, const Allocation& payload);
 } // namespace Torvane

@@ -1,22 +1,24 @@
 #include "Agent/Communication/Windows/ReceiverInitialization.h"
 
-#include "Agent/HostCalls/Windows/HostCalls.h"
+#include "Agent/Communication/Windows/BlobHandlers.h"
+#include "Agent/Communication/Windows/BridgeProcess.h"
+#include "Agent/Communication/Windows/Registration.h"
+#include "Agent/HotReload/Windows/Watchdog.h"
 #include "Agent/Preferences/Windows/AgentGlobalPreferences.h"
 #include "Agent/Preferences/Windows/AgentProjectPreferences.h"
-#include "Agent/Protocol/Blob.h"
+#include "Agent/Preferences/Windows/PreferencesSection.h"
+#include "Agent/Transport/Windows/ConnectionState.h"
+#include "Agent/Transport/Windows/Heartbeat.h"
 #include "Agent/Transport/Windows/Receiver.h"
 #include "Agent/Transport/Windows/Sender.h"
-#include "Shared/Filesystem/Windows/Filesystem.h"
+#include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Foundation/Logger.h"
-#include "Shared/Process/Windows/PipeClient.h"
-#include "Shared/Process/Windows/Process.h"
+#include "Shared/Process/Windows/Thread.h"
 
-#include <string.h>
+#include <utility>
 
-namespace Torvane
+namespace Torvane::ReceiverInitialization
 {
-InitializationState initializationState;
-
 namespace
 {
 enum InitializationResult : uint32_t
@@ -27,67 +29,27 @@ enum InitializationResult : uint32_t
     ExecutableNotOpened = 12,
 };
 
-/// The section holds the size of what follows, then the payload with eight bytes of tail that mean nothing.
-void PublishProjectPreferences()
-{
-    const BlobHeader* header =
-        static_cast<const BlobHeader*>(senderState.registration.projectPreferences.pointer);
-    const uint32_t size = header->size + static_cast<uint32_t>(sizeof(BlobHeader));
-    const ScopedInterprocessLock lock(initializationState.mutex);
-    memcpy(initializationState.memory.view, &size, sizeof(size));
-    memcpy(initializationState.memory.view + sizeof(size), header + 1, size);
-}
-
-FixedWideString GetLibraryFolder()
-{
-    HMODULE library = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<const wchar_t*>(&initializationState), &library);
-    wchar_t path[1024] = {};
-    const DWORD length = GetModuleFileNameW(library, path, 1024);
-    return GetDirectory(path, length);
-}
-
-bool SpawnBridge(const FixedWideString& identifier)
-{
-    const FixedWideString folder = GetLibraryFolder();
-    FixedWideString path = folder;
-    path.Append(L"\\TVN_Agent_Bridge_x64.exe");
-    LogInfo(0, TVN_HERE, "Spawning bridge process at %ls", path.text);
-    const Result<SpawnedProcess> bridge = Spawn(path.text, folder.text, identifier.text);
-    if (bridge.error != nullptr)
-    {
-        LogError(TVN_HERE, "Failed to spawn bridge process");
-        return false;
-    }
-    LogSuccess(TVN_HERE, "Spawned bridge process");
-    initializationState.bridge = bridge.payload;
-    initializationState.bridgeSpawned = true;
-    return true;
-}
+Event finished = {INVALID_HANDLE_VALUE};
+HANDLE thread = INVALID_HANDLE_VALUE;
 
 /// \return in milliseconds; a negative number counts as 0.
-int32_t ReadTimeout(StringPreference& directoryToBroker)
+uint32_t ReadConnectionTimeout(const FixedWideString& brokerFolder)
 {
-    const BlobHeader* header =
-        static_cast<const BlobHeader*>(senderState.registration.projectPreferences.pointer);
-    directoryToBroker = MakeProjectPreferences();
-    ReadProjectPreferences(directoryToBroker, *reinterpret_cast<const ProjectPreferencesRecord*>(header + 1));
     IntPreference timeout = MakeGlobalPreferences();
-    LoadAllGlobalPreferences(timeout, MakeBrokerFolder(directoryToBroker, GetLibraryFolder()));
-    return timeout.value;
+    LoadAllGlobalPreferences(timeout, brokerFolder);
+    return timeout.value < 0 ? 0 : static_cast<uint32_t>(timeout.value);
 }
 
-bool WaitForBridge(int32_t timeout)
+/// The second pipe is waited for even if the first has failed.
+bool WaitForBridge(uint32_t milliseconds)
 {
-    const uint32_t milliseconds = timeout < 0 ? 0 : static_cast<uint32_t>(timeout);
     LogInfo(0, TVN_HERE, "Waiting for bridge to connect to pipes, timeout %ums", milliseconds);
-    const Result<bool> sender = WaitForPipeClient(senderState.agentPipe, milliseconds);
+    const Result<bool> sender = Sender::WaitForBridge(milliseconds);
     if (sender.error != nullptr)
     {
         LogError(TVN_HERE, "Failed to wait for sender pipe");
     }
-    const Result<bool> receiver = WaitForPipeClient(bridgePipe, milliseconds);
+    const Result<bool> receiver = Receiver::WaitForBridge(milliseconds);
     if (receiver.error != nullptr)
     {
         LogError(TVN_HERE, "Failed to wait for receiver pipe");
@@ -95,53 +57,99 @@ bool WaitForBridge(int32_t timeout)
     return sender.error == nullptr && receiver.error == nullptr;
 }
 
-uint32_t GiveUp(InitializationResult result)
+InitializationResult Initialize(const FixedWideString& identifier, uint32_t agentType,
+                                StringPreference& directoryToBroker)
 {
-    latchRegistry.ReleaseAll();
-    initializationState.startupFinished.Signal();
-    ReportConnectionStatus(ConnectionFailed);
-    return result;
-}
-
-AgentThreadIds GetAgentThreadIds()
-{
-    return {GetThreadId(initializationState.senderThread), GetCurrentThreadId(),
-            GetThreadId(initializationState.heartbeatThread),
-            GetThreadId(initializationState.watchdogThread)};
-}
-
-uint32_t InitializeAndReceive(const FixedWideString& identifier, uint32_t agentType,
-                              StringPreference& directoryToBroker)
-{
-    PublishProjectPreferences();
+    const BlobHeader& projectPreferences = Sender::GetProjectPreferences();
+    PreferencesSection::Publish(projectPreferences);
     if (!SpawnBridge(identifier))
     {
-        return GiveUp(BridgeNotSpawned);
+        return BridgeNotSpawned;
     }
-    if (!WaitForBridge(ReadTimeout(directoryToBroker)))
+    ReadProjectPreferences(directoryToBroker,
+                           *reinterpret_cast<const ProjectPreferencesRecord*>(&projectPreferences + 1));
+    const FixedWideString brokerFolder = MakeBrokerFolder(directoryToBroker, GetLibraryFolder());
+    if (!WaitForBridge(ReadConnectionTimeout(brokerFolder)))
     {
-        return GiveUp(PipeNotConnected);
+        return PipeNotConnected;
     }
     LogSuccess(TVN_HERE, "Pipes connected");
     LogInfo(0, TVN_HERE, "Registering agent with bridge");
-    senderState.registration.agent = BuildRegisterAgent(agentType);
+    Sender::SetAgent(BuildRegisterAgent(agentType));
     LogInfo(0, TVN_HERE, "Registering process with bridge");
-    if (!BuildRegisterProcess(GetAgentThreadIds(), senderState.registration.process))
+    const AgentThreadIds threads = {Sender::GetThreadId(), GetCurrentThreadId(), Heartbeat::GetThreadId(),
+                                    Watchdog::GetThreadId()};
+    OwnedBlob process = BuildRegisterProcess(threads);
+    if (process.Get().pointer == nullptr)
     {
-        return GiveUp(ExecutableNotOpened);
+        return ExecutableNotOpened;
     }
-    senderState.connected.Signal();
-    initializationState.startupFinished.Signal();
-    LogSuccess(TVN_HERE, "Initialization done");
-    return RunReceiver();
+    Sender::Connect(std::move(process));
+    return Initialized;
 }
-} // namespace
 
-uint32_t InitializeAndReceive(const FixedWideString& identifier, uint32_t agentType)
+struct ReceiverBlock
 {
-    StringPreference directoryToBroker = {};
-    const uint32_t result = InitializeAndReceive(identifier, agentType, directoryToBroker);
+    const char* name;
+    FixedWideString identifier;
+    uint32_t agentType;
+};
+static_assert(sizeof(ReceiverBlock) == 2060);
+
+uint32_t Run(ReceiverBlock& block)
+{
+    StringPreference directoryToBroker = MakeProjectPreferences();
+    uint32_t result = Initialize(block.identifier, block.agentType, directoryToBroker);
+    if (result == Initialized)
+    {
+        finished.Signal();
+        LogSuccess(TVN_HERE, "Initialization done");
+        result = Receiver::Run(HandleBlob);
+    }
+    else
+    {
+        Receiver::GetLatches().ReleaseAll();
+        finished.Signal();
+        ReportConnectionStatus(ConnectionFailed);
+    }
     Free(directoryToBroker);
     return result;
 }
-} // namespace Torvane
+} // namespace
+
+void CreateFinishedEvent()
+{
+    finished.handle = Expect(Event::Create("Startup finished"), "Cannot create event for startup");
+}
+
+void DestroyFinishedEvent()
+{
+    finished.Destroy();
+}
+
+void SignalFinished()
+{
+    finished.Signal();
+}
+
+bool WaitUntilFinished()
+{
+    return finished.Wait();
+}
+
+void StartThread(const FixedWideString& identifier, uint32_t agentType)
+{
+    thread = Torvane::StartThread<ReceiverBlock, Run>(receiverThread.stackSize,
+                                                      {receiverThread.name, identifier, agentType});
+}
+
+void CancelThreadIO()
+{
+    CancelSynchronousIo(thread);
+}
+
+void WaitForThreadEnd()
+{
+    WaitForThread(thread);
+}
+} // namespace Torvane::ReceiverInitialization

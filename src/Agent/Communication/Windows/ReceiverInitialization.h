@@ -1,36 +1,29 @@
 #pragma once
 
 /// \file
-/// The slow half of startup: spawns the Bridge, waits for it and registers with it. Receiver thread only.
+/// The receiver thread up to the first Blob: spawns the Bridge, waits for it and registers with it. Called by startup and
+/// shutdown, on the host's thread.
 
-#include "Agent/Communication/Windows/Registration.h"
-#include "Shared/Concurrency/Windows/Event.h"
-#include "Shared/Concurrency/Windows/InterprocessMutex.h"
-#include "Shared/Filesystem/Windows/NamedSharedMemory.h"
 #include "Shared/Foundation/FixedString.h"
-#include "Shared/Process/Windows/ProcessTypes.h"
 
-#include <windows.h>
-
-namespace Torvane
+namespace Torvane::ReceiverInitialization
 {
-/// What the initialization works with. Made by startup, closed by shutdown.
-struct InitializationState
-{
-    Event startupFinished = {INVALID_HANDLE_VALUE}; ///< set at the end of the initialization, however it went
-    NamedSharedMemory memory = {};                  ///< where the project preferences are published
-    InterprocessMutex mutex = {INVALID_HANDLE_VALUE};
-    SpawnedProcess bridge = {};
-    bool bridgeSpawned = false;
-    HANDLE senderThread = INVALID_HANDLE_VALUE;
-    HANDLE receiverThread = INVALID_HANDLE_VALUE;
-    HANDLE heartbeatThread = INVALID_HANDLE_VALUE;
-    HANDLE watchdogThread = INVALID_HANDLE_VALUE;
-};
-extern InitializationState initializationState;
+/// Creates the event that is signalled at the end of the initialization, however it went.
+void CreateFinishedEvent();
+void DestroyFinishedEvent();
 
-/// Body of the receiver thread: the initialization, then the receive loop.
-/// \return 10 if the Bridge couldn't be spawned, 11 if a pipe didn't connect, 12 if the process's executable
-/// couldn't be opened, otherwise the receive loop's result.
-uint32_t InitializeAndReceive(const FixedWideString& identifier, uint32_t agentType);
-} // namespace Torvane
+/// Signals the event, for a startup that starts no thread.
+void SignalFinished();
+
+/// Waits without a limit. \return false after an Error line of the event if the wait failed.
+bool WaitUntilFinished();
+
+/// Starts the receiver thread: the initialization, then the receive loop. A thread that can't be started logs an Error
+/// line. The thread's result is 10 if the Bridge couldn't be spawned, 11 if a pipe didn't connect, 12 if the process's
+/// executable couldn't be opened, otherwise that of the receive loop.
+void StartThread(const FixedWideString& identifier, uint32_t agentType);
+void CancelThreadIO();
+
+/// Waits for the thread's end without a limit and closes its handle.
+void WaitForThreadEnd();
+} // namespace Torvane::ReceiverInitialization

@@ -1,14 +1,14 @@
 #include "Agent/Communication/Windows/Registration.h"
 
-#include "Agent/Agent_Windows.h"
 #include "Agent/Modules/Windows/ExecutableIdentity.h"
-#include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Protocol/HostAddress.h"
 #include "Shared/Executable/Windows/PE.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Process/Windows/ProcessHeap.h"
 #include "Shared/Process/Windows/ProcessLoaderLock.h"
 #include "Shared/Process/Windows/SpinForever.h"
+#include "Shared/System/Windows/System.h"
 
 namespace Torvane
 {
@@ -27,7 +27,7 @@ FixedWideString MakeAbsolute(const wchar_t* path)
     return NormalizePath(absolute.text);
 }
 
-Allocation BuildFromFile(const wchar_t* path)
+OwnedBlob BuildFromFile(const wchar_t* path)
 {
     const FixedWideString absolute = MakeAbsolute(path);
     RecordBuilder<ProjectPreferencesRecord> builder(MeasureText(absolute.text));
@@ -36,125 +36,74 @@ Allocation BuildFromFile(const wchar_t* path)
     return builder.Finish();
 }
 
-struct WideTextRow
+void CopyValues(const TvnProjectPreferences& host, ProjectPreferencesRecord& wire)
 {
-    RelativeOffset ProjectPreferencesRecord::*field;
-    const wchar_t* TvnProjectPreferences::*text;
-};
-
-struct NarrowTextRow
-{
-    RelativeOffset ProjectPreferencesRecord::*field;
-    const char* TvnProjectPreferences::*text;
-};
-
-struct FlagRow
-{
-    uint8_t ProjectPreferencesRecord::*field;
-    bool TvnProjectPreferences::*flag;
-};
-
-struct NumberRow
-{
-    uint32_t ProjectPreferencesRecord::*field;
-    uint32_t TvnProjectPreferences::*number;
-};
-
-using Wire = ProjectPreferencesRecord;
-using Host = TvnProjectPreferences;
-
-constexpr FlagRow flagRows[] = {
-    {&Wire::flag00, &Host::flag00}, {&Wire::flag01, &Host::flag01}, {&Wire::flag14, &Host::flag14},
-    {&Wire::flag24, &Host::flag24}, {&Wire::flag25, &Host::flag25}, {&Wire::flag26, &Host::flag26},
-    {&Wire::flag30, &Host::flag30}, {&Wire::flag31, &Host::flag31}, {&Wire::flag32, &Host::flag32},
-    {&Wire::flag33, &Host::flag33}, {&Wire::flag34, &Host::flag34}, {&Wire::flag35, &Host::flag35},
-    {&Wire::flag40, &Host::flag40}, {&Wire::flag41, &Host::flag41}, {&Wire::flag42, &Host::flag42},
-    {&Wire::flag43, &Host::flag43}, {&Wire::flag44, &Host::flag44}, {&Wire::flag54, &Host::flag54},
-    {&Wire::flag60, &Host::flag60}, {&Wire::flag6C, &Host::flag6C},
-};
-
-constexpr NumberRow numberRows[] = {
-    {&Wire::number10, &Host::number10},
-    {&Wire::number48, &Host::number48},
-    {&Wire::number50, &Host::number50},
-    {&Wire::number68, &Host::number68},
-};
-
-/// One text of the record, wide or narrow: the other member is null.
-struct TextRow
-{
-    WideTextRow wide;
-    NarrowTextRow narrow;
-};
-
-constexpr TextRow WideText(RelativeOffset Wire::*field, const wchar_t* Host::*text)
-{
-    return {{field, text}, {nullptr, nullptr}};
-}
-
-constexpr TextRow NarrowText(RelativeOffset Wire::*field, const char* Host::*text)
-{
-    return {{nullptr, nullptr}, {field, text}};
+    wire.flag00 = host.flag00;
+    wire.flag01 = host.flag01;
+    wire.flag14 = host.flag14;
+    wire.flag24 = host.flag24;
+    wire.flag25 = host.flag25;
+    wire.flag26 = host.flag26;
+    wire.flag30 = host.flag30;
+    wire.flag31 = host.flag31;
+    wire.flag32 = host.flag32;
+    wire.flag33 = host.flag33;
+    wire.flag34 = host.flag34;
+    wire.flag35 = host.flag35;
+    wire.flag40 = host.flag40;
+    wire.flag41 = host.flag41;
+    wire.flag42 = host.flag42;
+    wire.flag43 = host.flag43;
+    wire.flag44 = host.flag44;
+    wire.flag54 = host.flag54;
+    wire.flag60 = host.flag60;
+    wire.flag6C = host.flag6C;
+    wire.number10 = host.number10;
+    wire.number48 = host.number48;
+    wire.number50 = host.number50;
+    wire.number68 = host.number68;
 }
 
 /// In ascending order of the fields, which is the order of the items.
-constexpr TextRow textRows[] = {
-    WideText(&Wire::directoryToBroker, &Host::directoryToBroker),
-    NarrowText(&Wire::text08, &Host::text08),
-    NarrowText(&Wire::text0C, &Host::text0C),
-    WideText(&Wire::wideText18, &Host::wideText18),
-    WideText(&Wire::wideText1C, &Host::wideText1C),
-    NarrowText(&Wire::text20, &Host::text20),
-    WideText(&Wire::wideText28, &Host::wideText28),
-    NarrowText(&Wire::text2C, &Host::text2C),
-    WideText(&Wire::wideText38, &Host::wideText38),
-    NarrowText(&Wire::text3C, &Host::text3C),
-    WideText(&Wire::wideText4C, &Host::wideText4C),
-    NarrowText(&Wire::text58, &Host::text58),
-    WideText(&Wire::wideText5C, &Host::wideText5C),
-    NarrowText(&Wire::text64, &Host::text64),
-};
-
-uint32_t MeasureTexts(const Host& record)
+void AppendTexts(const TvnProjectPreferences& host, RecordBuilder<ProjectPreferencesRecord>& builder)
 {
-    uint32_t size = 0;
-    for (const TextRow& row : textRows)
-    {
-        size += row.wide.text != nullptr ? MeasureText(record.*row.wide.text)
-                                         : MeasureText(record.*row.narrow.text);
-    }
-    return size;
+    ProjectPreferencesRecord& wire = builder.Fixed();
+    builder.AppendText(wire.directoryToBroker, host.directoryToBroker);
+    builder.AppendText(wire.text08, host.text08);
+    builder.AppendText(wire.text0C, host.text0C);
+    builder.AppendText(wire.wideText18, host.wideText18);
+    builder.AppendText(wire.wideText1C, host.wideText1C);
+    builder.AppendText(wire.text20, host.text20);
+    builder.AppendText(wire.wideText28, host.wideText28);
+    builder.AppendText(wire.text2C, host.text2C);
+    builder.AppendText(wire.wideText38, host.wideText38);
+    builder.AppendText(wire.text3C, host.text3C);
+    builder.AppendText(wire.wideText4C, host.wideText4C);
+    builder.AppendText(wire.text58, host.text58);
+    builder.AppendText(wire.wideText5C, host.wideText5C);
+    builder.AppendText(wire.text64, host.text64);
 }
 
-Allocation BuildFromRecord(const Host& record)
+uint32_t MeasureTexts(const TvnProjectPreferences& host)
 {
-    RecordBuilder<Wire> builder(MeasureTexts(record));
-    Wire& fixed = builder.Fixed();
-    for (const FlagRow& row : flagRows)
-    {
-        fixed.*row.field = record.*row.flag ? 1 : 0;
-    }
-    for (const NumberRow& row : numberRows)
-    {
-        fixed.*row.field = record.*row.number;
-    }
-    for (const TextRow& row : textRows)
-    {
-        if (row.wide.text != nullptr)
-        {
-            builder.AppendText(fixed.*row.wide.field, record.*row.wide.text);
-        }
-        else
-        {
-            builder.AppendText(fixed.*row.narrow.field, record.*row.narrow.text);
-        }
-    }
-    fixed.fromRecord = 1;
+    return MeasureText(host.directoryToBroker) + MeasureText(host.text08) + MeasureText(host.text0C) +
+           MeasureText(host.wideText18) + MeasureText(host.wideText1C) + MeasureText(host.text20) +
+           MeasureText(host.wideText28) + MeasureText(host.text2C) + MeasureText(host.wideText38) +
+           MeasureText(host.text3C) + MeasureText(host.wideText4C) + MeasureText(host.text58) +
+           MeasureText(host.wideText5C) + MeasureText(host.text64);
+}
+
+OwnedBlob BuildFromRecord(const TvnProjectPreferences& host)
+{
+    RecordBuilder<ProjectPreferencesRecord> builder(MeasureTexts(host));
+    CopyValues(host, builder.Fixed());
+    AppendTexts(host, builder);
+    builder.Fixed().fromRecord = 1;
     return builder.Finish();
 }
 } // namespace
 
-Allocation BuildRegisterProjectPreferences(const wchar_t* path, const TvnProjectPreferences* record)
+OwnedBlob BuildRegisterProjectPreferences(const wchar_t* path, const TvnProjectPreferences* record)
 {
     if (path != nullptr)
     {
@@ -167,24 +116,25 @@ Allocation BuildRegisterProjectPreferences(const wchar_t* path, const TvnProject
     return RecordBuilder<ProjectPreferencesRecord>().Finish();
 }
 
-Allocation BuildRegisterAgent(uint32_t agentType)
+OwnedBlob BuildRegisterAgent(uint32_t agentType)
 {
+    const OSVERSIONINFOW& os = GetOSVersion();
     FixedString version = {};
-    version.Format("%u.%u, %u", osVersion.dwMajorVersion, osVersion.dwMinorVersion, osVersion.dwBuildNumber);
+    version.Format("%u.%u, %u", os.dwMajorVersion, os.dwMinorVersion, os.dwBuildNumber);
     RecordBuilder<RegisterAgentBlob> builder(MeasureText(version.text));
     builder.Fixed().agentType = agentType;
     builder.AppendText(builder.Fixed().osVersion, version.text);
     return builder.Finish();
 }
 
-bool BuildRegisterProcess(const AgentThreadIds& threads, Allocation& blob)
+OwnedBlob BuildRegisterProcess(const AgentThreadIds& threads)
 {
     const FixedWideString executable = GetExecutablePath();
     Result<ImageFile> image = OpenImage(executable.text);
     if (image.error != nullptr)
     {
         LogError(TVN_HERE, "Failed to open executable %ls", executable.text);
-        return false;
+        return {};
     }
     const ExecutableIdentity identity = ReadExecutableIdentity(image.payload);
     CloseImage(image.payload);
@@ -201,11 +151,10 @@ bool BuildRegisterProcess(const AgentThreadIds& threads, Allocation& blob)
     fixed.heartbeatThreadId = threads.heartbeat;
     fixed.watchdogThreadId = threads.watchdog;
     fixed.spinForever = reinterpret_cast<uintptr_t>(&SpinForever);
-    fixed.loaderLock = reinterpret_cast<uintptr_t>(loaderLock);
-    fixed.processHeapLock = reinterpret_cast<uintptr_t>(processHeapLock);
+    fixed.loaderLock = ToSlot(loaderLock);
+    fixed.processHeapLock = ToSlot(processHeapLock);
     builder.AppendText(fixed.executablePath, executable.text);
     builder.AppendText(fixed.commandLine, commandLine);
-    blob = builder.Finish();
-    return true;
+    return builder.Finish();
 }
 } // namespace Torvane

@@ -6,8 +6,10 @@
 #include "Agent/Exception/Windows/FloatingPoint.h"
 #include "Agent/Exception/Windows/ResumeAtFrame.h"
 #include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Protocol/HostAddress.h"
 #include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Concurrency/Windows/Event.h"
+#include "Shared/Concurrency/Windows/ScopedCriticalSection.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Process/Windows/ProcessMemory.h"
 
@@ -20,7 +22,7 @@ namespace
 static_assert(sizeof(CONTEXT) == 716);
 static_assert(sizeof(EXCEPTION_RECORD) == 80);
 
-/// Held by the thread that is in the dialog phase.
+/// Owned by the thread whose exception is being reported.
 CRITICAL_SECTION exceptionHandlerLock;
 void* exceptionHandlerHandle = nullptr;
 volatile LONG exceptionHandlerInstallCount = 0;
@@ -30,13 +32,8 @@ volatile LONG exceptionHandlerEnableCount = 1; ///< 0: every exception is declin
 struct Decision
 {
     uint32_t action;
-    ResumeRecord resumeContext;
+    ResumeRecord resumeRecord;
 };
-
-AddressSlot ToSlot(const void* address)
-{
-    return reinterpret_cast<uintptr_t>(address);
-}
 
 void LogException(const EXCEPTION_RECORD& record)
 {
@@ -61,7 +58,7 @@ void Report(const EXCEPTION_POINTERS& exception, const Event& event, Decision& d
     HandleExceptionWindowsBlob& report = builder.Fixed();
     report.event = ToSlot(event.handle);
     report.action = ToSlot(&decision.action);
-    report.resumeRecord = ToSlot(&decision.resumeContext);
+    report.resumeRecord = ToSlot(&decision.resumeRecord);
     report.processId = GetCurrentProcessId();
     report.threadId = GetCurrentThreadId();
     builder.Append(report.context, exception.ContextRecord, sizeof(CONTEXT));
@@ -100,7 +97,7 @@ void AskForDecision(const EXCEPTION_POINTERS& exception, Decision& decision)
 }
 
 /// The length of the instruction at an address that needn't be readable: if it isn't, the copy faults on this
-/// thread, and that exception takes a road of its own. \return 0 after an Error line if nothing could be decoded.
+/// thread, and that exception is reported like any other. \return 0 after an Error line if nothing could be decoded.
 uint8_t DecodeFaultingInstruction(const void* address)
 {
     uint8_t code[longestInstruction] = {};
@@ -132,7 +129,7 @@ LONG Act(EXCEPTION_POINTERS& exception, const Decision& decision)
             static_cast<DWORD>(reinterpret_cast<uintptr_t>(address)) + DecodeFaultingInstruction(address);
         return EXCEPTION_CONTINUE_EXECUTION;
     case ActionResumeAtFrame:
-        ResumeAtFrame(exception, decision.resumeContext);
+        ResumeAtFrame(exception, decision.resumeRecord);
         return EXCEPTION_CONTINUE_EXECUTION;
     default:
         return EXCEPTION_CONTINUE_SEARCH;
@@ -140,11 +137,11 @@ LONG Act(EXCEPTION_POINTERS& exception, const Decision& decision)
 }
 } // namespace
 
-void InstallExceptionHandler(uint32_t order)
+void InstallExceptionHandler(const InstallExceptionHandlerBlob& blob)
 {
-    LogInfo(0, TVN_HERE, "Installing exception handler with order %u", order);
+    LogInfo(0, TVN_HERE, "Installing exception handler with order %u", blob.order);
     InitializeCriticalSection(&exceptionHandlerLock);
-    exceptionHandlerHandle = AddVectoredExceptionHandler(order, ExceptionFilter);
+    exceptionHandlerHandle = AddVectoredExceptionHandler(blob.order, ExceptionFilter);
     InterlockedIncrement(&exceptionHandlerInstallCount);
 }
 
@@ -165,17 +162,26 @@ void RemoveExceptionHandler()
     DeleteCriticalSection(&exceptionHandlerLock);
 }
 
-void SuspendExceptionHandler()
+void PassOnDecision(const HandleExceptionWindowsResultBlob& blob)
 {
-    if (exceptionHandlerInstallCount != 0)
+    *ToPointer<uint32_t*>(blob.actionAddress) = blob.action;
+    *ToPointer<ResumeRecord*>(blob.resumeRecordAddress) = blob.resumeRecord;
+    SetEvent(ToPointer(blob.event)); // last, since the frame that holds the addresses ends with the wait
+}
+
+// The install count is looked at once, so that a removal in between leaves no imbalance.
+ScopedExceptionHandlerSuspension::ScopedExceptionHandlerSuspension()
+    : suspended(exceptionHandlerInstallCount != 0)
+{
+    if (suspended)
     {
         InterlockedDecrement(&exceptionHandlerEnableCount);
     }
 }
 
-void UnsuspendExceptionHandler()
+ScopedExceptionHandlerSuspension::~ScopedExceptionHandlerSuspension()
 {
-    if (exceptionHandlerInstallCount != 0)
+    if (suspended)
     {
         InterlockedIncrement(&exceptionHandlerEnableCount);
     }
@@ -188,15 +194,15 @@ LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception)
         return EXCEPTION_CONTINUE_SEARCH;
     }
     const DefaultFloatingPoint floatingPoint;
-    EnterCriticalSection(&exceptionHandlerLock);
-    if (exceptionHandlerEnableCount == 0)
-    {
-        LeaveCriticalSection(&exceptionHandlerLock);
-        return EXCEPTION_CONTINUE_SEARCH;
-    }
     Decision decision = {};
-    AskForDecision(*exception, decision);
-    LeaveCriticalSection(&exceptionHandlerLock);
+    {
+        const ScopedCriticalSection scope(exceptionHandlerLock);
+        if (exceptionHandlerEnableCount == 0)
+        {
+            return EXCEPTION_CONTINUE_SEARCH;
+        }
+        AskForDecision(*exception, decision);
+    }
     return Act(*exception, decision);
 }
 } // namespace Torvane

@@ -3,23 +3,35 @@
 /// \file
 /// The vectored exception handler: lets the Broker decide what becomes of a thread of the host that faulted.
 
-#include <stdint.h>
+#include "Agent/Protocol/Blob.h"
+
 #include <windows.h>
 
 namespace Torvane
 {
-/// Registers the handler with the OS. Receiver thread. A second call is not guarded against: it makes the lock anew,
-/// and the first registration is left alone for good.
-/// \param order nonzero for the first place among the handlers of the process, 0 for the last.
-void InstallExceptionHandler(uint32_t order);
+/// Registers the handler with the OS, first or last among those of the process. Receiver thread. A second call is not
+/// guarded against: it makes the lock anew, and the first registration stays permanently.
+void InstallExceptionHandler(const InstallExceptionHandlerBlob& blob);
 
-/// Takes the handler of the latest `InstallExceptionHandler` away, if there was one. Host's thread, at shutdown.
+/// Removes the handler of the latest `InstallExceptionHandler`, if there was one. Host's thread, at shutdown.
 void RemoveExceptionHandler();
 
-/// Between these two the handler declines every exception of every thread. Receiver thread. Neither does anything
-/// while no handler is installed.
-void SuspendExceptionHandler();
-void UnsuspendExceptionHandler();
+/// Stores the Bridge's decision in the frame of the thread that waits for it, and releases that thread. Receiver thread.
+void PassOnDecision(const HandleExceptionWindowsResultBlob& blob);
+
+/// While it lives the handler declines every exception of every thread. Does nothing if no handler is installed when it
+/// is created. Receiver thread.
+class ScopedExceptionHandlerSuspension
+{
+public:
+    ScopedExceptionHandlerSuspension();
+    ~ScopedExceptionHandlerSuspension();
+    ScopedExceptionHandlerSuspension(const ScopedExceptionHandlerSuspension&) = delete;
+    ScopedExceptionHandlerSuspension& operator=(const ScopedExceptionHandlerSuspension&) = delete;
+
+private:
+    bool suspended;
+};
 
 /// The handler itself; the OS calls it on the thread that faulted, whichever that is.
 ///

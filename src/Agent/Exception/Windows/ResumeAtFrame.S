@@ -1,13 +1,13 @@
 // Unwinds one structured exception frame, and returns.
 //
-// The OS keeps a list of frames for each thread. Its head stands at fs:[0], and a frame is a record on the stack that
+// The OS keeps a list of frames for each thread. Its head is at fs:[0], and a frame is a record on the stack that
 // begins with two words:
 //
 //   [frame + 0]   next outer frame, -1 in the outermost
 //   [frame + 4]   handler
 //
 // RtlUnwind(target frame, target address, exception record, value) calls the handlers of all frames inside the target
-// frame, takes them off the list, and goes on behind its own call with eax = value. The target frame stays. It keeps
+// frame, removes them from the list, and continues after its own call with eax = value. The target frame stays. It keeps
 // ebp and sets esp as for any function that pops its arguments, but ebx, esi and edi are lost, which the compiler
 // expects back from a function that it calls.
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Takes a thread that stands in an exception handler back to a frame further out on its stack; that thread only.
+/// Resumes a thread that is in an exception handler at a frame further out on its stack; that thread only.
 
 #include "Agent/Protocol/Blob.h"
 
@@ -9,8 +9,8 @@
 
 namespace Torvane
 {
-/// Unwinds the top-most structured exception frame of this thread, and that one alone: its handler is told and it is
-/// not registered any more. Then goes on where `target` says, with all other registers as they were at the fault;
+/// Unwinds the top-most structured exception frame of this thread, and that one alone: its handler is called and it is
+/// unregistered. Then continues where `target` says, with all other registers as they were at the fault;
 /// of each of its words the low half counts. The thread must have a structured exception frame.
 /// \return only if the thread could not be continued, after the Error line "Call to function NtContinue failed.
 /// Error: 0x%X".

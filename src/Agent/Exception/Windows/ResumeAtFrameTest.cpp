@@ -21,11 +21,11 @@ extern "C"
         uint32_t esi;
         uint32_t edi;
         uint32_t ebp;
-        uint32_t esp; ///< behind the call minus before it
+        uint32_t esp; ///< after the call minus before it
         uint32_t direction;
     };
 
-    /// Sets all registers that a function keeps for its caller, unwinds, and tells what they are then.
+    /// Sets all registers that a function keeps for its caller, unwinds, and returns what they are then.
     void __cdecl UnwindWithRegistersSet(EXCEPTION_RECORD* record, KeptRegisters* kept);
 
     /// Where this program keeps the address of the OS's function.
@@ -280,7 +280,7 @@ TEST(ResumeAtFrame, ContinuesWithTheLowHalvesOfTheThreeWords)
     EXPECT_EQ(1u, ContinueStandIn::calls);
     EXPECT_EQ(0, memcmp(&expected, &ContinueStandIn::context, sizeof(expected)));
     EXPECT_EQ(0, ContinueStandIn::testAlert);
-    EXPECT_EQ(frame.next, ContinueStandIn::topFrame) << "Unwound before the thread goes on.";
+    EXPECT_EQ(frame.next, ContinueStandIn::topFrame) << "Unwound before the thread continues.";
     EXPECT_TRUE(log.GetLines().empty());
 }
 

@@ -1,64 +1,17 @@
-#include "Agent/HostCalls/Windows/HostCalls.h"
-
 #include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Transport/Windows/ConnectionState.h"
 #include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Foundation/Logger.h"
+#include "Torvane/Agent.h"
 
 #include <windows.h>
 
-namespace Torvane
-{
-namespace
-{
-struct ConnectionState
-{
-    CRITICAL_SECTION lock;
-    TvnConnectionCallback callback;
-    void* context;
-    bool reported;
-    TvnConnectionStatus status;
-};
-
-ConnectionState connectionState = {};
-} // namespace
-
-void InitializeConnectionState()
-{
-    InitializeCriticalSection(&connectionState.lock);
-}
-
-void DeleteConnectionState()
-{
-    DeleteCriticalSection(&connectionState.lock);
-}
-
-void ReportConnectionStatus(TvnConnectionStatus status)
-{
-    EnterCriticalSection(&connectionState.lock);
-    connectionState.reported = true;
-    connectionState.status = status;
-    if (connectionState.callback != nullptr)
-    {
-        connectionState.callback(connectionState.context, status);
-    }
-    LeaveCriticalSection(&connectionState.lock);
-}
-} // namespace Torvane
-
 using namespace Torvane;
 
-/// Unlike `ReportConnectionStatus`, calls the callback without looking whether there is one.
 extern "C" void TVN_CALL TvnOnConnection(void* context, TvnConnectionCallback callback)
 {
     LogDebug(TVN_HERE, "API TvnOnConnection");
-    EnterCriticalSection(&connectionState.lock);
-    connectionState.context = context;
-    connectionState.callback = callback;
-    if (connectionState.reported)
-    {
-        callback(context, connectionState.status);
-    }
-    LeaveCriticalSection(&connectionState.lock);
+    SetConnectionCallback(context, callback);
 }
 
 extern "C" void TVN_CALL TvnLogMessage(const wchar_t* message)

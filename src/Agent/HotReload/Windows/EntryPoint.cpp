@@ -33,13 +33,15 @@ void CallEntryPoint(const CallEntryPointBlob& blob)
     void* code = reinterpret_cast<void*>(entryPoint);
 
     WriteCode(code, blob.codeBefore, entryPointCodeSize);
-    SuspendExceptionHandler();
-    EntryPointCall call = {reinterpret_cast<LibraryEntryPoint>(entryPoint), reinterpret_cast<void*>(base)};
-    if (!RunInExceptionFrame(Call, &call))
     {
-        LogError(TVN_HERE, "Exception thrown while calling the patch entry point");
+        const ScopedExceptionHandlerSuspension suspension;
+        EntryPointCall call = {reinterpret_cast<LibraryEntryPoint>(entryPoint),
+                               reinterpret_cast<void*>(base)};
+        if (!RunInExceptionFrame(Call, &call))
+        {
+            LogError(TVN_HERE, "Exception thrown while calling the patch entry point");
+        }
     }
-    UnsuspendExceptionHandler();
     WriteCode(code, blob.codeAfter, entryPointCodeSize);
 }
 } // namespace Torvane

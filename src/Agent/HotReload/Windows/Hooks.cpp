@@ -1,6 +1,6 @@
 #include "Agent/HotReload/Windows/Hooks.h"
 
-#include "Shared/Memory/MemorySystem.h"
+#include "Shared/Memory/OwnedAllocation.h"
 
 namespace Torvane
 {
@@ -26,22 +26,16 @@ void CallEach(const CallHooksBlob& blob, Arguments... arguments)
 void CallEachWithTextList(const CallHooksBlob& blob)
 {
     const uint32_t count = blob.textList.count;
-    Allocation texts = {};
-    if (count != 0)
-    {
-        texts = Allocate(count * static_cast<uint32_t>(sizeof(const void*)));
-    }
-    const void** pointers = static_cast<const void**>(texts.pointer);
+    const OwnedAllocation texts =
+        count != 0 ? OwnedAllocation(Allocate(count * static_cast<uint32_t>(sizeof(const void*))))
+                   : OwnedAllocation();
+    const void** pointers = static_cast<const void**>(texts.Get().pointer);
     const RelativeOffset* offsets = Follow<RelativeOffset>(blob.textList);
     for (uint32_t i = 0; i < count; ++i)
     {
         pointers[i] = Follow<void>(offsets[i]);
     }
     CallEach(blob, Follow<void>(blob.firstText), pointers, count, uint32_t{0}, uint32_t{0});
-    if (texts.pointer != nullptr)
-    {
-        Free(texts);
-    }
 }
 } // namespace
 

@@ -36,7 +36,7 @@ constexpr EventRow eventRows[] = {
     {&hotReloadFinished, "HotReload finished"},
 };
 
-/// Takes note of the request that `hotReload` tells of, and clears what an earlier reload has left.
+/// Accepts the request that `hotReload` signals, and clears what an earlier reload has left.
 void AcceptRequest()
 {
     hotReload.Reset();
@@ -123,7 +123,7 @@ void FinishReload()
     }
 }
 
-void HandOverPatch()
+void WaitForHostToAcceptPatch()
 {
     if (hotReloadAgentType != SynchronizedAgent || !hotReloadWaitForPatchLoad.TryWait())
     {

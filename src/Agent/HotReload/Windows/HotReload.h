@@ -11,13 +11,6 @@
 
 namespace Torvane
 {
-/// The two ways in which reloads and restarts reach the host.
-enum AgentType : uint32_t
-{
-    DefaultAgent = 0,      ///< the Agent's own threads do all the work
-    SynchronizedAgent = 1, ///< they only raise events; a host thread polls and carries out
-};
-
 /// Creates the events and stores the type. Host's thread, at startup.
 void StartupHotReload(uint32_t agentType);
 
@@ -30,7 +23,7 @@ void RequestReload();
 /// The Bridge has finished the reload. Receiver thread.
 void FinishReload();
 
-/// Waits, without a limit, until a host thread has let the patch in, if one has said that it wants to be asked.
-/// Receiver thread; logs an Error line if the wait fails, and goes on.
-void HandOverPatch();
+/// Waits, without a limit, until a host thread accepts the patch in `TvnReload`, if one has asked for that.
+/// Receiver thread; a failed wait logs an Error line, and the load continues.
+void WaitForHostToAcceptPatch();
 } // namespace Torvane

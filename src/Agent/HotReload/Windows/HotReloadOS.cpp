@@ -8,7 +8,7 @@ namespace Torvane
 {
 namespace
 {
-/// What the Bridge writes in front of code that it patches.
+/// What the Bridge writes before code that it patches.
 constexpr uint32_t patchPrefixSize = 5;
 } // namespace
 

@@ -5,7 +5,7 @@
 
 namespace Torvane
 {
-/// Makes every page executable that holds the last five bytes in front of an executable section of an image.
+/// Makes every page executable that holds the last five bytes before an executable section of an image.
 ///
 /// The sections are read from the file. Logs one Debug line for each executable section. A file that can't be
 /// read or isn't an image leaves everything as it is, beyond what the image reader has logged; a page that

@@ -2,7 +2,9 @@
 
 #include "Agent/HotReload/Windows/HotReload.h"
 #include "Agent/HotReload/Windows/HotReloadOS.h"
+#include "Agent/HotReload/Windows/Watchdog.h"
 #include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Protocol/HostAddress.h"
 #include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Foundation/Logger.h"
@@ -16,25 +18,18 @@
 
 namespace Torvane
 {
-WatchdogEvents watchdogEvents;
-
 namespace
 {
 static_assert(sizeof(PageRange) == sizeof(WirePageRange), "page ranges go into Blobs as they are");
-
-void* BaseOf(const WirePageRange& range)
-{
-    return reinterpret_cast<void*>(static_cast<uintptr_t>(range.base));
-}
 
 void ReleaseReservations(const RelativeArray& ranges)
 {
     for (uint32_t i = 0; i < ranges.count; ++i)
     {
         const WirePageRange& range = Follow<WirePageRange>(ranges)[i];
-        if (BaseOf(range) != nullptr)
+        if (ToPointer(range.base) != nullptr)
         {
-            VirtualMemory::Release(BaseOf(range));
+            VirtualMemory::Release(ToPointer(range.base));
         }
     }
 }
@@ -46,32 +41,17 @@ void ReserveAgain(const RelativeArray& ranges)
         const WirePageRange& range = Follow<WirePageRange>(ranges)[i];
         if (range.size != 0)
         {
-            VirtualMemory::ReserveAt(BaseOf(range), static_cast<size_t>(range.size));
+            VirtualMemory::ReserveAt(ToPointer(range.base), static_cast<size_t>(range.size));
         }
     }
 }
 
-HMODULE LoadImageFile(const LoadPatchWindowsBlob& blob, const wchar_t* path)
+HMODULE LoadImageFile(const wchar_t* path)
 {
-    if (blob.watchdog != 0)
-    {
-        LogDebug(TVN_HERE, "Enabling watchdog thread");
-        watchdogEvents.enter.Signal();
-    }
-    LogDebug(TVN_HERE, "Loading patch from %ls", path);
-    if (blob.watchdog == 0)
-    {
-        HandOverPatch();
-    }
     const HMODULE module = LoadLibraryW(path);
     if (module == nullptr)
     {
         LogLastError(TVN_HERE, "LoadLibraryW(%ls) failed.", path);
-    }
-    if (blob.watchdog != 0)
-    {
-        LogDebug(TVN_HERE, "Disabling watchdog thread");
-        watchdogEvents.watch.Signal();
     }
     return module;
 }
@@ -93,7 +73,7 @@ void ReportLoadedPatch(const LoadPatchWindowsBlob& blob, HMODULE module, uint32_
     RecordBuilder<PatchLoadedBlob> builder(MeasureText(path) + MeasureText(secondText) + rangesSize);
     PatchLoadedBlob& reply = builder.Fixed();
     reply.echo38 = static_cast<uint32_t>(blob.echo38);
-    reply.base = reinterpret_cast<uintptr_t>(module);
+    reply.base = ToSlot(module);
     reply.imageSize = imageSize;
     reply.echo50 = blob.echo50;
     reply.echo58 = blob.echo58;
@@ -110,8 +90,18 @@ void ReportLoadedPatch(const LoadPatchWindowsBlob& blob, HMODULE module, uint32_
 void LoadPatch(const LoadPatchWindowsBlob& blob)
 {
     const wchar_t* path = Follow<wchar_t>(blob.patchPath);
+    const bool guarded = blob.watchdog != 0;
     ReleaseReservations(blob.reservations);
-    const HMODULE module = LoadImageFile(blob, path);
+    HMODULE module = nullptr;
+    {
+        const Watchdog::ScopedWatch watch(guarded);
+        LogDebug(TVN_HERE, "Loading patch from %ls", path);
+        if (!guarded) // otherwise the host's threads are suspended, and none could let the patch in
+        {
+            WaitForHostToAcceptPatch();
+        }
+        module = LoadImageFile(path);
+    }
     if (module == nullptr)
     {
         ReportFailedLoad(path);
@@ -123,5 +113,10 @@ void LoadPatch(const LoadPatchWindowsBlob& blob)
     PrepareSectionsForPatching(path, module);
     const PageRangeList ranges = GatherPageRanges(module, information.SizeOfImage);
     ReportLoadedPatch(blob, module, information.SizeOfImage, ranges);
+}
+
+void UnloadPatch(const UnloadPatchBlob& blob)
+{
+    FreeLibrary(ToPointer<HMODULE>(blob.base));
 }
 } // namespace Torvane

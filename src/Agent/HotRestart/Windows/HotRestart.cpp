@@ -1,7 +1,7 @@
 #include "Agent/HotRestart/Windows/HotRestart.h"
 
-#include "Agent/HotReload/Windows/HotReload.h"
 #include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Protocol/HostAddress.h"
 #include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
@@ -23,9 +23,9 @@ uint32_t hotRestartAgentType = DefaultAgent;
 struct RestartBlock
 {
     const char* name;
-    uint32_t unused;
+    uint32_t unused; ///< a thread's block is at least 8 bytes
 };
-static_assert(sizeof(void*) != 4 || sizeof(RestartBlock) == 8);
+static_assert(sizeof(RestartBlock) == 8);
 
 uint32_t RunRestart(RestartBlock&)
 {
@@ -38,7 +38,7 @@ FixedWideString GetCurrentFolder()
     FixedWideString folder = {};
     constexpr DWORD capacity = sizeof(folder.text) / sizeof(folder.text[0]);
     const DWORD length = GetCurrentDirectoryW(capacity, folder.text);
-    folder.length = length < capacity ? length : 0; // the OS tells the length that it would have needed
+    folder.length = length < capacity ? length : 0; // the OS returns the length that it would have needed
     return folder;
 }
 
@@ -48,7 +48,7 @@ void Copy(InlineWideText& to, const FixedWideString& from)
     memcpy(&to, &from, sizeof(to));
 }
 
-Allocation BuildRestart(HANDLE event)
+OwnedBlob BuildRestart(HANDLE event)
 {
     const ByteBuffer environment = ReadEnvironmentBlock(GetCurrentProcess());
     const FixedWideString folder = GetCurrentFolder();
@@ -56,7 +56,7 @@ Allocation BuildRestart(HANDLE event)
 
     RecordBuilder<RestartBlob> builder(MeasureText(commandLine) + environment.size);
     RestartBlob& fixed = builder.Fixed();
-    fixed.event = reinterpret_cast<uintptr_t>(event);
+    fixed.event = ToSlot(event);
     fixed.processId = GetCurrentProcessId();
     Copy(fixed.executablePath, GetExecutablePath());
     Copy(fixed.currentDirectory, folder);
@@ -113,9 +113,9 @@ void RequestRestart()
     }
 }
 
-void AllowRestart(HANDLE event)
+void AllowRestart(const ExitProcessForHotRestartBlob& blob)
 {
-    Event{event}.Signal();
+    SetEvent(ToPointer(blob.event));
 }
 } // namespace Torvane
 

@@ -6,9 +6,7 @@
 ///
 /// The event is the whole state between the Broker's request and the host's reaction. There is no lock.
 
-#include <stdint.h>
-
-#include <windows.h>
+#include "Agent/Protocol/Blob.h"
 
 namespace Torvane
 {
@@ -18,10 +16,10 @@ void StartupHotRestart(uint32_t agentType);
 /// Closes the event. Host's thread, at shutdown.
 void ShutdownHotRestart();
 
-/// The Broker asks for a restart. Receiver thread. The default agent restarts on a thread of its own, which waits for
-/// Blobs that the receiver thread must be free to obey; the synchronized agent leaves it to the host.
+/// The Broker asks for a restart. Receiver thread. The default agent restarts on a thread of its own, which waits for a
+/// Blob that the receiver thread must be free to handle; the synchronized agent leaves it to the host.
 void RequestRestart();
 
-/// Lets the TvnRestart that sent this event end the process. Receiver thread; the handle is used as it comes.
-void AllowRestart(HANDLE event);
+/// Lets the `TvnRestart` that sent the Blob's event end the process. Receiver thread; the handle is used as it comes.
+void AllowRestart(const ExitProcessForHotRestartBlob& blob);
 } // namespace Torvane

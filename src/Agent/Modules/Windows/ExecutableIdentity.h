@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What tells one executable file from another; any thread.
+/// What distinguishes one executable file from another; any thread.
 
 #include "Agent/Protocol/Blob.h"
 #include "Shared/Executable/Windows/PE.h"

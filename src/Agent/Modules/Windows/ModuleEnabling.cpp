@@ -3,6 +3,7 @@
 #include "Agent/HotReload/Windows/HotReloadOS.h"
 #include "Agent/Modules/Windows/ExecutableIdentity.h"
 #include "Agent/Protocol/BlobBuilder.h"
+#include "Agent/Protocol/HostAddress.h"
 #include "Agent/Transport/Windows/Receiver.h"
 #include "Agent/Transport/Windows/Sender.h"
 #include "Shared/Container/OwnedString.h"
@@ -157,7 +158,7 @@ struct PagesToSend
 
     void Append(const ModuleIdentity& module)
     {
-        const HMODULE handle = reinterpret_cast<HMODULE>(static_cast<uintptr_t>(module.base));
+        const HMODULE handle = ToPointer<HMODULE>(module.base);
         const PageRangeList found = GatherPageRanges(handle, GetModuleIdentity(handle).imageSize);
         rangeCounts.Append(found.count);
         for (const PageRange& range : found)
@@ -168,7 +169,7 @@ struct PagesToSend
     }
 };
 
-Allocation BuildEnableModules(const ModulesToSend& outgoing, const PagesToSend& pages, const Latch& latch)
+OwnedBlob BuildEnableModules(const ModulesToSend& outgoing, const PagesToSend& pages, const Latch& latch)
 {
     RecordBuilder<EnableModulesBlob> builder(MeasureArray(outgoing.modules) +
                                              MeasureArray(outgoing.executables) +
@@ -181,11 +182,11 @@ Allocation BuildEnableModules(const ModulesToSend& outgoing, const PagesToSend& 
     AppendArray(builder, fixed.pageRanges, pages.ranges);
     AppendArray(builder, fixed.zeros, pages.zeros);
     AppendArray(builder, fixed.secondPageRanges, pages.secondRanges);
-    fixed.latch = reinterpret_cast<uintptr_t>(&latch);
+    fixed.latch = ToSlot(&latch);
     return builder.Finish();
 }
 
-Allocation BuildDisableModules(const ModulesToSend& outgoing)
+OwnedBlob BuildDisableModules(const ModulesToSend& outgoing)
 {
     RecordBuilder<DisableModulesBlob> builder(MeasureArray(outgoing.modules) +
                                               MeasureArray(outgoing.executables));
@@ -202,8 +203,7 @@ void PrepareModule(const ModuleIdentity& module, ModulesToSend& outgoing, PagesT
     {
         return;
     }
-    PrepareSectionsForPatching(module.path.text,
-                               reinterpret_cast<void*>(static_cast<uintptr_t>(module.base)));
+    PrepareSectionsForPatching(module.path.text, ToPointer(module.base));
     pages.Append(module);
 }
 } // namespace
@@ -232,13 +232,14 @@ void TvnGenericEnableModules(const wchar_t* const* paths, uint32_t count, TvnMod
     }
 
     Latch latch(gathered.count);
-    latchRegistry.Register(latch);
+    LatchRegistry& latches = Receiver::GetLatches();
+    latches.Register(latch);
     PushBlob(BuildEnableModules(outgoing, pages, latch));
     if (wait)
     {
         latch.Wait();
     }
-    latchRegistry.Unregister(latch);
+    latches.Unregister(latch);
 }
 
 void TvnGenericDisableModules(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,

@@ -13,7 +13,7 @@ namespace Torvane
 IntPreference MakeGlobalPreferences();
 
 /// Reads the number `timeout` in the section `Network` of a file; the log is that of `OpenJsonFile`.
-/// \return whether the file was read and parsed, and not whether it held the key.
+/// \return whether the file was read and parsed, even if it lacks the key.
 bool LoadGlobalPreferences(IntPreference& timeout, const FixedWideString& path);
 
 /// Reads the three files of the Broker's folder, each overriding the ones before it. Logs each attempt and each

@@ -19,7 +19,7 @@ std::string Narrow(const std::wstring& text)
     return std::string(text.begin(), text.end());
 }
 
-/// A record as it lies in a Blob, with room for one text behind it.
+/// A record as it is in a Blob, followed by room for one string.
 struct TestRecord
 {
     ProjectPreferencesRecord record;

@@ -1,20 +1,23 @@
 #include "Agent/Transport/Windows/Heartbeat.h"
 
+#include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Concurrency/Windows/InterprocessMutex.h"
 #include "Shared/Filesystem/Windows/NamedSharedMemory.h"
 #include "Shared/Foundation/Logger.h"
+#include "Shared/Process/Windows/Thread.h"
 
 #include <string.h>
 #include <windows.h>
 
-namespace Torvane
+namespace Torvane::Heartbeat
 {
-Event heartbeatExit = {INVALID_HANDLE_VALUE};
-
 namespace
 {
-constexpr uint32_t heartbeatMemorySize = 4096;
+constexpr uint32_t memorySize = 4096;
 constexpr DWORD beatMilliseconds = 10;
+
+Event exitEvent = {INVALID_HANDLE_VALUE};
+HANDLE thread = INVALID_HANDLE_VALUE;
 
 void Beat(const NamedSharedMemory& memory, InterprocessMutex& mutex)
 {
@@ -23,22 +26,21 @@ void Beat(const NamedSharedMemory& memory, InterprocessMutex& mutex)
     const ScopedInterprocessLock lock(mutex);
     memcpy(memory.view, &time, sizeof(time));
 }
-} // namespace
 
-void RunHeartbeat(const FixedWideString& identifier)
+void Run(const FixedWideString& identifier)
 {
     LogDebug(TVN_HERE, "Running heart beat thread");
     FixedWideString name = {};
     name.Assign(L"TVN_Memory_");
     name.Append(identifier.text);
     NamedSharedMemory memory =
-        Expect(CreateNamedSharedMemory(name.text, heartbeatMemorySize),
+        Expect(CreateNamedSharedMemory(name.text, memorySize),
                "Cannot create heart beat named shared memory for process %ls", identifier.text);
     name.Assign(L"TVN_Mutex_");
     name.Append(identifier.text);
     InterprocessMutex mutex = {Expect(InterprocessMutex::Create(name.text),
                                       "Cannot create heart beat mutex for process %ls", identifier.text)};
-    while (!heartbeatExit.Wait(0))
+    while (!exitEvent.Wait(0))
     {
         Beat(memory, mutex);
         Sleep(beatMilliseconds);
@@ -47,4 +49,42 @@ void RunHeartbeat(const FixedWideString& identifier)
     mutex.Destroy();
     CloseNamedSharedMemory(memory);
 }
-} // namespace Torvane
+
+struct HeartbeatBlock
+{
+    const char* name;
+    FixedWideString identifier;
+};
+static_assert(sizeof(HeartbeatBlock) == 2056);
+
+uint32_t RunBody(HeartbeatBlock& block)
+{
+    Run(block.identifier);
+    return 0;
+}
+} // namespace
+
+void CreateExitEvent()
+{
+    exitEvent.handle =
+        Expect(Event::Create("Heartbeat thread exit"), "Cannot create event for heart beat exit");
+}
+
+void StartThread(const FixedWideString& identifier)
+{
+    thread = Torvane::StartThread<HeartbeatBlock, RunBody>(heartbeatThread.stackSize,
+                                                           {heartbeatThread.name, identifier});
+}
+
+void EndThread()
+{
+    exitEvent.Signal();
+    WaitForThread(thread);
+    exitEvent.Destroy();
+}
+
+uint32_t GetThreadId()
+{
+    return ::GetThreadId(thread);
+}
+} // namespace Torvane::Heartbeat

@@ -1,18 +1,23 @@
 #pragma once
 
 /// \file
-/// The heartbeat thread: shows from outside that the process lives.
+/// The heartbeat thread: shows from outside that the process lives. Host's thread, at startup and shutdown.
 
-#include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Foundation/FixedString.h"
 
-namespace Torvane
+namespace Torvane::Heartbeat
 {
-/// Ends the heartbeat thread. Manual-reset.
-extern Event heartbeatExit;
+/// Creates the event that ends the thread.
+void CreateExitEvent();
 
-/// Body of the heartbeat thread: writes the time (`FILETIME`, UTC) at offset 0 of the section "TVN_Memory_" with
-/// the identifier behind it, under the mutex "TVN_Mutex_" with the same, every 10 milliseconds until
-/// `heartbeatExit` is signalled.
-void RunHeartbeat(const FixedWideString& identifier);
-} // namespace Torvane
+/// Starts the thread. It writes the time (`FILETIME`, UTC) at offset 0 of the section "TVN_Memory_" with the identifier
+/// appended, under the mutex "TVN_Mutex_" with the same, every 10 milliseconds. A thread that can't be started logs an
+/// Error line.
+void StartThread(const FixedWideString& identifier);
+
+/// Ends the thread, waits for it, and closes its handle and event.
+void EndThread();
+
+/// 0 if the thread couldn't be started.
+uint32_t GetThreadId();
+} // namespace Torvane::Heartbeat

@@ -1,48 +1,30 @@
 #include "Agent/Transport/Windows/Receiver.h"
 
-#include "Agent/Communication/Windows/BlobHandlers.h"
-#include "Agent/HostCalls/Windows/HostCalls.h"
-#include "Agent/Protocol/Blob.h"
-#include "Agent/Transport/Windows/LinkEnd.h"
+#include "Agent/Transport/Windows/BlobPipe.h"
+#include "Agent/Transport/Windows/ConnectionState.h"
 #include "Shared/Foundation/Logger.h"
-#include "Shared/Foundation/Windows/ResultOS.h"
-#include "Shared/Memory/MemorySystem.h"
+#include "Shared/Memory/OwnedAllocation.h"
+#include "Shared/Process/Windows/PipeClient.h"
 
+#include <optional>
 #include <string.h>
 
-namespace Torvane
+namespace Torvane::Receiver
 {
-LatchRegistry latchRegistry;
-HANDLE bridgePipe = INVALID_HANDLE_VALUE;
-
 namespace
 {
+/// What the thread ends with.
 enum ReceiverResult : uint32_t
 {
-    ReceiverStopped = 0,
+    BlobRefused = 0,
     HeaderNotRead = 8,
     PayloadNotRead = 9,
     FirstBlobNoVersion = 18,
     VersionDiffers = 19,
 };
 
-/// A read of less than a whole message fails with `ERROR_MORE_DATA`; that is how the header is read apart from
-/// its payload.
-Result<uint32_t> ReadExact(HANDLE pipe, void* buffer, uint32_t size)
-{
-    uint32_t read = 0;
-    while (read < size)
-    {
-        DWORD count = 0;
-        if (!ReadFile(pipe, static_cast<uint8_t*>(buffer) + read, size - read, &count, nullptr) &&
-            GetLastError() != ERROR_MORE_DATA)
-        {
-            return MakeOSError("ReadFile() failed.");
-        }
-        read += count;
-    }
-    return Success(read);
-}
+HANDLE bridgePipe = INVALID_HANDLE_VALUE;
+LatchRegistry latches;
 
 bool ReadHeader(BlobHeader& header)
 {
@@ -64,15 +46,28 @@ bool ReadPayload(const Allocation& payload)
     return read.error == nullptr;
 }
 
-uint32_t CheckVersion(BlobType type, const Allocation& payload)
+/// \return what the thread is to end with, or nothing if the versions match.
+std::optional<ReceiverResult> ReceiveVersion()
 {
-    if (type != BlobType::Version)
+    BlobHeader header = {};
+    if (!ReadHeader(header))
+    {
+        ReportConnectionStatus(ConnectionFailed);
+        return HeaderNotRead;
+    }
+    const OwnedAllocation payload(Allocate(header.size));
+    if (!ReadPayload(payload.Get()))
+    {
+        ReportConnectionStatus(ConnectionFailed);
+        return PayloadNotRead;
+    }
+    if (header.type != BlobType::Version)
     {
         LogError(TVN_HERE, "Received unexpected Version blob type");
         ReportConnectionStatus(UnexpectedVersionBlob);
         return FirstBlobNoVersion;
     }
-    const char* received = Follow<char>(static_cast<const VersionBlob*>(payload.pointer)->version);
+    const char* received = Follow<char>(static_cast<const VersionBlob*>(payload.Get().pointer)->version);
     if (strcmp(received, apiVersion) != 0)
     {
         LogError(TVN_HERE,
@@ -81,30 +76,10 @@ uint32_t CheckVersion(BlobType type, const Allocation& payload)
         ReportConnectionStatus(VersionMismatch);
         return VersionDiffers;
     }
-    return ReceiverStopped;
+    return std::nullopt;
 }
 
-uint32_t ReceiveVersion()
-{
-    BlobHeader header = {};
-    if (!ReadHeader(header))
-    {
-        ReportConnectionStatus(ConnectionFailed);
-        return HeaderNotRead;
-    }
-    Allocation payload = Allocate(header.size);
-    if (!ReadPayload(payload))
-    {
-        ReportConnectionStatus(ConnectionFailed);
-        Free(payload);
-        return PayloadNotRead;
-    }
-    const uint32_t result = CheckVersion(header.type, payload);
-    Free(payload);
-    return result;
-}
-
-uint32_t ObeyBlobs()
+ReceiverResult HandleBlobs(BlobHandler handle)
 {
     for (;;)
     {
@@ -113,33 +88,72 @@ uint32_t ObeyBlobs()
         {
             return HeaderNotRead;
         }
-        Allocation payload = Allocate(header.size);
-        if (!ReadPayload(payload))
+        const OwnedAllocation payload(Allocate(header.size));
+        if (!ReadPayload(payload.Get()))
         {
-            Free(payload);
             return PayloadNotRead;
         }
-        const bool goOn = GetBlobHandler(header.type)(&payload);
-        Free(payload);
-        if (!goOn)
+        if (!handle(header.type, payload.Get()))
         {
-            LogDebug(TVN_HERE, "Exiting receiver thread");
-            return ReceiverStopped;
+            return BlobRefused;
         }
     }
+}
+
+ReceiverResult ReceiveEverything(BlobHandler handle)
+{
+    const std::optional<ReceiverResult> failure = ReceiveVersion();
+    if (failure)
+    {
+        return *failure;
+    }
+    ReportConnectionStatus(ConnectionSucceeded);
+    const ReceiverResult result = HandleBlobs(handle);
+    if (result == BlobRefused)
+    {
+        LogDebug(TVN_HERE, "Exiting receiver thread");
+    }
+    return result;
 }
 } // namespace
 
-uint32_t RunReceiver()
+LatchRegistry& GetLatches()
+{
+    return latches;
+}
+
+bool CreatePipe(const FixedWideString& identifier)
+{
+    const Result<HANDLE> pipe = CreateBlobPipe(L"\\\\.\\pipe\\TVN_Bridge", identifier);
+    if (pipe.error != nullptr)
+    {
+        LogError(TVN_HERE, "Failed to create bridge pipe");
+        return false;
+    }
+    bridgePipe = pipe.payload;
+    return true;
+}
+
+void DisconnectPipe()
+{
+    FlushAndDisconnect(bridgePipe);
+}
+
+void ClosePipe()
+{
+    Torvane::ClosePipe(bridgePipe);
+}
+
+Result<bool> WaitForBridge(uint32_t milliseconds)
+{
+    return WaitForPipeClient(bridgePipe, milliseconds);
+}
+
+uint32_t Run(BlobHandler handle)
 {
     LogDebug(TVN_HERE, "Running receiver thread");
-    uint32_t result = ReceiveVersion();
-    if (result == ReceiverStopped)
-    {
-        ReportConnectionStatus(ConnectionSucceeded);
-        result = ObeyBlobs();
-    }
-    latchRegistry.ReleaseAll();
+    const ReceiverResult result = ReceiveEverything(handle);
+    latches.ReleaseAll();
     return result;
 }
-} // namespace Torvane
+} // namespace Torvane::Receiver

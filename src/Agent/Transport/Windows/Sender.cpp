@@ -1,21 +1,23 @@
 #include "Agent/Transport/Windows/Sender.h"
 
-#include "Agent/Protocol/BlobBuilder.h"
-#include "Agent/Transport/Windows/LinkEnd.h"
+#include "Agent/Transport/Windows/BlobPipe.h"
+#include "Shared/Concurrency/Windows/Event.h"
+#include "Shared/Container/FixedSizeQueue.h"
 #include "Shared/Foundation/Logger.h"
-#include "Shared/Foundation/Windows/ResultOS.h"
-#include "Shared/Memory/MemorySystem.h"
+#include "Shared/Process/Windows/PipeClient.h"
+#include "Shared/Process/Windows/Thread.h"
+
+#include <utility>
 
 namespace Torvane
 {
-SenderState senderState;
-
 namespace
 {
+/// What the thread ends with.
 enum SenderResult : uint32_t
 {
-    SenderStopped = 0,
-    SenderNotConnected = 2,
+    QueueEnded = 0, ///< by the stop mark, or by a failure of the queue
+    NotConnected = 2,
     VersionNotSent = 3,
     ProjectPreferencesNotSent = 4,
     AgentNotSent = 5,
@@ -23,26 +25,24 @@ enum SenderResult : uint32_t
     QueuedBlobNotSent = 7,
 };
 
-Result<uint32_t> WriteExact(HANDLE pipe, const void* bytes, uint32_t size)
-{
-    uint32_t written = 0;
-    while (written < size)
-    {
-        DWORD count = 0;
-        if (!WriteFile(pipe, static_cast<const uint8_t*>(bytes) + written, size - written, &count, nullptr))
-        {
-            return MakeOSError("WriteFile() failed.");
-        }
-        written += count;
-    }
-    return Success(written);
-}
+/// An `Allocation` with a null pointer is the mark that ends the sender thread.
+using BlobQueue = FixedSizeQueue<Allocation, 4096>;
+
+BlobQueue* queue = nullptr;
+HANDLE agentPipe = INVALID_HANDLE_VALUE;
+HANDLE thread = INVALID_HANDLE_VALUE;
+
+/// Its signal hands the registration Blobs over to the sender thread, which frees them at its end.
+Event connected = {INVALID_HANDLE_VALUE};
+Allocation projectPreferencesBlob = {};
+Allocation agentBlob = {};
+Allocation processBlob = {};
 
 bool SendBlob(const Allocation& blob)
 {
     const BlobHeader* header = static_cast<const BlobHeader*>(blob.pointer);
     const Result<uint32_t> written =
-        WriteExact(senderState.agentPipe, header, header->size + static_cast<uint32_t>(sizeof(BlobHeader)));
+        WriteExact(agentPipe, header, header->size + static_cast<uint32_t>(sizeof(BlobHeader)));
     if (written.error == nullptr)
     {
         return true;
@@ -58,97 +58,186 @@ bool SendVersion()
 {
     RecordBuilder<VersionBlob> builder(sizeof(apiVersion));
     builder.AppendText(builder.Fixed().version, apiVersion);
-    Allocation version = builder.Finish();
-    const bool sent = SendBlob(version);
+    const OwnedBlob version = builder.Finish();
+    const bool sent = SendBlob(version.Get());
     if (!sent)
     {
         LogError(TVN_HERE, "Failed to send Version blob");
     }
-    Free(version);
     return sent;
 }
 
-uint32_t SendHandshake()
-{
-    if (!SendVersion())
-    {
-        return VersionNotSent;
-    }
-    if (!SendBlob(senderState.registration.projectPreferences))
-    {
-        LogError(TVN_HERE, "Failed to send RegisterProjectPreferences blob");
-        return ProjectPreferencesNotSent;
-    }
-    if (!SendBlob(senderState.registration.agent))
-    {
-        LogError(TVN_HERE, "Failed to send RegisterAgent blob");
-        return AgentNotSent;
-    }
-    if (!SendBlob(senderState.registration.process))
-    {
-        LogError(TVN_HERE, "Failed to send RegisterProcess blob");
-        return ProcessNotSent;
-    }
-    return SenderStopped;
-}
-
-uint32_t DrainQueue()
+SenderResult DrainQueue()
 {
     LogInfo(0, TVN_HERE, "Sender thread ready");
     for (;;)
     {
-        Allocation blob = {};
-        if (!senderState.queue->Pop(blob) || blob.pointer == nullptr)
+        Allocation popped = {};
+        if (!queue->Pop(popped) || popped.pointer == nullptr)
         {
             LogDebug(TVN_HERE, "Exiting sender thread");
-            return SenderStopped;
+            return QueueEnded;
         }
-        const bool sent = SendBlob(blob);
-        Free(blob);
-        if (!sent)
+        const OwnedBlob blob(popped);
+        if (!SendBlob(blob.Get()))
         {
             return QueuedBlobNotSent;
         }
     }
 }
 
-void FreeStaticBlob(Allocation& blob)
+SenderResult SendEverything()
 {
-    Allocation block = blob;
-    blob = Allocation{};
-    if (block.pointer != nullptr)
+    if (!SendVersion())
     {
-        Free(block);
+        return VersionNotSent;
     }
+    if (!SendBlob(projectPreferencesBlob))
+    {
+        LogError(TVN_HERE, "Failed to send RegisterProjectPreferences blob");
+        return ProjectPreferencesNotSent;
+    }
+    if (!SendBlob(agentBlob))
+    {
+        LogError(TVN_HERE, "Failed to send RegisterAgent blob");
+        return AgentNotSent;
+    }
+    if (!SendBlob(processBlob))
+    {
+        LogError(TVN_HERE, "Failed to send RegisterProcess blob");
+        return ProcessNotSent;
+    }
+    return DrainQueue();
 }
-} // namespace
 
-void PushBlob(Allocation& blob)
+void FreeRegistrationBlob(Allocation& blob)
 {
-    senderState.queue->Push(blob);
-}
-
-void PushBlob(Allocation&& blob)
-{
-    PushBlob(blob);
+    const OwnedBlob freed(blob);
+    blob = {};
 }
 
 uint32_t RunSender()
 {
     LogDebug(TVN_HERE, "Running sender thread");
-    if (!senderState.connected.Wait())
+    if (!connected.Wait())
     {
         LogError(TVN_HERE, "Failed to wait for sender connection event");
-        return SenderNotConnected;
+        return NotConnected;
     }
-    uint32_t result = SendHandshake();
-    if (result == SenderStopped)
-    {
-        result = DrainQueue();
-    }
-    FreeStaticBlob(senderState.registration.projectPreferences);
-    FreeStaticBlob(senderState.registration.agent);
-    FreeStaticBlob(senderState.registration.process);
+    const SenderResult result = SendEverything();
+    FreeRegistrationBlob(projectPreferencesBlob);
+    FreeRegistrationBlob(agentBlob);
+    FreeRegistrationBlob(processBlob);
     return result;
 }
+
+struct SenderBlock
+{
+    const char* name;
+    uint32_t (*body)();
+};
+static_assert(sizeof(SenderBlock) == 8);
+
+uint32_t RunBody(SenderBlock& block)
+{
+    return block.body();
+}
+} // namespace
+
+void PushBlob(OwnedBlob blob)
+{
+    Allocation block = blob.Release();
+    queue->Push(block);
+    const OwnedBlob refused(block);
+}
+
+namespace Sender
+{
+void CreateQueue()
+{
+    queue = BlobQueue::Create();
+}
+
+void DestroyQueue()
+{
+    BlobQueue::Destroy(queue);
+}
+
+bool CreatePipe(const FixedWideString& identifier)
+{
+    const Result<HANDLE> pipe = CreateBlobPipe(L"\\\\.\\pipe\\TVN_Agent", identifier);
+    if (pipe.error != nullptr)
+    {
+        LogError(TVN_HERE, "Failed to create agent pipe");
+        return false;
+    }
+    agentPipe = pipe.payload;
+    return true;
+}
+
+void DisconnectPipe()
+{
+    FlushAndDisconnect(agentPipe);
+}
+
+void ClosePipe()
+{
+    Torvane::ClosePipe(agentPipe);
+}
+
+void CreateConnectedEvent()
+{
+    connected.handle = Expect(Event::Create("Sender connected"), "Cannot create event for connected sender");
+}
+
+void StartThread()
+{
+    thread =
+        Torvane::StartThread<SenderBlock, RunBody>(senderThread.stackSize, {senderThread.name, RunSender});
+}
+
+void CancelThreadIO()
+{
+    CancelSynchronousIo(thread);
+}
+
+void EndThread()
+{
+    connected.Signal();
+    PushBlob({});
+    WaitForThread(thread);
+    connected.Destroy();
+}
+
+uint32_t GetThreadId()
+{
+    return ::GetThreadId(thread);
+}
+
+Result<bool> WaitForBridge(uint32_t milliseconds)
+{
+    return WaitForPipeClient(agentPipe, milliseconds);
+}
+
+void SetProjectPreferences(OwnedBlob blob)
+{
+    projectPreferencesBlob = blob.Release();
+}
+
+const BlobHeader& GetProjectPreferences()
+{
+    return *static_cast<const BlobHeader*>(projectPreferencesBlob.pointer);
+}
+
+void SetAgent(OwnedBlob blob)
+{
+    agentBlob = blob.Release();
+}
+
+void Connect(OwnedBlob process)
+{
+    processBlob = process.Release();
+    connected.Signal();
+}
+} // namespace Sender
 } // namespace Torvane

@@ -6,6 +6,12 @@
 
 namespace Torvane
 {
+namespace
+{
+OSVERSIONINFOW osVersion = {sizeof(OSVERSIONINFOW), 0, 0, 0, 0, {}};
+static_assert(sizeof(OSVERSIONINFOW) == 276);
+} // namespace
+
 void QueryProcessorTopology()
 {
     DWORD size = 0;
@@ -32,5 +38,16 @@ void QueryOSVersion(OSVERSIONINFOW& version)
     {
         LogError(TVN_HERE, "Call to function RtlGetVersion failed. Error: 0x%X", status);
     }
+}
+
+void StartupSystem()
+{
+    QueryProcessorTopology();
+    QueryOSVersion(osVersion);
+}
+
+const OSVERSIONINFOW& GetOSVersion()
+{
+    return osVersion;
 }
 } // namespace Torvane

@@ -173,7 +173,7 @@ constexpr InstructionEncoding instructionEncodings[] = {
     {"movss dword ptr fs:[0x12345678], xmm0", "64 F3 0F 11 05 78 56 34 12"},
     {"lock cmpxchg8b qword ptr fs:[ecx + 0x12345678]", "64 F0 0F C7 89 78 56 34 12"},
     {"cmp dword ptr fs:[esp + 0x12345678], 7", "64 83 BC 24 78 56 34 12 07"},
-    {"nop, behind 8 operand-size prefixes", "66 66 66 66 66 66 66 66 90"},
+    {"nop, after 8 operand-size prefixes", "66 66 66 66 66 66 66 66 90"},
     // 10 bytes
     {"mov word ptr ds:[0x12345678], 0x1234", "3E 66 C7 05 78 56 34 12 34 12"},
     {"imul eax, [ecx + 0x12345678], 0x12345678", "69 81 78 56 34 12 78 56 34 12"},
@@ -211,6 +211,6 @@ constexpr InstructionEncoding instructionEncodings[] = {
     {"data16 data16 data16 data16 data16 nop word ptr cs:[eax + eax + 512]",
      "66 66 66 66 66 2E 66 0F 1F 84 00 00 02 00 00"},
     {"lwpval eax, fs:[esp + ecx*4 + 0x12345678], 0x12345678", "64 8F EA 78 12 8C 8C 78 56 34 12 78 56 34 12"},
-    {"nop, behind 14 operand-size prefixes", "66 66 66 66 66 66 66 66 66 66 66 66 66 66 90"},
+    {"nop, after 14 operand-size prefixes", "66 66 66 66 66 66 66 66 66 66 66 66 66 66 90"},
 };
 } // namespace Torvane::Testing

@@ -1,0 +1,45 @@
+#include "Agent/Preferences/Windows/PreferencesSection.h"
+
+#include "Shared/Concurrency/Windows/InterprocessMutex.h"
+#include "Shared/Filesystem/Windows/NamedSharedMemory.h"
+#include "Shared/Foundation/Logger.h"
+
+#include <string.h>
+
+namespace Torvane::PreferencesSection
+{
+namespace
+{
+constexpr uint32_t memorySize = 0x100000;
+
+NamedSharedMemory memory = {};
+InterprocessMutex mutex = {INVALID_HANDLE_VALUE};
+} // namespace
+
+void Open(const FixedWideString& identifier)
+{
+    FixedWideString name = {};
+    name.Assign(L"TVN_AgentBridge_Memory_");
+    name.Append(identifier.text);
+    memory = Expect(CreateNamedSharedMemory(name.text, memorySize),
+                    "Cannot create agent bridge shared memory for process %ls", identifier.text);
+    name.Assign(L"TVN_AgentBridge_Mutex_");
+    name.Append(identifier.text);
+    mutex.handle = Expect(InterprocessMutex::Create(name.text),
+                          "Cannot create agent bridge mutex for process %ls", identifier.text);
+}
+
+void Close()
+{
+    mutex.Destroy();
+    CloseNamedSharedMemory(memory);
+}
+
+void Publish(const BlobHeader& blob)
+{
+    const uint32_t size = blob.size + static_cast<uint32_t>(sizeof(BlobHeader));
+    const ScopedInterprocessLock lock(mutex);
+    memcpy(memory.view, &size, sizeof(size));
+    memcpy(memory.view + sizeof(size), &blob + 1, size);
+}
+} // namespace Torvane::PreferencesSection
