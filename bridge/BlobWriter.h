@@ -51,12 +51,12 @@ public:
     Record fixed = {};
 
     /// The text and its terminator.
-    void Text(RelativeOffset Record::*field, const std::string& text)
+    void String(RelativeOffset Record::*field, const std::string& text)
     {
         items.Add(OffsetOf(field), text.c_str(), text.size() + 1);
     }
 
-    void Text(RelativeOffset Record::*field, const std::wstring& text)
+    void String(RelativeOffset Record::*field, const std::wstring& text)
     {
         items.Add(OffsetOf(field), text.c_str(), (text.size() + 1) * sizeof(wchar_t));
     }

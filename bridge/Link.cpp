@@ -1,6 +1,6 @@
 #include "bridge/Link.h"
 
-#include "bridge/Orders.h"
+#include "bridge/Commands.h"
 
 #include <algorithm>
 #include <deque>
@@ -145,7 +145,7 @@ struct Link::State
         return SecondsBetween(madeAt, now);
     }
 
-    void Tell(const Message& message)
+    void NotifyObservers(const Message& message)
     {
         ScopedLock lock(observerLock);
         for (const Observer& observer : observers)
@@ -173,7 +173,7 @@ struct Link::State
             return false;
         }
         Message message(Direction::FromAgent, Now(), std::move(bytes));
-        Tell(message);
+        NotifyObservers(message);
         ScopedLock lock(inboxLock);
         inbox.push_back(std::move(message));
         WakeAllConditionVariable(&inboxChanged);
@@ -296,7 +296,7 @@ bool Link::ExchangeVersion(uint32_t milliseconds, const char* version)
         return false;
     }
     const auto answer = Expect<VersionBlob>(milliseconds);
-    return answer && answer.NarrowText(answer->version) == version;
+    return answer && answer.AnsiString(answer->version) == version;
 }
 
 bool Link::Send(const std::vector<uint8_t>& bytes)
@@ -308,7 +308,7 @@ bool Link::Send(const std::vector<uint8_t>& bytes)
     }
     if (bytes.size() >= sizeof(BlobHeader))
     {
-        state->Tell(Message(Direction::ToAgent, state->Now(), bytes));
+        state->NotifyObservers(Message(Direction::ToAgent, state->Now(), bytes));
     }
     return WriteWhole(state->bridgePipe, bytes);
 }

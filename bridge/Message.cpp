@@ -36,7 +36,7 @@ const uint8_t* Message::Payload() const
     return bytes.data() + sizeof(BlobHeader);
 }
 
-size_t Message::BytesBehind(const RelativeOffset& field) const
+size_t Message::BytesFrom(const RelativeOffset& field) const
 {
     const uintptr_t begin = reinterpret_cast<uintptr_t>(Payload());
     const uintptr_t end = begin + PayloadSize();
@@ -50,7 +50,7 @@ size_t Message::BytesBehind(const RelativeOffset& field) const
 
 std::vector<uint8_t> Message::Data(const RelativeOffset& field, uint64_t size) const
 {
-    if (BytesBehind(field) < size)
+    if (BytesFrom(field) < size)
     {
         return {};
     }
@@ -59,9 +59,9 @@ std::vector<uint8_t> Message::Data(const RelativeOffset& field, uint64_t size) c
 }
 
 template<typename Character>
-std::basic_string<Character> Message::Text(const RelativeOffset& field) const
+std::basic_string<Character> Message::String(const RelativeOffset& field) const
 {
-    const size_t available = BytesBehind(field) / sizeof(Character);
+    const size_t available = BytesFrom(field) / sizeof(Character);
     std::basic_string<Character> text;
     for (size_t i = 0; i < available; ++i)
     {
@@ -76,13 +76,13 @@ std::basic_string<Character> Message::Text(const RelativeOffset& field) const
     return {};
 }
 
-std::string Message::NarrowText(const RelativeOffset& field) const
+std::string Message::AnsiString(const RelativeOffset& field) const
 {
-    return Text<char>(field);
+    return String<char>(field);
 }
 
-std::wstring Message::WideText(const RelativeOffset& field) const
+std::wstring Message::Utf16String(const RelativeOffset& field) const
 {
-    return Text<wchar_t>(field);
+    return String<wchar_t>(field);
 }
 } // namespace Torvane::Bridge

@@ -62,8 +62,8 @@ public:
 
     /// The text that a field of this message's payload refers to, without its terminator. Empty if the field
     /// holds 0, if it points outside of the payload, or if no terminator stands between there and the end.
-    std::string NarrowText(const RelativeOffset& field) const;
-    std::wstring WideText(const RelativeOffset& field) const;
+    std::string AnsiString(const RelativeOffset& field) const;
+    std::wstring Utf16String(const RelativeOffset& field) const;
 
     /// `size` bytes at what a field of this message's payload refers to; none if they aren't all in the payload.
     std::vector<uint8_t> Data(const RelativeOffset& field, uint64_t size) const;
@@ -80,10 +80,10 @@ public:
 
 private:
     template<typename Character>
-    std::basic_string<Character> Text(const RelativeOffset& field) const;
+    std::basic_string<Character> String(const RelativeOffset& field) const;
 
     /// How many payload bytes there are from the place that `field` refers to on; 0 if it refers to none.
-    size_t BytesBehind(const RelativeOffset& field) const;
+    size_t BytesFrom(const RelativeOffset& field) const;
 
     Direction direction = Direction::FromAgent;
     double time = 0;

@@ -10,7 +10,7 @@
 /// kept: `CallEntryPoint` puts them there for the time of its call, and the idle ones back afterwards, where the
 /// loader comes again for each new thread and when the image goes.
 
-#include "bridge/Orders.h"
+#include "bridge/Commands.h"
 
 #include <stdint.h>
 #include <string>

@@ -14,7 +14,7 @@ std::wstring Text(const InlineWideText& text)
 
 ProcessImage ReadProcessImage(const Received<RestartBlob>& restart)
 {
-    return {Text(restart->executablePath), restart.WideText(restart->commandLine),
+    return {Text(restart->executablePath), restart.Utf16String(restart->commandLine),
             Text(restart->currentDirectory), restart.Data(restart->environment, restart->environmentSize)};
 }
 

@@ -1,6 +1,6 @@
 #include "bridge/Scenario.h"
 
-#include "bridge/Obedient.h"
+#include "bridge/DefaultBridge.h"
 
 #include <windows.h>
 
@@ -23,7 +23,7 @@ ScenarioFunction FindScenario(const std::string& name)
 {
     if (name.empty())
     {
-        return RunObediently;
+        return RunDefaultBridge;
     }
     for (const RegisteredScenario* scenario = firstScenario; scenario != nullptr; scenario = scenario->next)
     {

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What a stand-in Bridge does, chosen by name; registered before `main`, looked up by the main thread.
+/// What a default Bridge does, chosen by name; registered before `main`, looked up by the main thread.
 
 #include <stdint.h>
 #include <string>
@@ -26,7 +26,7 @@ private:
     RegisteredScenario* next;
 };
 
-/// The scenario of that name, `RunObediently` for an empty one; null if there is none.
+/// The scenario of that name, `RunDefaultBridge` for an empty one; null if there is none.
 ScenarioFunction FindScenario(const std::string& name);
 
 /// The scenario that this process is to run: the environment variable `TORVANE_BRIDGE_SCENARIO`, which a host

@@ -9,7 +9,7 @@ AgentLink::AgentLink(uint32_t hostProcessId)
     agentPipe.Open(L"TVN_Agent", hostProcessId);
     bridgePipe.Open(L"TVN_Bridge", hostProcessId);
     Bridge::BlobWriter<VersionBlob> version;
-    version.Text(&VersionBlob::version, std::string(apiVersion));
+    version.String(&VersionBlob::version, std::string(apiVersion));
     Send(version.Finish());
     ReceiveUntil(BlobType::RegisterProcess);
 }
@@ -40,7 +40,7 @@ void AgentLink::ReceiveUntil(BlobType type)
     while (header.type != type);
 }
 
-void AgentLink::WaitUntilObeyed()
+void AgentLink::WaitUntilExecuted()
 {
     Send(Bridge::BlobWriter<EchoRequestBlob>().Finish());
     ReceiveUntil(BlobType::EchoReply);

@@ -33,7 +33,7 @@ public:
     void ReceiveUntil(BlobType type);
 
     /// Returns when everything that was ordered before has been obeyed.
-    void WaitUntilObeyed();
+    void WaitUntilExecuted();
 
     /// Reads a Blob of at most `size` bytes with one call, as its sender wrote it.
     void ReceiveWhole(void* blob, uint32_t size)

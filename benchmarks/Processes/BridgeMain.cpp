@@ -1,8 +1,8 @@
 // The Bridge of the benchmarks. For figures that have no row here it obeys and does nothing else.
 #include "AgentLink.h"
 
+#include "bridge/DefaultBridge.h"
 #include "bridge/Link.h"
-#include "bridge/Obedient.h"
 
 #include <process.h>
 
@@ -55,7 +55,7 @@ int main()
     if (measure == nullptr)
     {
         InterlockedExchange(&board->bridgeDone, 1);
-        return Torvane::Bridge::RunObediently(host);
+        return Torvane::Bridge::RunDefaultBridge(host);
     }
     _beginthreadex(nullptr, 0, EndWithHost, OpenProcess(SYNCHRONIZE, FALSE, host), 0, nullptr);
     AgentLink agent(host);

@@ -21,7 +21,7 @@ void AnswerExceptions(Session& session)
     Bridge::BlobWriter<InstallExceptionHandlerBlob> install;
     install.fixed.order = 1;
     session.agent.Send(install.Finish());
-    session.agent.WaitUntilObeyed();
+    session.agent.WaitUntilExecuted();
     session.relay.Send(RelayOrder::Answer, nullptr, 0);
     for (uint32_t round = 0; round < session.board->rounds; ++round)
     {

@@ -11,8 +11,8 @@ namespace
 std::vector<uint8_t> MakeLoad(const std::wstring& path)
 {
     Bridge::BlobWriter<LoadPatchWindowsBlob> blob;
-    blob.Text(&LoadPatchWindowsBlob::patchPath, path);
-    blob.Text(&LoadPatchWindowsBlob::secondText, std::wstring());
+    blob.String(&LoadPatchWindowsBlob::patchPath, path);
+    blob.String(&LoadPatchWindowsBlob::secondText, std::wstring());
     blob.List(&LoadPatchWindowsBlob::reservations, std::vector<WirePageRange>());
     return blob.Finish();
 }
@@ -22,7 +22,7 @@ void UnloadPatch(AgentLink& agent)
     Bridge::BlobWriter<UnloadPatchBlob> blob;
     blob.fixed.base = reinterpret_cast<const PatchLoadedBlob*>(agent.Payload())->base;
     agent.Send(blob.Finish());
-    agent.WaitUntilObeyed();
+    agent.WaitUntilExecuted();
 }
 
 void FreeLoaded(RelayLink& relay)

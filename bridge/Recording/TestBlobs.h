@@ -25,7 +25,7 @@ inline std::vector<uint16_t> WideUnits(const std::u16string& text)
 inline std::vector<uint8_t> MakeVersion(const std::string& version = apiVersion)
 {
     Bridge::BlobWriter<VersionBlob> blob;
-    blob.Text(&VersionBlob::version, version);
+    blob.String(&VersionBlob::version, version);
     return blob.Finish();
 }
 
@@ -46,7 +46,7 @@ inline std::vector<uint8_t> MakeLog(BlobLogLevel level, const std::string& text)
 {
     Bridge::BlobWriter<LogBlob> blob;
     blob.fixed.level = level;
-    blob.Text(&LogBlob::text, text);
+    blob.String(&LogBlob::text, text);
     return blob.Finish(BlobType::LogNarrow);
 }
 

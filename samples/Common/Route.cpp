@@ -1,6 +1,6 @@
 #include "samples/Common/Route.h"
 
-#include "bridge/Orders.h"
+#include "bridge/Commands.h"
 
 #include <string.h>
 
@@ -37,13 +37,13 @@ uint32_t ProtectionOf(const AnnouncedModule& module, AddressSlot address)
 }
 } // namespace
 
-bool RouteFunction(Link& link, HeldThreads& threads, const AnnouncedModule& module, AddressSlot from,
+bool RouteFunction(Link& link, ThreadSuspender& threads, const AnnouncedModule& module, AddressSlot from,
                    AddressSlot to)
 {
     while (threads.AnyAt(from + 1, jumpSize - 1))
     {
         threads.Resume();
-        threads.Hold();
+        threads.Suspend();
     }
     return SendSetPageProtection(link, {{from, jumpSize, PAGE_EXECUTE_READWRITE, 0}}) &&
            SendWriteMemory(link, {from}, MakeJump(from, to)) &&

@@ -79,7 +79,7 @@ bool Decider::Prepare()
     {
         return false;
     }
-    const PatchImage executable(process.WideText(process->executablePath));
+    const PatchImage executable(process.Utf16String(process->executablePath));
     const AddressSlot base = host.ExecutableBase();
     const uint32_t resumePlace = executable.FindExport("resumePlace");
     const uint32_t isKeptAlive = executable.FindExport("isKeptAlive");

@@ -70,7 +70,7 @@ bool Reload(Link& link, const RegisterProcessBlob& process, const AnnouncedModul
         return false;
     }
     const EntryPointCode entryCode = patch.EntryCode();
-    PatchOrder order;
+    PatchCommand order;
     order.path = Compile(link, module.base + executable.FindExport(frameCounter), patch);
     SendLoadPatch(link, order);
     const auto loaded = link.Expect<PatchLoadedBlob>(limit); // the host has called TvnReload
@@ -78,13 +78,13 @@ bool Reload(Link& link, const RegisterProcessBlob& process, const AnnouncedModul
     {
         return false;
     }
-    HeldThreads threads(link.HostProcessId(), AgentThreads(process));
-    threads.Hold();
+    ThreadSuspender threads(link.HostProcessId(), AgentThreads(process));
+    threads.Suspend();
     const bool success =
         RouteFunction(link, threads, module, module.base + executable.FindExport(changedFunction),
                       loaded->base + patch.FindExport(changedFunction)) &&
         SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
-        WaitUntilObeyedWhileHeld(link, threads, limit);
+        WaitUntilExecutedWhileSuspended(link, threads, limit);
     threads.Resume();
     return success;
 }

@@ -49,16 +49,16 @@ std::string Details(const Message& message)
     switch (message.Type())
     {
     case BlobType::Version:
-        return message.NarrowText(message.As<VersionBlob>()->version);
+        return message.AnsiString(message.As<VersionBlob>()->version);
     case BlobType::EnableModules:
         return std::to_string(message.As<EnableModulesBlob>()->modules.count) + " modules";
     case BlobType::LoadPatchWindows:
-        return Utf8(message.WideText(message.As<LoadPatchWindowsBlob>()->patchPath));
+        return Utf8(message.Utf16String(message.As<LoadPatchWindowsBlob>()->patchPath));
     case BlobType::PatchLoaded:
         return "at " + Address(message.As<PatchLoadedBlob>()->base) + ", " +
                std::to_string(message.As<PatchLoadedBlob>()->imageSize) + " bytes";
     case BlobType::LogNarrow:
-        return message.NarrowText(message.As<LogBlob>()->text);
+        return message.AnsiString(message.As<LogBlob>()->text);
     case BlobType::ReadMemoryResult:
         return Hexadecimal(message.Data(message.As<ReadMemoryResultBlob>()->data,
                                         message.As<ReadMemoryResultBlob>()->totalSize));
@@ -90,9 +90,9 @@ private:
     bool FindModule();
     bool WaitForFile(uint32_t number, const wchar_t* extension);
     bool Reload(uint32_t number);
-    bool LoadAndInstall(uint32_t number, HeldThreads& threads);
-    Received<PatchLoadedBlob> Load(const PatchOrder& order, HeldThreads& threads);
-    bool Route(AddressSlot from, AddressSlot to, HeldThreads& threads);
+    bool LoadAndInstall(uint32_t number, ThreadSuspender& threads);
+    Received<PatchLoadedBlob> Load(const PatchCommand& order, ThreadSuspender& threads);
+    bool Route(AddressSlot from, AddressSlot to, ThreadSuspender& threads);
     bool CallTable(uint32_t kind, const char* name, uint32_t number);
 
     ReloadFiles files;
@@ -128,7 +128,7 @@ bool Reloader::TakeModules()
         Report("!! the host hasn't announced its modules");
         return false;
     }
-    const std::wstring executable = FileNameOf(process.WideText(process->executablePath));
+    const std::wstring executable = FileNameOf(process.Utf16String(process->executablePath));
     for (const AnnouncedModule& candidate : ModulesOf(blob))
     {
         if (_wcsicmp(FileNameOf(candidate.path).c_str(), executable.c_str()) == 0)
@@ -204,17 +204,17 @@ bool Reloader::Reload(uint32_t number)
         return false;
     }
 
-    HeldThreads threads(host.Id(), AgentThreads(*process));
+    ThreadSuspender threads(host.Id(), AgentThreads(*process));
     const bool success = LoadAndInstall(number, threads);
     threads.Resume();
     Report(".. threads go on");
     SendFinishAfterHotReload(link);
-    return success && WaitUntilObeyed(link, limit);
+    return success && WaitUntilExecuted(link, limit);
 }
 
-bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
+bool Reloader::LoadAndInstall(uint32_t number, ThreadSuspender& threads)
 {
-    PatchOrder order;
+    PatchCommand order;
     order.path = files.Path(number, L"dll");
     PatchImage patch(order.path);
     const bool isImage = patch.Error().empty(); // if it isn't one, the host's loader shall say so
@@ -229,7 +229,7 @@ bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
     order.watchdog = agent->agentType == 0;
     if (order.watchdog)
     {
-        threads.Hold();
+        threads.Suspend();
         Report(".. " + std::to_string(threads.Count()) + " threads held");
     }
     const Received<PatchLoadedBlob> loaded = Load(order, threads);
@@ -237,7 +237,7 @@ bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
     {
         return false;
     }
-    threads.Hold(); // those of a synchronized host, and those that the watchdog has asked for
+    threads.Suspend(); // those of a synchronized host, and those that the watchdog has asked for
     if (!order.watchdog)
     {
         Report(".. " + std::to_string(threads.Count()) + " threads held");
@@ -248,15 +248,15 @@ bool Reloader::LoadAndInstall(uint32_t number, HeldThreads& threads)
     return CallTable(beforeReloadKind, beforeReloadHooksName, number) && Route(from, to, threads) &&
            SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
            CallTable(afterReloadKind, afterReloadHooksName, number) &&
-           WaitUntilObeyedWhileHeld(link, threads, limit);
+           WaitUntilExecutedWhileSuspended(link, threads, limit);
 }
 
 /// Orders the load and waits for its outcome.
-Received<PatchLoadedBlob> Reloader::Load(const PatchOrder& order, HeldThreads& threads)
+Received<PatchLoadedBlob> Reloader::Load(const PatchCommand& order, ThreadSuspender& threads)
 {
     SendLoadPatch(link, order);
     const Message answer =
-        ReceiveWhileHeld(link, threads, {BlobType::PatchLoaded, BlobType::LogNarrow}, limit);
+        ReceiveWhileSuspended(link, threads, {BlobType::PatchLoaded, BlobType::LogNarrow}, limit);
     if (!answer || answer.Type() != BlobType::PatchLoaded)
     {
         Report("!! the patch was not loaded");
@@ -266,7 +266,7 @@ Received<PatchLoadedBlob> Reloader::Load(const PatchOrder& order, HeldThreads& t
 }
 
 /// Shows the old code, and routes it to the new one.
-bool Reloader::Route(AddressSlot from, AddressSlot to, HeldThreads& threads)
+bool Reloader::Route(AddressSlot from, AddressSlot to, ThreadSuspender& threads)
 {
     SendReadMemory(link, jumpSize, {from}, tokenOfOldCode);
     const auto oldCode = link.Expect<ReadMemoryResultBlob>(limit);

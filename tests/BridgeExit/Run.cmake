@@ -1,5 +1,5 @@
 # How a Bridge ends that can't do what it is asked for, and what its host hears of that.
-#   HOST                the sample PlainC, with the stand-in Bridge beside it
+#   HOST                the sample PlainC, with the default Bridge beside it
 #   RUNNER, WINE_PREFIX cmake/run-in-wine and the prefix for it
 #   FOLDER              for the recordings, made anew
 cmake_path(GET HOST PARENT_PATH hostFolder)

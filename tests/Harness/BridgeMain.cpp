@@ -90,10 +90,10 @@ int main()
         channel.AddFailure("The recording that is asked for can't be made.");
     }
     int result;
-    if (name == "Obedient")
+    if (name == "DefaultBridge")
     {
         channel.SetState(BridgeState::Staying);
-        result = Torvane::Bridge::RunObediently(hostProcessId);
+        result = Torvane::Bridge::RunDefaultBridge(hostProcessId);
     }
     else
     {

@@ -22,8 +22,8 @@ class HostTest : public testing::Test
 protected:
     // Before the Agent is started
 
-    /// Another test's Bridge half, as "Suite.Name", in place of the one of this test's name; "Obedient" is the
-    /// stand-in Bridge's default, which checks nothing.
+    /// Another test's Bridge half, as "Suite.Name", in place of the one of this test's name; "DefaultBridge" is the
+    /// default Bridge's default, which checks nothing.
     void UseScenario(const std::string& name);
 
     /// Loads the Agent from a folder that no Bridge is in. Implies `ExpectNoBridge`.

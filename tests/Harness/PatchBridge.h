@@ -13,7 +13,7 @@ class PatchBridge : public BridgeTest
 {
 protected:
     /// Has a patch loaded. \return the answer; empty, with a failure of the test, if none has come.
-    Received<PatchLoadedBlob> Load(const PatchOrder& order)
+    Received<PatchLoadedBlob> Load(const PatchCommand& order)
     {
         EXPECT_TRUE(SendLoadPatch(link, order));
         return ExpectLoaded();
@@ -21,7 +21,7 @@ protected:
 
     Received<PatchLoadedBlob> Load(const std::wstring& path)
     {
-        PatchOrder order;
+        PatchCommand order;
         order.path = path;
         return Load(order);
     }
@@ -40,7 +40,7 @@ protected:
     std::vector<uint8_t> ExpectFailed()
     {
         const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, patience);
-        EXPECT_TRUE(WaitUntilObeyed(link, patience));
+        EXPECT_TRUE(WaitUntilExecuted(link, patience));
         EXPECT_FALSE(link.Receive(0)) << "There is just one answer.";
         return answer.Bytes();
     }
@@ -64,7 +64,7 @@ protected:
     }
 
     /// The `PatchLoaded` that is due for an order, given where the image is.
-    std::vector<uint8_t> ExpectedAnswer(const PatchOrder& order, AddressSlot base)
+    std::vector<uint8_t> ExpectedAnswer(const PatchCommand& order, AddressSlot base)
     {
         const uint32_t size = ImageSize(base);
         ByteImage expected(80);

@@ -94,11 +94,11 @@ protected:
                                std::to_string(milliseconds) + "ms"));
     }
 
-    /// Starts an Agent for which the stand-in Bridge connects, and looks at its time-out.
+    /// Starts an Agent for which the default Bridge connects, and looks at its time-out.
     void ExpectConnectionWithTimeout(uint32_t milliseconds, const wchar_t* projectPath = nullptr,
                                      const TvnProjectPreferences* projectRecord = nullptr)
     {
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         StartDefaultAgent(projectPath, projectRecord);
         ExpectTimeout(milliseconds);
         EXPECT_EQ(ConnectionSucceeded, WaitForConnection());

@@ -23,7 +23,7 @@ inline std::string Utf8(const std::wstring& text)
 
 #else
 
-#include "bridge/Text.h"
+#include "bridge/Utf8.h"
 
 namespace Torvane::Testing
 {

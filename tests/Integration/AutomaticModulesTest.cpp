@@ -306,7 +306,7 @@ AUTOMATIC_BRIDGE(DoNotWaitForTheBridge)
         EXPECT_NE(0u, blob->latch);
         SendDecrementLatch(link, blob->latch);
     }
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("obeyed");
     StayUntilAgentGoes();
 }

@@ -192,7 +192,7 @@ std::vector<uint8_t> FirstBytes(const std::vector<uint8_t>& bytes, size_t count)
 std::vector<uint8_t> WholeOrder()
 {
     BlobWriter<LogBlob> order;
-    order.Text(&LogBlob::text, std::string("to the debugger"));
+    order.String(&LogBlob::text, std::string("to the debugger"));
     return order.Finish(BlobType::LogNarrow);
 }
 
@@ -312,7 +312,7 @@ BRIDGE_SCENARIO(BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
     link.Close();
     const auto log = reader.Expect<LogBlob>(patience, BlobType::LogNarrow);
     ASSERT_TRUE(log);
-    EXPECT_EQ("still here", log.NarrowText(log->text));
+    EXPECT_EQ("still here", log.AnsiString(log->text));
     Signal("taken");
     StayUntilAgentGoes(reader);
 }

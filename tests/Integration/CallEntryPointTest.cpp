@@ -417,7 +417,7 @@ protected:
     {
         ASSERT_TRUE(SendCallEntryPoint(link, AwaitNumber("base") | upperHalf, AwaitNumber("offset"),
                                        Code(AwaitNumber("bytes")), Code(bytesAfter)));
-        ASSERT_TRUE(WaitUntilObeyed(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, patience));
         EXPECT_FALSE(link.Receive(0)) << "CallEntryPoint isn't answered.";
     }
 };
@@ -483,13 +483,13 @@ ENTRY_POINT_BRIDGE(CallsThatOfAPatchOnceWhateverTheLoaderDoes)
     {
         ASSERT_TRUE(Await("call" + word));
         ASSERT_TRUE(SendCallEntryPoint(link, loaded->base, image.EntryPoint(), code, idleEntryPoint));
-        ASSERT_TRUE(WaitUntilObeyed(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, patience));
         EXPECT_EQ(idle, host.Read(loaded->base + image.EntryPoint(), idle.size()));
         Signal("called" + word);
     }
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Finish();
 }
 

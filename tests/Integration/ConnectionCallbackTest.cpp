@@ -133,7 +133,7 @@ CONNECTION_CALLBACK(OfOneOfManyThreadsIsCalledWhenAllRegisterBeforeTheOutcome)
 
 CONNECTION_CALLBACK(OfEachOfManyThreadsIsCalledOnceAfterTheOutcome)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     Start();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     static Caller callers[threadCount];
@@ -216,7 +216,7 @@ CONNECTION_CALLBACK(CanRegisterAnotherWhenItIsReportedTo)
 
 CONNECTION_CALLBACK(CanRegisterAnotherAfterTheOutcome)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     Start();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     Report outer;
@@ -325,7 +325,7 @@ LONG CALLBACK ReturnFromNull(EXCEPTION_POINTERS* exception)
 
 CONNECTION_CALLBACK(IsCalledAfterTheOutcomeEvenIfItIsNull)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     Start();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     void* handler = AddVectoredExceptionHandler(1, &ReturnFromNull);
@@ -355,7 +355,7 @@ BRIDGE_SCENARIO(ConnectionCallback, WaitsForRegistrations)
     ASSERT_TRUE(link.Connect(patience));
     ASSERT_TRUE(Await("registered"));
     ASSERT_TRUE(link.ExchangeVersion(patience));
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("connected");
     StayUntilAgentGoes();
 }
@@ -367,7 +367,7 @@ BRIDGE_SCENARIO(ConnectionCallback, CanQueueBlobs)
     ASSERT_TRUE(link.ExchangeVersion(patience));
     const auto log = link.Expect<LogBlob>(patience, BlobType::LogNarrow);
     ASSERT_TRUE(log);
-    EXPECT_EQ("from the callback", log.NarrowText(log->text));
+    EXPECT_EQ("from the callback", log.AnsiString(log->text));
     const auto preference = link.Expect<SetIntPreferencesBlob>(patience);
     ASSERT_TRUE(preference);
     EXPECT_EQ(0, preference->value);

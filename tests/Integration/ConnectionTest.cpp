@@ -26,7 +26,7 @@ void TVN_CALL TakeReport(void* context, TvnConnectionStatus status)
 
 HOST_TEST(Connection, SucceedsWithAnObedientBridge)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -35,7 +35,7 @@ HOST_TEST(Connection, SucceedsWithAnObedientBridge)
 
 HOST_TEST(Connection, GoesThroughItsStepsInOrder)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     const std::wstring bridge = AgentFolder() + L"\\TVN_Agent_Bridge_x64.exe";
@@ -78,7 +78,7 @@ HOST_TEST(Connection, ReportsToACallbackThatComesBeforeTheOutcome)
 
 HOST_TEST(Connection, ReportsAtOnceToEachCallbackThatComesAfterTheOutcome)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     Report first;
@@ -182,7 +182,7 @@ HOST_TEST(Connection, EndsWithABlobThatIsNotForTheAgent)
 
 HOST_TEST(Connection, ShutdownRightAfterStartupWaitsForTheAttemptAndSucceeds)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     ExpectNoBridge(); // it can find its pipes closed already
     StartDefaultAgent();
     Shutdown();
@@ -229,7 +229,7 @@ BRIDGE_SCENARIO(Connection, RefusesABridgeOfAnotherVersion)
     EXPECT_TRUE(SendVersion(link, "2.4.1"));
     const auto log = link.Expect<LogBlob>(patience, BlobType::LogNarrow);
     ASSERT_TRUE(log);
-    EXPECT_EQ("still sending", log.NarrowText(log->text));
+    EXPECT_EQ("still sending", log.AnsiString(log->text));
     StayUntilAgentGoes();
 }
 

@@ -102,7 +102,7 @@ protected:
     /// All requests of a run that connects, and shuts down.
     std::vector<std::string> Run()
     {
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         StartWatchedAgent();
         ExpectStatus(ConnectionSucceeded);
         Shutdown();

@@ -160,7 +160,7 @@ DEBUG_OUTPUT(HasNothingForBitsThatMeanNoLevel)
 
 DEBUG_OUTPUT(IsDecidedDuringStartupAlone)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartupGate gate;
     TvnLogFilter filter = {1};
     StartDefaultAgent(nullptr, nullptr, &filter);

@@ -56,7 +56,7 @@ protected:
     bool Start(Orders... orders)
     {
         if (!Connect() || !(Bridge::SendInstallExceptionHandler(link, orders) && ...) ||
-            !Bridge::WaitUntilObeyed(link, patience))
+            !Bridge::WaitUntilExecuted(link, patience))
         {
             return false;
         }
@@ -82,7 +82,7 @@ protected:
     /// Whether the Agent has sent nothing that wasn't taken yet.
     bool NothingElseCame()
     {
-        return Bridge::WaitUntilObeyed(link, patience) && !link.Receive(0);
+        return Bridge::WaitUntilExecuted(link, patience) && !link.Receive(0);
     }
 };
 } // namespace Torvane::Testing

@@ -133,7 +133,7 @@ protected:
 
 HANDLES(OfAConnectedDefaultAgent)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     Prepare();
     StartWatchedAgent();
     EXPECT_EQ(StartupCalls(), trace->OwnCalls());
@@ -144,7 +144,7 @@ HANDLES(OfAConnectedDefaultAgent)
 
 HANDLES(OfAConnectedSynchronizedAgent)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     Prepare();
     StartSynchronizedAgent();
     EXPECT_EQ(StartupCalls(), trace->OwnCalls());
@@ -176,7 +176,7 @@ HANDLES(OfAnAgentWhoseBridgeNeverConnects)
 
 HANDLES(OfAnAgentThatIsShutDownAtOnce)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     ExpectNoBridge(); // it can find its pipes closed already
     Prepare();
     StartDefaultAgent();

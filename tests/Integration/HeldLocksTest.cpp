@@ -154,7 +154,7 @@ BRIDGE_SCENARIO(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
     const std::vector<uint8_t> expected = {0x78, 0x56, 0x34, 0x12};
     EXPECT_EQ(expected, read.Data(read->data, 4));
     ASSERT_TRUE(SendCopyMemory(link, 4, {source}, {copy}));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_EQ(expected, host.Read(copy, 4));
     const auto* word = reinterpret_cast<const uint8_t*>(&written);
     ASSERT_TRUE(SendWriteMemory(link, {release}, std::vector<uint8_t>(word, word + sizeof(written))));

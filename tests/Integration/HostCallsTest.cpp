@@ -60,7 +60,7 @@ HOST_TEST(HostCalls, FillTheTableAndLeaveTheHostsWordAlone)
 {
     ExpectNoBridge();
     const AgentLibrary& library = Library();
-    SetEnvironmentVariableA("TORVANE_BRIDGE_SCENARIO", "Obedient");
+    SetEnvironmentVariableA("TORVANE_BRIDGE_SCENARIO", "DefaultBridge");
     static TvnSynchronizedAgent agent;
     agent.hostWord = &agent;
     library.TvnStartupSynchronizedAgent(&agent, nullptr, nullptr, nullptr);

@@ -217,7 +217,7 @@ protected:
 
     void RunConnected(StartBy startup)
     {
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         Start(startup);
         EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
         EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -274,7 +274,7 @@ protected:
     /// Shutdown comes while the receiver still starts, waits for it, and then takes everything down.
     void RunShutDownAtOnce(StartBy startup)
     {
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         ExpectNoBridge(); // it may or may not find its pipes
         Start(startup);
         Shutdown();

@@ -161,7 +161,7 @@ class FailingLoadBridge : public PatchBridge
 protected:
     void TryToLoad(const std::wstring& path, bool watchdog = false)
     {
-        PatchOrder order;
+        PatchCommand order;
         order.path = path;
         order.watchdog = watchdog;
         ASSERT_TRUE(SendLoadPatch(link, order));
@@ -214,7 +214,7 @@ FAILING_LOAD_BRIDGE(IsNotTheEnd)
     TryToLoad(AwaitText("imports"));
     EXPECT_EQ(ReportOf(AwaitText("imports")), ExpectFailed());
     EXPECT_TRUE(Load(AwaitText("absent")));
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("imports");
     const auto loaded = Load(order);
     ASSERT_TRUE(loaded);

@@ -120,7 +120,7 @@ HOST_TEST(LoadPatch, LoadsTwoPatchesOfTheSameContent)
 LOAD_PATCH_BRIDGE(AnswersWithWhatItHasLoaded)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     order.secondText = L"second";
     const auto loaded = Load(order);
@@ -133,7 +133,7 @@ LOAD_PATCH_BRIDGE(AnswersWithWhatItHasLoaded)
 LOAD_PATCH_BRIDGE(EchoesWhatTheOrderSays)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     order.secondText = L"\u00E4\u20AC \U0001F600";
     order.echo38 = 0xFEDCBA9876543210;
@@ -159,13 +159,13 @@ LOAD_PATCH_BRIDGE(EchoesWhatTheOrderSays)
 LOAD_PATCH_BRIDGE(ReadsNothingOfTheBytesInBetween)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     order.secondText = L"second";
     BlobWriter<LoadPatchWindowsBlob> blob;
     memset(&blob.fixed, 0xEE, sizeof(blob.fixed));
-    blob.Text(&LoadPatchWindowsBlob::patchPath, order.path);
-    blob.Text(&LoadPatchWindowsBlob::secondText, order.secondText);
+    blob.String(&LoadPatchWindowsBlob::patchPath, order.path);
+    blob.String(&LoadPatchWindowsBlob::secondText, order.secondText);
     blob.List(&LoadPatchWindowsBlob::reservations, std::vector<WirePageRange>());
     blob.fixed.echo38 = 0;
     blob.fixed.echo50 = 0;
@@ -201,7 +201,7 @@ LOAD_PATCH_BRIDGE(LoadsCodeInManySectionsAndThreadLocalData)
 LOAD_PATCH_BRIDGE(LoadsALargeImage)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     const auto loaded = Load(order);
     ASSERT_TRUE(loaded);
@@ -213,7 +213,7 @@ LOAD_PATCH_BRIDGE(LoadsALargeImage)
 LOAD_PATCH_BRIDGE(LoadsFromAPathWithSpacesAndForeignLetters)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     const auto loaded = Load(order);
     ASSERT_TRUE(loaded);
@@ -224,7 +224,7 @@ LOAD_PATCH_BRIDGE(LoadsFromAPathWithSpacesAndForeignLetters)
 LOAD_PATCH_BRIDGE(LoadsTwoPatchesOfTheSameContent)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     const auto first = Load(order);
     ASSERT_TRUE(first);

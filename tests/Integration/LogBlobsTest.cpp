@@ -84,7 +84,7 @@ protected:
     void Finish()
     {
         EXPECT_TRUE(DebugActiveProcessStop(link.HostProcessId()));
-        ASSERT_TRUE(WaitUntilObeyed(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, patience));
         EXPECT_FALSE(link.Receive(0)) << "Log Blobs aren't answered.";
         Signal("checked");
         StayUntilAgentGoes();

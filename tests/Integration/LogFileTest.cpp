@@ -76,7 +76,7 @@ class LogFileTest : public HostTest
 protected:
     void RunConnected()
     {
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         StartDefaultAgent();
         EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     }

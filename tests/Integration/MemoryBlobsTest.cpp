@@ -141,7 +141,7 @@ BRIDGE_SCENARIO(MemoryBlobs, WritesElementsWhereTheyBelong)
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(
         SendWriteMemory(link, {AwaitNumber("first"), AwaitNumber("third")}, {1, 2, 3, 4, 5, 6, 7, 8}));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_FALSE(link.Receive(0)) << "WriteMemory isn't answered.";
     Signal("written");
     StayUntilAgentGoes();
@@ -153,7 +153,7 @@ BRIDGE_SCENARIO(MemoryBlobs, CopiesElementsInOrder)
     const AddressSlot first = AwaitNumber("first");
     const AddressSlot second = AwaitNumber("second");
     ASSERT_TRUE(SendCopyMemory(link, 4, {first, second}, {second, AwaitNumber("third")}));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("copied");
     StayUntilAgentGoes();
 }

@@ -235,7 +235,7 @@ protected:
     /// All has been obeyed, and nothing has been answered.
     void ExpectObeyed()
     {
-        ASSERT_TRUE(WaitUntilObeyed(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, patience));
         EXPECT_FALSE(link.Receive(0));
     }
 

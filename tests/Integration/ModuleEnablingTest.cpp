@@ -372,7 +372,7 @@ protected:
     {
         ASSERT_TRUE(blob);
         SendDecrementLatch(link, blob->latch, count - 1);
-        ASSERT_TRUE(WaitUntilObeyed(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, patience));
         Signal("nearly");
         ASSERT_TRUE(Await("waits"));
         SendDecrementLatch(link, blob->latch);

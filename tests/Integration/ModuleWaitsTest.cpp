@@ -176,13 +176,13 @@ WAITING_BRIDGE(AreNotMovedByStaleAcknowledgements)
     SendDecrementLatch(link, first->latch, 10);
     SendDecrementLatch(link, 0, 10);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("stale");
     const auto second = link.Expect<EnableModulesBlob>(patience);
     ASSERT_TRUE(second);
     EXPECT_EQ(first->latch, second->latch);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("received");
     ASSERT_TRUE(Await("waits"));
     SendDecrementLatch(link, second->latch);

@@ -53,7 +53,7 @@ protected:
     /// A run with a panic in the middle of its startup, and a debugger that lets each break pass.
     void Run(bool debugged, uint32_t levels)
     {
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         void* const module = Library().Module();
         const ReplacedImport event(module, "CreateEventW", reinterpret_cast<void*>(&RefuseEvent));
         const ReplacedImport output(module, "OutputDebugStringA", reinterpret_cast<void*>(&TakeText));

@@ -187,7 +187,7 @@ PATCH_SECTIONS_BRIDGE(TellsOfItsStepsInOrder)
 PATCH_SECTIONS_BRIDGE(MakesThePageInFrontOfEachExecutableSectionExecutable)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     const auto loaded = Load(order);
     ASSERT_TRUE(loaded);
@@ -200,7 +200,7 @@ PATCH_SECTIONS_BRIDGE(MakesThePageInFrontOfEachExecutableSectionExecutable)
 PATCH_SECTIONS_BRIDGE(PreparesNothingOfAnImageWithoutCode)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     const auto loaded = Load(order);
     ASSERT_TRUE(loaded);
@@ -211,7 +211,7 @@ PATCH_SECTIONS_BRIDGE(PreparesNothingOfAnImageWithoutCode)
 PATCH_SECTIONS_BRIDGE(GoesOnWithoutPreparationWhenTheFileCannotBeRead)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     const auto loaded = Load(order);
     ASSERT_TRUE(loaded);

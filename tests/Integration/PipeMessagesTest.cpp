@@ -146,7 +146,7 @@ BRIDGE_SCENARIO(PipeMessages, CanHoldAllBlobsTogether)
 {
     ASSERT_TRUE(link.Connect(patience));
     EXPECT_TRUE(link.Send(VersionAndOrders(AwaitNumber("numbers"))));
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
@@ -155,7 +155,7 @@ BRIDGE_SCENARIO(PipeMessages, CanHoldOneByteEach)
 {
     ASSERT_TRUE(link.Connect(patience));
     SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 1);
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
@@ -165,7 +165,7 @@ BRIDGE_SCENARIO(PipeMessages, CanEndAnywhereInABlob)
     ASSERT_TRUE(link.Connect(patience));
     // No multiple of a Blob's size, so that the ends move through header and payload.
     SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 61);
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
@@ -182,7 +182,7 @@ BRIDGE_SCENARIO(PipeMessages, CanSplitHeaderAndPayload)
         ASSERT_TRUE(link.Send(Bytes(begin, begin + 8)));
         ASSERT_TRUE(link.Send(Bytes(begin + 8, end)));
     }
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
@@ -215,7 +215,7 @@ BRIDGE_SCENARIO(PipeMessages, CanBeLongerThanThePipesBuffer)
         data[i] = static_cast<uint8_t>(i * 7);
     }
     EXPECT_TRUE(SendWriteMemory(link, {AwaitNumber("block")}, data));
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("obeyed");
     StayUntilAgentGoes();
 }

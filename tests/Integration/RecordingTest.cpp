@@ -164,7 +164,7 @@ HOST_TEST_OF(RecordedHost, Recording, HoldsAMemoryExchangeAndAReload)
     const BlobsRun exported = RunBlobs(L"trace " + quoted + L" --output \"" + trace + L"\"");
     EXPECT_EQ("", exported.text);
     const std::string events = ContentOf(trace);
-    EXPECT_NE(std::string::npos, events.find(R"("name":"reload 1","cat":"road","ph":"X")"));
+    EXPECT_NE(std::string::npos, events.find(R"("name":"reload 1","cat":"operation","ph":"X")"));
     EXPECT_NE(std::string::npos, events.find(R"("name":"load no such patch.dll")"));
     EndAndRemove(recording);
 }
@@ -200,12 +200,12 @@ BRIDGE_SCENARIO(Recording, HoldsAMemoryExchangeAndAReload)
     ASSERT_TRUE(link.Expect<ReadMemoryResultBlob>(patience));
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(link.Expect<ReloadBlob>(patience));
-    PatchOrder order;
+    PatchCommand order;
     order.path = L"C:\\no such patch.dll";
     ASSERT_TRUE(SendLoadPatch(link, order));
     ASSERT_TRUE(link.Expect<LogBlob>(patience, BlobType::LogNarrow));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("exchanged");
     StayUntilAgentGoes();
 }

@@ -101,7 +101,7 @@ class RefusedBlobBridge : public BridgeTest
         SendEchoRequest(link, 1);
         const auto message = link.Expect<LogBlob>(patience, BlobType::LogNarrow);
         ASSERT_TRUE(message);
-        EXPECT_EQ("The other direction goes on.", message.NarrowText(message->text));
+        EXPECT_EQ("The other direction goes on.", message.AnsiString(message->text));
         EXPECT_FALSE(link.Receive(0)) << "The echo isn't answered.";
         Signal("still sending");
         StayUntilAgentGoes();

@@ -182,7 +182,7 @@ class DyingBridge : public BridgeTest
         Order("RequestReload", [this] { return SendRequestReload(link); });
         Answer("Reload", BlobType::Reload);
         Order("LoadPatchWindows", [this] {
-            PatchOrder patch;
+            PatchCommand patch;
             patch.path = AwaitText("patch");
             return SendLoadPatch(link, patch);
         });
@@ -246,10 +246,10 @@ BRIDGE_SCENARIO(ReloadDeath, LeavesAPatchToBeHandedOver)
 {
     EXPECT_TRUE(Connect());
     EXPECT_TRUE(SendRequestReload(link));
-    EXPECT_TRUE(WaitUntilObeyed(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     EXPECT_TRUE(Await("accepted"));
-    PatchOrder patch;
+    PatchCommand patch;
     patch.path = AwaitText("patch");
     EXPECT_TRUE(SendLoadPatch(link, patch));
     Die();

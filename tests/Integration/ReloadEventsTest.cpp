@@ -174,7 +174,7 @@ namespace
 {
 bool LoadPublishedPatch(Link& link, const std::wstring& path)
 {
-    PatchOrder patch;
+    PatchCommand patch;
     patch.path = path;
     return SendLoadPatch(link, patch);
 }
@@ -184,14 +184,14 @@ BRIDGE_SCENARIO(ReloadEvents, OfBothRoads)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(link.ReceiveOneOf({BlobType::Reload}, patience));
     ASSERT_TRUE(LoadPublishedPatch(link, AwaitText("patch")));
     EXPECT_TRUE(link.Expect<PatchLoadedBlob>(patience));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("finished");
     StayUntilAgentGoes();
 }
@@ -200,7 +200,7 @@ BRIDGE_SCENARIO(ReloadEvents, OfAPatchThatWaitsAreClearedByASecondRequest)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(SendRequestReload(link));

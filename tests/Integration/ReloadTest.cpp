@@ -270,12 +270,12 @@ protected:
     /// Whether none has come for all that the host has called so far.
     bool IsNotGranted()
     {
-        return WaitUntilObeyed(link, patience) && !link.ReceiveOneOf({BlobType::Reload}, 0);
+        return WaitUntilExecuted(link, patience) && !link.ReceiveOneOf({BlobType::Reload}, 0);
     }
 
     bool Load(const wchar_t* path, bool watchdog = false)
     {
-        PatchOrder order;
+        PatchCommand order;
         order.path = path;
         order.watchdog = watchdog;
         return SendLoadPatch(link, order);
@@ -284,7 +284,7 @@ protected:
     bool IsPatchLoaded(const wchar_t* path)
     {
         const auto loaded = link.Expect<PatchLoadedBlob>(patience);
-        return loaded && loaded.WideText(loaded->patchPath) == path;
+        return loaded && loaded.Utf16String(loaded->patchPath) == path;
     }
 
     bool IsNoPatchLoaded()
@@ -302,7 +302,7 @@ RELOAD_BRIDGE(DefaultAgentAgreesAtOnce)
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("reloaded");
     StayUntilAgentGoes();
 }
@@ -313,7 +313,7 @@ RELOAD_BRIDGE(DefaultAgentSignalsNoEvent)
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     ASSERT_TRUE(Await("polled"));
     EXPECT_TRUE(IsNotGranted());
@@ -338,7 +338,7 @@ RELOAD_BRIDGE(AHostAsksForOne)
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("reloaded");
     StayUntilAgentGoes();
 }
@@ -354,7 +354,7 @@ RELOAD_BRIDGE(BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(Load(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
@@ -400,7 +400,7 @@ RELOAD_BRIDGE(AfterACycleBeforeCompileEachFurtherCallSendsAgainUntilACycleBefore
     EXPECT_TRUE(IsGranted() && IsGranted() && IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested again");
     ASSERT_TRUE(Await("sent once"));
     EXPECT_TRUE(IsGranted());
@@ -424,7 +424,7 @@ RELOAD_BRIDGE(BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
     ASSERT_TRUE(Await("seen"));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(secondPatch));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
@@ -436,7 +436,7 @@ RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
@@ -452,7 +452,7 @@ RELOAD_BRIDGE(APatchForHeldThreadsIsNotHandedOver)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch, true));
@@ -473,7 +473,7 @@ RELOAD_BRIDGE(ASecondRequestClearsWhatTheFirstHasLeft)
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("first finished, second requested");
     EXPECT_TRUE(IsGranted());
     Signal("second granted");
@@ -487,13 +487,13 @@ RELOAD_BRIDGE(TheNextPollAcceptsARequestThatCameDuringAReload)
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested twice");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("granted, requested a third time");
     ASSERT_TRUE(Await("accepted again"));
     EXPECT_TRUE(IsGranted());
@@ -515,7 +515,7 @@ RELOAD_BRIDGE(AHostThatStopsPollingStopsTheAgent)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch));

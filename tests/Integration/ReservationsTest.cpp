@@ -242,12 +242,12 @@ protected:
     /// Has the image loaded that the host half names, or another one.
     bool LoadWith(const std::vector<WirePageRange>& reservations, const std::string& image = "path")
     {
-        PatchOrder order;
+        PatchCommand order;
         order.path = AwaitText(image);
         order.reservations = reservations;
         EXPECT_TRUE(SendLoadPatch(link, order));
         const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, patience);
-        EXPECT_TRUE(WaitUntilObeyed(link, patience));
+        EXPECT_TRUE(WaitUntilExecuted(link, patience));
         return answer && answer.Type() == BlobType::PatchLoaded;
     }
 };

@@ -322,7 +322,7 @@ protected:
         EXPECT_EQ(AwaitText("executable"), Text(restart->executablePath));
         EXPECT_EQ(AwaitText("folder"), Text(restart->currentDirectory));
         const std::wstring commandLine = AwaitText("command line");
-        EXPECT_EQ(commandLine, restart.WideText(restart->commandLine));
+        EXPECT_EQ(commandLine, restart.Utf16String(restart->commandLine));
 
         // The environment up to the end of its region.
         const AddressSlot environment = AwaitNumber("environment");
@@ -384,7 +384,7 @@ RESTART_BRIDGE(IsWantedOncePerRequest)
     ASSERT_TRUE(Await("wanted"));
     ASSERT_TRUE(SendRequestRestart(link));
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested twice");
     StayUntilAgentGoes();
 }
@@ -393,7 +393,7 @@ RESTART_BRIDGE(RequestThatNobodyPollsChangesNothing)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("requested");
     StayUntilAgentGoes();
 }

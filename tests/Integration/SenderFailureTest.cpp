@@ -150,7 +150,7 @@ SENDER_FAILURE(EndsWith7AfterABridgeThatTookTheProcess)
 
 SENDER_FAILURE(EndsWith0AtTheStopMark)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -297,7 +297,7 @@ BRIDGE_SCENARIO(SenderFailure, DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
     EXPECT_TRUE(Await("shutting down"));
     const Received<LogBlob> log(Message(Direction::FromAgent, 0, agentPipe.ReadBlob()));
     ASSERT_TRUE(log);
-    EXPECT_EQ("read late", log.NarrowText(log->text));
+    EXPECT_EQ("read late", log.AnsiString(log->text));
     EXPECT_TRUE(agentPipe.ReadBlob().empty()) << "The pipe has ended behind it.";
 }
 

@@ -58,7 +58,7 @@ private:
 
 SHUTDOWN(WaitsForAnInitializationThatSucceeds)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     ExpectNoBridge(); // it can find its pipes closed already
     ShutDownDuringInitialization();
     EXPECT_EQ(1u, CountInLog("Initialization done"));
@@ -99,7 +99,7 @@ SHUTDOWN(LeavesTheBridgeAlone)
 
 SHUTDOWN(GivesEveryThreadOfTheAgentBack)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     Shutdown();
@@ -117,7 +117,7 @@ SHUTDOWN(GivesEveryThreadOfTheAgentBack)
 
 SHUTDOWN(GivesTheNamesOfItsObjectsBack)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     const std::wstring identifier = std::to_wstring(GetCurrentProcessId());

@@ -72,7 +72,7 @@ BRIDGE_SCENARIO(SmallBlobs, IgnoresLatchesThatNobodyWaitsFor)
     {
         ASSERT_TRUE(SendDecrementLatch(link, latch));
     }
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_FALSE(link.Receive(0));
     Signal("checked");
     StayUntilAgentGoes();
@@ -84,7 +84,7 @@ BRIDGE_SCENARIO(SmallBlobs, SynchronizeIsAnsweredByNothingButALogLine)
     const std::vector<uint8_t> payload(100, 0xFF);
     ASSERT_TRUE(SendSynchronize(link));
     ASSERT_TRUE(link.Send(MakeBlob(BlobType::Synchronize, payload.data(), payload.size())));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_FALSE(link.Receive(0));
     Signal("checked");
     StayUntilAgentGoes();
@@ -127,7 +127,7 @@ BRIDGE_SCENARIO(SmallBlobs, TellsOfEachBlobInTheOrderSent)
     ASSERT_TRUE(SendLogWide(link, L""));
     ASSERT_TRUE(SendUnloadPatch(link, 0));
     ASSERT_TRUE(SendSynchronize(link));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("checked");
     StayUntilAgentGoes();
 }

@@ -94,7 +94,7 @@ protected:
     {
         callsUntilRefusal = number;
         Replace("CreateEventW", RefuseEvent);
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         StartWatchedAgent();
         ExpectPanic(std::string("CreateEventW(") + name + ") failed.", panicWord);
     }
@@ -209,7 +209,7 @@ STARTUP_FAILURE(OfTheQueuesFirstSemaphoreLeavesAnAgentThatSendsNothingOfItsHost)
 {
     callsUntilRefusal = 1;
     Replace("CreateSemaphoreW", RefuseSemaphore);
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     TvnDefaultAgent& agent = StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -225,7 +225,7 @@ STARTUP_FAILURE(OfTheQueuesSecondSemaphoreEndsTheSender)
 {
     callsUntilRefusal = 2;
     Replace("CreateSemaphoreW", RefuseSemaphore);
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     TvnDefaultAgent& agent = StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     ExpectPanic("CreateSemaphoreW(Queue consumer) failed.", "Cannot create semaphore for FixedSizeQueue");
@@ -242,7 +242,7 @@ STARTUP_FAILURE(OfTheMutexOfTheSharedMemoryIsNotTheEnd)
     const std::string identifier = std::to_string(GetCurrentProcessId());
     callsUntilRefusal = 1;
     Replace("CreateMutexW", RefuseMutex);
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     ExpectPanic("CreateMutexW(TVN_AgentBridge_Mutex_" + identifier + ") failed.",
@@ -258,7 +258,7 @@ STARTUP_FAILURE(OfTheHeartbeatThreadIsNotTheEnd)
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ucrtbase.dll"), "_beginthreadex")));
     ASSERT_NE(nullptr, beginThread);
     Replace("_beginthreadex", RefuseThread);
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     ExpectLogOrder({"Creating heartbeat thread", "Failed to create thread", "Creating watchdog thread"});
@@ -323,7 +323,7 @@ BRIDGE_SCENARIO(StartupFailure, ToOpenTheWaitingThreadMakesItWaitWithoutATimeout
 BRIDGE_SCENARIO(StartupFailure, OfTheOSVersionIsToldAndLeavesZeros)
 {
     ASSERT_TRUE(Connect());
-    EXPECT_EQ("0.0, 0", agent.NarrowText(agent->osVersion));
+    EXPECT_EQ("0.0, 0", agent.AnsiString(agent->osVersion));
     StayUntilAgentGoes();
 }
 

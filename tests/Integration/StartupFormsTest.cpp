@@ -67,7 +67,7 @@ protected:
     template<typename Table, typename Startup, size_t Count>
     void ExpectTable(Startup startup, const char* const (&names)[Count])
     {
-        UseScenario("Obedient");
+        UseScenario("DefaultBridge");
         PrepareStart();
         static Guarded<Table> guarded;
         startup(&guarded.table, nullptr, nullptr, nullptr);

@@ -72,7 +72,7 @@ UNLOAD_PATCH_BRIDGE(FreesThePatch)
     Publish("base", loaded->base);
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base | 0x1234567800000000));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_FALSE(link.Receive(0)) << "UnloadPatch isn't answered.";
     Finish("unloaded");
 }
@@ -85,11 +85,11 @@ UNLOAD_PATCH_BRIDGE(FreesOneLoadOfSeveral)
     ASSERT_TRUE(loaded);
     Publish("base", loaded->base);
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Signal("unloaded once");
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     Finish("unloaded");
 }
 
@@ -103,7 +103,7 @@ UNLOAD_PATCH_BRIDGE(SaysNothingOfWhatIsNoModule)
     {
         ASSERT_TRUE(SendUnloadPatch(link, base));
     }
-    ASSERT_TRUE(WaitUntilObeyed(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, patience));
     EXPECT_FALSE(link.Receive(0));
     Finish("unloaded");
 }

@@ -99,7 +99,7 @@ HOST_TEST(Watchdog, LetsALoadWithoutTheFlagTakeAnyTime)
 
 HOST_TEST(Watchdog, ShutdownWakesItWhenIdle)
 {
-    UseScenario("Obedient");
+    UseScenario("DefaultBridge");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     EXPECT_TRUE(WaitForLog("Running watchdog thread"));
@@ -161,7 +161,7 @@ protected:
     /// Loads the library once and takes everything that comes of it.
     Outcome Load(bool watchdog = true)
     {
-        PatchOrder order;
+        PatchCommand order;
         order.path = AwaitText("path");
         order.watchdog = watchdog;
         const double begin = link.Now();
@@ -183,7 +183,7 @@ protected:
                 break;
             }
         }
-        EXPECT_TRUE(WaitUntilObeyed(link, patience));
+        EXPECT_TRUE(WaitUntilExecuted(link, patience));
         return outcome;
     }
 
@@ -224,14 +224,14 @@ protected:
     void ExpectHang(BlobType answer)
     {
         ASSERT_TRUE(Connect());
-        PatchOrder order;
+        PatchCommand order;
         order.path = AwaitText("path");
         order.watchdog = true;
         ASSERT_TRUE(SendLoadPatch(link, order));
         EXPECT_EQ(ByteCount(BlobType::ResumeHeldThreads), 12u);
         EXPECT_TRUE(link.ReceiveOneOf({answer}, patience));
         EXPECT_EQ(ByteCount(BlobType::SuspendHeldThreads), 12u);
-        EXPECT_TRUE(WaitUntilObeyed(link, patience));
+        EXPECT_TRUE(WaitUntilExecuted(link, patience));
         EXPECT_FALSE(link.Receive(0)) << "That is all.";
         Signal("checked");
         StayUntilAgentGoes();
@@ -315,7 +315,7 @@ WATCHDOG_BRIDGE(LetsALoadWithoutTheFlagTakeAnyTime)
 WATCHDOG_BRIDGE(ShutdownWakesItWhileItWatches)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     order.watchdog = true;
     ASSERT_TRUE(SendLoadPatch(link, order));
@@ -326,7 +326,7 @@ WATCHDOG_BRIDGE(ShutdownWakesItWhileItWatches)
 WATCHDOG_BRIDGE(ShutdownWakesItWhileItWaitsForAHangingLoad)
 {
     ASSERT_TRUE(Connect());
-    PatchOrder order;
+    PatchCommand order;
     order.path = AwaitText("path");
     order.watchdog = true;
     ASSERT_TRUE(SendLoadPatch(link, order));

@@ -5,8 +5,8 @@
 /// thread.
 
 #include "tools/blobs/Filter.h"
+#include "tools/blobs/Operations.h"
 #include "tools/blobs/Recording.h"
-#include "tools/blobs/Roads.h"
 
 #include <string>
 

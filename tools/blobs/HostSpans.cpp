@@ -6,8 +6,8 @@
 
 namespace Torvane::Blobs
 {
-HostSpans::HostSpans(Roads& allRoads, uint32_t id)
-    : roads(allRoads)
+HostSpans::HostSpans(Operations& allOperations, uint32_t id)
+    : operations(allOperations)
     , hostProcessId(id)
 {
 }
@@ -52,8 +52,8 @@ size_t HostSpans::AddTrack(const std::string& name, uint32_t threadId)
     track.hostProcessId = hostProcessId;
     track.name = name;
     track.threadId = threadId;
-    roads.tracks.push_back(track);
-    return roads.tracks.size() - 1;
+    operations.tracks.push_back(track);
+    return operations.tracks.size() - 1;
 }
 
 size_t HostSpans::Named(size_t& track, const char* name)
@@ -72,15 +72,15 @@ size_t HostSpans::Open(size_t track, const std::string& name)
     span.name = name;
     span.begin = blob->time;
     span.firstBlob = blob->number;
-    roads.spans.push_back(span);
-    return roads.spans.size() - 1;
+    operations.spans.push_back(span);
+    return operations.spans.size() - 1;
 }
 
 void HostSpans::Close(size_t& span, const std::string& detail)
 {
     if (span != none)
     {
-        Span& closed = roads.spans[span];
+        Span& closed = operations.spans[span];
         closed.end = std::max(blob->time, closed.begin);
         closed.lastBlob = blob->number;
         closed.detail = detail;

@@ -1,10 +1,10 @@
 #pragma once
 
 /// \file
-/// What all roads of one host share: its tracks, its spans, and the Blob at hand; for the command's only thread.
+/// What all operations of one host share: its tracks, its spans, and the Blob at hand; for the command's only thread.
 
 #include "bridge/Recording/BlobDecoder.h"
-#include "tools/blobs/Roads.h"
+#include "tools/blobs/Operations.h"
 
 #include <stdint.h>
 #include <string>
@@ -18,7 +18,7 @@ constexpr size_t none = SIZE_MAX;
 class HostSpans
 {
 public:
-    HostSpans(Roads& allRoads, uint32_t hostProcessId);
+    HostSpans(Operations& allOperations, uint32_t hostProcessId);
 
     /// Decodes the Blob that all that follows is about.
     void Take(const RecordedBlob& taken);
@@ -44,7 +44,7 @@ public:
     void Close(size_t& span, const std::string& detail);
 
 private:
-    Roads& roads;
+    Operations& operations;
     uint32_t hostProcessId;
     const RecordedBlob* blob = nullptr;
     std::vector<Bridge::DecodedField> fields;

@@ -118,7 +118,7 @@ void Replace(std::string& page, size_t& position, const std::string& mark, const
 
 std::string MakePage(const Recording& recording, const Filter& filter, const std::string& title)
 {
-    const Roads roads = FindRoads(recording);
+    const Operations operations = FindOperations(recording);
     ordered_json data = {
         {"title", title},
         {"startedAt", recording.header.startedAt},
@@ -128,12 +128,12 @@ std::string MakePage(const Recording& recording, const Filter& filter, const std
         {"spans", ordered_json::array()},
         {"blobs", ordered_json::array()},
     };
-    for (const Track& track : roads.tracks)
+    for (const Track& track : operations.tracks)
     {
         data["tracks"].push_back(
             {{"host", track.hostProcessId}, {"name", track.name}, {"thread", track.threadId}});
     }
-    for (const Span& span : roads.spans)
+    for (const Span& span : operations.spans)
     {
         if (IsSpanChosen(recording, filter, span))
         {
@@ -152,7 +152,7 @@ std::string MakePage(const Recording& recording, const Filter& filter, const std
     {
         if (filter.Passes(recording.blobs[i]))
         {
-            data["blobs"].push_back(BlobAsData(recording.blobs[i], roads.blobTracks[i]));
+            data["blobs"].push_back(BlobAsData(recording.blobs[i], operations.blobTracks[i]));
         }
     }
     std::string page = pageMarkup;

@@ -49,8 +49,8 @@ const RecordedBlob* FindBlob(const Recording& recording, uint64_t number)
 class TraceThreads
 {
 public:
-    TraceThreads(const Roads& allRoads, ordered_json& allEvents)
-        : roads(allRoads)
+    TraceThreads(const Operations& allOperations, ordered_json& allEvents)
+        : operations(allOperations)
         , events(allEvents)
     {
     }
@@ -63,7 +63,7 @@ public:
         {
             return known->second;
         }
-        const Track& described = roads.tracks[track];
+        const Track& described = operations.tracks[track];
         const bool isOwn = lane == 0 && described.threadId != 0 && described.threadId < firstFreeThreadId &&
                            taken.emplace(described.hostProcessId, described.threadId).second;
         const uint64_t id = isOwn ? described.threadId : firstFreeThreadId + ids.size();
@@ -81,7 +81,7 @@ public:
     }
 
 private:
-    const Roads& roads;
+    const Operations& operations;
     ordered_json& events;
     std::map<std::pair<size_t, size_t>, uint64_t> ids;
     std::set<std::pair<uint32_t, uint32_t>> taken;
@@ -103,11 +103,11 @@ bool IsSpanChosen(const Recording& recording, const Filter& filter, const Span& 
 
 std::string MakeTrace(const Recording& recording, const Filter& filter)
 {
-    const Roads roads = FindRoads(recording);
+    const Operations operations = FindOperations(recording);
     ordered_json events = ordered_json::array();
-    TraceThreads threads(roads, events);
+    TraceThreads threads(operations, events);
     std::set<uint32_t> hosts;
-    for (const Track& track : roads.tracks)
+    for (const Track& track : operations.tracks)
     {
         if (hosts.insert(track.hostProcessId).second)
         {
@@ -127,12 +127,12 @@ std::string MakeTrace(const Recording& recording, const Filter& filter)
                 {"s", "t"},
                 {"ts", Microseconds(blob.time)},
                 {"pid", blob.hostProcessId},
-                {"tid", threads.IdOf(roads.blobTracks[i], 0)},
+                {"tid", threads.IdOf(operations.blobTracks[i], 0)},
                 {"args", {{"blob", blob.number}, {"bytes", blob.PayloadSize()}, {"fields", SummaryOf(blob)}}},
             });
         }
     }
-    for (const Span& span : roads.spans)
+    for (const Span& span : operations.spans)
     {
         if (IsSpanChosen(recording, filter, span))
         {
@@ -141,11 +141,11 @@ std::string MakeTrace(const Recording& recording, const Filter& filter)
             arguments["outcome"] = span.detail;
             events.push_back({
                 {"name", span.name},
-                {"cat", "road"},
+                {"cat", "operation"},
                 {"ph", "X"},
                 {"ts", Microseconds(span.begin)},
                 {"dur", Microseconds(span.end) - Microseconds(span.begin)},
-                {"pid", roads.tracks[span.track].hostProcessId},
+                {"pid", operations.tracks[span.track].hostProcessId},
                 {"tid", threads.IdOf(span.track, span.lane)},
                 {"args", arguments},
             });

@@ -54,7 +54,7 @@ Texts SpansIn(const nlohmann::json& trace)
 }
 } // namespace
 
-TEST(Trace, HasASpanForEachRoadAndAnInstantForEachBlob)
+TEST(Trace, HasASpanForEachOperationAndAnInstantForEachBlob)
 {
     const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
     std::map<std::string, size_t> phases;
@@ -164,7 +164,7 @@ TEST(Trace, HasEachBlobOfARecordedReloadAtItsTime)
     }
 }
 
-TEST(Trace, HasTheRoadsOfARecordedReload)
+TEST(Trace, HasTheOperationsOfARecordedReload)
 {
     EXPECT_EQ(Texts({
                   "latches: latch 0x0051EDC4",
@@ -193,7 +193,7 @@ TEST(Trace, HasTheRoadsOfARecordedReload)
               SpansIn(nlohmann::json::parse(MakeTrace(Example("reload.jsonl"), Filter()))));
 }
 
-TEST(Trace, HasTheRoadsOfRecordedExceptions)
+TEST(Trace, HasTheOperationsOfRecordedExceptions)
 {
     const std::string text = MakeTrace(Example("crash.jsonl"), Filter());
     EXPECT_EQ(Texts(), TraceRules::FaultsOf(text));

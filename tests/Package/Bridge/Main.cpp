@@ -30,7 +30,7 @@ int main()
         }
         if (message.Type() == BlobType::LogWide)
         {
-            fprintf(notes, "log %ls\n", message.WideText(message.As<LogBlob>()->text).c_str());
+            fprintf(notes, "log %ls\n", message.Utf16String(message.As<LogBlob>()->text).c_str());
         }
     }
     fputs("end\n", notes);

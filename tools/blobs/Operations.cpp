@@ -1,8 +1,8 @@
-#include "tools/blobs/Roads.h"
+#include "tools/blobs/Operations.h"
 
 #include "bridge/Recording/FieldText.h"
 #include "tools/blobs/Lanes.h"
-#include "tools/blobs/ReloadRoads.h"
+#include "tools/blobs/ReloadSpans.h"
 
 #include <deque>
 #include <map>
@@ -12,13 +12,13 @@ namespace Torvane::Blobs
 {
 namespace
 {
-/// The roads of one host.
-class HostRoads
+/// The operations of one host.
+class HostOperations
 {
 public:
-    HostRoads(Roads& allRoads, uint32_t id)
-        : roads(allRoads)
-        , host(allRoads, id)
+    HostOperations(Operations& allOperations, uint32_t id)
+        : operations(allOperations)
+        , host(allOperations, id)
         , fromAgent(host.AddTrack("from the Agent"))
         , toAgent(host.AddTrack("to the Agent"))
     {
@@ -27,7 +27,7 @@ public:
     void Take(const RecordedBlob& taken)
     {
         host.Take(taken);
-        roads.blobTracks.push_back(taken.direction == Direction::FromAgent ? fromAgent : toAgent);
+        operations.blobTracks.push_back(taken.direction == Direction::FromAgent ? fromAgent : toAgent);
         reload.Take(host);
         restart.Take(host);
         switch (taken.Type())
@@ -75,10 +75,10 @@ private:
     {
         const auto name = [this](size_t track, const char* member, const char* thread) {
             const auto id = static_cast<uint32_t>(host.Number(member));
-            roads.tracks[track].threadId = id;
-            roads.tracks[track].name += std::string(" (") + thread + " thread)";
+            operations.tracks[track].threadId = id;
+            operations.tracks[track].name += std::string(" (") + thread + " thread)";
         };
-        if (roads.tracks[fromAgent].threadId == 0)
+        if (operations.tracks[fromAgent].threadId == 0)
         {
             name(fromAgent, "senderThreadId", "sender");
             name(toAgent, "receiverThreadId", "receiver");
@@ -171,7 +171,7 @@ private:
         }
     }
 
-    Roads& roads;
+    Operations& operations;
     HostSpans host;
     size_t fromAgent;
     size_t toAgent;
@@ -180,8 +180,8 @@ private:
     size_t latchTrack = none;
     std::map<uint32_t, size_t> faultingThreads;
 
-    ReloadRoad reload;
-    RestartRoad restart;
+    ReloadSpans reload;
+    RestartSpans restart;
     Waiting requests;
     Waiting exceptions;
     Waiting letGo;
@@ -189,16 +189,16 @@ private:
 };
 } // namespace
 
-Roads FindRoads(const Recording& recording)
+Operations FindOperations(const Recording& recording)
 {
-    Roads roads;
-    std::map<uint32_t, HostRoads> hosts;
+    Operations operations;
+    std::map<uint32_t, HostOperations> hosts;
     for (const RecordedBlob& blob : recording.blobs)
     {
-        hosts.try_emplace(blob.hostProcessId, roads, blob.hostProcessId).first->second.Take(blob);
+        hosts.try_emplace(blob.hostProcessId, operations, blob.hostProcessId).first->second.Take(blob);
     }
     const double last = LastTime(recording);
-    for (Span& span : roads.spans)
+    for (Span& span : operations.spans)
     {
         if (span.lastBlob == 0)
         {
@@ -206,7 +206,7 @@ Roads FindRoads(const Recording& recording)
             span.detail = "no end recorded";
         }
     }
-    AssignLanes(roads.spans);
-    return roads;
+    AssignLanes(operations.spans);
+    return operations;
 }
 } // namespace Torvane::Blobs

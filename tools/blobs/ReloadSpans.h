@@ -7,7 +7,7 @@
 
 namespace Torvane::Blobs
 {
-class ReloadRoad
+class ReloadSpans
 {
 public:
     /// The Blob at hand, of any type.
@@ -24,7 +24,7 @@ private:
     bool isLoading = false;
 };
 
-class RestartRoad
+class RestartSpans
 {
 public:
     /// The Blob at hand, of any type.

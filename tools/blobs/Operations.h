@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What belongs together in a recording: the roads of reloads and restarts, exceptions, latches and requests as spans
+/// What belongs together in a recording: the operations of reloads and restarts, exceptions, latches and requests as spans
 /// of time over threads; for the command's only thread.
 
 #include "tools/blobs/Recording.h"
@@ -21,7 +21,7 @@ struct Track
 
 struct Span
 {
-    size_t track = 0;   ///< index into `Roads::tracks`
+    size_t track = 0;   ///< index into `Operations::tracks`
     std::string name;   ///< "load p.dll"
     std::string detail; ///< how it ended, in a few words; may be empty
     double begin = 0;   ///< seconds
@@ -32,12 +32,12 @@ struct Span
     size_t depth = 0;      ///< how many of the lane's spans are around it
 };
 
-struct Roads
+struct Operations
 {
     std::vector<Track> tracks;
     std::vector<Span> spans;        ///< by track, lane and begin; the outer before the inner
     std::vector<size_t> blobTracks; ///< for each Blob of the recording its track
 };
 
-Roads FindRoads(const Recording& recording);
+Operations FindOperations(const Recording& recording);
 } // namespace Torvane::Blobs

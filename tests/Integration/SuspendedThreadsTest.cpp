@@ -49,7 +49,7 @@ static_assert(offsetof(Words, closed) == 8);
 
 namespace
 {
-class HeldThreadsHost : public HostTest
+class SuspendedThreadsHost : public HostTest
 {
 protected:
     TvnDefaultAgent& Start()
@@ -97,7 +97,7 @@ protected:
 };
 } // namespace
 
-#define HELD_HOST(Name) HOST_TEST_OF(HeldThreadsHost, HeldThreads, Name)
+#define HELD_HOST(Name) HOST_TEST_OF(SuspendedThreadsHost, SuspendedThreads, Name)
 
 HELD_HOST(AThreadInTheProcessHeap)
 {
@@ -237,10 +237,10 @@ namespace
 {
 constexpr uint32_t gateSize = 32; // bytes, at most
 
-class HeldThreadsBridge : public BridgeTest
+class SuspendedThreadsBridge : public BridgeTest
 {
 protected:
-    ~HeldThreadsBridge() override
+    ~SuspendedThreadsBridge() override
     {
         CloseHandle(memory);
     }
@@ -254,7 +254,7 @@ protected:
         words = AwaitNumber("words");
         image = host.ImageAt(AwaitNumber("agent"));
         memory = OpenProcess(PROCESS_VM_READ | PROCESS_VM_WRITE | PROCESS_VM_OPERATION, FALSE, host.Id());
-        threads = std::make_unique<HeldThreads>(host.Id(), AgentThreads(*process));
+        threads = std::make_unique<ThreadSuspender>(host.Id(), AgentThreads(*process));
         return image.base != 0 && memory != nullptr;
     }
 
@@ -287,7 +287,7 @@ protected:
     {
         for (;;)
         {
-            threads->Hold();
+            threads->Suspend();
             if (ReadWord(words + offsetof(Words, inside)) == 1)
             {
                 return;
@@ -320,7 +320,7 @@ protected:
             Sleep(1);
         }
         WriteWord(words + offsetof(Words, closed), 0); // the Agent's own threads may wait there too
-        threads->Hold();
+        threads->Suspend();
         ResumeThread(thread); // `threads` holds it as well
         CloseHandle(thread);
     }
@@ -329,7 +329,7 @@ protected:
 
     bool OrderLoad()
     {
-        PatchOrder order;
+        PatchCommand order;
         order.path = AwaitText("patch");
         order.watchdog = true;
         return SendLoadPatch(link, order);
@@ -340,10 +340,11 @@ protected:
     {
         ASSERT_TRUE(OrderLoad());
         const Received<PatchLoadedBlob> loaded(
-            ReceiveWhileHeld(link, *threads, {BlobType::PatchLoaded}, patience));
+            ReceiveWhileSuspended(link, *threads, {BlobType::PatchLoaded}, patience));
         ASSERT_TRUE(loaded);
-        threads->Hold(); // the watchdog may have asked for them, and they may have come into the Agent again
-        threads->LetLeave(image.base, image.size);
+        // The watchdog may have asked for them, and they may have come into the Agent again
+        threads->Suspend();
+        threads->RunUntilOutside(image.base, image.size);
 
         const AddressSlot place = words + offsetof(Words, old);
         const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&number);
@@ -353,15 +354,15 @@ protected:
         ASSERT_TRUE(SendFlushInstructionCache(link));
         ASSERT_TRUE(SendReadMemory(link, sizeof(number), {place}, number));
         const Received<ReadMemoryResultBlob> read(
-            ReceiveWhileHeld(link, *threads, {BlobType::ReadMemoryResult}, patience));
+            ReceiveWhileSuspended(link, *threads, {BlobType::ReadMemoryResult}, patience));
         ASSERT_TRUE(read);
         EXPECT_EQ(number, read->token);
         EXPECT_EQ(expected, read.Data(read->data, sizeof(number)));
-        ASSERT_TRUE(WaitUntilObeyedWhileHeld(link, *threads, patience));
+        ASSERT_TRUE(WaitUntilExecutedWhileSuspended(link, *threads, patience));
         threads->Resume();
         ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
         ASSERT_TRUE(SendFinishAfterHotReload(link));
-        ASSERT_TRUE(WaitUntilObeyed(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, patience));
     }
 
     void AcknowledgeModules()
@@ -382,11 +383,11 @@ protected:
     AddressSlot words = 0;
     Bridge::HostProcess::Image image = {};
     HANDLE memory = nullptr;
-    std::unique_ptr<HeldThreads> threads;
+    std::unique_ptr<ThreadSuspender> threads;
 };
 } // namespace
 
-#define HELD_BRIDGE(Name) BRIDGE_SCENARIO_OF(HeldThreadsBridge, HeldThreads, Name)
+#define HELD_BRIDGE(Name) BRIDGE_SCENARIO_OF(SuspendedThreadsBridge, SuspendedThreads, Name)
 
 HELD_BRIDGE(AThreadInTheProcessHeap)
 {
@@ -443,7 +444,7 @@ HELD_BRIDGE(AThreadInAPush)
 
     // With care.
     HoldInGate();
-    EXPECT_LE(1u, threads->LetLeave(image.base, image.size));
+    EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
     ASSERT_TRUE(SendEchoRequest(link, 1));
     EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
     Reload(2);
@@ -462,7 +463,7 @@ HELD_BRIDGE(AThreadInAnAllocation)
 
     // With care.
     HoldInGate();
-    EXPECT_LE(1u, threads->LetLeave(image.base, image.size));
+    EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
     ASSERT_TRUE(SendEchoRequest(link, 1));
     EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
     Reload(2);
@@ -485,7 +486,7 @@ HELD_BRIDGE(AThreadInTheWaitForEnabledModules)
     ASSERT_TRUE(Prepare());
     const auto enabled = link.Expect<EnableModulesBlob>(patience);
     ASSERT_TRUE(enabled);
-    threads->Hold();
+    threads->Suspend();
     EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
     // Without care: a waiting thread owns nothing, and its answer is taken in while it is held.
     ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
@@ -510,8 +511,8 @@ HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
         {
             lostSuspension.NoteProgress();
             AcknowledgeModules(); // those who wait since the last round go on, and others come
-            threads->Hold();
-            threads->LetLeave(image.base, image.size);
+            threads->Suspend();
+            threads->RunUntilOutside(image.base, image.size);
             Reload(number);
         }
     }

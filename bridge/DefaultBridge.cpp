@@ -1,6 +1,6 @@
-#include "bridge/Obedient.h"
+#include "bridge/DefaultBridge.h"
 
-#include "bridge/Orders.h"
+#include "bridge/Commands.h"
 
 namespace Torvane::Bridge
 {
@@ -25,7 +25,7 @@ void GrantRestart(Link& link, const Message& message)
     }
 }
 
-void Obey(Link& link, const Message& message)
+void Execute(Link& link, const Message& message)
 {
     switch (message.Type())
     {
@@ -50,7 +50,7 @@ void Obey(Link& link, const Message& message)
 }
 } // namespace
 
-int RunObediently(uint32_t hostProcessId)
+int RunDefaultBridge(uint32_t hostProcessId)
 {
     Link link(hostProcessId);
     if (!link.Connect(connectLimit))
@@ -63,7 +63,7 @@ int RunObediently(uint32_t hostProcessId)
     }
     while (const Message message = link.Receive(noLimit))
     {
-        Obey(link, message);
+        Execute(link, message);
     }
     return 0;
 }

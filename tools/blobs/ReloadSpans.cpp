@@ -1,4 +1,4 @@
-#include "tools/blobs/ReloadRoads.h"
+#include "tools/blobs/ReloadSpans.h"
 
 namespace Torvane::Blobs
 {
@@ -16,7 +16,7 @@ bool IsErrorOfAgent(const HostSpans& host)
 }
 } // namespace
 
-void ReloadRoad::Begin(HostSpans& host)
+void ReloadSpans::Begin(HostSpans& host)
 {
     if (reload == none)
     {
@@ -24,13 +24,13 @@ void ReloadRoad::Begin(HostSpans& host)
     }
 }
 
-void ReloadRoad::NextPhase(HostSpans& host, const std::string& name, const std::string& endOfLast)
+void ReloadSpans::NextPhase(HostSpans& host, const std::string& name, const std::string& endOfLast)
 {
     host.Close(phase, endOfLast);
     phase = host.Open(host.Named(track, "reload"), name);
 }
 
-void ReloadRoad::Take(HostSpans& host)
+void ReloadSpans::Take(HostSpans& host)
 {
     switch (host.Blob().Type())
     {
@@ -71,7 +71,7 @@ void ReloadRoad::Take(HostSpans& host)
     }
 }
 
-void RestartRoad::NextPhase(HostSpans& host, const char* name)
+void RestartSpans::NextPhase(HostSpans& host, const char* name)
 {
     host.Close(phase, "");
     if (restart == none)
@@ -81,7 +81,7 @@ void RestartRoad::NextPhase(HostSpans& host, const char* name)
     phase = host.Open(track, name);
 }
 
-void RestartRoad::Take(HostSpans& host)
+void RestartSpans::Take(HostSpans& host)
 {
     switch (host.Blob().Type())
     {

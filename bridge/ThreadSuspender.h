@@ -14,20 +14,20 @@ namespace Torvane::Bridge
 ///
 /// A held thread may own any lock of its process. Those that the Agent works with must not be held: they are
 /// named in `RegisterProcess`, and `AgentThreads` lists them.
-class HeldThreads
+class ThreadSuspender
 {
 public:
-    /// \param spared ids of threads to be left running.
-    HeldThreads(uint32_t processId, std::vector<uint32_t> spared);
+    /// \param excluded ids of threads to be left running.
+    ThreadSuspender(uint32_t processId, std::vector<uint32_t> excluded);
 
     /// Resumes what is held.
-    ~HeldThreads();
-    HeldThreads(const HeldThreads&) = delete;
-    HeldThreads& operator=(const HeldThreads&) = delete;
+    ~ThreadSuspender();
+    ThreadSuspender(const ThreadSuspender&) = delete;
+    ThreadSuspender& operator=(const ThreadSuspender&) = delete;
 
     /// Suspends every other thread, and again those that came into being meanwhile, until a look at the process
     /// shows no new one. On return each held thread has stopped: nothing of it runs any more.
-    void Hold();
+    void Suspend();
 
     /// Lets each held thread run on that stands in [image, image + size), and holds it again, until none does.
     ///
@@ -37,7 +37,7 @@ public:
     /// waiting for a held one. A thread that doesn't move while it may is in a wait. Those own no such lock, and
     /// stay held where they are.
     /// \return how often a thread was let run on.
-    uint32_t LetLeave(AddressSlot image, uint32_t size);
+    uint32_t RunUntilOutside(AddressSlot image, uint32_t size);
 
     /// Lets them all go on. Does nothing if none is held.
     void Resume();
@@ -59,18 +59,18 @@ private:
         void* handle;
     };
 
-    bool IsHeldOrSpared(uint32_t id) const;
-    bool StandsIn(const Thread& thread, AddressSlot image, uint32_t size) const;
+    bool IsSuspendedOrExcluded(uint32_t id) const;
+    bool IsInside(const Thread& thread, AddressSlot image, uint32_t size) const;
 
     /// \return whether the thread stands elsewhere than before.
-    bool LetRunOn(const Thread& thread) const;
+    bool RunBriefly(const Thread& thread) const;
 
     /// \return how many threads were added.
-    uint32_t HoldNewThreads();
+    uint32_t SuspendNewThreads();
 
     uint32_t processId;
     void* process;
-    std::vector<uint32_t> spared;
+    std::vector<uint32_t> excluded;
     std::vector<Thread> threads;
 };
 

@@ -10,5 +10,5 @@ namespace Torvane::Bridge
 /// Connects, exchanges versions, acknowledges enabled modules, grants every reload and restart that is asked for
 /// and calls it done at once, until the Agent closes the pipe.
 /// \return 0; 1 if the Agent couldn't be reached within 10 seconds; 2 if it has another version.
-int RunObediently(uint32_t hostProcessId);
+int RunDefaultBridge(uint32_t hostProcessId);
 } // namespace Torvane::Bridge

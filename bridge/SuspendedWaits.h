@@ -7,8 +7,8 @@
 /// load of a patch is guarded by the Agent's watchdog. For all else it is the Bridge that has to notice that nothing
 /// comes, and to let the held threads run until they have given back what they own.
 
-#include "bridge/HeldThreads.h"
 #include "bridge/Link.h"
+#include "bridge/ThreadSuspender.h"
 
 #include <vector>
 
@@ -18,9 +18,9 @@ namespace Torvane::Bridge
 /// threads run for a moment whenever nothing has come for a while. They are held when it returns, unless the
 /// watchdog has asked for them and its `SuspendHeldThreads` is still to come.
 /// \return an empty message after the limit, in milliseconds.
-Message ReceiveWhileHeld(Link& link, HeldThreads& threads, std::vector<BlobType> types,
-                         uint32_t milliseconds);
+Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<BlobType> types,
+                              uint32_t milliseconds);
 
-/// As `WaitUntilObeyed`, with the same care.
-bool WaitUntilObeyedWhileHeld(Link& link, HeldThreads& threads, uint32_t milliseconds);
+/// As `WaitUntilExecuted`, with the same care.
+bool WaitUntilExecutedWhileSuspended(Link& link, ThreadSuspender& threads, uint32_t milliseconds);
 } // namespace Torvane::Bridge

@@ -1,4 +1,4 @@
-#include "tools/blobs/Roads.h"
+#include "tools/blobs/Operations.h"
 
 #include "tools/blobs/TestRecording.h"
 
@@ -11,12 +11,12 @@ using namespace Torvane::Testing;
 namespace
 {
 /// Each span in a line: "track/lane+depth: name = outcome (first-last)".
-std::vector<std::string> Lines(const Roads& roads)
+std::vector<std::string> Lines(const Operations& operations)
 {
     std::vector<std::string> lines;
-    for (const Span& span : roads.spans)
+    for (const Span& span : operations.spans)
     {
-        lines.push_back(roads.tracks[span.track].name + "/" + std::to_string(span.lane) + "+" +
+        lines.push_back(operations.tracks[span.track].name + "/" + std::to_string(span.lane) + "+" +
                         std::to_string(span.depth) + ": " + span.name + " = " + span.detail + " (" +
                         std::to_string(span.firstBlob) + "-" + std::to_string(span.lastBlob) + ")");
     }
@@ -25,13 +25,13 @@ std::vector<std::string> Lines(const Roads& roads)
 
 std::vector<std::string> LinesOf(const TestRecording& recording)
 {
-    return Lines(FindRoads(recording.Get()));
+    return Lines(FindOperations(recording.Get()));
 }
 
 using Texts = std::vector<std::string>;
 } // namespace
 
-TEST(Roads, AReloadHasItsPhasesWithin)
+TEST(Operations, AReloadHasItsPhasesWithin)
 {
     EXPECT_EQ(Texts({
                   "reload/0+0: reload 1 =  (4-12)",
@@ -46,19 +46,19 @@ TEST(Roads, AReloadHasItsPhasesWithin)
               LinesOf(ReloadRecording()));
 }
 
-TEST(Roads, ThreadsAreNamedAsRegistered)
+TEST(Operations, ThreadsAreNamedAsRegistered)
 {
-    const Roads roads = FindRoads(ReloadRecording().Get());
-    EXPECT_EQ("from the Agent (sender thread)", roads.tracks[0].name);
-    EXPECT_EQ(11u, roads.tracks[0].threadId);
-    EXPECT_EQ("to the Agent (receiver thread)", roads.tracks[1].name);
-    EXPECT_EQ(12u, roads.tracks[1].threadId);
-    EXPECT_EQ("watchdog", roads.tracks[2].name);
-    EXPECT_EQ(14u, roads.tracks[2].threadId);
-    EXPECT_EQ(std::vector<size_t>({1, 0, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}), roads.blobTracks);
+    const Operations operations = FindOperations(ReloadRecording().Get());
+    EXPECT_EQ("from the Agent (sender thread)", operations.tracks[0].name);
+    EXPECT_EQ(11u, operations.tracks[0].threadId);
+    EXPECT_EQ("to the Agent (receiver thread)", operations.tracks[1].name);
+    EXPECT_EQ(12u, operations.tracks[1].threadId);
+    EXPECT_EQ("watchdog", operations.tracks[2].name);
+    EXPECT_EQ(14u, operations.tracks[2].threadId);
+    EXPECT_EQ(std::vector<size_t>({1, 0, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1}), operations.blobTracks);
 }
 
-TEST(Roads, ALatchLastsUntilAllItsModulesAreEnabled)
+TEST(Operations, ALatchLastsUntilAllItsModulesAreEnabled)
 {
     const auto decrement = MakeNumberBlob(BlobType::DecrementLatch, 0x5000);
     TestRecording recording;
@@ -73,7 +73,7 @@ TEST(Roads, ALatchLastsUntilAllItsModulesAreEnabled)
               LinesOf(recording));
 }
 
-TEST(Roads, ExceptionsLieOnTheThreadsThatFaulted)
+TEST(Operations, ExceptionsLieOnTheThreadsThatFaulted)
 {
     TestRecording recording;
     recording.From(MakeException(21, 0x100)).From(MakeException(22, 0x104));
@@ -90,7 +90,7 @@ TEST(Roads, ExceptionsLieOnTheThreadsThatFaulted)
         LinesOf(recording));
 }
 
-TEST(Roads, SpansThatOverlapLieInLanesOfTheirOwn)
+TEST(Operations, SpansThatOverlapLieInLanesOfTheirOwn)
 {
     TestRecording recording;
     recording.To(MakeEchoRequest(1)).To(MakeReadMemory({1}, 1)).To(MakeEchoRequest(1));
@@ -104,7 +104,7 @@ TEST(Roads, SpansThatOverlapLieInLanesOfTheirOwn)
               LinesOf(recording));
 }
 
-TEST(Roads, RestartsAndThreadsLetGoAreRoadsToo)
+TEST(Operations, RestartsAndResumedThreadsAreOperationsToo)
 {
     TestRecording recording;
     recording.From(MakeUnwritten(BlobType::ResumeHeldThreads))
@@ -123,14 +123,14 @@ TEST(Roads, RestartsAndThreadsLetGoAreRoadsToo)
               LinesOf(recording));
 }
 
-TEST(Roads, EachHostHasItsOwn)
+TEST(Operations, EachHostHasItsOwn)
 {
     TestRecording recording;
     recording.To(MakeEchoRequest(1), 5).To(MakeEchoRequest(1), 6);
     recording.From(MakeNumberBlob(BlobType::EchoReply, 1), 6);
-    const Roads roads = FindRoads(recording.Get());
-    ASSERT_EQ(2u, roads.spans.size());
-    EXPECT_EQ("requests/0+0: echo 0x00000001 = no end recorded (1-0)", Lines(roads)[0]);
-    EXPECT_EQ("requests/0+0: echo 0x00000001 =  (2-3)", Lines(roads)[1]);
-    EXPECT_EQ(6u, roads.tracks[roads.spans[1].track].hostProcessId);
+    const Operations operations = FindOperations(recording.Get());
+    ASSERT_EQ(2u, operations.spans.size());
+    EXPECT_EQ("requests/0+0: echo 0x00000001 = no end recorded (1-0)", Lines(operations)[0]);
+    EXPECT_EQ("requests/0+0: echo 0x00000001 =  (2-3)", Lines(operations)[1]);
+    EXPECT_EQ(6u, operations.tracks[operations.spans[1].track].hostProcessId);
 }

@@ -1,6 +1,6 @@
-#include "bridge/HeldWaits.h"
+#include "bridge/SuspendedWaits.h"
 
-#include "bridge/Orders.h"
+#include "bridge/Commands.h"
 
 #include <algorithm>
 
@@ -12,22 +12,23 @@ namespace
 {
 /// Milliseconds without a Blob that count as a standstill. The watchdog looks after 500, and comes first.
 constexpr uint32_t quietTime = 1000;
-constexpr uint32_t momentOfFreedom = 20; // milliseconds
+constexpr uint32_t runTime = 20; // milliseconds
 constexpr uint64_t token = 0x48454C4450415453;
 
-void LetRunForAMoment(HeldThreads& threads)
+void RunBriefly(ThreadSuspender& threads)
 {
     if (threads.Count() == 0)
     {
         return; // they run already: the watchdog has asked for it
     }
     threads.Resume();
-    Sleep(momentOfFreedom);
-    threads.Hold();
+    Sleep(runTime);
+    threads.Suspend();
 }
 } // namespace
 
-Message ReceiveWhileHeld(Link& link, HeldThreads& threads, std::vector<BlobType> types, uint32_t milliseconds)
+Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<BlobType> types,
+                              uint32_t milliseconds)
 {
     // All in one look, so that they are obeyed in the order in which they were sent.
     types.push_back(BlobType::ResumeHeldThreads);
@@ -38,7 +39,7 @@ Message ReceiveWhileHeld(Link& link, HeldThreads& threads, std::vector<BlobType>
         const Message message = link.ReceiveOneOf(types, std::min(quietTime, milliseconds));
         if (!message)
         {
-            LetRunForAMoment(threads);
+            RunBriefly(threads);
         }
         else if (message.Type() == BlobType::ResumeHeldThreads)
         {
@@ -46,7 +47,7 @@ Message ReceiveWhileHeld(Link& link, HeldThreads& threads, std::vector<BlobType>
         }
         else if (message.Type() == BlobType::SuspendHeldThreads)
         {
-            threads.Hold();
+            threads.Suspend();
         }
         else
         {
@@ -56,7 +57,7 @@ Message ReceiveWhileHeld(Link& link, HeldThreads& threads, std::vector<BlobType>
     return {};
 }
 
-bool WaitUntilObeyedWhileHeld(Link& link, HeldThreads& threads, uint32_t milliseconds)
+bool WaitUntilExecutedWhileSuspended(Link& link, ThreadSuspender& threads, uint32_t milliseconds)
 {
     if (!SendEchoRequest(link, token))
     {
@@ -66,7 +67,7 @@ bool WaitUntilObeyedWhileHeld(Link& link, HeldThreads& threads, uint32_t millise
     while (link.Now() < end)
     {
         const Received<EchoReplyBlob> reply(
-            ReceiveWhileHeld(link, threads, {BlobType::EchoReply}, milliseconds));
+            ReceiveWhileSuspended(link, threads, {BlobType::EchoReply}, milliseconds));
         if (reply && reply->token == token)
         {
             return true;

@@ -20,7 +20,7 @@ bool SendLogNarrow(Link& link, const std::string& text, BlobLogLevel level = Blo
 bool SendLogWide(Link& link, const std::wstring& text, BlobLogLevel level = BlobLogLevel::Info);
 
 /// What a `LoadPatchWindows` says. The echoed values come back in `PatchLoaded` and mean nothing to the Agent.
-struct PatchOrder
+struct PatchCommand
 {
     std::wstring path;       ///< full path of the image, as the host sees it
     std::wstring secondText; ///< echoed
@@ -37,7 +37,7 @@ struct PatchOrder
 };
 
 /// Answered by `PatchLoaded`, or, if the image can't be loaded, by a `LogNarrow` of level Error.
-bool SendLoadPatch(Link& link, const PatchOrder& order);
+bool SendLoadPatch(Link& link, const PatchCommand& order);
 bool SendUnloadPatch(Link& link, AddressSlot base);
 
 /// Arguments of hooks; a kind uses some of them.
@@ -110,5 +110,5 @@ bool SendSynchronize(Link& link);
 
 /// Sends an `EchoRequest` and waits for its reply, so that all Blobs sent before have been obeyed. Replies of
 /// other tokens that stand in the inbox are taken out of it. \return false after the limit.
-bool WaitUntilObeyed(Link& link, uint32_t milliseconds);
+bool WaitUntilExecuted(Link& link, uint32_t milliseconds);
 } // namespace Torvane::Bridge

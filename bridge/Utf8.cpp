@@ -1,4 +1,4 @@
-#include "bridge/Text.h"
+#include "bridge/Utf8.h"
 
 #include <windows.h>
 

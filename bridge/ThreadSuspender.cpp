@@ -1,4 +1,4 @@
-#include "bridge/HeldThreads.h"
+#include "bridge/ThreadSuspender.h"
 
 #include <algorithm>
 
@@ -63,32 +63,32 @@ bool IsIn(AddressSlot address, AddressSlot first, uint32_t size)
 }
 } // namespace
 
-HeldThreads::HeldThreads(uint32_t id, std::vector<uint32_t> sparedThreads)
+ThreadSuspender::ThreadSuspender(uint32_t id, std::vector<uint32_t> excludedThreads)
     : processId(id)
     , process(OpenProcess(PROCESS_VM_READ, FALSE, id))
-    , spared(std::move(sparedThreads))
+    , excluded(std::move(excludedThreads))
 {
 }
 
-HeldThreads::~HeldThreads()
+ThreadSuspender::~ThreadSuspender()
 {
     Resume();
     CloseHandle(process);
 }
 
-void HeldThreads::Hold()
+void ThreadSuspender::Suspend()
 {
-    while (HoldNewThreads() != 0)
+    while (SuspendNewThreads() != 0)
     {
     }
 }
 
-uint32_t HeldThreads::HoldNewThreads()
+uint32_t ThreadSuspender::SuspendNewThreads()
 {
     uint32_t added = 0;
     for (const uint32_t id : ThreadsOf(processId))
     {
-        if (IsHeldOrSpared(id))
+        if (IsSuspendedOrExcluded(id))
         {
             continue;
         }
@@ -110,7 +110,7 @@ uint32_t HeldThreads::HoldNewThreads()
     return added;
 }
 
-void HeldThreads::Resume()
+void ThreadSuspender::Resume()
 {
     for (const Thread& thread : threads)
     {
@@ -120,7 +120,7 @@ void HeldThreads::Resume()
     threads.clear();
 }
 
-bool HeldThreads::AnyAt(AddressSlot address, uint32_t size) const
+bool ThreadSuspender::AnyAt(AddressSlot address, uint32_t size) const
 {
     return std::any_of(threads.begin(), threads.end(), [=](const Thread& thread) {
         Place place;
@@ -128,7 +128,7 @@ bool HeldThreads::AnyAt(AddressSlot address, uint32_t size) const
     });
 }
 
-bool HeldThreads::StandsIn(const Thread& thread, AddressSlot image, uint32_t size) const
+bool ThreadSuspender::IsInside(const Thread& thread, AddressSlot image, uint32_t size) const
 {
     constexpr size_t words = 128; // more than the OS's functions put between their caller and a system call
     Place place;
@@ -148,7 +148,7 @@ bool HeldThreads::StandsIn(const Thread& thread, AddressSlot image, uint32_t siz
                        [=](uint32_t word) { return IsIn(word, image, size); });
 }
 
-bool HeldThreads::LetRunOn(const Thread& thread) const
+bool ThreadSuspender::RunBriefly(const Thread& thread) const
 {
     Place before;
     Place after;
@@ -159,7 +159,7 @@ bool HeldThreads::LetRunOn(const Thread& thread) const
     return ReadPlace(thread.handle, after) && !(after == before);
 }
 
-uint32_t HeldThreads::LetLeave(AddressSlot image, uint32_t size)
+uint32_t ThreadSuspender::RunUntilOutside(AddressSlot image, uint32_t size)
 {
     constexpr uint32_t roundsWithoutMove = 20;
     constexpr uint32_t rounds = 200; // a busy thread can be found in the image each time
@@ -171,10 +171,10 @@ uint32_t HeldThreads::LetLeave(AddressSlot image, uint32_t size)
         bool anyMoved = false;
         for (const Thread& thread : threads)
         {
-            if (StandsIn(thread, image, size))
+            if (IsInside(thread, image, size))
             {
                 anyInside = true;
-                anyMoved = LetRunOn(thread) || anyMoved;
+                anyMoved = RunBriefly(thread) || anyMoved;
                 ++runs;
             }
         }
@@ -187,9 +187,9 @@ uint32_t HeldThreads::LetLeave(AddressSlot image, uint32_t size)
     return runs;
 }
 
-bool HeldThreads::IsHeldOrSpared(uint32_t id) const
+bool ThreadSuspender::IsSuspendedOrExcluded(uint32_t id) const
 {
-    return std::find(spared.begin(), spared.end(), id) != spared.end() ||
+    return std::find(excluded.begin(), excluded.end(), id) != excluded.end() ||
            std::any_of(threads.begin(), threads.end(),
                        [id](const Thread& thread) { return thread.id == id; });
 }

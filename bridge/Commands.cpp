@@ -1,4 +1,4 @@
-#include "bridge/Orders.h"
+#include "bridge/Commands.h"
 
 #include "bridge/BlobWriter.h"
 
@@ -16,7 +16,7 @@ bool SendLog(Link& link, BlobType type, const Text& text, BlobLogLevel level)
 {
     BlobWriter<LogBlob> blob;
     blob.fixed.level = level;
-    blob.Text(&LogBlob::text, text);
+    blob.String(&LogBlob::text, text);
     return link.Send(blob.Finish(type));
 }
 
@@ -39,7 +39,7 @@ std::vector<uint8_t> MakeTextList(const std::vector<std::string>& texts)
 bool SendVersion(Link& link, const std::string& version)
 {
     BlobWriter<VersionBlob> blob;
-    blob.Text(&VersionBlob::version, version);
+    blob.String(&VersionBlob::version, version);
     return link.Send(blob.Finish());
 }
 
@@ -53,11 +53,11 @@ bool SendLogWide(Link& link, const std::wstring& text, BlobLogLevel level)
     return SendLog(link, BlobType::LogWide, text, level);
 }
 
-bool SendLoadPatch(Link& link, const PatchOrder& order)
+bool SendLoadPatch(Link& link, const PatchCommand& order)
 {
     BlobWriter<LoadPatchWindowsBlob> blob;
-    blob.Text(&LoadPatchWindowsBlob::patchPath, order.path);
-    blob.Text(&LoadPatchWindowsBlob::secondText, order.secondText);
+    blob.String(&LoadPatchWindowsBlob::patchPath, order.path);
+    blob.String(&LoadPatchWindowsBlob::secondText, order.secondText);
     blob.fixed.echo38 = order.echo38;
     blob.List(&LoadPatchWindowsBlob::reservations, order.reservations);
     blob.fixed.echo50 = order.echo50;
@@ -82,11 +82,11 @@ bool SendCallHooks(Link& link, uint32_t kind, AddressSlot first, AddressSlot end
     blob.fixed.kind = kind;
     blob.fixed.first = first;
     blob.fixed.end = end;
-    blob.Text(&CallHooksBlob::firstText, arguments.firstText);
+    blob.String(&CallHooksBlob::firstText, arguments.firstText);
     blob.fixed.number = arguments.number;
-    blob.Text(&CallHooksBlob::secondText, arguments.secondText);
-    blob.Text(&CallHooksBlob::thirdText, arguments.thirdText);
-    blob.Text(&CallHooksBlob::kind7Text, arguments.kind7Text);
+    blob.String(&CallHooksBlob::secondText, arguments.secondText);
+    blob.String(&CallHooksBlob::thirdText, arguments.thirdText);
+    blob.String(&CallHooksBlob::kind7Text, arguments.kind7Text);
     blob.Data(&CallHooksBlob::textList, MakeTextList(arguments.textList),
               static_cast<uint32_t>(arguments.textList.size()));
     return link.Send(blob.Finish());
@@ -222,7 +222,7 @@ bool SendSynchronize(Link& link)
     return SendEmpty(link, BlobType::Synchronize);
 }
 
-bool WaitUntilObeyed(Link& link, uint32_t milliseconds)
+bool WaitUntilExecuted(Link& link, uint32_t milliseconds)
 {
     constexpr uint64_t token = 0x4F42455945442121;
     if (!SendEchoRequest(link, token))
