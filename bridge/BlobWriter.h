@@ -14,11 +14,11 @@
 
 namespace Torvane::Bridge
 {
-/// Fixed part and items of a Blob of which only the size of the fixed part is known. See `BlobWriter`.
+/// Collects the items of a Blob whose fixed part is known by its size alone. See `BlobWriter`.
 class BlobItems
 {
 public:
-    /// Notes an item for the field at `fieldOffset` of the fixed part. The order of calls doesn't matter.
+    /// Adds an item for the field at `fieldOffset` of the fixed part. The order of calls doesn't matter.
     void Add(size_t fieldOffset, const void* data, size_t size);
 
     /// Header, fixed part and items, in ascending order of their fields, with each field's offset filled in.
@@ -34,7 +34,7 @@ private:
     std::vector<Item> items;
 };
 
-/// Builds one Blob: fill `fixed`, give each field its item, `Finish`.
+/// Builds one Blob: set the members of `fixed`, add an item for each field that refers to data, call `Finish`.
 ///
 ///     BlobWriter<WriteMemoryBlob> blob;
 ///     blob.fixed.elementSize = 5;
@@ -43,25 +43,25 @@ private:
 ///     blob.List(&WriteMemoryBlob::data, bytes);
 ///     link.Send(blob.Finish());
 ///
-/// A field that gets no item keeps what `fixed` holds, which is 0 at first. All else starts as 0 too.
+/// `fixed` is zero-initialized. A field without an item keeps the value that it has in `fixed`.
 template<typename Record>
 class BlobWriter
 {
 public:
     Record fixed = {};
 
-    /// The text and its terminator.
-    void String(RelativeOffset Record::*field, const std::string& text)
+    /// A string, written with its terminator.
+    void String(RelativeOffset Record::*field, const std::string& string)
     {
-        items.Add(OffsetOf(field), text.c_str(), text.size() + 1);
+        items.Add(OffsetOf(field), string.c_str(), string.size() + 1);
     }
 
-    void String(RelativeOffset Record::*field, const std::wstring& text)
+    void String(RelativeOffset Record::*field, const std::wstring& string)
     {
-        items.Add(OffsetOf(field), text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+        items.Add(OffsetOf(field), string.c_str(), (string.size() + 1) * sizeof(wchar_t));
     }
 
-    /// Elements back to back. A field that is a `RelativeArray` gets their count as well.
+    /// Elements, back to back. For a `RelativeArray`, the count is set too.
     template<typename Element>
     void List(RelativeOffset Record::*field, const std::vector<Element>& elements)
     {
@@ -76,14 +76,14 @@ public:
         (fixed.*field).count = static_cast<uint32_t>(elements.size());
     }
 
-    /// As `List`, with a count of its own: for elements that are followed by what they refer to.
+    /// As `List`, with an explicit count: for elements that are followed by the data that they refer to.
     void Data(RelativeArray Record::*field, const std::vector<uint8_t>& data, uint32_t count)
     {
         items.Add(OffsetOf(field), data.data(), data.size());
         (fixed.*field).count = count;
     }
 
-    /// The whole Blob as it goes over the pipe.
+    /// The whole Blob as it is sent, header included.
     std::vector<uint8_t> Finish(BlobType type = Record::type) const
     {
         return items.Finish(type, &fixed, sizeof(Record));

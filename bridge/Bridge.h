@@ -1,12 +1,13 @@
 #pragma once
 
 /// \file
-/// Everything that a program needs to be the Bridge of an Agent: a 64-bit process that obeys a Broker and orders
-/// an Agent about. Each header says which threads may call it. Windows only, C++17 with its library.
+/// Includes the whole Bridge kit, for a program that is the Bridge of an Agent: a 64-bit process between a Broker, which
+/// decides what is changed and when, and an Agent, which does it. Each header states which threads may call it. Windows,
+/// C++17 with its library.
 ///
-/// An Agent spawns `TVN_Agent_Bridge_x64.exe` from the folder of its own file, with its process id as the command
-/// line and without standard handles. It waits for both pipes to be connected (2 seconds for each unless the
-/// Broker's preferences say otherwise) and takes `Version` first. The smallest Bridge:
+/// An Agent spawns `TVN_Agent_Bridge_x64.exe` from the folder of its own file, with its process id as the command line
+/// and without standard handles. It waits until both pipes are connected (2 seconds for each, unless the Broker's
+/// preferences specify another limit) and accepts `Version` first. The smallest Bridge:
 ///
 ///     Link link(HostProcessIdFromCommandLine());
 ///     if (!link.Connect(2000) || !link.ExchangeVersion(2000))
@@ -14,31 +15,32 @@
 ///         return 1;
 ///     }
 ///     const auto process = link.Expect<RegisterProcessBlob>(2000);
-///     ... SendLoadPatch(link, order);
+///     ... SendLoadPatch(link, patch);
 ///     const auto loaded = link.Expect<PatchLoadedBlob>(10000);
 ///     link.WaitUntilClosed(INFINITE);
 ///
-/// What an Agent expects, and a Bridge should know:
+/// A Bridge has to take into account:
 ///
-/// - The Agent obeys one Blob at a time, in the order sent, and answers few: `LoadPatchWindows` by `PatchLoaded`
-///   or a log Blob of level Error, `ReadMemory` by `ReadMemoryResult`, `EchoRequest` by `EchoReply`. An echo tells
-///   that everything ordered before it has been obeyed (`WaitUntilExecuted`).
-/// - It trusts what it gets: sizes, offsets and addresses aren't checked, and a Blob of a number that it doesn't
-///   accept ends its obedience for good.
-/// - A thread of the host that waits for modules to be enabled waits until `DecrementLatch` has come as often as
-///   the call has met modules: those that `EnableModules` names, and those that a filter of the host refused or whose
-///   file couldn't be read, which the Bridge isn't told of. A host that waits for those waits until the link ends.
-/// - The host's threads are held from outside (`ThreadSuspender`), all but the Agent's own. While they are held they
-///   may own the loader lock or a heap's lock, so a patch is loaded with `watchdog` set then, and whoever waits for
-///   `PatchLoaded` has to obey `ResumeHeldThreads` and `SuspendHeldThreads` meanwhile. `ReceiveWhileSuspended` does, and
-///   helps where the watchdog doesn't look.
-/// - A held thread can also own a lock of the Agent's own: `ThreadSuspender::RunUntilOutside` lets it give that back.
-/// - A patch's entry point isn't to run in the loader: `PatchImage.h` tells how that is arranged.
-/// - Code that is about to be written over must not be under the instruction pointer of a held thread
-///   (`ThreadSuspender::AnyAt`), and its pages have to be made writable first (`SendSetPageProtection`).
-/// - What goes over a link can be recorded (`RecordLink`, or `TORVANE_BRIDGE_RECORDING` in the environment of the
-///   host) and looked at with the command `blobs`.
-/// - The Agent goes by closing its pipes (`Link::IsClosed`). Nobody waits for the Bridge, which ends by itself.
+/// - The Agent executes one Blob at a time, in the order in which they were sent, and replies to few of them:
+///   `LoadPatchWindows` (by `PatchLoaded`, or a log Blob of level Error), `ReadMemory` (`ReadMemoryResult`) and
+///   `EchoRequest` (`EchoReply`). An echo reports that everything sent before has been executed (`WaitUntilExecuted`).
+/// - The Agent trusts what it receives: sizes, offsets and addresses aren't checked. After a Blob of a number that it
+///   doesn't accept it permanently executes no more.
+/// - A thread of the host that waits for modules to be enabled waits for as many `DecrementLatch` as its call has found
+///   modules. These are the ones in `EnableModules`, and those that a filter of the host refused or whose file couldn't
+///   be read, which aren't reported to the Bridge. In the latter case the thread waits until the link is closed.
+/// - "Suspended" are the host's threads that a `ThreadSuspender` of the Bridge has stopped: all but the Agent's own.
+///   They may own the loader lock or a heap's lock. A patch is then loaded with `watchdog` set, and the wait for
+///   `PatchLoaded` has to execute `ResumeHeldThreads` and `SuspendHeldThreads`. `ReceiveWhileSuspended` does this, and
+///   covers the cases that the watchdog doesn't.
+/// - A suspended thread can also own one of the Agent's locks: `ThreadSuspender::RunUntilOutside` makes it release that.
+/// - A patch's entry point mustn't run in the loader: `PatchImage.h` describes how to arrange that.
+/// - Code mustn't be overwritten while the instruction pointer of a suspended thread is in it (`ThreadSuspender::AnyAt`),
+///   and its pages have to be made writable first (`SendSetPageProtection`).
+/// - The traffic of a link can be recorded (`RecordLink`, or `TORVANE_BRIDGE_RECORDING` in the environment of the host).
+///   The command `blobs` shows recordings.
+/// - An Agent that shuts down closes its pipes (`Link::IsClosed`). It doesn't wait for the Bridge, which has to exit by
+///   itself.
 
 #include "bridge/BlobWriter.h"
 #include "bridge/Commands.h"

@@ -11,8 +11,8 @@ bool SendEmpty(Link& link, BlobType type)
     return link.Send(MakeBlob(type, nullptr, 0));
 }
 
-template<typename Text>
-bool SendLog(Link& link, BlobType type, const Text& text, BlobLogLevel level)
+template<typename String>
+bool SendLog(Link& link, BlobType type, const String& text, BlobLogLevel level)
 {
     BlobWriter<LogBlob> blob;
     blob.fixed.level = level;
@@ -20,17 +20,17 @@ bool SendLog(Link& link, BlobType type, const Text& text, BlobLogLevel level)
     return link.Send(blob.Finish(type));
 }
 
-/// A list of offsets, each relative to itself, and behind them the texts that they refer to.
-std::vector<uint8_t> MakeTextList(const std::vector<std::string>& texts)
+/// A list of offsets, each relative to itself, followed by the strings that they refer to.
+std::vector<uint8_t> MakeStringList(const std::vector<std::string>& strings)
 {
-    std::vector<uint8_t> list(texts.size() * sizeof(RelativeOffset));
-    for (size_t i = 0; i < texts.size(); ++i)
+    std::vector<uint8_t> list(strings.size() * sizeof(RelativeOffset));
+    for (size_t i = 0; i < strings.size(); ++i)
     {
         const size_t field = i * sizeof(RelativeOffset);
         const RelativeOffset offset = {static_cast<uint32_t>(list.size() - field)};
         memcpy(list.data() + field, &offset, sizeof(offset));
-        const uint8_t* text = reinterpret_cast<const uint8_t*>(texts[i].c_str());
-        list.insert(list.end(), text, text + texts[i].size() + 1);
+        const uint8_t* string = reinterpret_cast<const uint8_t*>(strings[i].c_str());
+        list.insert(list.end(), string, string + strings[i].size() + 1);
     }
     return list;
 }
@@ -53,18 +53,18 @@ bool SendLogWide(Link& link, const std::wstring& text, BlobLogLevel level)
     return SendLog(link, BlobType::LogWide, text, level);
 }
 
-bool SendLoadPatch(Link& link, const PatchCommand& order)
+bool SendLoadPatch(Link& link, const PatchCommand& patch)
 {
     BlobWriter<LoadPatchWindowsBlob> blob;
-    blob.String(&LoadPatchWindowsBlob::patchPath, order.path);
-    blob.String(&LoadPatchWindowsBlob::secondText, order.secondText);
-    blob.fixed.echo38 = order.echo38;
-    blob.List(&LoadPatchWindowsBlob::reservations, order.reservations);
-    blob.fixed.echo50 = order.echo50;
-    blob.fixed.echo58 = order.echo58;
-    blob.fixed.echo60 = order.echo60;
-    blob.fixed.echo68 = order.echo68;
-    blob.fixed.watchdog = order.watchdog ? 1 : 0;
+    blob.String(&LoadPatchWindowsBlob::patchPath, patch.path);
+    blob.String(&LoadPatchWindowsBlob::secondText, patch.secondText);
+    blob.fixed.echo38 = patch.echo38;
+    blob.List(&LoadPatchWindowsBlob::reservations, patch.reservations);
+    blob.fixed.echo50 = patch.echo50;
+    blob.fixed.echo58 = patch.echo58;
+    blob.fixed.echo60 = patch.echo60;
+    blob.fixed.echo68 = patch.echo68;
+    blob.fixed.watchdog = patch.watchdog ? 1 : 0;
     return link.Send(blob.Finish());
 }
 
@@ -87,7 +87,7 @@ bool SendCallHooks(Link& link, uint32_t kind, AddressSlot first, AddressSlot end
     blob.String(&CallHooksBlob::secondText, arguments.secondText);
     blob.String(&CallHooksBlob::thirdText, arguments.thirdText);
     blob.String(&CallHooksBlob::kind7Text, arguments.kind7Text);
-    blob.Data(&CallHooksBlob::textList, MakeTextList(arguments.textList),
+    blob.Data(&CallHooksBlob::textList, MakeStringList(arguments.textList),
               static_cast<uint32_t>(arguments.textList.size()));
     return link.Send(blob.Finish());
 }

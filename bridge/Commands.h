@@ -2,7 +2,7 @@
 
 /// \file
 /// Everything that a Bridge sends, one function for each Blob; any thread. All return what `Link::Send` returns.
-/// Nothing here waits for an answer: see `Link::Expect`. Addresses are those of the Agent's process.
+/// Only `WaitUntilExecuted` waits for a reply: see `Link::Expect`. Addresses are those of the Agent's process.
 
 #include "bridge/Link.h"
 
@@ -12,35 +12,36 @@
 
 namespace Torvane::Bridge
 {
-/// First Blob of all. With another text the Agent reports a mismatch and stops listening.
+/// The first Blob of a connection. The Agent reports a mismatch for any other version and executes no Blob.
 bool SendVersion(Link& link, const std::string& version = apiVersion);
 
-/// Text for the debugger of the host. The Agent doesn't look at the level.
+/// A string for the host's debugger. The Agent ignores the level.
 bool SendLogNarrow(Link& link, const std::string& text, BlobLogLevel level = BlobLogLevel::Info);
 bool SendLogWide(Link& link, const std::wstring& text, BlobLogLevel level = BlobLogLevel::Info);
 
-/// What a `LoadPatchWindows` says. The echoed values come back in `PatchLoaded` and mean nothing to the Agent.
+/// The content of a `LoadPatchWindows`. The Agent returns the echoed values in `PatchLoaded` and doesn't use them.
 struct PatchCommand
 {
     std::wstring path;       ///< full path of the image, as the host sees it
     std::wstring secondText; ///< echoed
-    uint64_t echo38 = 0;     ///< comes back cut to 32 bits
+    uint64_t echo38 = 0;     ///< echoed, truncated to 32 bits
     uint64_t echo50 = 0;
     uint64_t echo58 = 0;
     uint64_t echo60 = 0;
     uint8_t echo68 = 0;
     std::vector<WirePageRange>
-        reservations; ///< address space to give up for the load; taken again if it fails
+        reservations; ///< address space to release for the load; reserved again if the load fails
 
-    /// The host's threads are held: don't ask the host, and ask us for `ResumeHeldThreads` if the load hangs.
+    /// Whether the host's threads are suspended: the Agent then doesn't involve the host, and sends
+    /// `ResumeHeldThreads` if the load hangs.
     bool watchdog = false;
 };
 
-/// Answered by `PatchLoaded`, or, if the image can't be loaded, by a `LogNarrow` of level Error.
-bool SendLoadPatch(Link& link, const PatchCommand& order);
+/// The reply is `PatchLoaded` or, if the image can't be loaded, a `LogNarrow` of level Error.
+bool SendLoadPatch(Link& link, const PatchCommand& patch);
 bool SendUnloadPatch(Link& link, AddressSlot base);
 
-/// Arguments of hooks; a kind uses some of them.
+/// Arguments of hooks. Each kind of hook uses some of them.
 struct HookArguments
 {
     std::string firstText;  ///< kinds 0 to 9
@@ -55,7 +56,7 @@ struct HookArguments
 bool SendCallHooks(Link& link, uint32_t kind, AddressSlot first, AddressSlot end,
                    const HookArguments& arguments = {});
 
-/// Reads an element at each address; an address of 0 is passed over. Answered by `ReadMemoryResult`.
+/// Reads an element at each address; an address of 0 is skipped. The reply is `ReadMemoryResult`.
 bool SendReadMemory(Link& link, uint64_t elementSize, const std::vector<AddressSlot>& addresses,
                     uint64_t token);
 
@@ -71,44 +72,44 @@ bool SendCopyMemory(Link& link, uint32_t elementSize, const std::vector<AddressS
 bool SendSetPageProtection(Link& link, const std::vector<WirePageRange>& ranges);
 bool SendFlushInstructionCache(Link& link);
 
-/// Six bytes of code for `SendCallEntryPoint`.
+/// The code bytes that `SendCallEntryPoint` writes to an entry point.
 struct EntryPointCode
 {
     uint8_t bytes[entryPointCodeSize];
 };
 
-/// Calls `base` + `entryPoint` as a library's entry point, with `before` in place of its first bytes for the
-/// time of the call and `after` from then on.
+/// Calls `base` + `entryPoint` as a library's entry point: its first bytes are `before` during the call, and `after` from
+/// then on.
 bool SendCallEntryPoint(Link& link, AddressSlot base, uint64_t entryPoint, const EntryPointCode& before,
                         const EntryPointCode& after);
 
-/// Answered by `Reload`: at once by a default agent, when the host polls and agrees by a synchronized one.
+/// The reply is `Reload`: a default agent sends it at once, a synchronized agent when the host polls and agrees.
 bool SendRequestReload(Link& link);
 
-/// The reload is over, successful or not. A host that waits in `TvnReload` goes on.
+/// Ends the reload, successful or not. A host that waits in `TvnReload` continues.
 bool SendFinishAfterHotReload(Link& link);
 
 bool SendRequestRestart(Link& link);
 
-/// \param event as it came in `Restart`.
+/// \param event the one received in `Restart`.
 bool SendExitProcessForHotRestart(Link& link, AddressSlot event);
 
-/// \param order 0 puts the handler last, anything else first.
+/// \param order 0 adds the handler as the last one, any other value as the first.
 bool SendInstallExceptionHandler(Link& link, uint32_t order);
 
-/// The decision on an exception; the addresses are taken from the Blob that reported it.
+/// The decision about an exception; the addresses are copied from the Blob that reported it.
 bool SendHandleExceptionResult(Link& link, const HandleExceptionWindowsBlob& exception, uint32_t action,
                                const ResumeRecord& resumeRecord);
 
-/// \param latch as it came in `EnableModules`. \param times how many of these Blobs are sent.
+/// \param latch the one received in `EnableModules`. \param times how many of these Blobs are sent.
 bool SendDecrementLatch(Link& link, AddressSlot latch, uint32_t times = 1);
 
-/// Answered by `EchoReply` behind everything that was ordered before.
+/// The reply is `EchoReply`, sent after the replies to all earlier commands.
 bool SendEchoRequest(Link& link, uint64_t token);
 
 bool SendSynchronize(Link& link);
 
-/// Sends an `EchoRequest` and waits for its reply, so that all Blobs sent before have been obeyed. Replies of
-/// other tokens that stand in the inbox are taken out of it. \return false after the limit.
+/// Sends an `EchoRequest` and waits for its reply: all Blobs sent before have been executed then. Replies with other
+/// tokens are removed from the inbox. \return false after the limit.
 bool WaitUntilExecuted(Link& link, uint32_t milliseconds);
 } // namespace Torvane::Bridge

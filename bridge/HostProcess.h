@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The Agent's process, seen from outside; each object belongs to one thread.
+/// Reads memory and state of the Agent's process; each object belongs to one thread.
 
 #include "Agent/Protocol/Blob.h"
 
@@ -30,23 +30,23 @@ public:
         return processId;
     }
 
-    /// Where the process's executable is loaded, as the OS lists its modules. 0 on failure.
+    /// The module base of the process's executable. 0 on failure.
     AddressSlot ExecutableBase() const;
 
-    /// The image that an address lies in.
+    /// The image that contains an address.
     struct Image
     {
         AddressSlot base;
         uint32_t size; ///< bytes
     };
 
-    /// All zero if the address lies in none.
+    /// Zeros if no image contains the address.
     Image ImageAt(AddressSlot address) const;
 
-    /// Reads memory past the Agent. Empty if not all of it can be read.
+    /// Reads memory directly, without the Agent. Empty if part of it can't be read.
     std::vector<uint8_t> Read(AddressSlot address, size_t size) const;
 
-    /// The run of pages of like state at an address; its `protection` is 0 where nothing is committed.
+    /// The range of pages with the same state that contains an address; its `protection` is 0 if they aren't committed.
     WirePageRange QueryPages(AddressSlot address) const;
 
     /// Whether the process ends within the limit, in milliseconds.

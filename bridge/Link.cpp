@@ -14,9 +14,9 @@ namespace Torvane::Bridge
 {
 namespace
 {
-constexpr uint32_t pauseBetweenTries = 5; // milliseconds
+constexpr uint32_t retryInterval = 5; // milliseconds
 
-/// A limit that counts down.
+/// The end of a time limit.
 class Deadline
 {
 public:
@@ -38,8 +38,8 @@ private:
 class ScopedLock
 {
 public:
-    explicit ScopedLock(SRWLOCK& heldLock)
-        : lock(heldLock)
+    explicit ScopedLock(SRWLOCK& acquired)
+        : lock(acquired)
     {
         AcquireSRWLockExclusive(&lock);
     }
@@ -70,11 +70,11 @@ HANDLE OpenPipe(const std::wstring& name, uint32_t milliseconds)
         {
             return INVALID_HANDLE_VALUE;
         }
-        Sleep(pauseBetweenTries);
+        Sleep(retryInterval);
     }
 }
 
-/// Reads exactly `size` bytes. A read that ends within a message of the pipe is a success, too.
+/// Reads exactly `size` bytes. A read that ends within a message of the pipe succeeds too.
 bool ReadExact(HANDLE pipe, uint8_t* buffer, size_t size)
 {
     size_t done = 0;
@@ -113,7 +113,7 @@ double SecondsBetween(LARGE_INTEGER begin, LARGE_INTEGER end)
     return static_cast<double>(end.QuadPart - begin.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
 
-/// What is to be done with each new link; null for nothing.
+/// Called for each new link, if set.
 std::function<void(Link&)>& EveryLink()
 {
     static std::function<void(Link&)> function;
@@ -124,11 +124,11 @@ std::function<void(Link&)>& EveryLink()
 struct Link::State
 {
     uint32_t hostProcessId = 0;
-    LARGE_INTEGER madeAt = {};
+    LARGE_INTEGER creationTime = {};
     std::vector<Observer> observers;
     SRWLOCK observerLock = SRWLOCK_INIT;
 
-    HANDLE agentPipe = INVALID_HANDLE_VALUE; ///< read by the reading thread alone
+    HANDLE agentPipe = INVALID_HANDLE_VALUE; ///< only the reading thread reads it
     HANDLE bridgePipe = INVALID_HANDLE_VALUE;
     SRWLOCK sendLock = SRWLOCK_INIT;
     HANDLE readingThread = nullptr;
@@ -136,13 +136,13 @@ struct Link::State
     SRWLOCK inboxLock = SRWLOCK_INIT;
     CONDITION_VARIABLE inboxChanged = CONDITION_VARIABLE_INIT;
     std::deque<Message> inbox;
-    bool closed = false; ///< nothing will be added to the inbox any more
+    bool closed = false; ///< nothing is added to the inbox any more
 
     double Now() const
     {
         LARGE_INTEGER now;
         QueryPerformanceCounter(&now);
-        return SecondsBetween(madeAt, now);
+        return SecondsBetween(creationTime, now);
     }
 
     void NotifyObservers(const Message& message)
@@ -197,7 +197,7 @@ struct Link::State
         return 0;
     }
 
-    /// Waits until `isDone`, asked with the inbox locked, says true. \return its last answer.
+    /// Waits until `isDone`, called with the inbox locked, returns true. \return its last result.
     bool WaitForInbox(uint32_t milliseconds, const std::function<bool()>& isDone)
     {
         const Deadline deadline(milliseconds);
@@ -238,7 +238,7 @@ Link::Link(uint32_t hostProcessId)
     : state(std::make_unique<State>())
 {
     state->hostProcessId = hostProcessId;
-    QueryPerformanceCounter(&state->madeAt);
+    QueryPerformanceCounter(&state->creationTime);
     if (EveryLink())
     {
         EveryLink()(*this);
@@ -340,12 +340,12 @@ void Link::Close()
 {
     if (state->readingThread != nullptr)
     {
-        // The thread can be between two reads, where there is nothing to cancel yet.
+        // Between two reads there is nothing to cancel: try again until the thread has ended.
         do
         {
             CancelSynchronousIo(state->readingThread);
         }
-        while (WaitForSingleObject(state->readingThread, pauseBetweenTries) == WAIT_TIMEOUT);
+        while (WaitForSingleObject(state->readingThread, retryInterval) == WAIT_TIMEOUT);
         CloseHandle(state->readingThread);
         state->readingThread = nullptr;
     }

@@ -8,11 +8,11 @@ int main()
     const ScenarioFunction run = FindScenario(ChosenScenario());
     if (hostProcessId == 0 || run == nullptr)
     {
-        return 64; // wrong usage, in the exit codes that BSD gave names to
+        return 64; // EX_USAGE of BSD's sysexits.h
     }
-    if (!RecordEveryLinkIfAsked())
+    if (!RecordEveryLinkIfRequested())
     {
-        return 73; // can't create an output file
+        return 73; // EX_CANTCREAT
     }
     return run(hostProcessId);
 }

@@ -62,16 +62,16 @@ template<typename Character>
 std::basic_string<Character> Message::String(const RelativeOffset& field) const
 {
     const size_t available = BytesFrom(field) / sizeof(Character);
-    std::basic_string<Character> text;
+    std::basic_string<Character> string;
     for (size_t i = 0; i < available; ++i)
     {
         Character character;
         memcpy(&character, Follow<uint8_t>(field) + i * sizeof(Character), sizeof(Character));
         if (character == 0)
         {
-            return text;
+            return string;
         }
-        text.push_back(character);
+        string.push_back(character);
     }
     return {};
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 /// \file
-/// One Blob as it went over a pipe, with bounds-checked access to what its fields refer to; a value, any thread
-/// that owns it.
+/// A sent or received Blob with bounds-checked access to the data that its fields refer to; a value type, used by one
+/// thread at a time.
 
 #include "Agent/Protocol/Blob.h"
 #include "bridge/Recording/BlobLayout.h"
@@ -16,13 +16,13 @@
 
 namespace Torvane::Bridge
 {
-/// A whole Blob, header and payload. An empty one (false) is what waits give that ended without a Blob.
+/// A whole Blob, header and payload. Waits that end without a Blob return an empty one, which converts to false.
 class Message
 {
 public:
     Message() = default;
 
-    /// \param bytes a whole header at least; \param time seconds since the `Link` was made.
+    /// \param bytes a whole header at least; \param time seconds since the `Link` was created.
     Message(Direction direction, double time, std::vector<uint8_t> bytes);
 
     explicit operator bool() const
@@ -35,13 +35,13 @@ public:
         return direction;
     }
 
-    /// Seconds since the `Link` was made: when the last byte had arrived, or when the sending began.
+    /// Seconds since the `Link` was created: when the last byte was received, or before the first one was sent.
     double Time() const
     {
         return time;
     }
 
-    /// Header and payload as they were on the pipe.
+    /// Header and payload as they were sent.
     const std::vector<uint8_t>& Bytes() const
     {
         return bytes;
@@ -53,15 +53,15 @@ public:
     /// The first payload byte, at an address that is a multiple of 8.
     const uint8_t* Payload() const;
 
-    /// The fixed part, or null if the payload is too short for it. The number isn't compared: see `Link::Expect`.
+    /// The fixed part, or null if the payload is too short for it. The type isn't compared: see `Link::Expect`.
     template<typename Record>
     const Record* As() const
     {
         return PayloadSize() < sizeof(Record) ? nullptr : reinterpret_cast<const Record*>(Payload());
     }
 
-    /// The text that a field of this message's payload refers to, without its terminator. Empty if the field
-    /// holds 0, if it points outside of the payload, or if no terminator stands between there and the end.
+    /// The string that a field of this message's payload refers to, without its terminator. Empty if the field is 0 or
+    /// points outside of the payload, or if there is no terminator before the payload's end.
     std::string AnsiString(const RelativeOffset& field) const;
     std::wstring Utf16String(const RelativeOffset& field) const;
 
@@ -82,7 +82,7 @@ private:
     template<typename Character>
     std::basic_string<Character> String(const RelativeOffset& field) const;
 
-    /// How many payload bytes there are from the place that `field` refers to on; 0 if it refers to none.
+    /// How many bytes the payload has from the position that `field` refers to; 0 if it refers to none.
     size_t BytesFrom(const RelativeOffset& field) const;
 
     Direction direction = Direction::FromAgent;
@@ -90,7 +90,7 @@ private:
     std::vector<uint8_t> bytes;
 };
 
-/// A message whose fixed part is known: `reply->totalSize`, `reply.Data(reply->data, reply->totalSize)`.
+/// A message with a typed fixed part: `reply->totalSize`, `reply.Data(reply->data, reply->totalSize)`.
 template<typename Record>
 class Received : public Message
 {

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What an Agent says of the modules that its host enables and disables; values, any thread.
+/// The modules that a host enables and disables, as its Agent reports them; value types, any thread.
 
 #include "bridge/Message.h"
 
@@ -19,11 +19,11 @@ struct AnnouncedModule
     uint32_t imageSize = 0; ///< bytes
     ExecutableIdentity executable = {};
 
-    /// The state of its pages after the Agent has prepared them; none for a module that is disabled.
+    /// The state of its pages after the Agent has prepared them; empty for a module that is disabled.
     std::vector<WirePageRange> pages;
 };
 
-/// The modules in the Blob's order. None if its arrays don't fit each other or the payload.
+/// The modules, in the Blob's order. Empty if its arrays don't match each other or exceed the payload.
 std::vector<AnnouncedModule> ModulesOf(const Received<EnableModulesBlob>& blob);
 std::vector<AnnouncedModule> ModulesOf(const Received<DisableModulesBlob>& blob);
 

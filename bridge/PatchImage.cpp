@@ -32,7 +32,7 @@ std::vector<uint8_t> ReadWholeFile(const std::wstring& path)
     return bytes;
 }
 
-/// The 32-bit headers, or null if they aren't there.
+/// The 32-bit headers; null if the file has none.
 const IMAGE_NT_HEADERS32* HeadersOf(const std::vector<uint8_t>& bytes)
 {
     if (bytes.size() < sizeof(IMAGE_DOS_HEADER))
@@ -113,15 +113,15 @@ const uint8_t* PatchImage::At(uint32_t rva, uint32_t size) const
     return nullptr;
 }
 
-std::string PatchImage::TextAt(uint32_t rva) const
+std::string PatchImage::StringAt(uint32_t rva) const
 {
-    std::string text;
+    std::string string;
     for (const uint8_t* character = At(rva, 1); character != nullptr && *character != 0;
          character = At(++rva, 1))
     {
-        text.push_back(static_cast<char>(*character));
+        string.push_back(static_cast<char>(*character));
     }
-    return text;
+    return string;
 }
 
 uint32_t PatchImage::FindExport(const std::string& name) const
@@ -144,7 +144,7 @@ uint32_t PatchImage::FindExport(const std::string& name) const
     }
     for (uint32_t i = 0; i < count; ++i)
     {
-        if (ordinals[i] < directory->NumberOfFunctions && TextAt(names[i]) == name)
+        if (ordinals[i] < directory->NumberOfFunctions && StringAt(names[i]) == name)
         {
             return functions[ordinals[i]];
         }

@@ -1,14 +1,14 @@
 #pragma once
 
 /// \file
-/// What a Bridge has to know of an image file: its exports, and its entry point, which isn't to run in the
-/// loader; each object belongs to one thread.
+/// Reads exports and the entry point of an image file, and disables the entry point for the loader; each object belongs
+/// to one thread.
 ///
-/// `LoadLibraryW` calls a library's entry point, while the loader lock is taken and before the Bridge could do
-/// anything to the image. A patch's entry point is to run later, once, by `CallEntryPoint`. So the linked file
-/// gets `idleEntryPoint` in place of the first six bytes of its entry point, and the bytes that stood there are
-/// kept: `CallEntryPoint` puts them there for the time of its call, and the idle ones back afterwards, where the
-/// loader comes again for each new thread and when the image goes.
+/// `LoadLibraryW` calls a library's entry point while it owns the loader lock and before the Bridge can change the
+/// image. A patch's entry point has to run later, once, by `CallEntryPoint`. So the Bridge replaces the first six bytes
+/// of the entry point in the file by `idleEntryPoint` and keeps the original ones. `CallEntryPoint` restores them during
+/// its call and puts the idle ones back afterwards: the loader calls the entry point again for each new thread and when
+/// the image is unloaded.
 
 #include "bridge/Commands.h"
 
@@ -18,7 +18,7 @@
 
 namespace Torvane::Bridge
 {
-/// An entry point that does nothing and says that all is well, in exactly six bytes:
+/// An entry point that does nothing and returns TRUE, in exactly six bytes:
 /// 31 C0 `xor eax, eax`, 40 `inc eax`, C2 0C 00 `ret 12`.
 constexpr EntryPointCode idleEntryPoint = {{0x31, 0xC0, 0x40, 0xC2, 0x0C, 0x00}};
 
@@ -26,10 +26,10 @@ constexpr EntryPointCode idleEntryPoint = {{0x31, 0xC0, 0x40, 0xC2, 0x0C, 0x00}}
 class PatchImage
 {
 public:
-    /// Reads a file. `Error` tells whether it is a whole 32-bit image.
+    /// Reads a file. `Error` is empty if it is a complete 32-bit image.
     explicit PatchImage(const std::wstring& path);
 
-    /// Why the file can't be used; empty if it can. Nothing else may be called if it can't.
+    /// Why the file can't be used; empty if it can. If it isn't empty, no other function may be called.
     const std::string& Error() const
     {
         return error;
@@ -44,8 +44,8 @@ public:
     /// The first bytes of the entry point, as they are in the file.
     EntryPointCode EntryCode() const;
 
-    /// Puts `idleEntryPoint` into the image in memory. \return false, with `Error` set, if the image has no entry
-    /// point, or if the loader would change one of the six bytes when it moves the image.
+    /// Writes `idleEntryPoint` to the image in memory. \return false, with `Error` set, if the image has no entry point
+    /// or the loader relocates one of the six bytes.
     bool MakeEntryPointIdle();
 
     /// Writes the image to a file. \return false, with `Error` set, if that fails.
@@ -65,7 +65,7 @@ private:
 
     /// The bytes at an RVA; null unless `size` of them are in the file.
     const uint8_t* At(uint32_t rva, uint32_t size) const;
-    std::string TextAt(uint32_t rva) const;
+    std::string StringAt(uint32_t rva) const;
 
     std::vector<uint8_t> bytes;
     std::vector<Section> sections;

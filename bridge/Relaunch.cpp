@@ -6,7 +6,7 @@ namespace Torvane::Bridge
 {
 namespace
 {
-std::wstring Text(const InlineWideText& text)
+std::wstring ToString(const InlineWideText& text)
 {
     return std::wstring(reinterpret_cast<const wchar_t*>(text.text), text.length);
 }
@@ -14,8 +14,9 @@ std::wstring Text(const InlineWideText& text)
 
 ProcessImage ReadProcessImage(const Received<RestartBlob>& restart)
 {
-    return {Text(restart->executablePath), restart.Utf16String(restart->commandLine),
-            Text(restart->currentDirectory), restart.Data(restart->environment, restart->environmentSize)};
+    return {ToString(restart->executablePath), restart.Utf16String(restart->commandLine),
+            ToString(restart->currentDirectory),
+            restart.Data(restart->environment, restart->environmentSize)};
 }
 
 bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds)
@@ -23,7 +24,7 @@ bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds)
     const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, processId);
     if (process == nullptr)
     {
-        return true; // it has ended and is forgotten
+        return true; // it has ended
     }
     const bool ended = WaitForSingleObject(process, milliseconds) == WAIT_OBJECT_0;
     CloseHandle(process);

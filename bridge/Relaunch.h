@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The second half of a restart: the new process. Any thread.
+/// Starts the new process of a restart; any thread.
 
 #include "bridge/Message.h"
 
@@ -11,14 +11,14 @@
 
 namespace Torvane::Bridge
 {
-/// What a `Restart` Blob says of the process that wants to go.
+/// The process to be restarted, as its `Restart` Blob describes it.
 struct ProcessImage
 {
     std::wstring executablePath;
     std::wstring commandLine;
     std::wstring currentDirectory;
     std::vector<uint8_t>
-        environment; ///< UTF-16, each variable with its terminator; empty if it wasn't handed over
+        environment; ///< UTF-16, each variable with its terminator; empty if the Blob has none
 };
 
 ProcessImage ReadProcessImage(const Received<RestartBlob>& restart);
@@ -26,8 +26,8 @@ ProcessImage ReadProcessImage(const Received<RestartBlob>& restart);
 /// Waits until the process has ended. \return false after the limit, in milliseconds.
 bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds);
 
-/// Starts a process that is like the one that has gone. It inherits no handles; with an empty environment it gets the
-/// Bridge's own.
-/// \return its id; 0 on failure, with the OS's error in GetLastError.
+/// Starts a process with the executable, command line, folder and environment of another. It inherits no handles; an
+/// empty environment stands for the Bridge's own.
+/// \return its id; 0 on failure, see `GetLastError`.
 uint32_t StartLike(const ProcessImage& image);
 } // namespace Torvane::Bridge

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What a default Bridge does, chosen by name; registered before `main`, looked up by the main thread.
+/// Named alternatives to `RunDefaultBridge`; registered before `main`, looked up by the main thread.
 
 #include <stdint.h>
 #include <string>
@@ -11,8 +11,8 @@ namespace Torvane::Bridge
 /// \return the process's exit code.
 using ScenarioFunction = int (*)(uint32_t hostProcessId);
 
-/// Registers a scenario from a static object of a source file that is linked into the program by name, not out of
-/// a library: `static const RegisteredScenario liveReload("LiveReload", RunLiveReload);`
+/// Registers a scenario, as a static object: `static const RegisteredScenario liveReload("LiveReload", RunLiveReload);`.
+/// Its object file has to be linked directly, since the linker drops it from a library.
 class RegisteredScenario
 {
 public:
@@ -29,7 +29,7 @@ private:
 /// The scenario of that name, `RunDefaultBridge` for an empty one; null if there is none.
 ScenarioFunction FindScenario(const std::string& name);
 
-/// The scenario that this process is to run: the environment variable `TORVANE_BRIDGE_SCENARIO`, which a host
-/// sets before it starts its Agent and which the Bridge inherits. Empty if it isn't set.
+/// The value of the environment variable `TORVANE_BRIDGE_SCENARIO`, which a host sets before it starts its Agent and
+/// which the Bridge inherits. Empty if it isn't set.
 std::string ChosenScenario();
 } // namespace Torvane::Bridge

@@ -12,7 +12,7 @@ namespace
 constexpr uint32_t heartbeatSize = 4096;
 constexpr uint32_t agentBridgeSize = 0x100000;
 
-/// The size that the section names counts 8 bytes more than the payload has.
+/// The size in the section's first bytes is 8 bytes larger than the payload.
 constexpr uint32_t payloadTail = 8;
 } // namespace
 

@@ -1,18 +1,18 @@
 #pragma once
 
 /// \file
-/// The two shared memory sections of an Agent, as a Bridge sees them; each object belongs to one thread.
+/// Reads the two shared memory sections of an Agent; each object belongs to one thread.
 
 #include <stdint.h>
 #include <vector>
 
 namespace Torvane::Bridge
 {
-/// A named section and the named mutex that guards it. Whoever comes first makes them.
+/// A named section and the named mutex that guards it, created if they don't exist.
 class SharedSection
 {
 public:
-    /// `name` and `mutexName` get the process id behind them. \param size in bytes.
+    /// The process id is appended to `name` and `mutexName`. \param size in bytes.
     SharedSection(const wchar_t* name, const wchar_t* mutexName, uint32_t size, uint32_t hostProcessId);
     ~SharedSection();
     SharedSection(const SharedSection&) = delete;
@@ -24,7 +24,7 @@ public:
         return view != nullptr && mutex != nullptr;
     }
 
-    /// A copy of [offset, offset + size), taken with the mutex held. Waits for the mutex without a limit.
+    /// A copy of [offset, offset + size), made while the mutex is owned. Waits for the mutex without a limit.
     std::vector<uint8_t> Read(uint32_t offset, uint32_t size) const;
 
 private:
@@ -33,7 +33,7 @@ private:
     const uint8_t* view = nullptr;
 };
 
-/// The heartbeat: the Agent writes the time there many times a second.
+/// The heartbeat: the Agent writes the time to this section 100 times a second.
 class Heartbeat
 {
 public:
@@ -51,7 +51,7 @@ private:
     SharedSection section;
 };
 
-/// The payload of `RegisterProjectPreferences` from the agent-bridge section, where it stands before the Bridge
-/// is spawned. Empty if the section can't be opened or holds no such payload.
+/// The payload of `RegisterProjectPreferences` from the agent-bridge section, written before the Bridge is spawned.
+/// Empty if the section can't be opened or contains no payload.
 std::vector<uint8_t> ReadProjectPreferences(uint32_t hostProcessId);
 } // namespace Torvane::Bridge

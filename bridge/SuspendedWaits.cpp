@@ -10,7 +10,7 @@ namespace Torvane::Bridge
 {
 namespace
 {
-/// Milliseconds without a Blob that count as a standstill. The watchdog looks after 500, and comes first.
+/// Milliseconds without a Blob after which the threads are resumed: longer than the watchdog's 500, so that it acts first.
 constexpr uint32_t quietTime = 1000;
 constexpr uint32_t runTime = 20; // milliseconds
 constexpr uint64_t token = 0x48454C4450415453;
@@ -19,7 +19,7 @@ void RunBriefly(ThreadSuspender& threads)
 {
     if (threads.Count() == 0)
     {
-        return; // they run already: the watchdog has asked for it
+        return; // they run already, on the watchdog's request
     }
     threads.Resume();
     Sleep(runTime);
@@ -30,7 +30,7 @@ void RunBriefly(ThreadSuspender& threads)
 Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<BlobType> types,
                               uint32_t milliseconds)
 {
-    // All in one look, so that they are obeyed in the order in which they were sent.
+    // In one call, so that they are executed in the order in which they were sent.
     types.push_back(BlobType::ResumeHeldThreads);
     types.push_back(BlobType::SuspendHeldThreads);
     const double end = link.Now() + milliseconds / 1000.0;

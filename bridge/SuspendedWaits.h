@@ -1,11 +1,11 @@
 #pragma once
 
 /// \file
-/// Waiting for an Agent while its host's threads are held; for the thread that holds them.
+/// Waits for an Agent while its host's threads are suspended; for the thread that owns the `ThreadSuspender`.
 ///
-/// Some of what the Agent does for its Bridge needs locks that a held thread can own: the loader's, a heap's. Only the
-/// load of a patch is guarded by the Agent's watchdog. For all else it is the Bridge that has to notice that nothing
-/// comes, and to let the held threads run until they have given back what they own.
+/// Some commands need locks that a suspended thread can own: the loader's, a heap's. The Agent's watchdog guards the load
+/// of a patch only. For other commands the Bridge has to detect that no reply arrives, and to resume the threads until
+/// they have released their locks.
 
 #include "bridge/Link.h"
 #include "bridge/ThreadSuspender.h"
@@ -14,13 +14,13 @@
 
 namespace Torvane::Bridge
 {
-/// Waits for a Blob of one of these types. Meanwhile obeys `ResumeHeldThreads` and `SuspendHeldThreads`, and lets the
-/// threads run for a moment whenever nothing has come for a while. They are held when it returns, unless the
-/// watchdog has asked for them and its `SuspendHeldThreads` is still to come.
+/// Waits for a Blob of one of these types. Meanwhile executes `ResumeHeldThreads` and `SuspendHeldThreads`, and resumes the
+/// threads briefly whenever nothing has arrived for a second. They are suspended when it returns, unless the watchdog has
+/// sent `ResumeHeldThreads` and its `SuspendHeldThreads` hasn't arrived yet.
 /// \return an empty message after the limit, in milliseconds.
 Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<BlobType> types,
                               uint32_t milliseconds);
 
-/// As `WaitUntilExecuted`, with the same care.
+/// `WaitUntilExecuted` for suspended threads: receives as `ReceiveWhileSuspended` does.
 bool WaitUntilExecutedWhileSuspended(Link& link, ThreadSuspender& threads, uint32_t milliseconds);
 } // namespace Torvane::Bridge

@@ -33,19 +33,19 @@ std::vector<uint32_t> ThreadsOf(uint32_t processId)
     return ids;
 }
 
-struct Place
+struct Position
 {
     uint32_t instructionPointer = 0;
     uint32_t stackPointer = 0;
 };
 
-bool operator==(const Place& left, const Place& right)
+bool operator==(const Position& left, const Position& right)
 {
     return left.instructionPointer == right.instructionPointer && left.stackPointer == right.stackPointer;
 }
 
-/// Reading the context also waits until the suspension, which the OS only begins in the call, is complete.
-bool ReadPlace(HANDLE thread, Place& place)
+/// Reading the context also waits until the suspension is complete.
+bool ReadPosition(HANDLE thread, Position& position)
 {
     WOW64_CONTEXT context = {};
     context.ContextFlags = WOW64_CONTEXT_CONTROL;
@@ -53,7 +53,7 @@ bool ReadPlace(HANDLE thread, Place& place)
     {
         return false;
     }
-    place = {context.Eip, context.Esp};
+    position = {context.Eip, context.Esp};
     return true;
 }
 
@@ -95,15 +95,15 @@ uint32_t ThreadSuspender::SuspendNewThreads()
         const HANDLE thread = OpenThread(threadAccess, FALSE, id);
         if (thread == nullptr)
         {
-            continue; // it has ended since
+            continue; // it has ended
         }
         if (SuspendThread(thread) == static_cast<DWORD>(-1))
         {
             CloseHandle(thread);
             continue;
         }
-        Place ignored;
-        ReadPlace(thread, ignored);
+        Position ignored;
+        ReadPosition(thread, ignored);
         threads.push_back({id, thread});
         ++added;
     }
@@ -123,49 +123,50 @@ void ThreadSuspender::Resume()
 bool ThreadSuspender::AnyAt(AddressSlot address, uint32_t size) const
 {
     return std::any_of(threads.begin(), threads.end(), [=](const Thread& thread) {
-        Place place;
-        return !ReadPlace(thread.handle, place) || IsIn(place.instructionPointer, address, size);
+        Position position;
+        return !ReadPosition(thread.handle, position) || IsIn(position.instructionPointer, address, size);
     });
 }
 
 bool ThreadSuspender::IsInside(const Thread& thread, AddressSlot image, uint32_t size) const
 {
-    constexpr size_t words = 128; // more than the OS's functions put between their caller and a system call
-    Place place;
-    if (!ReadPlace(thread.handle, place))
+    constexpr size_t words = 128; // more than the OS's functions push between their caller and a system call
+    Position position;
+    if (!ReadPosition(thread.handle, position))
     {
         return false;
     }
     uint32_t stack[words];
     SIZE_T count = 0;
-    for (size_t wanted = words; wanted != 0 && count == 0; wanted /= 2) // the stack can begin right here
+    for (size_t wanted = words; wanted != 0 && count == 0;
+         wanted /= 2) // near the stack's base there are fewer
     {
-        ReadProcessMemory(process, reinterpret_cast<const void*>(uintptr_t{place.stackPointer}), stack,
+        ReadProcessMemory(process, reinterpret_cast<const void*>(uintptr_t{position.stackPointer}), stack,
                           wanted * sizeof(uint32_t), &count);
     }
-    return IsIn(place.instructionPointer, image, size) ||
+    return IsIn(position.instructionPointer, image, size) ||
            std::any_of(stack, stack + count / sizeof(uint32_t),
                        [=](uint32_t word) { return IsIn(word, image, size); });
 }
 
 bool ThreadSuspender::RunBriefly(const Thread& thread) const
 {
-    Place before;
-    Place after;
-    ReadPlace(thread.handle, before);
+    Position before;
+    Position after;
+    ReadPosition(thread.handle, before);
     ResumeThread(thread.handle);
     Sleep(1);
     SuspendThread(thread.handle);
-    return ReadPlace(thread.handle, after) && !(after == before);
+    return ReadPosition(thread.handle, after) && !(after == before);
 }
 
 uint32_t ThreadSuspender::RunUntilOutside(AddressSlot image, uint32_t size)
 {
-    constexpr uint32_t roundsWithoutMove = 20;
-    constexpr uint32_t rounds = 200; // a busy thread can be found in the image each time
+    constexpr uint32_t roundsWithoutProgress = 20;
+    constexpr uint32_t rounds = 200; // a busy thread can be inside in each round
     uint32_t runs = 0;
-    uint32_t still = 0;
-    for (uint32_t round = 0; round < rounds && still < roundsWithoutMove; ++round)
+    uint32_t idleRounds = 0;
+    for (uint32_t round = 0; round < rounds && idleRounds < roundsWithoutProgress; ++round)
     {
         bool anyInside = false;
         bool anyMoved = false;
@@ -182,7 +183,7 @@ uint32_t ThreadSuspender::RunUntilOutside(AddressSlot image, uint32_t size)
         {
             break;
         }
-        still = anyMoved ? 0 : still + 1;
+        idleRounds = anyMoved ? 0 : idleRounds + 1;
     }
     return runs;
 }

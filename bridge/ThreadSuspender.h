@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Holding the threads of the Agent's process from outside; each object belongs to one thread.
+/// Suspends the threads of the Agent's process; each object belongs to one thread.
 
 #include "Agent/Protocol/Blob.h"
 
@@ -10,46 +10,45 @@
 
 namespace Torvane::Bridge
 {
-/// Holds all threads of a process but some.
+/// Suspends all threads of another process but some.
 ///
-/// A held thread may own any lock of its process. Those that the Agent works with must not be held: they are
-/// named in `RegisterProcess`, and `AgentThreads` lists them.
+/// A suspended thread may own any lock of its process. The Agent's own threads, which `AgentThreads` lists, have to be
+/// excluded.
 class ThreadSuspender
 {
 public:
-    /// \param excluded ids of threads to be left running.
+    /// \param excluded ids of the threads that continue to run.
     ThreadSuspender(uint32_t processId, std::vector<uint32_t> excluded);
 
-    /// Resumes what is held.
+    /// Resumes the suspended threads.
     ~ThreadSuspender();
     ThreadSuspender(const ThreadSuspender&) = delete;
     ThreadSuspender& operator=(const ThreadSuspender&) = delete;
 
-    /// Suspends every other thread, and again those that came into being meanwhile, until a look at the process
-    /// shows no new one. On return each held thread has stopped: nothing of it runs any more.
+    /// Suspends every other thread, those that were created meanwhile included, until the process has no further one.
+    /// On return each suspension is complete: the OS only begins it in `SuspendThread`.
     void Suspend();
 
-    /// Lets each held thread run on that stands in [image, image + size), and holds it again, until none does.
+    /// Resumes each suspended thread that is inside of [image, image + size) briefly, until none is.
     ///
-    /// A thread stands there if its instruction pointer does or if a return address near the top of its stack
-    /// leads there: it is in a function of the image or in one of the OS's that it has called, and may own a lock
-    /// of the image's. With the Agent's image this is what keeps the threads that the Bridge relies on from
-    /// waiting for a held one. A thread that doesn't move while it may is in a wait. Those own no such lock, and
-    /// stay held where they are.
-    /// \return how often a thread was let run on.
+    /// A thread is inside if its instruction pointer is, or a return address near the top of its stack: it executes a
+    /// function of the image, or one of the OS that the image has called, and may own one of the image's locks. Called
+    /// with the Agent's image, this keeps the Agent's own threads from waiting for a suspended one. A thread that makes
+    /// no progress while it runs is in a wait. Such a thread owns none of these locks and stays suspended where it is.
+    /// \return how often a thread was resumed.
     uint32_t RunUntilOutside(AddressSlot image, uint32_t size);
 
-    /// Lets them all go on. Does nothing if none is held.
+    /// Resumes all suspended threads.
     void Resume();
 
-    /// How many threads are held.
+    /// How many threads are suspended.
     uint32_t Count() const
     {
         return static_cast<uint32_t>(threads.size());
     }
 
-    /// Whether the instruction pointer of a held thread lies in [address, address + size). A thread whose
-    /// instruction pointer can't be read counts as being there.
+    /// Whether the instruction pointer of a suspended thread is in [address, address + size). True if one can't be
+    /// read.
     bool AnyAt(AddressSlot address, uint32_t size) const;
 
 private:
@@ -62,7 +61,7 @@ private:
     bool IsSuspendedOrExcluded(uint32_t id) const;
     bool IsInside(const Thread& thread, AddressSlot image, uint32_t size) const;
 
-    /// \return whether the thread stands elsewhere than before.
+    /// \return whether the thread has made progress.
     bool RunBriefly(const Thread& thread) const;
 
     /// \return how many threads were added.
@@ -74,6 +73,6 @@ private:
     std::vector<Thread> threads;
 };
 
-/// The four threads of the Agent that must go on running.
+/// The Agent's own four threads, which a Bridge mustn't suspend.
 std::vector<uint32_t> AgentThreads(const RegisterProcessBlob& process);
 } // namespace Torvane::Bridge

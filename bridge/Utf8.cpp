@@ -4,11 +4,11 @@
 
 namespace Torvane::Bridge
 {
-std::string Utf8(const std::wstring& text)
+std::string Utf8(const std::wstring& string)
 {
-    std::string bytes(text.size() * 3, '\0');
-    bytes.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(),
-                                                         static_cast<int>(text.size()), bytes.data(),
+    std::string bytes(string.size() * 3, '\0');
+    bytes.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, string.data(),
+                                                         static_cast<int>(string.size()), bytes.data(),
                                                          static_cast<int>(bytes.size()), nullptr, nullptr)));
     return bytes;
 }

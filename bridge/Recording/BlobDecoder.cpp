@@ -6,12 +6,12 @@ namespace Torvane::Bridge
 {
 namespace
 {
-constexpr char outside[] = "refers to something outside of the payload";
+constexpr char outside[] = "refers to data outside of the payload";
 constexpr char missing[] = "the payload ends before its end";
 
 bool IsReference(FieldKind kind)
 {
-    return kind >= FieldKind::NarrowText;
+    return kind >= FieldKind::AnsiString;
 }
 
 class Decoder
@@ -113,7 +113,7 @@ private:
         const size_t capacity = (field.size - 4) / unitSize;
         if (length > capacity)
         {
-            field.problem = "the length " + std::to_string(length) + " is beyond the text's end";
+            field.problem = "the length " + std::to_string(length) + " exceeds the string's capacity";
             return;
         }
         field.text = TextAt(field.offset + 4, static_cast<size_t>(length), unitSize);
@@ -130,10 +130,10 @@ private:
     {
         switch (layout.kind)
         {
-        case FieldKind::NarrowText:
+        case FieldKind::AnsiString:
             ReadText(field, 1);
             break;
-        case FieldKind::WideText:
+        case FieldKind::Utf16String:
             ReadText(field, 2);
             break;
         case FieldKind::Data:
@@ -148,8 +148,8 @@ private:
         case FieldKind::NumberList:
             ReadNumbers(field, ArrayCount(field), FieldKind::Number);
             break;
-        case FieldKind::TextList:
-            ReadTexts(field);
+        case FieldKind::StringList:
+            ReadStrings(field);
             break;
         case FieldKind::RecordList:
             ReadRecords(field, *layout.elements);
@@ -164,7 +164,7 @@ private:
         return NumberAt(field.offset + offsetof(RelativeArray, count), sizeof(RelativeArray::count));
     }
 
-    /// The product of the factors; as much as there is no room for, if it doesn't fit or they are missing.
+    /// The product of the factors; UINT64_MAX if it overflows or a factor is missing.
     uint64_t CountOf(const ItemCount& count, size_t base) const
     {
         if (count.constant != 0)
@@ -189,7 +189,7 @@ private:
         return product;
     }
 
-    /// Whether `count` elements are in the payload at the place that is referred to; that is the item then.
+    /// Whether the payload contains the `count` elements that the field refers to. If so, they become the item.
     bool Take(DecodedField& field, uint64_t count, size_t elementSize) const
     {
         if (count > (end - field.itemOffset) / elementSize)
@@ -214,7 +214,7 @@ private:
                 return;
             }
         }
-        field.problem = "the text has no end";
+        field.problem = "the string has no terminator";
         field.itemOffset = field.offset;
     }
 
@@ -243,14 +243,14 @@ private:
         }
     }
 
-    void ReadTexts(DecodedField& field) const
+    void ReadStrings(DecodedField& field) const
     {
         const uint64_t count = ArrayCount(field);
         if (!Take(field, count, sizeof(RelativeOffset)))
         {
             return;
         }
-        const FieldLayout entry = {"", 0,      sizeof(RelativeOffset), FieldKind::NarrowText, nullptr,
+        const FieldLayout entry = {"", 0,      sizeof(RelativeOffset), FieldKind::AnsiString, nullptr,
                                    {}, nullptr};
         size_t textSize = 0;
         for (size_t i = 0; i < count; ++i)
@@ -260,8 +260,8 @@ private:
             textSize += field.children.back().itemSize;
             if (textSize > end)
             {
-                // Read on, a small payload could give any amount of text.
-                field.problem = "its texts are longer than the payload";
+                // Strings that share bytes could otherwise turn a small payload into any amount of output.
+                field.problem = "its strings are longer than the payload";
                 field.children.clear();
                 field.itemOffset = field.offset;
                 field.itemSize = 0;

@@ -3,8 +3,8 @@
 /// \file
 /// Reads a payload by the table of its Blob's fields; any thread, any platform.
 ///
-/// Payloads may be anything: a field that isn't there, or that refers to something outside of the payload, is told
-/// as a problem of that field.
+/// Payloads can have any content: a field that is missing, or refers to data outside of the payload, is reported as a
+/// problem of that field.
 
 #include "bridge/Recording/BlobLayout.h"
 
@@ -22,18 +22,18 @@ struct DecodedField
     FieldKind kind = FieldKind::Bytes;
     size_t offset = 0;     ///< the field's own bytes
     size_t size = 0;       ///< bytes; cut at the end of the payload
-    size_t itemOffset = 0; ///< what the field refers to; the field itself if it refers to nothing
+    size_t itemOffset = 0; ///< the data that the field refers to; the field itself if there is none
     size_t itemSize = 0;   ///< bytes
-    uint64_t number = 0;   ///< of numbers and addresses; the sign extended
-    std::string text;      ///< of texts, UTF-8
+    uint64_t number = 0;   ///< of numbers and addresses; sign-extended
+    std::string text;      ///< of strings, UTF-8
     const NamedValue* values = nullptr;
-    bool isAbsent = false;              ///< the field refers to nothing
+    bool isAbsent = false;              ///< the field is 0: it refers to no data
     std::string problem;                ///< why there is no value; empty if there is one
     std::vector<DecodedField> children; ///< of records and lists
 };
 
-/// The fields of a payload in their order. A number without a layout gives one field "payload", as does a
-/// payload where there should be none; an empty payload gives none then.
+/// The fields of a payload, in their order. For a Blob without a layout the result is one field "payload", or none if the
+/// payload is empty.
 std::vector<DecodedField> DecodePayload(BlobType type, const uint8_t* payload, size_t size);
 
 /// The field of this name, or null.

@@ -61,7 +61,7 @@ TEST(BlobLayout, KnowsTheFortyBlobsOfTheAgentByTheirNumbers)
     EXPECT_EQ("Blob 77", BlobName(static_cast<BlobType>(77)));
 }
 
-TEST(BlobLayout, TellsOffsetsAndSizesOfTheWireRecords)
+TEST(BlobLayout, HasOffsetsAndSizesOfTheWireRecords)
 {
     const RecordLayout& layout = *FindBlobLayout(BlobType::PatchLoaded)->fixed;
     EXPECT_EQ(80u, layout.size);
@@ -72,7 +72,7 @@ TEST(BlobLayout, TellsOffsetsAndSizesOfTheWireRecords)
     EXPECT_STREQ("WirePageRange", pageRanges.elements->name);
 }
 
-TEST(BlobDecoder, ReadsTextsListsAndNumbers)
+TEST(BlobDecoder, ReadsStringsListsAndNumbers)
 {
     EXPECT_EQ(Json({{"version", "2.4.0"}}), Decode(MakeVersion()));
     EXPECT_EQ(Json({{"level", 4}, {"text", "a \"text\""}}),
@@ -91,7 +91,7 @@ TEST(BlobDecoder, ReadsTextsListsAndNumbers)
     EXPECT_FALSE(loaded.contains("padding1C"));
 }
 
-TEST(BlobDecoder, ReadsInlineTextsWithinLists)
+TEST(BlobDecoder, ReadsInlineStringsInLists)
 {
     const Json modules = Decode(MakeEnableModules(2, 0x77770000));
     EXPECT_EQ("A.dll", modules["modules"][1]["path"]);
@@ -105,7 +105,7 @@ TEST(BlobDecoder, ReadsInlineTextsWithinLists)
         Summary(MakeEnableModules(2, 0x77770000)));
 }
 
-TEST(BlobDecoder, ReadsAsMuchDataAsOtherFieldsSay)
+TEST(BlobDecoder, ReadsAsMuchDataAsOtherFieldsSpecify)
 {
     EXPECT_EQ("0102030405060708", Decode(MakeReadMemoryResult({1, 2, 3, 4, 5, 6, 7, 8}, 9))["data"]);
     EXPECT_EQ("", Decode(MakeReadMemoryResult({}, 9))["data"]);
@@ -117,15 +117,15 @@ TEST(BlobDecoder, ReadsAsMuchDataAsOtherFieldsSay)
               Summary(MakeReadMemory({0x401000}, 0xFEDCBA9876543210)));
 }
 
-TEST(BlobDecoder, ReadsTextsThatAreRelativeToThemselves)
+TEST(BlobDecoder, ReadsStringsThatAreRelativeToTheirEntries)
 {
     EXPECT_EQ(Json({"one", "second"}), Decode(MakeCallHooks("one", "second"))["textList"]);
     EXPECT_TRUE(Decode(MakeCallHooks("one", "second"))["firstText"].is_null());
-    EXPECT_EQ("kind=8 first=0x00401000 end=0x00401008 number=0 textList=2 texts",
+    EXPECT_EQ("kind=8 first=0x00401000 end=0x00401008 number=0 textList=2 strings",
               Summary(MakeCallHooks("one", "second")));
 }
 
-TEST(BlobDecoder, RefusesTextsThatAreSharedSoOftenThatTheyGrowBeyondThePayload)
+TEST(BlobDecoder, RefusesSharedStringsThatTogetherExceedThePayload)
 {
     const auto decodeShared = [](uint32_t count) {
         const std::string text(100, 'x');
@@ -142,7 +142,7 @@ TEST(BlobDecoder, RefusesTextsThatAreSharedSoOftenThatTheyGrowBeyondThePayload)
         return Decode(blob.Finish())["textList"];
     };
     EXPECT_EQ(Json({std::string(100, 'x')}), decodeShared(1));
-    EXPECT_EQ(Problem("its texts are longer than the payload"), decodeShared(2000));
+    EXPECT_EQ(Problem("its strings are longer than the payload"), decodeShared(2000));
 }
 
 TEST(BlobDecoder, ReadsRegistersAndTheRecordOfAnException)
@@ -171,7 +171,7 @@ TEST(BlobDecoder, ShowsPayloadsWithoutALayoutAsBytes)
     EXPECT_EQ(Json::object(), Decode(MakeEmpty(BlobType::RequestReload)));
 }
 
-TEST(BlobDecoder, TellsWhatIsMissingInAShortPayload)
+TEST(BlobDecoder, ReportsFieldsThatAShortPayloadLacks)
 {
     const Json loaded = Decode(BlobType::Restart, std::vector<uint8_t>(10));
     EXPECT_EQ("0x00000000", loaded["event"]);
@@ -182,13 +182,14 @@ TEST(BlobDecoder, TellsWhatIsMissingInAShortPayload)
               Summary(blob).find("event=0x00000000 processId=(the payload ends before its end) executableP"));
 }
 
-TEST(BlobDecoder, TellsWhatRefersToNothingInThePayload)
+TEST(BlobDecoder, ReportsFieldsThatReferToDataOutsideOfThePayload)
 {
-    const Json outside = Problem("refers to something outside of the payload");
+    const Json outside = Problem("refers to data outside of the payload");
     EXPECT_EQ(outside, Decode(BlobType::Version, {5, 0, 0, 0})["version"]);
     EXPECT_EQ(outside, Decode(BlobType::Version, {0xFF, 0xFF, 0xFF, 0xFF})["version"]);
-    EXPECT_EQ(Problem("the text has no end"), Decode(BlobType::Version, {4, 0, 0, 0})["version"]);
-    EXPECT_EQ(Problem("the text has no end"), Decode(BlobType::Version, {4, 0, 0, 0, 'a'})["version"]);
+    EXPECT_EQ(Problem("the string has no terminator"), Decode(BlobType::Version, {4, 0, 0, 0})["version"]);
+    EXPECT_EQ(Problem("the string has no terminator"),
+              Decode(BlobType::Version, {4, 0, 0, 0, 'a'})["version"]);
     EXPECT_EQ("a", Decode(BlobType::Version, {4, 0, 0, 0, 'a', 0})["version"]);
 
     std::vector<uint8_t> blob = MakePatchLoaded(u"x");
@@ -203,10 +204,10 @@ TEST(BlobDecoder, TellsWhatRefersToNothingInThePayload)
     EXPECT_EQ(outside, Decode(blob)["data"]);
     blob = MakeEnableModules(1, 1);
     blob[8 + 56 + 1] = 0x10; // the length of the path
-    EXPECT_EQ(Problem("the length 4101 is beyond the text's end"), Decode(blob)["modules"][0]["path"]);
+    EXPECT_EQ(Problem("the length 4101 exceeds the string's capacity"), Decode(blob)["modules"][0]["path"]);
 }
 
-TEST(BlobDecoder, GivesUtf8WhateverTheTextHolds)
+TEST(BlobDecoder, ReturnsValidUtf8ForAnyString)
 {
     EXPECT_EQ("a\xEF\xBF\xBD!", Decode(MakeVersion("a\xFF!"))["version"]);
     EXPECT_EQ("\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD", Decode(MakeVersion("\xED\xA0\x80"))["version"]);
@@ -232,7 +233,7 @@ TEST(BlobDecoder, StaysWithinAnyPayload)
             const size_t reach = payload.size() < 128 ? payload.size() : 128;
             payload[random() % reach] = static_cast<uint8_t>(random());
         }
-        // Everything that is told has to be there: the sanitizers watch.
+        // The sanitizers report an access outside of the payload.
         const std::vector<DecodedField> fields = DecodePayload(TypeOf(blob), payload.data(), payload.size());
         ASSERT_FALSE(FieldsAsJson(fields, payload.data()).dump().empty());
         FieldSummary(fields, payload.data());

@@ -9,53 +9,53 @@ namespace Torvane::Bridge
 namespace
 {
 constexpr BlobLayout layouts[] = {
-    {BlobType::Version, "Version", BlobWay::Both, &versionLayout},
-    {BlobType::RegisterAgent, "RegisterAgent", BlobWay::FromAgent, &registerAgentLayout},
-    {BlobType::RegisterProcess, "RegisterProcess", BlobWay::FromAgent, &registerProcessLayout},
-    {BlobType::RegisterProjectPreferences, "RegisterProjectPreferences", BlobWay::FromAgent,
+    {BlobType::Version, "Version", BlobSender::Both, &versionLayout},
+    {BlobType::RegisterAgent, "RegisterAgent", BlobSender::Agent, &registerAgentLayout},
+    {BlobType::RegisterProcess, "RegisterProcess", BlobSender::Agent, &registerProcessLayout},
+    {BlobType::RegisterProjectPreferences, "RegisterProjectPreferences", BlobSender::Agent,
      &projectPreferencesLayout},
-    {BlobType::LogNarrow, "LogNarrow", BlobWay::Both, &logNarrowLayout},
-    {BlobType::LogWide, "LogWide", BlobWay::Both, &logWideLayout},
-    {BlobType::EnableModules, "EnableModules", BlobWay::FromAgent, &enableModulesLayout},
-    {BlobType::DisableModules, "DisableModules", BlobWay::FromAgent, &disableModulesLayout},
-    {BlobType::LoadPatchWindows, "LoadPatchWindows", BlobWay::ToAgent, &loadPatchWindowsLayout},
-    {BlobType::PatchLoaded, "PatchLoaded", BlobWay::FromAgent, &patchLoadedLayout},
-    {BlobType::UnloadPatch, "UnloadPatch", BlobWay::ToAgent, &unloadPatchLayout},
-    {BlobType::CallHooks, "CallHooks", BlobWay::ToAgent, &callHooksLayout},
-    {BlobType::ReadMemory, "ReadMemory", BlobWay::ToAgent, &readMemoryLayout},
-    {BlobType::ReadMemoryResult, "ReadMemoryResult", BlobWay::FromAgent, &readMemoryResultLayout},
-    {BlobType::WriteMemory, "WriteMemory", BlobWay::ToAgent, &writeMemoryLayout},
-    {CopyMemoryBlob::type, "CopyMemory", BlobWay::ToAgent, &copyMemoryLayout},
-    {BlobType::SetPageProtectionWindows, "SetPageProtectionWindows", BlobWay::ToAgent,
+    {BlobType::LogNarrow, "LogNarrow", BlobSender::Both, &logNarrowLayout},
+    {BlobType::LogWide, "LogWide", BlobSender::Both, &logWideLayout},
+    {BlobType::EnableModules, "EnableModules", BlobSender::Agent, &enableModulesLayout},
+    {BlobType::DisableModules, "DisableModules", BlobSender::Agent, &disableModulesLayout},
+    {BlobType::LoadPatchWindows, "LoadPatchWindows", BlobSender::Bridge, &loadPatchWindowsLayout},
+    {BlobType::PatchLoaded, "PatchLoaded", BlobSender::Agent, &patchLoadedLayout},
+    {BlobType::UnloadPatch, "UnloadPatch", BlobSender::Bridge, &unloadPatchLayout},
+    {BlobType::CallHooks, "CallHooks", BlobSender::Bridge, &callHooksLayout},
+    {BlobType::ReadMemory, "ReadMemory", BlobSender::Bridge, &readMemoryLayout},
+    {BlobType::ReadMemoryResult, "ReadMemoryResult", BlobSender::Agent, &readMemoryResultLayout},
+    {BlobType::WriteMemory, "WriteMemory", BlobSender::Bridge, &writeMemoryLayout},
+    {CopyMemoryBlob::type, "CopyMemory", BlobSender::Bridge, &copyMemoryLayout},
+    {BlobType::SetPageProtectionWindows, "SetPageProtectionWindows", BlobSender::Bridge,
      &setPageProtectionWindowsLayout},
-    {BlobType::CallEntryPoint, "CallEntryPoint", BlobWay::ToAgent, &callEntryPointLayout},
-    {BlobType::FlushInstructionCache, "FlushInstructionCache", BlobWay::ToAgent, nullptr},
-    {BlobType::FinishAfterHotReload, "FinishAfterHotReload", BlobWay::ToAgent, nullptr},
-    {BlobType::RequestReload, "RequestReload", BlobWay::ToAgent, nullptr},
-    {BlobType::ScheduleReload, "ScheduleReload", BlobWay::FromAgent, &unwrittenLayout},
-    {BlobType::Reload, "Reload", BlobWay::FromAgent, &reloadLayout},
-    {BlobType::ResumeHeldThreads, "ResumeHeldThreads", BlobWay::FromAgent, &unwrittenLayout},
-    {BlobType::SuspendHeldThreads, "SuspendHeldThreads", BlobWay::FromAgent, &unwrittenLayout},
-    {BlobType::RequestRestart, "RequestRestart", BlobWay::ToAgent, nullptr},
-    {BlobType::ScheduleRestart, "ScheduleRestart", BlobWay::FromAgent, &scheduleRestartLayout},
-    {BlobType::Restart, "Restart", BlobWay::FromAgent, &restartLayout},
-    {BlobType::ExitProcessForHotRestart, "ExitProcessForHotRestart", BlobWay::ToAgent,
+    {BlobType::CallEntryPoint, "CallEntryPoint", BlobSender::Bridge, &callEntryPointLayout},
+    {BlobType::FlushInstructionCache, "FlushInstructionCache", BlobSender::Bridge, nullptr},
+    {BlobType::FinishAfterHotReload, "FinishAfterHotReload", BlobSender::Bridge, nullptr},
+    {BlobType::RequestReload, "RequestReload", BlobSender::Bridge, nullptr},
+    {BlobType::ScheduleReload, "ScheduleReload", BlobSender::Agent, &unwrittenLayout},
+    {BlobType::Reload, "Reload", BlobSender::Agent, &reloadLayout},
+    {BlobType::ResumeHeldThreads, "ResumeHeldThreads", BlobSender::Agent, &unwrittenLayout},
+    {BlobType::SuspendHeldThreads, "SuspendHeldThreads", BlobSender::Agent, &unwrittenLayout},
+    {BlobType::RequestRestart, "RequestRestart", BlobSender::Bridge, nullptr},
+    {BlobType::ScheduleRestart, "ScheduleRestart", BlobSender::Agent, &scheduleRestartLayout},
+    {BlobType::Restart, "Restart", BlobSender::Agent, &restartLayout},
+    {BlobType::ExitProcessForHotRestart, "ExitProcessForHotRestart", BlobSender::Bridge,
      &exitProcessForHotRestartLayout},
-    {BlobType::InstallExceptionHandler, "InstallExceptionHandler", BlobWay::ToAgent,
+    {BlobType::InstallExceptionHandler, "InstallExceptionHandler", BlobSender::Bridge,
      &installExceptionHandlerLayout},
-    {BlobType::HandleExceptionWindows, "HandleExceptionWindows", BlobWay::FromAgent,
+    {BlobType::HandleExceptionWindows, "HandleExceptionWindows", BlobSender::Agent,
      &handleExceptionWindowsLayout},
-    {BlobType::HandleExceptionWindowsResult, "HandleExceptionWindowsResult", BlobWay::ToAgent,
+    {BlobType::HandleExceptionWindowsResult, "HandleExceptionWindowsResult", BlobSender::Bridge,
      &handleExceptionWindowsResultLayout},
-    {BlobType::SetBoolPreferences, "SetBoolPreferences", BlobWay::FromAgent, &setBoolPreferencesLayout},
-    {BlobType::SetIntPreferences, "SetIntPreferences", BlobWay::FromAgent, &setIntPreferencesLayout},
-    {BlobType::SetStringPreferences, "SetStringPreferences", BlobWay::FromAgent, &setStringPreferencesLayout},
-    {BlobType::SetShortcutPreferences, "SetShortcutPreferences", BlobWay::FromAgent,
+    {BlobType::SetBoolPreferences, "SetBoolPreferences", BlobSender::Agent, &setBoolPreferencesLayout},
+    {BlobType::SetIntPreferences, "SetIntPreferences", BlobSender::Agent, &setIntPreferencesLayout},
+    {BlobType::SetStringPreferences, "SetStringPreferences", BlobSender::Agent, &setStringPreferencesLayout},
+    {BlobType::SetShortcutPreferences, "SetShortcutPreferences", BlobSender::Agent,
      &setShortcutPreferencesLayout},
-    {BlobType::DecrementLatch, "DecrementLatch", BlobWay::ToAgent, &decrementLatchLayout},
-    {BlobType::EchoRequest, "EchoRequest", BlobWay::ToAgent, &echoRequestLayout},
-    {BlobType::EchoReply, "EchoReply", BlobWay::FromAgent, &echoReplyLayout},
-    {BlobType::Synchronize, "Synchronize", BlobWay::ToAgent, nullptr},
+    {BlobType::DecrementLatch, "DecrementLatch", BlobSender::Bridge, &decrementLatchLayout},
+    {BlobType::EchoRequest, "EchoRequest", BlobSender::Bridge, &echoRequestLayout},
+    {BlobType::EchoReply, "EchoReply", BlobSender::Agent, &echoReplyLayout},
+    {BlobType::Synchronize, "Synchronize", BlobSender::Bridge, nullptr},
 };
 constexpr size_t layoutCount = sizeof(layouts) / sizeof(layouts[0]);
 
@@ -92,23 +92,23 @@ const char* KindName(FieldKind kind)
     case FieldKind::Address:
         return "address";
     case FieldKind::InlineText:
-        return "inline text";
+        return "inline ANSI string";
     case FieldKind::InlineWideText:
-        return "inline wide text";
+        return "inline UTF-16 string";
     case FieldKind::Record:
         return "record";
-    case FieldKind::NarrowText:
-        return "narrow text";
-    case FieldKind::WideText:
-        return "wide text";
+    case FieldKind::AnsiString:
+        return "ANSI string";
+    case FieldKind::Utf16String:
+        return "UTF-16 string";
     case FieldKind::Data:
         return "data";
     case FieldKind::AddressList:
         return "addresses";
     case FieldKind::NumberList:
         return "numbers";
-    case FieldKind::TextList:
-        return "texts";
+    case FieldKind::StringList:
+        return "strings";
     case FieldKind::RecordList:
         return "records";
     }

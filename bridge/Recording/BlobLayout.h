@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What each Blob's payload consists of, as tables over the wire records; constant data, any thread, any platform.
+/// Describes the payload of each Blob by tables of the wire records' fields; constant data, any thread, any platform.
 
 #include "Agent/Protocol/Blob.h"
 
@@ -17,32 +17,32 @@ enum class Direction
     ToAgent,
 };
 
-/// How the bytes of a field are to be read.
+/// How the bytes of a field are interpreted.
 enum class FieldKind : uint8_t
 {
     Padding,        ///< without meaning: 0, or left unwritten
-    Bytes,          ///< not read by the Agent, or of a format of its own
+    Bytes,          ///< not read by the Agent, or in a format of their own
     Flag,           ///< a byte
     Number,         ///< unsigned, of any size
     SignedNumber,   ///< 32 bits
-    Hexadecimal,    ///< unsigned, of any size: offsets, flags, values that are handed back unchanged
+    Hexadecimal,    ///< unsigned, of any size: offsets, flags, values that are returned unchanged
     Address,        ///< an address or a handle of the Agent's process, 64 bits
     InlineText,     ///< `InlineText`
     InlineWideText, ///< `InlineWideText`
     Record,         ///< a record in place: `elements`
-    NarrowText,     ///< `RelativeOffset` to characters up to a 0
-    WideText,       ///< `RelativeOffset` to UTF-16 units up to a 0
-    Data, ///< `RelativeOffset` to as many bytes as `count` says; if `elements` is set, to such a record
-    AddressList, ///< `RelativeOffset` to as many address slots as `count` says
+    AnsiString,     ///< `RelativeOffset` to characters up to a 0
+    Utf16String,    ///< `RelativeOffset` to UTF-16 units up to a 0
+    Data, ///< `RelativeOffset` to as many bytes as `count` specifies; if `elements` is set, to such a record
+    AddressList, ///< `RelativeOffset` to as many address slots as `count` specifies
     NumberList,  ///< `RelativeArray` of u64
-    TextList,    ///< `RelativeArray` of `RelativeOffset`, each to characters up to a 0
+    StringList,  ///< `RelativeArray` of `RelativeOffset`, each to characters up to a 0
     RecordList,  ///< `RelativeArray` of `elements`
 };
 
-/// The name of a kind in listings: "narrow text".
+/// The name of a kind in listings: "ANSI string".
 const char* KindName(FieldKind kind);
 
-/// A text for one value of a number, or for one bit.
+/// A name for one value of a number, or for one bit.
 struct NamedValue
 {
     uint32_t value;
@@ -51,13 +51,13 @@ struct NamedValue
 
 struct RecordLayout;
 
-/// How much a `RelativeOffset` refers to: a constant, or the product of one or two other fields of its record.
+/// The count of what a `RelativeOffset` refers to: a constant, or the product of one or two other fields of its record.
 struct ItemCount
 {
     struct Factor
     {
         uint16_t offset;
-        uint16_t size; ///< bytes; 0 for a factor that isn't there
+        uint16_t size; ///< bytes; 0 for no factor
     };
 
     uint32_t constant;
@@ -96,10 +96,10 @@ struct RecordLayout
 };
 
 /// Who sends a Blob.
-enum class BlobWay : uint8_t
+enum class BlobSender : uint8_t
 {
-    FromAgent,
-    ToAgent,
+    Agent,
+    Bridge,
     Both,
 };
 
@@ -107,7 +107,7 @@ struct BlobLayout
 {
     BlobType type;
     const char* name; ///< as in `BlobType`
-    BlobWay way;
+    BlobSender sender;
     const RecordLayout* fixed; ///< null for a Blob without payload
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Fields of the records that lists consist of, and of what exceptions carry; for the table of Blobs alone.
+/// Fields of list elements and of the data of exceptions; included by the table of Blobs only.
 
 #include "bridge/Recording/FieldTable.h"
 
@@ -52,7 +52,7 @@ inline constexpr FieldLayout resumeRecordFields[] = {
 };
 TORVANE_LAYOUT(resumeRecordLayout, ResumeRecord, resumeRecordFields);
 
-/// `EXCEPTION_RECORD32` as published by the OS's maker.
+/// `EXCEPTION_RECORD32` as published by the OS's vendor.
 struct PublishedExceptionRecord
 {
     uint32_t code;
@@ -62,7 +62,7 @@ struct PublishedExceptionRecord
     uint32_t informationCount;
     uint32_t information0; ///< of an access violation: 0 a read, 1 a write, 8 an execution
     uint32_t information1; ///< of an access violation: the address
-    uint8_t informationBehind[13 * 4];
+    uint8_t furtherInformation[13 * 4];
 };
 static_assert(sizeof(PublishedExceptionRecord) == 80);
 
@@ -88,11 +88,11 @@ inline constexpr FieldLayout exceptionRecordFields[] = {
     TORVANE_FIELD(Number, PublishedExceptionRecord, informationCount),
     TORVANE_FIELD(Hexadecimal, PublishedExceptionRecord, information0),
     TORVANE_FIELD(Hexadecimal, PublishedExceptionRecord, information1),
-    TORVANE_FIELD(Bytes, PublishedExceptionRecord, informationBehind),
+    TORVANE_FIELD(Bytes, PublishedExceptionRecord, furtherInformation),
 };
 TORVANE_LAYOUT(exceptionRecordLayout, PublishedExceptionRecord, exceptionRecordFields);
 
-/// `CONTEXT` of a 32-bit thread as published by the OS's maker.
+/// `CONTEXT` of a 32-bit thread as published by the OS's vendor.
 struct PublishedContext
 {
     uint32_t flags;

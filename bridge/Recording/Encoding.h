@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Texts and bytes in the forms that recordings hold: UTF-8 and hexadecimal digits; any thread, any platform.
+/// Converts strings and bytes to the encodings of recordings, UTF-8 and hexadecimal digits; any thread, any platform.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -10,16 +10,16 @@
 
 namespace Torvane::Bridge
 {
-/// UTF-8 of `count` UTF-16LE units. A surrogate without its other half becomes U+FFFD.
+/// UTF-8 of `count` UTF-16LE units. An unpaired surrogate becomes U+FFFD.
 std::string Utf8FromUtf16(const uint8_t* units, size_t count);
 
-/// The text itself if it is UTF-8; each byte that isn't part of any becomes U+FFFD.
+/// The string itself if it is valid UTF-8. Each byte that isn't part of a valid sequence becomes U+FFFD.
 std::string ValidUtf8(const std::string& text);
 
-/// Two lower-case digits for each byte, with nothing between.
+/// Two lower-case digits for each byte, without separators.
 std::string HexFromBytes(const uint8_t* bytes, size_t size);
 
-/// The reverse; digits of either case. \return false for an odd number of characters or one that is no digit.
+/// The reverse, for digits of either case. \return false for an odd number of characters or a character that is no digit.
 bool BytesFromHex(const std::string& hex, std::vector<uint8_t>& bytes);
 
 /// "0x00401000": at least `digits` upper-case digits.

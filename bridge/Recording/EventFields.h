@@ -1,13 +1,14 @@
 #pragma once
 
 /// \file
-/// Fields of the Blobs about reloads, restarts, exceptions, preferences, latches and echoes; for the table of Blobs alone.
+/// Fields of the Blobs of reloads, restarts, exceptions, preferences, latches and echoes; included by the table of Blobs
+/// only.
 
 #include "bridge/Recording/ElementFields.h"
 
 namespace Torvane::Bridge
 {
-/// What the Broker can decide about an exception; any other value lets it pass on.
+/// The decisions about an exception; any other value continues the search as 0 does.
 inline constexpr NamedValue actionValues[] = {
     {0, "continue search"}, {1, "no operation"}, {2, "skip instruction"},
     {3, "resume at frame"}, {4, "ignore"},       {0, nullptr},
@@ -32,7 +33,7 @@ inline constexpr FieldLayout restartFields[] = {
     TORVANE_FIELD(Address, RestartBlob, event),
     TORVANE_FIELD(Number, RestartBlob, processId),
     TORVANE_FIELD(InlineWideText, RestartBlob, executablePath),
-    TORVANE_FIELD(WideText, RestartBlob, commandLine),
+    TORVANE_FIELD(Utf16String, RestartBlob, commandLine),
     TORVANE_FIELD(InlineWideText, RestartBlob, currentDirectory),
     TORVANE_FIELD(Number, RestartBlob, environmentSize),
     TORVANE_FIELD(Data, RestartBlob, environment, nullptr,
@@ -91,7 +92,7 @@ TORVANE_LAYOUT(setIntPreferencesLayout, SetIntPreferencesBlob, setIntPreferences
 
 inline constexpr FieldLayout setStringPreferencesFields[] = {
     TORVANE_FIELD(Number, SetStringPreferencesBlob, preference),
-    TORVANE_FIELD(NarrowText, SetStringPreferencesBlob, value),
+    TORVANE_FIELD(AnsiString, SetStringPreferencesBlob, value),
 };
 TORVANE_LAYOUT(setStringPreferencesLayout, SetStringPreferencesBlob, setStringPreferencesFields);
 

@@ -1,10 +1,10 @@
 #pragma once
 
 /// \file
-/// How the rows of the tables of fields are written, and what the compiler checks in them; for those tables alone.
+/// Macros for the rows of the tables of fields, and their compile-time checks; included by these tables only.
 ///
-/// Name, offset and size of a row come from the member itself. A table has to cover its record without a gap, so
-/// that a member that is added, moved or renamed there and not here doesn't compile.
+/// Name, offset and size of a row are taken from the member. A table has to cover its record without gaps: a member that
+/// is added, moved or renamed in the record but not in the table doesn't compile.
 
 #include "bridge/Recording/BlobLayout.h"
 
@@ -38,13 +38,13 @@ constexpr bool FitsKind(FieldKind kind)
         return std::is_same_v<Member, InlineWideText>;
     case FieldKind::Record:
         return std::is_class_v<Member>;
-    case FieldKind::NarrowText:
-    case FieldKind::WideText:
+    case FieldKind::AnsiString:
+    case FieldKind::Utf16String:
     case FieldKind::Data:
     case FieldKind::AddressList:
         return std::is_same_v<Member, RelativeOffset>;
     case FieldKind::NumberList:
-    case FieldKind::TextList:
+    case FieldKind::StringList:
     case FieldKind::RecordList:
         return std::is_same_v<Member, RelativeArray>;
     }
@@ -77,7 +77,7 @@ constexpr bool Covers(const FieldLayout* fields, size_t count, size_t recordSize
     return position == recordSize;
 }
 
-// One row: the kind, the record, its member, and what the kind needs besides.
+// One row: the kind, the record, its member, and what else the kind needs.
 #define TORVANE_FIELD(kind, record, member, ...)                                                \
     ::Torvane::Bridge::MakeField<decltype(record::member), ::Torvane::Bridge::FieldKind::kind>( \
         #member, offsetof(record, member), ##__VA_ARGS__)
@@ -88,7 +88,7 @@ constexpr bool Covers(const FieldLayout* fields, size_t count, size_t recordSize
         offsetof(record, member), sizeof(record::member) \
     }
 
-// Makes the layout `name` of the rows `rows`, which have to cover the record.
+// Defines `layout` from `rows`, which have to cover the record.
 #define TORVANE_LAYOUT(layout, record, rows)                                                         \
     static_assert(::Torvane::Bridge::Covers(rows, sizeof(rows) / sizeof((rows)[0]), sizeof(record)), \
                   "The rows don't cover " #record ".");                                              \

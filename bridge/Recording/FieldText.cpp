@@ -76,8 +76,8 @@ nlohmann::ordered_json ValueAsJson(const DecodedField& field, const uint8_t* pay
         return HexNumber(field.number, DigitsOf(field));
     case FieldKind::InlineText:
     case FieldKind::InlineWideText:
-    case FieldKind::NarrowText:
-    case FieldKind::WideText:
+    case FieldKind::AnsiString:
+    case FieldKind::Utf16String:
         return field.text;
     case FieldKind::Record:
         return FieldsAsJson(field.children, payload);
@@ -87,7 +87,7 @@ nlohmann::ordered_json ValueAsJson(const DecodedField& field, const uint8_t* pay
                    : FieldsAsJson(field.children, payload);
     case FieldKind::AddressList:
     case FieldKind::NumberList:
-    case FieldKind::TextList:
+    case FieldKind::StringList:
     case FieldKind::RecordList:
     {
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -125,8 +125,8 @@ std::string FieldText(const DecodedField& field, const uint8_t* payload)
         return NumberText(field);
     case FieldKind::InlineText:
     case FieldKind::InlineWideText:
-    case FieldKind::NarrowText:
-    case FieldKind::WideText:
+    case FieldKind::AnsiString:
+    case FieldKind::Utf16String:
         return Quoted(field.text);
     case FieldKind::Record:
         return "{" + FieldSummary(field.children, payload) + "}";
@@ -138,8 +138,8 @@ std::string FieldText(const DecodedField& field, const uint8_t* payload)
                                           : std::to_string(field.children.size()) + " addresses";
     case FieldKind::NumberList:
         return Plural(field.children.size(), "number");
-    case FieldKind::TextList:
-        return Plural(field.children.size(), "text");
+    case FieldKind::StringList:
+        return Plural(field.children.size(), "string");
     case FieldKind::RecordList:
         return Plural(field.children.size(), "record");
     case FieldKind::Padding:

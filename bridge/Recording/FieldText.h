@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Decoded fields as text for people and as JSON for programs; any thread, any platform.
+/// Formats decoded fields as readable text and as JSON; any thread, any platform.
 
 #include "bridge/Recording/BlobDecoder.h"
 
@@ -13,15 +13,15 @@
 
 namespace Torvane::Bridge
 {
-/// The value in one line: `4 (Error)`, `0x00401000`, `"a text"`, `3 records`, `none`.
+/// The value in one line: `4 (Error)`, `0x00401000`, `"a string"`, `3 records`, `none`.
 std::string FieldText(const DecodedField& field, const uint8_t* payload);
 
-/// What of a payload is worth seeing in one line: `level=4 (Error) text="..."`. Padding, bytes that aren't read, and
-/// what refers to nothing are left out. Whole, however long.
+/// The fields in one line of any length: `level=4 (Error) text="..."`. Omits padding, bytes that the Agent doesn't read,
+/// and fields that refer to no data.
 std::string FieldSummary(const std::vector<DecodedField>& fields, const uint8_t* payload);
 
-/// An object of all fields but padding, in their order: numbers; addresses and what is best read in hexadecimal as
-/// "0x..."; bytes and data in hexadecimal digits; texts; lists as arrays, records as objects; null for what refers to
-/// nothing; {"problem": "..."} for what can't be read.
+/// An object of all fields but padding, in their order: numbers; addresses and hexadecimal values as "0x..."; bytes and
+/// data as hexadecimal digits; strings; lists as arrays; records as objects; null for a field that refers to no data;
+/// {"problem": "..."} for one that can't be decoded.
 nlohmann::ordered_json FieldsAsJson(const std::vector<DecodedField>& fields, const uint8_t* payload);
 } // namespace Torvane::Bridge

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Fields of the Blobs about patches and memory; for the table of Blobs alone.
+/// Fields of the Blobs about patches and memory; included by the table of Blobs only.
 
 #include "bridge/Recording/ElementFields.h"
 
@@ -9,8 +9,8 @@ namespace Torvane::Bridge
 {
 inline constexpr FieldLayout loadPatchWindowsFields[] = {
     TORVANE_FIELD(Bytes, LoadPatchWindowsBlob, unread00),
-    TORVANE_FIELD(WideText, LoadPatchWindowsBlob, patchPath),
-    TORVANE_FIELD(WideText, LoadPatchWindowsBlob, secondText),
+    TORVANE_FIELD(Utf16String, LoadPatchWindowsBlob, patchPath),
+    TORVANE_FIELD(Utf16String, LoadPatchWindowsBlob, secondText),
     TORVANE_FIELD(Bytes, LoadPatchWindowsBlob, unread0C),
     TORVANE_FIELD(Hexadecimal, LoadPatchWindowsBlob, echo38),
     TORVANE_FIELD(Bytes, LoadPatchWindowsBlob, unread40),
@@ -25,8 +25,8 @@ inline constexpr FieldLayout loadPatchWindowsFields[] = {
 TORVANE_LAYOUT(loadPatchWindowsLayout, LoadPatchWindowsBlob, loadPatchWindowsFields);
 
 inline constexpr FieldLayout patchLoadedFields[] = {
-    TORVANE_FIELD(WideText, PatchLoadedBlob, patchPath),
-    TORVANE_FIELD(WideText, PatchLoadedBlob, secondText),
+    TORVANE_FIELD(Utf16String, PatchLoadedBlob, patchPath),
+    TORVANE_FIELD(Utf16String, PatchLoadedBlob, secondText),
     TORVANE_FIELD(Hexadecimal, PatchLoadedBlob, echo38),
     TORVANE_FIELD(Address, PatchLoadedBlob, base),
     TORVANE_FIELD(Number, PatchLoadedBlob, imageSize),
@@ -49,9 +49,9 @@ TORVANE_LAYOUT(unloadPatchLayout, UnloadPatchBlob, unloadPatchFields);
 inline constexpr FieldLayout callHooksFields[] = {
     TORVANE_FIELD(Number, CallHooksBlob, kind),           TORVANE_FIELD(Padding, CallHooksBlob, padding04),
     TORVANE_FIELD(Address, CallHooksBlob, first),         TORVANE_FIELD(Address, CallHooksBlob, end),
-    TORVANE_FIELD(NarrowText, CallHooksBlob, firstText),  TORVANE_FIELD(Number, CallHooksBlob, number),
-    TORVANE_FIELD(NarrowText, CallHooksBlob, secondText), TORVANE_FIELD(NarrowText, CallHooksBlob, thirdText),
-    TORVANE_FIELD(NarrowText, CallHooksBlob, kind7Text),  TORVANE_FIELD(TextList, CallHooksBlob, textList),
+    TORVANE_FIELD(AnsiString, CallHooksBlob, firstText),  TORVANE_FIELD(Number, CallHooksBlob, number),
+    TORVANE_FIELD(AnsiString, CallHooksBlob, secondText), TORVANE_FIELD(AnsiString, CallHooksBlob, thirdText),
+    TORVANE_FIELD(AnsiString, CallHooksBlob, kind7Text),  TORVANE_FIELD(StringList, CallHooksBlob, textList),
     TORVANE_FIELD(Padding, CallHooksBlob, padding34),
 };
 TORVANE_LAYOUT(callHooksLayout, CallHooksBlob, callHooksFields);

@@ -13,7 +13,7 @@ namespace
 {
 constexpr uint32_t mostNumberedFiles = 10000;
 
-std::string CurrentTimeText()
+std::string CurrentTimeString()
 {
     SYSTEMTIME time;
     GetSystemTime(&time);
@@ -23,15 +23,15 @@ std::string CurrentTimeText()
     return text;
 }
 
-/// Readers may look on while it is written.
+/// Other programs can read the file while it is written.
 HANDLE CreateNewFile(const std::wstring& path)
 {
     return CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
                        FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-/// Where the file's name begins in a path; its end if it names none.
-size_t NameIn(const std::wstring& path)
+/// The offset of the file's name in a path; the path's length if there is none.
+size_t FileNameOffset(const std::wstring& path)
 {
     return path.find_last_of(L"/\\:") + 1; // npos + 1 is 0
 }
@@ -39,13 +39,13 @@ size_t NameIn(const std::wstring& path)
 /// "reload.2.jsonl" for "reload.jsonl".
 std::wstring NumberedPath(const std::wstring& path, uint32_t number)
 {
-    const size_t name = NameIn(path);
+    const size_t name = FileNameOffset(path);
     const size_t dot = path.find_last_of(L'.');
     const size_t end = dot == std::wstring::npos || dot <= name ? path.size() : dot;
     return path.substr(0, end) + L"." + std::to_wstring(number) + path.substr(end);
 }
 
-/// One file; kept alive by the links that it records.
+/// A recording file, shared by the links that it records.
 class Recorder
 {
 public:
@@ -53,10 +53,10 @@ public:
     explicit Recorder(HANDLE newFile)
         : file(newFile)
     {
-        QueryPerformanceCounter(&begun);
+        QueryPerformanceCounter(&startTime);
         RecordingHeader header;
         header.bridgeProcessId = GetCurrentProcessId();
-        header.startedAt = CurrentTimeText();
+        header.startedAt = CurrentTimeString();
         Write(RecordingHeaderLine(header));
     }
 
@@ -73,10 +73,10 @@ public:
         return file != INVALID_HANDLE_VALUE;
     }
 
-    void Record(const Message& message, uint32_t hostProcessId, double linkMadeAt)
+    void Record(const Message& message, uint32_t hostProcessId, double linkCreationTime)
     {
         RecordedBlob blob;
-        blob.time = linkMadeAt + message.Time();
+        blob.time = linkCreationTime + message.Time();
         blob.hostProcessId = hostProcessId;
         blob.direction = message.From();
         blob.bytes = message.Bytes();
@@ -92,7 +92,8 @@ public:
         LARGE_INTEGER frequency;
         QueryPerformanceCounter(&now);
         QueryPerformanceFrequency(&frequency);
-        return static_cast<double>(now.QuadPart - begun.QuadPart) / static_cast<double>(frequency.QuadPart);
+        return static_cast<double>(now.QuadPart - startTime.QuadPart) /
+               static_cast<double>(frequency.QuadPart);
     }
 
 private:
@@ -122,16 +123,16 @@ private:
 
     SRWLOCK lock = SRWLOCK_INIT;
     HANDLE file;
-    LARGE_INTEGER begun = {};
+    LARGE_INTEGER startTime = {};
     uint64_t count = 0;
 };
 
 void Attach(const std::shared_ptr<Recorder>& recorder, Link& link)
 {
     const uint32_t hostProcessId = link.HostProcessId();
-    const double madeAt = recorder->Now() - link.Now();
-    link.Observe([recorder, hostProcessId, madeAt](const Message& message) {
-        recorder->Record(message, hostProcessId, madeAt);
+    const double creationTime = recorder->Now() - link.Now();
+    link.Observe([recorder, hostProcessId, creationTime](const Message& message) {
+        recorder->Record(message, hostProcessId, creationTime);
     });
 }
 } // namespace
@@ -148,7 +149,7 @@ bool RecordLink(Link& link, const std::wstring& path)
 
 bool RecordEveryLink(const std::wstring& path)
 {
-    if (NameIn(path) == path.size())
+    if (FileNameOffset(path) == path.size())
     {
         return false;
     }
@@ -167,7 +168,7 @@ bool RecordEveryLink(const std::wstring& path)
     return recorder->IsWriting();
 }
 
-bool RecordEveryLinkIfAsked()
+bool RecordEveryLinkIfRequested()
 {
     std::wstring path(32768, L'\0');
     path.resize(

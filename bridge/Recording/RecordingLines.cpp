@@ -54,7 +54,7 @@ std::string RecordedBlobLine(const RecordedBlob& blob)
         {"blob", blob.number},
         {"time", round(blob.time * microseconds) / microseconds},
         {"host", blob.hostProcessId},
-        {"direction", blob.direction == Direction::FromAgent ? fromAgentText : toAgentText},
+        {"direction", blob.direction == Direction::FromAgent ? fromAgentName : toAgentName},
         {"type", static_cast<uint32_t>(type)},
         {"name", BlobName(type)},
         {"size", blob.PayloadSize()},

@@ -13,12 +13,12 @@
 
 namespace Torvane::Bridge
 {
-/// First member of the first line, by which a recording is known: {"recording":"Torvane Blobs",...
+/// Identifies a recording, as the first member of its first line: {"recording":"Torvane Blobs",...
 constexpr char recordingMark[] = "Torvane Blobs";
 constexpr uint32_t recordingFormat = 1;
 
-constexpr char fromAgentText[] = "fromAgent";
-constexpr char toAgentText[] = "toAgent";
+constexpr char fromAgentName[] = "fromAgent";
+constexpr char toAgentName[] = "toAgent";
 
 struct RecordingHeader
 {
@@ -29,7 +29,7 @@ struct RecordingHeader
 /// A Blob as it is recorded.
 struct RecordedBlob
 {
-    uint64_t number = 0; ///< from 1 on, in the order of the lines
+    uint64_t number = 0; ///< from 1, in the order of the lines
     double time = 0;     ///< seconds since the recording began
     uint32_t hostProcessId = 0;
     Direction direction = Direction::FromAgent;
@@ -40,7 +40,7 @@ struct RecordedBlob
     size_t PayloadSize() const;
 };
 
-/// With the line's end.
+/// Each with a line feed at its end.
 std::string RecordingHeaderLine(const RecordingHeader& header);
 std::string RecordedBlobLine(const RecordedBlob& blob);
 } // namespace Torvane::Bridge

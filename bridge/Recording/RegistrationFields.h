@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Fields of the Blobs of the handshake, the registration, the log and the announcing of modules; for the table of Blobs alone.
+/// Fields of the Blobs of handshake, registration, log and modules; included by the table of Blobs only.
 
 #include "bridge/Recording/ElementFields.h"
 
@@ -24,7 +24,7 @@ inline constexpr NamedValue levelValues[] = {
 };
 
 inline constexpr FieldLayout versionFields[] = {
-    TORVANE_FIELD(NarrowText, VersionBlob, version),
+    TORVANE_FIELD(AnsiString, VersionBlob, version),
 };
 TORVANE_LAYOUT(versionLayout, VersionBlob, versionFields);
 
@@ -32,21 +32,21 @@ inline constexpr FieldLayout projectPreferencesFields[] = {
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag00),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag01),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding02),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, directoryToBroker),
-    TORVANE_FIELD(NarrowText, ProjectPreferencesRecord, text08),
-    TORVANE_FIELD(NarrowText, ProjectPreferencesRecord, text0C),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, directoryToBroker),
+    TORVANE_FIELD(AnsiString, ProjectPreferencesRecord, text08),
+    TORVANE_FIELD(AnsiString, ProjectPreferencesRecord, text0C),
     TORVANE_FIELD(Number, ProjectPreferencesRecord, number10),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag14),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding15),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, wideText18),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, wideText1C),
-    TORVANE_FIELD(NarrowText, ProjectPreferencesRecord, text20),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, wideText18),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, wideText1C),
+    TORVANE_FIELD(AnsiString, ProjectPreferencesRecord, text20),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag24),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag25),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag26),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding27),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, wideText28),
-    TORVANE_FIELD(NarrowText, ProjectPreferencesRecord, text2C),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, wideText28),
+    TORVANE_FIELD(AnsiString, ProjectPreferencesRecord, text2C),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag30),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag31),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag32),
@@ -54,8 +54,8 @@ inline constexpr FieldLayout projectPreferencesFields[] = {
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag34),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag35),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding36),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, wideText38),
-    TORVANE_FIELD(NarrowText, ProjectPreferencesRecord, text3C),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, wideText38),
+    TORVANE_FIELD(AnsiString, ProjectPreferencesRecord, text3C),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag40),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag41),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag42),
@@ -63,19 +63,19 @@ inline constexpr FieldLayout projectPreferencesFields[] = {
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag44),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding45),
     TORVANE_FIELD(Number, ProjectPreferencesRecord, number48),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, wideText4C),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, wideText4C),
     TORVANE_FIELD(Number, ProjectPreferencesRecord, number50),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag54),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding55),
-    TORVANE_FIELD(NarrowText, ProjectPreferencesRecord, text58),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, wideText5C),
+    TORVANE_FIELD(AnsiString, ProjectPreferencesRecord, text58),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, wideText5C),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag60),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding61),
-    TORVANE_FIELD(NarrowText, ProjectPreferencesRecord, text64),
+    TORVANE_FIELD(AnsiString, ProjectPreferencesRecord, text64),
     TORVANE_FIELD(Number, ProjectPreferencesRecord, number68),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, flag6C),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding6D),
-    TORVANE_FIELD(WideText, ProjectPreferencesRecord, projectPreferencesFile),
+    TORVANE_FIELD(Utf16String, ProjectPreferencesRecord, projectPreferencesFile),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, fromFile),
     TORVANE_FIELD(Flag, ProjectPreferencesRecord, fromRecord),
     TORVANE_FIELD(Padding, ProjectPreferencesRecord, padding76),
@@ -85,7 +85,7 @@ TORVANE_LAYOUT(projectPreferencesLayout, ProjectPreferencesRecord, projectPrefer
 inline constexpr FieldLayout registerAgentFields[] = {
     TORVANE_FIELD(Number, RegisterAgentBlob, agentType, nullptr, {}, agentTypeValues),
     TORVANE_FIELD(InlineText, RegisterAgentBlob, empty),
-    TORVANE_FIELD(NarrowText, RegisterAgentBlob, osVersion),
+    TORVANE_FIELD(AnsiString, RegisterAgentBlob, osVersion),
 };
 TORVANE_LAYOUT(registerAgentLayout, RegisterAgentBlob, registerAgentFields);
 
@@ -100,20 +100,20 @@ inline constexpr FieldLayout registerProcessFields[] = {
     TORVANE_FIELD(Address, RegisterProcessBlob, spinForever),
     TORVANE_FIELD(Address, RegisterProcessBlob, loaderLock),
     TORVANE_FIELD(Address, RegisterProcessBlob, processHeapLock),
-    TORVANE_FIELD(WideText, RegisterProcessBlob, executablePath),
-    TORVANE_FIELD(WideText, RegisterProcessBlob, commandLine),
+    TORVANE_FIELD(Utf16String, RegisterProcessBlob, executablePath),
+    TORVANE_FIELD(Utf16String, RegisterProcessBlob, commandLine),
 };
 TORVANE_LAYOUT(registerProcessLayout, RegisterProcessBlob, registerProcessFields);
 
 inline constexpr FieldLayout logNarrowFields[] = {
     TORVANE_FIELD(Number, LogBlob, level, nullptr, {}, levelValues),
-    TORVANE_FIELD(NarrowText, LogBlob, text),
+    TORVANE_FIELD(AnsiString, LogBlob, text),
 };
 TORVANE_LAYOUT(logNarrowLayout, LogBlob, logNarrowFields);
 
 inline constexpr FieldLayout logWideFields[] = {
     TORVANE_FIELD(Number, LogBlob, level, nullptr, {}, levelValues),
-    TORVANE_FIELD(WideText, LogBlob, text),
+    TORVANE_FIELD(Utf16String, LogBlob, text),
 };
 TORVANE_LAYOUT(logWideLayout, LogBlob, logWideFields);
 

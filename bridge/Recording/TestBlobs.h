@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Blobs for tests of recordings, of any type and with all that their fields refer to; any thread, any platform.
+/// Builds Blobs of any type, with the data that their fields refer to, for tests; any thread, any platform.
 
 #include "bridge/BlobWriter.h"
 #include "bridge/Recording/BlobLayout.h"
@@ -14,8 +14,8 @@
 
 namespace Torvane::Testing
 {
-/// UTF-16 units up to a 0, of code points below 0x80 and units given as they are.
-inline std::vector<uint16_t> WideUnits(const std::u16string& text)
+/// The string and its terminator, as UTF-16 units.
+inline std::vector<uint16_t> Utf16Units(const std::u16string& text)
 {
     std::vector<uint16_t> units(text.begin(), text.end());
     units.push_back(0);
@@ -37,8 +37,8 @@ inline std::vector<uint8_t> MakeRegisterProcess(uint32_t processId)
     blob.fixed.receiverThreadId = 12;
     blob.fixed.heartbeatThreadId = 13;
     blob.fixed.watchdogThreadId = 14;
-    blob.List(&RegisterProcessBlob::executablePath, WideUnits(u"C:\\Host\\Host.exe"));
-    blob.List(&RegisterProcessBlob::commandLine, WideUnits(u"Host.exe -x"));
+    blob.List(&RegisterProcessBlob::executablePath, Utf16Units(u"C:\\Host\\Host.exe"));
+    blob.List(&RegisterProcessBlob::commandLine, Utf16Units(u"Host.exe -x"));
     return blob.Finish();
 }
 
@@ -78,8 +78,8 @@ inline std::vector<uint8_t> MakeLoadPatch(const std::u16string& path)
     Bridge::BlobWriter<LoadPatchWindowsBlob> blob;
     blob.fixed.echo50 = 0x123456789ABCDEF0;
     blob.fixed.watchdog = 1;
-    blob.List(&LoadPatchWindowsBlob::patchPath, WideUnits(path));
-    blob.List(&LoadPatchWindowsBlob::secondText, WideUnits(u""));
+    blob.List(&LoadPatchWindowsBlob::patchPath, Utf16Units(path));
+    blob.List(&LoadPatchWindowsBlob::secondText, Utf16Units(u""));
     blob.List(&LoadPatchWindowsBlob::reservations, std::vector<WirePageRange>());
     return blob.Finish();
 }
@@ -89,15 +89,15 @@ inline std::vector<uint8_t> MakePatchLoaded(const std::u16string& path)
     Bridge::BlobWriter<PatchLoadedBlob> blob;
     blob.fixed.base = 0x72340000;
     blob.fixed.imageSize = 0x5000;
-    blob.List(&PatchLoadedBlob::patchPath, WideUnits(path));
-    blob.List(&PatchLoadedBlob::secondText, WideUnits(u""));
+    blob.List(&PatchLoadedBlob::patchPath, Utf16Units(path));
+    blob.List(&PatchLoadedBlob::secondText, Utf16Units(u""));
     blob.List(&PatchLoadedBlob::pageRanges,
               std::vector<WirePageRange>{{0x72340000, 0x1000, 0x02, 0}, {0x72341000, 0x4000, 0x40, 0}});
     blob.List(&PatchLoadedBlob::secondPageRanges, std::vector<WirePageRange>());
     return blob.Finish();
 }
 
-/// Two texts for a hook of kind 8.
+/// Two strings for a hook of kind 8.
 inline std::vector<uint8_t> MakeCallHooks(const std::string& first, const std::string& second)
 {
     Bridge::BlobWriter<CallHooksBlob> blob;
@@ -144,7 +144,7 @@ inline std::vector<uint8_t> MakeWriteMemory(const std::vector<AddressSlot>& addr
     return blob.Finish();
 }
 
-/// An access violation of a thread, at 0x00401234.
+/// An access violation in a thread, at 0x00401234.
 inline std::vector<uint8_t> MakeException(uint32_t threadId, AddressSlot event)
 {
     Bridge::BlobWriter<HandleExceptionWindowsBlob> blob;

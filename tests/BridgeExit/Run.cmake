@@ -1,7 +1,7 @@
-# How a Bridge ends that can't do what it is asked for, and what its host hears of that.
+# Exit codes of a Bridge that fails, and the status that its host reports.
 #   HOST                the sample PlainC, with the default Bridge beside it
 #   RUNNER, WINE_PREFIX cmake/run-in-wine and the prefix for it
-#   FOLDER              for the recordings, made anew
+#   FOLDER              for the recordings, created anew
 cmake_path(GET HOST PARENT_PATH hostFolder)
 set(bridge "${hostFolder}/TVN_Agent_Bridge_x64.exe")
 if(NOT EXISTS "${bridge}")
@@ -23,7 +23,7 @@ endfunction()
 
 function(expect what actual expected)
     if(NOT actual STREQUAL expected)
-        message(SEND_ERROR "${what}: ${actual} in place of ${expected}")
+        message(SEND_ERROR "${what}: ${actual} instead of ${expected}")
     endif()
 endfunction()
 
@@ -34,7 +34,7 @@ foreach(recording "${windowsFolder}\\missing\\r.jsonl" "${windowsFolder}\\a*b.js
     expect("A Bridge that can't make ${recording}" "${result}" 73)
 endforeach()
 
-# A host far from the preferences that let an Agent wait for long.
+# A host without the preferences that set a long limit for the connection.
 set(folderOfImpatient "${FOLDER}/host/impatient/x86")
 cmake_path(GET HOST FILENAME hostName)
 file(COPY "${hostFolder}/" DESTINATION "${folderOfImpatient}")

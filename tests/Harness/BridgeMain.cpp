@@ -85,7 +85,7 @@ int main()
     Channel channel(hostProcessId);
     channel.EnterBridge(GetCurrentProcessId());
     const std::string name = Torvane::Bridge::ChosenScenario();
-    if (!Torvane::Bridge::RecordEveryLinkIfAsked())
+    if (!Torvane::Bridge::RecordEveryLinkIfRequested())
     {
         channel.AddFailure("The recording that is asked for can't be made.");
     }

@@ -22,14 +22,14 @@ def embedded(pdbutil, pdb):
 
 def main(pdbutil, pdb, natvis):
     if embedded(pdbutil, pdb) != Path(natvis).read_bytes():
-        raise ValueError('the natvis file in the PDB is another one')
+        raise ValueError('the PDB contains another natvis file')
     types = subprocess.run([pdbutil, 'dump', '-types', pdb], check=True, capture_output=True, text=True).stdout
     known = set()
     for record in re.split(r'\n +0x[0-9A-F]+ \| ', types):
         named = re.match(r'LF_(?:STRUCTURE|CLASS|ENUM) .*`(Torvane::[^`]*)`', record)
-        if named and 'options: forward ref' not in record:  # of a declaration alone, no member can be shown
+        if named and 'options: forward ref' not in record:  # a declaration has no members
             known.add(named[1])
-    # Those of templates have arguments in place of the star; the rest is named as it is, in expressions as well.
+    # Templates have arguments in place of the star.
     text = unescape(Path(natvis).read_text())
     missing = [name for name in sorted(set(re.findall(r'Torvane::\w+(?:<[\w*]+>)?', text)))
                if not any(re.fullmatch(re.escape(name).replace(r'\*', '.*'), one) for one in known)]

@@ -9,7 +9,7 @@ endforeach()
 
 foreach(architecture x64 x86)
     set(build "${FOLDER}/build-${architecture}")
-    # The toolchain files of the tests leave the C++ library to be named.
+    # The toolchain files don't add the C++ library.
     execute_process(
         COMMAND "${CMAKE_COMMAND}" -S "${package}/samples" -B "${build}" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
                 "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAINS}/toolchain-windows-${architecture}.cmake"
@@ -32,7 +32,7 @@ foreach(sample LiveReload Crash Restart)
     endforeach()
 endforeach()
 
-# The stand-in as it is installed serves a host as well as one that was built from the same source.
+# The installed default Bridge serves a host like one that was built from the same source.
 set(folder "${FOLDER}/bin/samples/PlainC")
 file(REMOVE "${folder}/TVN_Agent_Bridge_x64.exe")
 file(COPY "${package}/bin/TVN_Agent_Bridge_x64.exe" DESTINATION "${folder}")

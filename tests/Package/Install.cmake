@@ -1,4 +1,4 @@
-# Installs what is built in BUILD into a new PREFIX, and sees that all of the package is there.
+# Installs the build folder BUILD into a new PREFIX and checks that the package is complete.
 file(REMOVE_RECURSE "${PREFIX}")
 execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${PREFIX}" COMMAND_ERROR_IS_FATAL ANY
     OUTPUT_QUIET)
@@ -26,7 +26,7 @@ if(NOT EXISTS "${PREFIX}/licenses/Zydis.txt" AND NOT EXISTS "${PREFIX}/licenses/
     message(SEND_ERROR "The licence of the instruction decoder is missing")
 endif()
 
-# Nothing in the package may lead back to where it was built.
+# No file of the package may contain the path of the build folder.
 file(GLOB_RECURSE texts "${PREFIX}/*.cmake" "${PREFIX}/*.h")
 foreach(text IN LISTS texts)
     file(READ "${text}" content)

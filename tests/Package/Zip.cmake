@@ -1,4 +1,4 @@
-# The zip holds each file that the installations put down, byte for byte.
+# The zip contains each installed file, byte for byte.
 include("${MAKE_PACKAGE}")
 set(unpacked "${OUTPUT}/unpacked")
 file(REMOVE_RECURSE "${unpacked}")

@@ -15,25 +15,25 @@ blobs show RECORDING NUMBER [--whole]          one Blob: its fields beside its b
 blobs trace RECORDING --output FILE [--force] [filter...]   for trace viewers
 blobs html RECORDING --output FILE [--force] [filter...]    a page for a browser
 blobs layouts [TYPE]                           the fields of one type of Blob, or of all
-blobs help                                     this text
+blobs help                                     this help
 
 Filters: --type NAME[,NAME...] (or numbers)    --direction to-agent|from-agent
          --from SECONDS    --to SECONDS
 
---whole cuts no long lines and leaves out no bytes. A file that exists is replaced with --force only.
-Exit status: 0 done, 1 a file is missing, broken or can't be written, 2 wrong usage.
+--whole prints long lines and all bytes in full. An existing file is replaced only with --force.
+Exit status: 0 success, 1 a file is missing, invalid or can't be written, 2 wrong usage.
 )";
 
-/// The arguments of a run, checked.
+/// The parsed and validated arguments.
 struct Request
 {
     std::string verb;
-    std::vector<std::string> words; ///< what is neither verb nor option
+    std::vector<std::string> words; ///< arguments that are neither the verb nor an option
     Filter filter;
     std::string output;
     bool isForced = false;
     bool isWhole = false;
-    std::string fault; ///< what is wrong; empty if nothing is
+    std::string fault; ///< an error message; empty for a valid request
 };
 
 class ArgumentReader
@@ -206,13 +206,13 @@ Outcome Export(const Request& request, const Recording& recording)
     return {};
 }
 
-/// How many words a verb takes; 0 for one that reads no recording.
+/// How many arguments a verb has besides options; 0 for one that reads no recording.
 size_t WordsOf(const std::string& verb)
 {
     return verb == "show" ? 2 : verb == "list" || verb == "trace" || verb == "html" ? 1 : 0;
 }
 
-/// What is wrong with a request as a whole.
+/// Checks what concerns several arguments.
 std::string FaultOf(const Request& request)
 {
     const size_t words = WordsOf(request.verb);

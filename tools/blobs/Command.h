@@ -10,14 +10,14 @@ namespace Torvane::Blobs
 {
 constexpr int success = 0;
 constexpr int failure = 1;    ///< a file that can't be read, isn't a recording, or can't be written
-constexpr int wrongUsage = 2; ///< an argument that there isn't, or that doesn't fit
+constexpr int wrongUsage = 2; ///< an unknown or invalid argument
 
-/// Everything that a run says.
+/// The output of a run.
 struct Outcome
 {
     int exitCode = success;
     std::string output;
-    std::string error; ///< a sentence with its line's end, or nothing
+    std::string error; ///< empty, or a sentence with a line feed
 };
 
 /// \param arguments UTF-8, without the program's name.

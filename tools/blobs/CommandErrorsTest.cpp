@@ -13,13 +13,13 @@
 using namespace Torvane::Blobs;
 using namespace Torvane::Testing;
 
-// What a user gets who gives the command something that it can't work with.
+// Error messages of the command for arguments and files that it can't use.
 
 namespace
 {
 using Arguments = std::vector<std::string>;
 
-/// Runs of every verb that reads a recording, each behind its name.
+/// Arguments of every verb that reads a recording.
 std::vector<Arguments> RunsOf(const std::string& recording, const std::string& output)
 {
     return {{"list", recording},
@@ -28,7 +28,7 @@ std::vector<Arguments> RunsOf(const std::string& recording, const std::string& o
             {"html", recording, "--output", output}};
 }
 
-/// Neither the output nor the file that becomes it.
+/// Neither the output file nor its temporary file exists.
 void ExpectNothingWritten(const std::string& output)
 {
     EXPECT_FALSE(Exists(output));

@@ -54,8 +54,8 @@ TEST(Command, ShowsFieldsBesideTheirBytes)
 {
     const TestFile file("r.jsonl", ReloadRecording().Text());
     EXPECT_EQ("Blob 2: Version (0), from the Agent of process 1234, at 0.002000 s, 10 payload bytes\n"
-              "000000  04 00 00 00                                      version                      narrow "
-              "text at "
+              "000000  04 00 00 00                                      version                      ANSI "
+              "string at "
               "000004 \"2.4.0\"\n"
               "000004  32 2e 34 2e 30 00                                version\n",
               OutputOf({"show", file.path, "2"}));
@@ -81,7 +81,7 @@ TEST(Command, ListsTheTablesOfFields)
     const std::string layout = OutputOf({"layouts", "PatchLoaded"});
     EXPECT_EQ(0u, layout.find("PatchLoaded (18), from the Agent, 80 bytes\n"));
     EXPECT_NE(std::string::npos,
-              layout.find("  0x0038     8  records           pageRanges of WirePageRange\n"));
+              layout.find("  0x0038     8  records              pageRanges of WirePageRange\n"));
     EXPECT_NE(std::string::npos, layout.find("\nWirePageRange, 24 bytes\n"));
     EXPECT_EQ(layout, OutputOf({"layouts", "18"}));
     EXPECT_NE(std::string::npos, OutputOf({"layouts"}).find("\nSynchronize (76), to the Agent, 0 bytes\n"));

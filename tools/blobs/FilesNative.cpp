@@ -41,7 +41,7 @@ bool IsSameFile(const std::string& first, const std::string& second)
 
 bool MoveFile(const std::string& from, const std::string& to, bool replace, std::string& reason)
 {
-    // A second name and then no first one: unlike a renaming, that never replaces.
+    // Adds the new name and removes the old one: unlike rename, this never replaces a file.
     const bool isMoved = replace ? rename(from.c_str(), to.c_str()) == 0
                                  : link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0;
     if (!isMoved)

@@ -21,7 +21,7 @@ DWORD AttributesOf(const std::string& path)
     return GetFileAttributesW(Wide(path).c_str());
 }
 
-/// Neither to read nor to write it. \return INVALID_HANDLE_VALUE for folders too.
+/// Opened for its attributes only. \return INVALID_HANDLE_VALUE for folders too.
 HANDLE OpenToAsk(const std::string& path)
 {
     return CreateFileW(Wide(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -41,8 +41,8 @@ bool Identify(const std::string& path, BY_HANDLE_FILE_INFORMATION& information)
 }
 } // namespace
 
-/// The runtime's own function opens files that nobody else writes to at the time; a recording may be looked at
-/// while a Bridge writes it.
+/// The runtime's `fopen` fails for a file that is open for writing elsewhere; a recording is also read while a Bridge
+/// writes it.
 FILE* OpenFile(const std::string& path, const char* mode)
 {
     return _wfsopen(Wide(path).c_str(), Wide(mode).c_str(), 0x40); // _SH_DENYNO

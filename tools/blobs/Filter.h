@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Which Blobs of a recording are wanted; for the command's only thread.
+/// Selects Blobs of a recording; for the command's only thread.
 
 #include "tools/blobs/Recording.h"
 
@@ -12,7 +12,7 @@ namespace Torvane::Blobs
 {
 struct Filter
 {
-    std::set<BlobType> types; ///< none: all
+    std::set<BlobType> types; ///< empty for all
     bool isFromAgentWanted = true;
     bool isToAgentWanted = true;
     double from = 0;   ///< seconds
@@ -20,14 +20,14 @@ struct Filter
 
     bool Passes(const RecordedBlob& blob) const;
 
-    /// Adds types, by name or number, separated by commas. \return false with the one that there isn't.
+    /// Adds types, by name or number, separated by commas. \return false with the one that is unknown.
     bool AddTypes(const std::string& list, std::string& unknown);
 
     /// The Blobs of a recording that pass, in their order.
     std::vector<const RecordedBlob*> Choose(const Recording& recording) const;
 };
 
-/// A whole number, or seconds, with nothing before or behind. \return false if the text is something else.
+/// Parses a whole number, or seconds, without other characters. \return false if the string is something else.
 bool ParseNumber(const std::string& text, uint64_t& number);
 bool ParseSeconds(const std::string& text, double& seconds);
 } // namespace Torvane::Blobs

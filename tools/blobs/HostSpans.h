@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What all operations of one host share: its tracks, its spans, and the Blob at hand; for the command's only thread.
+/// Tracks and spans of one host, and its current Blob; for the command's only thread.
 
 #include "bridge/Recording/BlobDecoder.h"
 #include "tools/blobs/Operations.h"
@@ -12,7 +12,7 @@
 
 namespace Torvane::Blobs
 {
-/// In place of the index of a track or a span that isn't there.
+/// The index of no track or span.
 constexpr size_t none = SIZE_MAX;
 
 class HostSpans
@@ -20,27 +20,28 @@ class HostSpans
 public:
     HostSpans(Operations& allOperations, uint32_t hostProcessId);
 
-    /// Decodes the Blob that all that follows is about.
+    /// Decodes a Blob, which is the current one from then on.
     void Take(const RecordedBlob& taken);
     const RecordedBlob& Blob() const;
 
-    /// A field of the Blob at hand; null if it has none of that name.
+    /// A field of the current Blob; null if it has none of that name.
     const Bridge::DecodedField* Field(const char* name) const;
 
-    /// Its value, 0 or empty without it. `Text` is as in listings, `PlainText` what a text consists of.
+    /// The field's value; 0 or empty without the field. `Text` is formatted as in listings, `PlainText` is the content of a
+    /// string.
     uint64_t Number(const char* name) const;
     std::string Text(const char* name) const;
     std::string PlainText(const char* name) const;
 
     size_t AddTrack(const std::string& name, uint32_t threadId = 0);
 
-    /// The track itself; if it is `none`, a new one first.
+    /// Adds the track if it is `none`. \return the track.
     size_t Named(size_t& track, const char* name);
 
-    /// A span from the Blob at hand on.
+    /// A span that begins with the current Blob.
     size_t Open(size_t track, const std::string& name);
 
-    /// Ends a span, unless it is `none`, with the Blob at hand, and makes it `none`.
+    /// Ends a span, unless it is `none`, with the current Blob, and sets it to `none`.
     void Close(size_t& span, const std::string& detail);
 
 private:

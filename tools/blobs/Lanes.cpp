@@ -12,7 +12,7 @@ void AssignLanes(std::vector<Span>& spans)
                : left.begin != right.begin ? left.begin < right.begin
                                            : left.end > right.end;
     });
-    std::vector<std::vector<double>> lanes; // the ends of the spans that are open in each
+    std::vector<std::vector<double>> lanes; // for each lane, the ends of its open spans
     size_t track = SIZE_MAX;
     for (Span& span : spans)
     {

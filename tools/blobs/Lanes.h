@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Where spans are drawn that may overlap; for the command's only thread.
+/// Assigns overlapping spans to lanes; for the command's only thread.
 
 #include "tools/blobs/Operations.h"
 
@@ -9,7 +9,7 @@
 
 namespace Torvane::Blobs
 {
-/// Sorts spans as `Operations` has them, and puts each into the first lane of its track where it lies beside or within the
-/// others.
+/// Sorts the spans as `Operations` requires, and assigns each to the first lane of its track where it doesn't overlap
+/// another one in part.
 void AssignLanes(std::vector<Span>& spans);
 } // namespace Torvane::Blobs

@@ -38,7 +38,7 @@ bool HasSeveralHosts(const Recording& recording)
     return false;
 }
 
-/// Bytes in lines of 16, the first with a text beside it. With `shown` < size, the rest is counted.
+/// Bytes in lines of 16, the first with a description beside it. If not all are shown, the number of the others.
 void AppendBytes(std::string& text, const uint8_t* payload, size_t offset, size_t size, bool isWhole,
                  const std::string& beside)
 {
@@ -98,7 +98,7 @@ void AppendField(std::string& text, const DecodedField& field, const uint8_t* pa
         {
             beside += Format("%-20s ", (kind + arrow).c_str()) + value;
         }
-        // Of a text in place that is shorter than its room, the rest is nothing to look at.
+        // Of an inline string, only the first bytes are shown: most of its buffer is unused.
         AppendBytes(text, payload, field.offset, field.size, isWhole && !isInline, beside);
     }
     if (isItem && !HasChildren(field) && field.itemSize != 0)
@@ -116,7 +116,7 @@ void AppendLayout(std::string& text, const Bridge::RecordLayout& layout,
 {
     for (const Bridge::FieldLayout& field : layout)
     {
-        text += Format("  0x%04X %5u  %-17s %s", field.offset, field.size, Bridge::KindName(field.kind),
+        text += Format("  0x%04X %5u  %-20s %s", field.offset, field.size, Bridge::KindName(field.kind),
                        field.name);
         if (field.elements != nullptr)
         {
@@ -186,9 +186,9 @@ std::string ListLayouts(const Bridge::BlobLayout* layout)
             continue;
         }
         text += Format("%s (%u), %s, %u bytes\n", candidate.name, static_cast<uint32_t>(candidate.type),
-                       candidate.way == Bridge::BlobWay::Both        ? "both ways"
-                       : candidate.way == Bridge::BlobWay::FromAgent ? "from the Agent"
-                                                                     : "to the Agent",
+                       candidate.sender == Bridge::BlobSender::Both    ? "both ways"
+                       : candidate.sender == Bridge::BlobSender::Agent ? "from the Agent"
+                                                                       : "to the Agent",
                        candidate.fixed == nullptr ? 0 : candidate.fixed->size);
         if (candidate.fixed != nullptr)
         {

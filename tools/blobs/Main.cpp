@@ -11,7 +11,7 @@
 
 namespace
 {
-/// The runtime's own arguments are in the code page of the system, which lacks most characters.
+/// The runtime's own arguments are in the system's code page, which lacks most characters.
 std::vector<std::string> Arguments(int, char**)
 {
     int count = 0;
@@ -29,7 +29,7 @@ std::vector<std::string> Arguments(int, char**)
     return arguments;
 }
 
-/// UTF-8 with the same line ends as everywhere.
+/// UTF-8, with line feeds on every platform.
 void PrepareOutput()
 {
     SetConsoleOutputCP(CP_UTF8);

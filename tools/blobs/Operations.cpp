@@ -60,10 +60,10 @@ public:
             CloseOne(exceptions, host.Number("event"), host.Text("action"));
             break;
         case BlobType::ResumeHeldThreads:
-            OpenOne(letGo, 0, host.Named(watchdog, "watchdog"), "held threads let go");
+            OpenOne(resumed, 0, host.Named(watchdog, "watchdog"), "suspended threads resumed");
             break;
         case BlobType::SuspendHeldThreads:
-            CloseOne(letGo, 0, "");
+            CloseOne(resumed, 0, "");
             break;
         default:
             break;
@@ -104,7 +104,7 @@ private:
         }
     }
 
-    // ---- what has an answer ----
+    // ---- requests and their replies ----
 
     void OpenRequest(const char* kind)
     {
@@ -184,7 +184,7 @@ private:
     RestartSpans restart;
     Waiting requests;
     Waiting exceptions;
-    Waiting letGo;
+    Waiting resumed;
     std::map<uint64_t, Latch> latches;
 };
 } // namespace

@@ -1,8 +1,8 @@
 #pragma once
 
 /// \file
-/// What belongs together in a recording: the operations of reloads and restarts, exceptions, latches and requests as spans
-/// of time over threads; for the command's only thread.
+/// Finds the operations in a recording (reloads, restarts, exceptions, latches, requests) as spans of time on tracks; for
+/// the command's only thread.
 
 #include "tools/blobs/Recording.h"
 
@@ -11,7 +11,7 @@
 
 namespace Torvane::Blobs
 {
-/// A row of the picture: a thread of the host, or what has no thread that we know.
+/// A row of the timeline: a thread of the host, or operations whose thread isn't known.
 struct Track
 {
     uint32_t hostProcessId = 0;
@@ -23,20 +23,20 @@ struct Span
 {
     size_t track = 0;   ///< index into `Operations::tracks`
     std::string name;   ///< "load p.dll"
-    std::string detail; ///< how it ended, in a few words; may be empty
+    std::string detail; ///< the result, in a few words; may be empty
     double begin = 0;   ///< seconds
     double end = 0;     ///< seconds
     uint64_t firstBlob = 0;
-    uint64_t lastBlob = 0; ///< 0: nothing has ended it, so that `end` is the recording's
+    uint64_t lastBlob = 0; ///< 0 if no Blob has ended it; `end` is the recording's then
     size_t lane = 0;       ///< spans of one lane and track nest
-    size_t depth = 0;      ///< how many of the lane's spans are around it
+    size_t depth = 0;      ///< how many of the lane's spans enclose it
 };
 
 struct Operations
 {
     std::vector<Track> tracks;
-    std::vector<Span> spans;        ///< by track, lane and begin; the outer before the inner
-    std::vector<size_t> blobTracks; ///< for each Blob of the recording its track
+    std::vector<Span> spans;        ///< by track, lane and begin; enclosing ones first
+    std::vector<size_t> blobTracks; ///< the track of each Blob of the recording
 };
 
 Operations FindOperations(const Recording& recording);

@@ -10,7 +10,7 @@ using namespace Torvane::Testing;
 
 namespace
 {
-/// Each span in a line: "track/lane+depth: name = outcome (first-last)".
+/// Each span in a line: "track/lane+depth: name = result (first-last)".
 std::vector<std::string> Lines(const Operations& operations)
 {
     std::vector<std::string> lines;
@@ -28,12 +28,12 @@ std::vector<std::string> LinesOf(const TestRecording& recording)
     return Lines(FindOperations(recording.Get()));
 }
 
-using Texts = std::vector<std::string>;
+using Strings = std::vector<std::string>;
 } // namespace
 
-TEST(Operations, AReloadHasItsPhasesWithin)
+TEST(Operations, AReloadContainsItsPhases)
 {
-    EXPECT_EQ(Texts({
+    EXPECT_EQ(Strings({
                   "reload/0+0: reload 1 =  (4-12)",
                   "reload/0+1: consent =  (4-5)",
                   "reload/0+1: compile =  (5-6)",
@@ -65,7 +65,7 @@ TEST(Operations, ALatchLastsUntilAllItsModulesAreEnabled)
     recording.From(MakeEnableModules(2, 0x5000)).To(MakeNumberBlob(BlobType::DecrementLatch, 0x6000));
     recording.To(decrement).To(decrement).To(decrement);
     recording.From(MakeEnableModules(1, 0x5000)).From(MakeEnableModules(0, 0x7000));
-    EXPECT_EQ(Texts({
+    EXPECT_EQ(Strings({
                   "latches/0+0: latch 0x00005000 = 2 modules enabled (1-4)",
                   "latches/0+0: latch 0x00005000 = no end recorded (6-0)",
                   "latches/0+0: latch 0x00007000 = no modules (7-7)",
@@ -73,14 +73,14 @@ TEST(Operations, ALatchLastsUntilAllItsModulesAreEnabled)
               LinesOf(recording));
 }
 
-TEST(Operations, ExceptionsLieOnTheThreadsThatFaulted)
+TEST(Operations, ExceptionsAreOnTheThreadsThatFaulted)
 {
     TestRecording recording;
     recording.From(MakeException(21, 0x100)).From(MakeException(22, 0x104));
     recording.To(MakeExceptionResult(0x104, 2)).To(MakeExceptionResult(0x100, 0));
     recording.From(MakeException(21, 0x108));
     EXPECT_EQ(
-        Texts({
+        Strings({
             "exceptions of thread 21/0+0: exception 0xC0000005 (access violation) = 0 (continue search) "
             "(1-4)",
             "exceptions of thread 21/0+0: exception 0xC0000005 (access violation) = no end recorded (5-0)",
@@ -90,13 +90,13 @@ TEST(Operations, ExceptionsLieOnTheThreadsThatFaulted)
         LinesOf(recording));
 }
 
-TEST(Operations, SpansThatOverlapLieInLanesOfTheirOwn)
+TEST(Operations, OverlappingSpansAreInDifferentLanes)
 {
     TestRecording recording;
     recording.To(MakeEchoRequest(1)).To(MakeReadMemory({1}, 1)).To(MakeEchoRequest(1));
     recording.From(MakeNumberBlob(BlobType::EchoReply, 1)).From(MakeReadMemoryResult({0, 0, 0, 0}, 1));
     recording.From(MakeNumberBlob(BlobType::EchoReply, 1)).From(MakeNumberBlob(BlobType::EchoReply, 1));
-    EXPECT_EQ(Texts({
+    EXPECT_EQ(Strings({
                   "requests/0+0: echo 0x00000001 =  (1-4)",
                   "requests/1+0: read memory 0x00000001 =  (2-5)",
                   "requests/2+0: echo 0x00000001 =  (3-6)",
@@ -104,7 +104,7 @@ TEST(Operations, SpansThatOverlapLieInLanesOfTheirOwn)
               LinesOf(recording));
 }
 
-TEST(Operations, RestartsAndResumedThreadsAreOperationsToo)
+TEST(Operations, RestartsAndResumedThreadsAreOperations)
 {
     TestRecording recording;
     recording.From(MakeUnwritten(BlobType::ResumeHeldThreads))
@@ -113,17 +113,17 @@ TEST(Operations, RestartsAndResumedThreadsAreOperationsToo)
     const std::vector<uint8_t> restart(sizeof(RestartBlob));
     recording.From(Bridge::MakeBlob(BlobType::Restart, restart.data(), restart.size()));
     recording.To(MakeNumberBlob(BlobType::ExitProcessForHotRestart, 0x44));
-    EXPECT_EQ(Texts({
-                  "watchdog/0+0: held threads let go =  (1-2)",
+    EXPECT_EQ(Strings({
+                  "watchdog/0+0: suspended threads resumed =  (1-2)",
                   "restart/0+0: restart =  (3-6)",
-                  "restart/0+1: asked for by the host =  (3-4)",
+                  "restart/0+1: requested by the host =  (3-4)",
                   "restart/0+1: consent =  (4-5)",
                   "restart/0+1: new process =  (5-6)",
               }),
               LinesOf(recording));
 }
 
-TEST(Operations, EachHostHasItsOwn)
+TEST(Operations, EachHostHasItsOwnOperations)
 {
     TestRecording recording;
     recording.To(MakeEchoRequest(1), 5).To(MakeEchoRequest(1), 6);

@@ -16,13 +16,13 @@ using Bridge::DecodedField;
 using Bridge::FieldKind;
 using nlohmann::ordered_json;
 
-// What a page holds of long Blobs; the command shows the rest.
+// Limits of a page for long Blobs; the command shows the rest.
 constexpr size_t mostBytes = 16384;
 constexpr size_t mostElements = 64;
 constexpr size_t longestText = 2000;
 
-/// One row for each field, nested ones behind theirs: depth, name, kind, the field's place, the place of what it
-/// refers to, and its value.
+/// One row for each field, followed by its nested ones: depth, name, kind, the field's offset and size, those of the data
+/// that it refers to, and its value.
 void AppendFields(ordered_json& rows, const std::vector<DecodedField>& fields, const uint8_t* payload,
                   size_t depth)
 {
@@ -68,7 +68,7 @@ ordered_json BlobAsData(const RecordedBlob& blob, size_t track)
     };
 }
 
-/// JSON that may stand within a script element: nothing in it can end that.
+/// JSON for a script element: escaped so that nothing in it ends the element.
 std::string AsScriptData(const ordered_json& data)
 {
     std::string text;
@@ -107,7 +107,7 @@ std::string AsHtml(const std::string& text)
     return html;
 }
 
-/// Puts a text in the place of the next mark from `position` on, and goes on behind it.
+/// Replaces the next mark from `position` by a string, and moves `position` past it.
 void Replace(std::string& page, size_t& position, const std::string& mark, const std::string& text)
 {
     position = page.find(mark, position);

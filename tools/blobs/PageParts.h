@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The files of `Page/`, made part of the program by the build.
+/// The files of `Page/`, which the build embeds into the program.
 
 namespace Torvane::Blobs
 {

@@ -70,7 +70,7 @@ bool ReadHeader(const std::string& line, Bridge::RecordingHeader& header, std::s
     return true;
 }
 
-/// What is wrong with the line; null if nothing is.
+/// The error in a line; null if there is none.
 const char* ReadBlob(const std::string& line, RecordedBlob& blob)
 {
     const json object = Parse(line);
@@ -97,11 +97,11 @@ const char* ReadBlob(const std::string& line, RecordedBlob& blob)
     }
     blob.hostProcessId = static_cast<uint32_t>(host);
     if (!ReadText(object, "direction", text) ||
-        (text != Bridge::fromAgentText && text != Bridge::toAgentText))
+        (text != Bridge::fromAgentName && text != Bridge::toAgentName))
     {
         return "its \"direction\" is neither \"fromAgent\" nor \"toAgent\"";
     }
-    blob.direction = text == Bridge::fromAgentText ? Direction::FromAgent : Direction::ToAgent;
+    blob.direction = text == Bridge::fromAgentName ? Direction::FromAgent : Direction::ToAgent;
     if (!ReadText(object, "bytes", text) || !Bridge::BytesFromHex(text, blob.bytes))
     {
         return "it has no \"bytes\" in hexadecimal digits";

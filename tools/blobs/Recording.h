@@ -18,19 +18,19 @@ struct Recording
     Bridge::RecordingHeader header;
     std::vector<RecordedBlob> blobs; ///< in the order of the lines; their times may go back a little
 
-    /// The last line has no end, so it is left out: a Bridge still writes it, or has died.
+    /// Whether the last line is incomplete and was left out: a Bridge still writes it, or has crashed.
     bool isCut = false;
 };
 
-/// Reads a recording from its text. Blobs are read from their bytes; the decoded fields of a line aren't looked at.
-/// \return false with the reason if it isn't a recording or a line of it is broken: "line 3: ...".
+/// Parses the text of a recording. Blobs are decoded from their bytes; the decoded fields of a line are ignored.
+/// \return false with a reason if it isn't a recording or a line of it is invalid: "line 3: ...".
 bool ParseRecording(const std::string& text, Recording& recording, std::string& reason);
 
 /// "PatchLoaded"; the latest time of a Blob in seconds, 0 without any.
 std::string NameOf(const RecordedBlob& blob);
 double LastTime(const Recording& recording);
 
-/// The whole summary of a Blob's fields.
+/// The summary of a Blob's fields, not truncated.
 std::string SummaryOf(const RecordedBlob& blob);
 
 /// "from the Agent", "to the Agent".

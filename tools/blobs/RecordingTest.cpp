@@ -11,7 +11,7 @@ using namespace Torvane::Testing;
 
 namespace
 {
-/// The reason for which a text isn't read; empty if it is.
+/// The reason why a recording is rejected; empty if it isn't.
 std::string ReasonOf(const std::string& text)
 {
     Recording recording;
@@ -19,7 +19,7 @@ std::string ReasonOf(const std::string& text)
     return ParseRecording(text, recording, reason) ? "" : reason;
 }
 
-/// A recording of one Blob with a part of its line replaced.
+/// A recording of one Blob, with a part of its line replaced.
 std::string Changed(const std::string& part, const std::string& replacement)
 {
     std::string text = TestRecording().To(MakeVersion()).Text();

@@ -36,7 +36,7 @@ void ReloadSpans::Take(HostSpans& host)
     {
     case BlobType::ScheduleReload:
         Begin(host);
-        NextPhase(host, "asked for by the host");
+        NextPhase(host, "requested by the host");
         break;
     case BlobType::RequestReload:
         Begin(host);
@@ -86,7 +86,7 @@ void RestartSpans::Take(HostSpans& host)
     switch (host.Blob().Type())
     {
     case BlobType::ScheduleRestart:
-        NextPhase(host, "asked for by the host");
+        NextPhase(host, "requested by the host");
         break;
     case BlobType::RequestRestart:
         NextPhase(host, "consent");

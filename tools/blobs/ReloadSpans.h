@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Reloads and restarts of one host, with their phases within; for the command's only thread.
+/// Finds the reloads and restarts of one host and their phases; for the command's only thread.
 
 #include "tools/blobs/HostSpans.h"
 
@@ -10,7 +10,7 @@ namespace Torvane::Blobs
 class ReloadSpans
 {
 public:
-    /// The Blob at hand, of any type.
+    /// Processes the current Blob, of any type.
     void Take(HostSpans& host);
 
 private:
@@ -27,7 +27,7 @@ private:
 class RestartSpans
 {
 public:
-    /// The Blob at hand, of any type.
+    /// Processes the current Blob, of any type.
     void Take(HostSpans& host);
 
 private:

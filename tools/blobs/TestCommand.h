@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Files of a test and runs of the command; for the test's only thread.
+/// Temporary files and runs of the command, for tests; for the test's only thread.
 
 #include "tools/blobs/Command.h"
 #include "tools/blobs/Files.h"
@@ -13,7 +13,7 @@
 
 namespace Torvane::Testing
 {
-/// A name for a file of this test alone; the file is removed when the test ends.
+/// A file name of this test's own; the file is removed when the test ends.
 class TestFile
 {
 public:
@@ -47,7 +47,7 @@ public:
     const std::string path;
 };
 
-/// A run that has to fail with one sentence, and to say nothing else.
+/// A run that has to fail with one sentence and no other output.
 inline void ExpectFailure(int exitCode, const std::string& sentence,
                           const std::vector<std::string>& arguments)
 {

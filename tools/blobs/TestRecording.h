@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Recordings for tests, Blob by Blob; for the test's only thread.
+/// Builds recordings for tests, Blob by Blob; for the test's only thread.
 
 #include "bridge/Recording/TestBlobs.h"
 #include "tools/blobs/Recording.h"
@@ -13,7 +13,7 @@ class TestRecording
 public:
     static constexpr uint32_t firstHost = 1234;
 
-    /// Each Blob comes a millisecond after the one before, the first at 1 ms.
+    /// The Blobs are a millisecond apart, the first at 1 ms.
     TestRecording& From(std::vector<uint8_t> bytes, uint32_t host = firstHost)
     {
         return Add(Bridge::Direction::FromAgent, std::move(bytes), host);
@@ -24,7 +24,7 @@ public:
         return Add(Bridge::Direction::ToAgent, std::move(bytes), host);
     }
 
-    /// The lines as a file holds them.
+    /// The content of the file.
     std::string Text() const
     {
         Bridge::RecordingHeader header;

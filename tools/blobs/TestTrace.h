@@ -14,11 +14,11 @@
 
 namespace Torvane::Testing
 {
-/// Checks a trace as strictly as the strictest of the viewers reads it.
+/// Checks a trace by the rules of the strictest viewer.
 class TraceRules
 {
 public:
-    /// \return what is wrong with a trace, a sentence each; empty if nothing is.
+    /// \return the errors in a trace, a sentence each.
     static std::vector<std::string> FaultsOf(const std::string& trace)
     {
         TraceRules rules;
@@ -32,9 +32,8 @@ private:
 
     struct Timeline
     {
-        uint64_t last = 0; ///< microseconds
-        std::vector<uint64_t>
-            openEnds; ///< of complete events around the place that was reached, the outer first
+        uint64_t last = 0;              ///< microseconds
+        std::vector<uint64_t> openEnds; ///< of the complete events that are open, enclosing ones first
         std::vector<std::string> begun; ///< names of begin events without their end
     };
 
@@ -109,7 +108,7 @@ private:
         }
         const uint64_t time = event["ts"];
         Timeline& timeline = timelines[{event["pid"], event["tid"]}];
-        Require(time >= timeline.last, event, "it stands behind a later one of its thread");
+        Require(time >= timeline.last, event, "it follows a later one of its thread");
         timeline.last = time;
         if (phase == "X")
         {
@@ -172,7 +171,7 @@ private:
         {
             open.pop_back();
         }
-        Require(open.empty() || end <= open.back(), event, "it ends behind the one around it");
+        Require(open.empty() || end <= open.back(), event, "it ends after the enclosing one");
         open.push_back(end);
     }
 

@@ -14,7 +14,7 @@ namespace
 {
 using nlohmann::ordered_json;
 
-/// Thread ids for tracks that have no thread of their own; those of the OS are far below.
+/// First thread id for tracks without a thread; far above those of the OS.
 constexpr uint64_t firstFreeThreadId = 1000000000;
 
 uint64_t Microseconds(double seconds)
@@ -22,7 +22,7 @@ uint64_t Microseconds(double seconds)
     return static_cast<uint64_t>(llround(seconds * 1e6));
 }
 
-/// What describes threads first, then by time, and what takes longer before what lies within it.
+/// Metadata first, then by time, and enclosing spans before those that they contain.
 bool IsBefore(const ordered_json& left, const ordered_json& right)
 {
     const auto number = [](const ordered_json& event, const char* name) {
@@ -55,7 +55,7 @@ public:
     {
     }
 
-    /// The id of a track's lane in the trace; a track's first lane has the thread's own, if no other track has.
+    /// The thread id of a track's lane in the trace: the thread's own for a track's first lane, unless another track has it.
     uint64_t IdOf(size_t track, size_t lane)
     {
         const auto known = ids.find({track, lane});

@@ -17,9 +17,9 @@ using namespace Torvane::Testing;
 
 namespace
 {
-using Texts = std::vector<std::string>;
+using Strings = std::vector<std::string>;
 
-Texts FaultsOf(const TestRecording& recording)
+Strings FaultsOf(const TestRecording& recording)
 {
     return TraceRules::FaultsOf(MakeTrace(recording.Get(), Filter()));
 }
@@ -34,11 +34,11 @@ Recording Example(const std::string& name)
     return recording;
 }
 
-/// The spans of a trace, each behind the name of its thread: "latches: latch 0x0051EDC4".
-Texts SpansIn(const nlohmann::json& trace)
+/// The spans of a trace, each after the name of its thread: "latches: latch 0x0051EDC4".
+Strings SpansIn(const nlohmann::json& trace)
 {
     std::map<uint64_t, std::string> threads;
-    Texts spans;
+    Strings spans;
     for (const auto& event : trace["traceEvents"])
     {
         if (event["name"] == "thread_name")
@@ -107,19 +107,19 @@ TEST(Trace, HoldsWhatPassesTheFilter)
             names.push_back(event["name"]);
         }
     }
-    EXPECT_EQ(Texts({"load 2.dll", "install", "PatchLoaded"}), names);
+    EXPECT_EQ(Strings({"load 2.dll", "install", "PatchLoaded"}), names);
 }
 
 TEST(Trace, FollowsTheRulesOfItsFormat)
 {
-    EXPECT_EQ(Texts(), FaultsOf(TestRecording()));
-    EXPECT_EQ(Texts(), FaultsOf(ReloadRecording()));
+    EXPECT_EQ(Strings(), FaultsOf(TestRecording()));
+    EXPECT_EQ(Strings(), FaultsOf(ReloadRecording()));
 
     TestRecording overlapping;
     overlapping.To(MakeEchoRequest(1)).To(MakeReadMemory({1}, 1)).To(MakeEchoRequest(2), 77);
     overlapping.From(MakeNumberBlob(BlobType::EchoReply, 1)).From(MakeException(21, 0x100));
     overlapping.From(MakeReadMemoryResult({0, 0, 0, 0}, 1)).From(MakeException(21, 0x104));
-    EXPECT_EQ(Texts(), FaultsOf(overlapping));
+    EXPECT_EQ(Strings(), FaultsOf(overlapping));
 }
 
 TEST(Trace, IsInOrderWhereTheRecordingGoesBack)
@@ -128,26 +128,26 @@ TEST(Trace, IsInOrderWhereTheRecordingGoesBack)
     recording.blobs[3].time = 0.0035004;
     recording.blobs[4].time = 0.0035003;
     recording.blobs[8].time = 0.001;
-    EXPECT_EQ(Texts(), TraceRules::FaultsOf(MakeTrace(recording, Filter())));
+    EXPECT_EQ(Strings(), TraceRules::FaultsOf(MakeTrace(recording, Filter())));
 }
 
 TEST(Trace, KeepsThreadsApartWhateverTheirIds)
 {
-    // Two tracks of one id, and one of an id as rows without a thread get.
+    // Two tracks with the same id, and one with an id of the range for tracks without a thread.
     TestRecording recording;
     recording.From(MakeRegisterProcess(1234)).From(MakeException(11, 0x100));
     for (const uint32_t id : {1000000000u, 1000000001u, 1000000002u, 1000000003u, 1000000004u})
     {
         recording.From(MakeException(id, id)).To(MakeEchoRequest(id));
     }
-    EXPECT_EQ(Texts(), FaultsOf(recording));
+    EXPECT_EQ(Strings(), FaultsOf(recording));
 }
 
 TEST(Trace, HasEachBlobOfARecordedReloadAtItsTime)
 {
     const Recording recording = Example("reload.jsonl");
     const std::string text = MakeTrace(recording, Filter());
-    EXPECT_EQ(Texts(), TraceRules::FaultsOf(text));
+    EXPECT_EQ(Strings(), TraceRules::FaultsOf(text));
     std::map<uint64_t, uint64_t> times;
     const auto trace = nlohmann::json::parse(text);
     for (const auto& event : trace["traceEvents"])
@@ -166,7 +166,7 @@ TEST(Trace, HasEachBlobOfARecordedReloadAtItsTime)
 
 TEST(Trace, HasTheOperationsOfARecordedReload)
 {
-    EXPECT_EQ(Texts({
+    EXPECT_EQ(Strings({
                   "latches: latch 0x0051EDC4",
                   "reload: reload 1",
                   "reload: consent",
@@ -196,8 +196,8 @@ TEST(Trace, HasTheOperationsOfARecordedReload)
 TEST(Trace, HasTheOperationsOfRecordedExceptions)
 {
     const std::string text = MakeTrace(Example("crash.jsonl"), Filter());
-    EXPECT_EQ(Texts(), TraceRules::FaultsOf(text));
-    EXPECT_EQ(Texts({
+    EXPECT_EQ(Strings(), TraceRules::FaultsOf(text));
+    EXPECT_EQ(Strings({
                   "exceptions of thread 252: exception 0xC0000094 (integer division by zero)",
                   "exceptions of thread 252: exception 0xC0000005 (access violation)",
                   "exceptions of thread 252: exception 0xC0000005 (access violation)",

@@ -1,4 +1,4 @@
-// The smallest Bridge that a host can work with: it acknowledges modules, and notes what the host has said.
+// A minimal Bridge: it acknowledges modules and writes down the host's log messages.
 
 #include "bridge/Bridge.h"
 

@@ -1,4 +1,4 @@
-/* A host by the other compiler's rules and without its runtime library, which isn't here: the exit code tells. */
+/* A host for Microsoft's linker, without a runtime library: its exit code is the result. */
 
 extern _Bool __cdecl TvnCheckVersion(const char* version);
 extern const char* __cdecl TvnGetVersion(void);

@@ -2,7 +2,7 @@
 
 Usage: PageTest.py <blobs> <recording> <browser>
 
-Each test opens a copy of the page with a script of its own behind the page's: it works the page as a user does, by
+Each test opens a copy of the page with a script of its own after the page's: it operates the page as a user does, by
 values and events, and leaves what it finds in an element that is read out of the browser's final document.
 """
 
@@ -149,7 +149,7 @@ class PageTest(unittest.TestCase):
             set("text", "no such text anywhere");
             found.none = numbers();
             element("reset").click();
-            await new Promise(resolve => setTimeout(resolve)); // a form is reset behind its event
+            await new Promise(resolve => setTimeout(resolve)); // a form is reset after its event
             found.all = numbers().length;""")
         self.assertEqual(1, len(found["numbers"]))
         self.assertEqual("LogNarrow", found["type"])
@@ -258,7 +258,7 @@ class PageTest(unittest.TestCase):
         page = self.page()
         self.assertIn("default-src 'none'", page)
         self.assertIsNone(re.search(r'\b(src|href)\s*=|@import|url\(|https?:', page.split('id="data"')[0]))
-        # The browser itself refuses: a request that somebody adds is told by the page.
+        # The browser itself blocks requests: one that somebody adds is reported by the page.
         with self.assertRaisesRegex(AssertionError, "blocked"):
             self.work("""
                 const image = new Image();

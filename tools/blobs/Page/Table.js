@@ -33,7 +33,7 @@ const table = {
     }
   },
 
-  /// Bytes of a payload behind their place, as far as the page has them, in lines of eight.
+  /// Bytes of a payload, as far as the page has them, in lines of eight after their offset.
   bytesText(blob, offset, size) {
     const most = 16;
     const digits = blob.bytes.slice(offset * 2, (offset + Math.min(size, most)) * 2);

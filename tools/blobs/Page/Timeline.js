@@ -98,7 +98,7 @@ const timeline = {
       return;
     }
     const isNarrow = right - left < 8;
-    pen.fillStyle = colour(isNarrow ? "edge" : span.last === 0 ? "open" : span.depth % 2 === 0 ? "road" : "inner");
+    pen.fillStyle = colour(isNarrow ? "edge" : span.last === 0 ? "open" : span.depth % 2 === 0 ? "span" : "inner");
     pen.fillRect(left, row.top + 2, right - left, timeline.rowHeight - 4);
     if (!isNarrow) {
       pen.strokeStyle = colour("edge");
@@ -109,7 +109,7 @@ const timeline = {
       pen.beginPath();
       pen.rect(left, row.top, right - left - 3, timeline.rowHeight);
       pen.clip();
-      pen.fillStyle = colour("roadInk");
+      pen.fillStyle = colour("spanInk");
       pen.fillText(span.name, left + 5, row.top + timeline.rowHeight / 2);
       pen.restore();
     }
