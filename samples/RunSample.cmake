@@ -1,8 +1,8 @@
 # Runs a sample's host and compares what it prints.
 #   PROGRAM        the host
 #   RUNNER         cmake/run-in-wine, and WINE_PREFIX the prefix for it
-#   EXPECTED       file of regular expressions: lines that have to come in this order, whatever comes between them
-#   LOG            a file that has to hold the lines of the file EXPECTED_LOG in the same way, as soon as its last line is
+#   EXPECTED       file of regular expressions: the output has to contain these lines in this order
+#   LOG            a file that has to contain the lines of the file EXPECTED_LOG in the same way, as soon as its last line is
 #                  there (optional)
 # A line that begins with !! is a failure.
 

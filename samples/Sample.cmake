@@ -1,4 +1,4 @@
-# How samples are built and tested. Each stands in a folder of its own, where the Agent finds its Bridge.
+# Builds and tests samples. Each is in a folder of its own, where the Agent finds its Bridge.
 
 # torvane_add_sample_host(target folder source...): a host with the Agent's library beside it.
 function(torvane_add_sample_host target folder)
@@ -35,7 +35,7 @@ function(torvane_add_sample_test target)
     endif()
 endfunction()
 
-# torvane_add_sample_demo(name [argument...]): a test that the script demo of the current folder comes to a good end.
+# torvane_add_sample_demo(name [argument...]): a test that the script demo of the current folder succeeds.
 function(torvane_add_sample_demo name)
     if(NOT TORVANE_BUILD_TESTS)
         return()

@@ -1,4 +1,4 @@
-# What the samples take from the project that they are a part of, in an installed package.
+# Replaces, in an installed package, what the samples use of the project.
 include_guard()
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
     set(TORVANE_ARCHITECTURE x86)

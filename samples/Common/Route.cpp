@@ -12,7 +12,7 @@ namespace Torvane::Sample
 {
 namespace
 {
-/// Of E9 and the distance from the end of the instruction.
+/// The opcode E9 and the distance from the end of the instruction.
 std::vector<uint8_t> MakeJump(AddressSlot from, AddressSlot to)
 {
     constexpr uint8_t opcode = 0xE9;

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// How the Bridges of the samples change a function: a jump over its first bytes; one thread.
+/// Redirects a function by a jump, for the Bridges of the samples; one thread.
 
 #include "bridge/Link.h"
 #include "bridge/Modules.h"
@@ -11,12 +11,12 @@
 
 namespace Torvane::Sample
 {
-/// Bytes of a jump to anywhere in 32-bit code.
+/// Size in bytes of a jump to any address in 32-bit code.
 constexpr uint32_t jumpSize = 5;
 
-/// Has the Agent write a jump to `to` over the first bytes of the function at `from`, which lies in `module`. The
-/// threads have to be held. They are let go on for moments, while one of them stands in those bytes.
-/// \return whether the orders were sent.
+/// Makes the Agent write a jump to `to` over the first bytes of the function at `from` in `module`. The threads have to
+/// be suspended. They are resumed briefly as long as the instruction pointer of one is in these bytes.
+/// \return whether the commands were sent.
 bool RouteFunction(Bridge::Link& link, Bridge::ThreadSuspender& threads,
                    const Bridge::AnnouncedModule& module, AddressSlot from, AddressSlot to);
 } // namespace Torvane::Sample

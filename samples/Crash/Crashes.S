@@ -1,4 +1,4 @@
-// Three crashes, and a frame to come back to.
+// Three crashes, and an exception frame to resume at.
 
     .intel_syntax noprefix
     .text
@@ -16,7 +16,7 @@ _DivideByZero:                          // int __cdecl ()
     .p2align 4
 _WriteThroughNull:                      // void __cdecl ()
     xor eax, eax
-    mov dword ptr [eax], 42             // faults, until something else stands here
+    mov dword ptr [eax], 42             // faults until it is replaced
     ret
 
     .globl _CallThroughBadPointer
@@ -35,14 +35,14 @@ _CallThroughBadPointer:                 // void __cdecl ()
 _RunGuarded:                            // int __cdecl (function)
     push ebp                            // an ordinary stack frame,
     mov ebp, esp
-    push ebx                            // with all that the caller expects to keep
+    push ebx                            // with the registers that a callee preserves
     push esi
     push edi
     mov eax, offset decline
     push eax                            // frame + 4
     push dword ptr fs:[0]               // frame + 0
     mov fs:[0], esp                     // from here on the frame is the innermost
-    mov [_resumePlace + 4], esp         // what a thread has to have that comes to _resumed
+    mov [_resumePlace + 4], esp         // the registers that _resumed expects
     mov [_resumePlace + 8], ebp
     call [ebp + 8]                      // function
     mov eax, 1

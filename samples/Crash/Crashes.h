@@ -1,14 +1,14 @@
 #pragma once
 
 /// \file
-/// What crashes, and the place that a thread can be brought back to; in assembly, so that each crash is one known
+/// Functions that crash, and a place where a thread can be resumed; in assembly, so that each crash is one known
 /// instruction. For the main thread.
 
 #include <stdint.h>
 
 namespace Torvane::Sample
 {
-/// Where to go on for whoever resumes the thread. The stack is that of the latest `RunGuarded`.
+/// Where a thread can be resumed. The stack is that of the latest `RunGuarded`.
 struct ResumePlace
 {
     uint32_t instructionPointer;
@@ -28,8 +28,8 @@ extern "C"
 
     void __cdecl CallThroughBadPointer();
 
-    /// Calls the function within an exception frame that handles nothing, but is there to be unwound.
-    /// \return 1 when the function has returned, 0 when the thread was brought back to `resumed`.
+    /// Calls the function within an exception frame that handles nothing and can be unwound.
+    /// \return 1 if the function has returned, 0 if the thread was resumed at `resumed`.
     int __cdecl RunGuarded(void(__cdecl* function)());
 
     /// In the middle of `RunGuarded`.

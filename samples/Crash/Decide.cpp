@@ -154,7 +154,7 @@ void Decider::Decide(const Received<HandleExceptionWindowsBlob>& report)
     case EXCEPTION_ACCESS_VIOLATION:
         if (crash.record.ExceptionAddress != crash.record.ExceptionInformation[1])
         {
-            Show("->", "put a no-operation in its place");
+            Show("->", "replace the instruction by a no-operation");
             SendHandleExceptionResult(link, *report, ActionNopInstruction, {});
             break;
         }

@@ -1,10 +1,9 @@
 /// \file
-/// A program that crashes three times a second, and goes on all the same, since the Bridge keeps it alive.
+/// A program that crashes three times a second and continues, since the Bridge keeps it alive.
 ///
 ///     Crash [ROUNDS]
 
-#include "Torvane/Agent.h"
-
+#include "samples/Common/AgentLibrary.h"
 #include "samples/Crash/Crashes.h"
 #include "samples/Crash/Show.h"
 
@@ -19,7 +18,7 @@ extern "C"
     /// `RunGuarded` fills in the stack, and the Bridge reads it.
     __declspec(dllexport) ResumePlace resumePlace = {};
 
-    /// The Bridge sets it when the Agent's exception handler is there.
+    /// The Bridge sets it when it has had the exception handler installed.
     __declspec(dllexport) volatile uint32_t isKeptAlive = 0;
 }
 
@@ -27,13 +26,7 @@ namespace
 {
 constexpr unsigned defaultRounds = 3;
 constexpr DWORD timeBetweenCrashes = 333; // milliseconds
-constexpr DWORD limit = 20000;            // milliseconds that the Bridge may take to be there
-
-template<typename Function>
-Function Find(HMODULE library, const char* name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
+constexpr DWORD limit = 20000;            // milliseconds until the Bridge is connected
 
 bool WaitForProtection()
 {
@@ -45,22 +38,22 @@ bool WaitForProtection()
     return isKeptAlive != 0;
 }
 
-// [crash and go on]
+// [crash and continue]
 void Crash(unsigned round)
 {
     Show("host", "round %u: divides 100 by zero", round);
-    Show("goes", "on behind the division, with the quotient %d", DivideByZero());
+    Show("next", "continues after the division, with the quotient %d", DivideByZero());
     Sleep(timeBetweenCrashes);
 
     Show("host", "round %u: writes through a null pointer", round);
     WriteThroughNull();
-    Show("goes", "on behind the write");
+    Show("next", "continues after the write");
     Sleep(timeBetweenCrashes);
 
     Show("host", "round %u: calls through a bad pointer", round);
     if (RunGuarded(&CallThroughBadPointer) == 0)
     {
-        Show("goes", "on in the function that guards the call");
+        Show("next", "continues in the function that guards the call");
     }
     Sleep(timeBetweenCrashes);
 }
@@ -74,10 +67,8 @@ int main(int argc, char** argv)
     {
         return 1;
     }
-    // The library stands beside this program.
-    const HMODULE library = LoadLibraryW(L"TVN_Agent_x86.dll");
-    const auto checkVersion = Find<decltype(&TvnCheckVersion)>(library, "TvnCheckVersion");
-    if (checkVersion == nullptr || !checkVersion(TVN_VERSION))
+    const HMODULE library = LoadAgent();
+    if (library == nullptr)
     {
         Show("fail", "TVN_Agent_x86.dll is missing or has another version");
         return 1;
@@ -100,6 +91,6 @@ int main(int argc, char** argv)
         Show("fail", "no Bridge that keeps this program alive");
     }
     Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
-    Show("host", "ends in good order");
+    Show("host", "ends");
     return isProtected ? 0 : 1;
 }

@@ -5,15 +5,15 @@
 
 namespace Torvane::Sample
 {
-/// Gives a loop its frames, and tells how long they were.
+/// Paces the frames of a loop and measures them.
 class FrameClock
 {
 public:
-    /// \param frameTime what a frame is to take, in milliseconds.
+    /// \param frameTime the duration of a frame, in milliseconds.
     explicit FrameClock(double frameTime);
 
-    /// Waits until the frame's time is over, and starts the next one. A frame that was late isn't made up for.
-    /// \return how long the frame was, from start to start, in milliseconds.
+    /// Waits for the end of the frame and starts the next one. A late frame doesn't shorten the next.
+    /// \return the time since the frame's start, in milliseconds.
     double EndFrame();
 
 private:

@@ -1,7 +1,7 @@
 /// \file
-/// A loop of 60 frames a second that lets reloads in between two frames, and measures what that does to its frames.
+/// A loop of 60 frames a second that accepts a reload between two frames and measures its effect on them.
 ///
-/// It asks for the reload itself, as for a key that was pressed, and goes on with its frames until a patch is there.
+/// It requests the reload itself, and continues with its frames until the patch is ready.
 
 #include "Torvane/Agent.h"
 
@@ -14,15 +14,15 @@
 
 using namespace Torvane::Sample;
 
-/// Frames so far. The Bridge reads it: its stand-in for a compiler takes as long as so many frames.
+/// Frames so far. The Bridge reads it: its fake compiler takes as long as a number of frames.
 extern "C" __declspec(dllexport) volatile unsigned frameNumber = 0;
 
 namespace
 {
 constexpr double frameTime = 1000.0 / 60;    // milliseconds
-constexpr unsigned framesBefore = 60;        // that are measured before the reload is asked for
-constexpr unsigned framesAfter = 60;         // behind the reload
-constexpr unsigned mostFrames = 60 * 60 * 2; // a host that waits for nothing gives up then
+constexpr unsigned framesBefore = 60;        // measured before the reload is requested
+constexpr unsigned framesAfter = 60;         // after the reload
+constexpr unsigned mostFrames = 60 * 60 * 2; // the host ends then without a reload
 
 HMODULE library;
 TvnSynchronizedAgent agent;
@@ -34,10 +34,10 @@ Function Find(const char* name)
     return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 
-// [learn of the connection]
+// [receive the connection's status]
 void TVN_CALL TakeStatus(void* context, TvnConnectionStatus status)
 {
-    InterlockedExchange(static_cast<volatile LONG*>(context), status); // no more than that: a lock is held
+    InterlockedExchange(static_cast<volatile LONG*>(context), status); // no more than that: a lock is owned
 }
 // [end]
 
@@ -48,7 +48,7 @@ bool StartAgent()
     const auto checkVersion = Find<decltype(&TvnCheckVersion)>("TvnCheckVersion");
     if (checkVersion == nullptr || !checkVersion(TVN_VERSION))
     {
-        return false; // the program goes on without reloads
+        return false; // the program continues without reloads
     }
     Find<decltype(&TvnStartupSynchronizedAgent)>("TvnStartupSynchronizedAgent")(&agent, nullptr, nullptr,
                                                                                 nullptr);
@@ -58,7 +58,7 @@ bool StartAgent()
 // [end]
 
 // [announce the executable]
-/// Waits for the Bridge, or until there will be none.
+/// Waits for the Bridge, or until the connection has failed.
 void AnnounceExecutable()
 {
     wchar_t path[1024] = {};
@@ -68,14 +68,14 @@ void AnnounceExecutable()
 // [end]
 
 // [poll between two frames]
-/// \return whether a reload has come in.
-bool LetReloadIn()
+/// \return whether the frame was reloaded.
+bool AcceptReload()
 {
     if (!agent.TvnWantsReload(SyncBeforeLoad)) // one call for each frame; it doesn't wait
     {
         return false;
     }
-    // Here nothing of the frame is under way: no job, no iterator, no lock.
+    // Nothing of a frame is in progress here: no job, no iterator, no lock.
     agent.TvnReload(WaitUntilFinished);
     return true;
 }
@@ -84,11 +84,11 @@ bool LetReloadIn()
 enum class Phase
 {
     Before,
-    PatchIsMade,
+    PatchIsCompiled,
     After
 };
 
-/// \return whether the reload has come.
+/// \return whether there was one reload.
 bool RunFrames()
 {
     Phase phase = Phase::Before;
@@ -103,32 +103,32 @@ bool RunFrames()
         position = Advance(position);
         ++frameNumber;
 
-        const bool reloaded = LetReloadIn();
+        const bool reloaded = AcceptReload();
         const double time = clock.EndFrame();
         if (reloaded)
         {
-            printf("host  frame %u: the reload is in\n", frameNumber);
+            printf("host  frame %u: reloaded\n", frameNumber);
             reload.Add(time);
             phase = Phase::After;
         }
         else
         {
-            FrameTimes& times = phase == Phase::Before        ? before
-                                : phase == Phase::PatchIsMade ? meanwhile
-                                                              : after;
+            FrameTimes& times = phase == Phase::Before            ? before
+                                : phase == Phase::PatchIsCompiled ? meanwhile
+                                                                  : after;
             times.Add(time);
         }
         if (phase == Phase::Before && before.count == framesBefore)
         {
-            printf("host  frame %u: asks for a reload, a frame moves by %d\n", frameNumber, Advance(0));
+            printf("host  frame %u: requests a reload, a frame moves by %d\n", frameNumber, Advance(0));
             agent.TvnScheduleReload();
-            phase = Phase::PatchIsMade;
+            phase = Phase::PatchIsCompiled;
         }
     }
     before.Print("before the reload");
-    meanwhile.Print("while the patch is made");
-    reload.Print("the frame that lets it in");
-    after.Print("behind the reload");
+    meanwhile.Print("while the patch compiles");
+    reload.Print("the reloaded frame");
+    after.Print("after the reload");
     printf("host  a frame moves by %d\n", Advance(0));
     return reload.count == 1;
 }

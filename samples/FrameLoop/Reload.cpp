@@ -1,9 +1,10 @@
 /// \file
-/// The Bridge of the frame loop: one reload, of a patch that was made beforehand. Its compiler is a stand-in that takes
-/// as long as the host takes for a number of frames.
+/// The Bridge of the frame loop: one reload of a patch that was built before. Its fake compiler waits for a number of the
+/// host's frames.
 
 #include "bridge/Bridge.h"
 
+#include "samples/Common/OwnFolder.h"
 #include "samples/Common/Route.h"
 
 #include <windows.h>
@@ -14,20 +15,12 @@ namespace Torvane::Sample
 {
 namespace
 {
-constexpr uint32_t limit = 30000;          // milliseconds
-constexpr uint32_t noLimit = 0xFFFFFFFF;   // until the host goes
-constexpr uint32_t pauseBetweenLooks = 10; // milliseconds
+constexpr uint32_t limit = 30000;        // milliseconds
+constexpr uint32_t noLimit = 0xFFFFFFFF; // until the host ends
+constexpr uint32_t pollInterval = 10;    // milliseconds
 constexpr uint32_t framesToCompile = 30;
 constexpr char changedFunction[] = "Advance";
 constexpr char frameCounter[] = "frameNumber";
-
-std::wstring OwnFolder()
-{
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const std::wstring text = path;
-    return text.substr(0, text.find_last_of(L'\\') + 1);
-}
 
 uint32_t ReadFrame(const HostProcess& host, AddressSlot address)
 {
@@ -47,7 +40,7 @@ std::wstring Compile(Link& link, AddressSlot frameAddress, PatchImage& patch)
     const uint32_t first = ReadFrame(host, frameAddress);
     while (ReadFrame(host, frameAddress) - first < framesToCompile)
     {
-        if (link.WaitUntilClosed(pauseBetweenLooks))
+        if (link.WaitUntilClosed(pollInterval))
         {
             return {};
         }
@@ -65,14 +58,14 @@ bool Reload(Link& link, const RegisterProcessBlob& process, const AnnouncedModul
         return false;
     }
     SendRequestReload(link);
-    if (!link.Expect<ReloadBlob>(limit)) // the host has polled; it goes on with its frames
+    if (!link.Expect<ReloadBlob>(limit)) // the host has polled, and continues with its frames
     {
         return false;
     }
     const EntryPointCode entryCode = patch.EntryCode();
-    PatchCommand order;
-    order.path = Compile(link, module.base + executable.FindExport(frameCounter), patch);
-    SendLoadPatch(link, order);
+    PatchCommand command;
+    command.path = Compile(link, module.base + executable.FindExport(frameCounter), patch);
+    SendLoadPatch(link, command);
     const auto loaded = link.Expect<PatchLoadedBlob>(limit); // the host has called TvnReload
     if (!loaded)
     {
@@ -108,7 +101,7 @@ int RunFrameLoop(uint32_t hostProcessId)
         if (message.Type() == BlobType::ScheduleReload)
         {
             const bool success = Reload(link, *process, ModulesOf(enabled)[0]);
-            SendFinishAfterHotReload(link); // the host waits for this, whatever has come of it
+            SendFinishAfterHotReload(link); // the host waits for this, after a failure too
             if (!success)
             {
                 return 1;

@@ -1,12 +1,11 @@
 /// \file
-/// A console program that prints a line with a running counter several times a second, and lets its code be changed
-/// meanwhile. It ends when its standard input does.
+/// A console program that prints a line with a counter several times a second while its code is changed. It ends when
+/// its standard input does.
 ///
-///     LiveReload          a reload comes whenever the Bridge wants it
-///     LiveReload --sync   a reload waits until the main loop lets it in, between two frames
+///     LiveReload          a reload happens whenever the Bridge requests it
+///     LiveReload --sync   a reload waits for the main loop, which accepts it between two frames
 
-#include "Torvane/Agent.h"
-
+#include "samples/Common/AgentLibrary.h"
 #include "samples/LiveReload/Hooks.h"
 #include "samples/LiveReload/Line.h"
 #include "samples/LiveReload/Output.h"
@@ -15,23 +14,11 @@
 
 #include <windows.h>
 
+using namespace Torvane::Sample;
+
 namespace
 {
 constexpr DWORD frameTime = 200; // milliseconds
-
-template<typename Function>
-Function Find(HMODULE library, const char* name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
-
-/// The library stands beside this program.
-HMODULE LoadAgent()
-{
-    const HMODULE library = LoadLibraryW(L"TVN_Agent_x86.dll");
-    const auto checkVersion = Find<decltype(&TvnCheckVersion)>(library, "TvnCheckVersion");
-    return checkVersion != nullptr && checkVersion(TVN_VERSION) ? library : nullptr;
-}
 
 void TVN_CALL PrintStatus(void*, TvnConnectionStatus status)
 {
@@ -45,7 +32,7 @@ void TVN_CALL PrintStatus(void*, TvnConnectionStatus status)
     }
 }
 
-/// Lets this program and all that it imports be changed. Waits for the Bridge, or until there will be none.
+/// Enables reloads of this program and all that it imports. Waits for the Bridge, or until the connection has failed.
 void AnnounceModule(void(TVN_CALL* enableModule)(const wchar_t*, TvnModuleOptions, void*, TvnModuleFilter))
 {
     wchar_t path[1024] = {};
@@ -54,7 +41,7 @@ void AnnounceModule(void(TVN_CALL* enableModule)(const wchar_t*, TvnModuleOption
     PrintLine("host", "this program and its imports are announced");
 }
 
-// ---- Hooks: called by the Agent's receiver thread while our threads are held ----
+// ---- Hooks: called by the Agent's receiver thread while the other threads are suspended ----
 
 struct HookId
 {
@@ -93,14 +80,14 @@ DWORD WINAPI WaitForEndOfInput(void* end)
     return 0;
 }
 
-/// Goes on working while a patch is made, and stands still, between two frames, while it is loaded.
-void LetReloadIn(const TvnSynchronizedAgent& agent, unsigned frame)
+/// Accepts a reload between two frames. The loop runs while a patch is compiled and waits while it is loaded.
+void AcceptReload(const TvnSynchronizedAgent& agent, unsigned frame)
 {
     if (agent.TvnWantsReload(SyncBeforeLoad))
     {
-        PrintLine("host", "a patch is ready: let it in behind frame ", frame);
+        PrintLine("host", "a patch is ready: accepted after frame ", frame);
         agent.TvnReload(WaitUntilFinished);
-        PrintLine("host", "the reload is over, on with frame ", frame + 1);
+        PrintLine("host", "the reload is over: continues with frame ", frame + 1);
     }
 }
 } // namespace
@@ -134,7 +121,7 @@ int main(int argc, char** argv)
     const HANDLE end = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     const HANDLE input = CreateThread(nullptr, 0, &WaitForEndOfInput, end, 0, nullptr);
 
-    unsigned counter = 0; // what every reload has to leave alone
+    unsigned counter = 0; // kept by every reload
     do
     {
         char text[128];
@@ -142,7 +129,7 @@ int main(int argc, char** argv)
         PrintLine("line", text);
         if (synchronized)
         {
-            LetReloadIn(synchronizedAgent, counter);
+            AcceptReload(synchronizedAgent, counter);
         }
     }
     while (WaitForSingleObject(end, frameTime) == WAIT_TIMEOUT);

@@ -5,7 +5,6 @@
 
 #include <stddef.h>
 
-/// Writes what the host prints for one value of its counter. The counter itself is the host's, not ours, so it
-/// outlasts every reload.
-/// \param size of `text` in bytes, the terminator included; longer texts are cut.
+/// Formats the line for one value of the host's counter. The counter isn't stored here, so every reload keeps it.
+/// \param size of `text` in bytes, the terminator included; a longer line is truncated.
 extern "C" __declspec(dllexport) void FormatLine(char* text, size_t size, unsigned counter);

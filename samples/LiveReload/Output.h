@@ -1,13 +1,13 @@
 #pragma once
 
 /// \file
-/// Printing past the runtime library, any thread.
+/// Prints without the runtime library, any thread.
 ///
-/// Hooks and a patch's entry point run while the host's threads are held. One of those may own the lock of
-/// `stdout` or of a heap, so nothing that runs then may use either.
+/// Hooks and a patch's entry point run while the host's threads are suspended. One of them may own the lock of `stdout`
+/// or of a heap, so hooks and entry point mustn't use either.
 
 /// Writes `tag`, two blanks, `text` and a line break to the standard output in one piece of at most 255 bytes.
 void PrintLine(const char* tag, const char* text);
 
-/// `text` with a number behind it.
+/// As above, with a number after `text`.
 void PrintLine(const char* tag, const char* text, unsigned number);

@@ -1,8 +1,8 @@
 /// \file
-/// What a patch has beside the changed function: an entry point that shows when it runs.
+/// A patch's entry point, which prints a line when it runs.
 ///
-/// The Bridge exchanges the first bytes of the entry point, so the loader must not relocate them. Those of the
-/// runtime library's entry point it does relocate, which is why there is one in front of it.
+/// The Bridge replaces the first bytes of the entry point, so the loader mustn't relocate them. It does relocate those of
+/// the runtime library's entry point: hence one of our own, which calls that one.
 
 #include "Output.h"
 

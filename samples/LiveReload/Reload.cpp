@@ -1,6 +1,6 @@
 /// \file
 /// The Bridge of the live-reload sample: routes `FormatLine` of the host to that of each patch. It does what a
-/// Broker and its Bridge do together, with one function in place of all that changed.
+/// Broker and its Bridge do together, for one function instead of all changed ones.
 
 #include "bridge/Bridge.h"
 
@@ -19,8 +19,8 @@ namespace Torvane::Sample
 {
 namespace
 {
-constexpr uint32_t limit = 20000;          // milliseconds
-constexpr uint32_t pauseBetweenLooks = 20; // milliseconds
+constexpr uint32_t limit = 20000;     // milliseconds
+constexpr uint32_t pollInterval = 20; // milliseconds
 constexpr uint32_t tokenOfOldCode = 1;
 constexpr char changedFunction[] = "FormatLine";
 
@@ -43,7 +43,7 @@ std::string Address(AddressSlot address)
     return text;
 }
 
-/// What of a Blob is worth seeing in one line.
+/// The content of a Blob, in a few words.
 std::string Details(const Message& message)
 {
     switch (message.Type())
@@ -86,12 +86,12 @@ public:
 
 private:
     void ReportBlob(const Message& message) const;
-    bool TakeModules();
+    bool ReceiveModules();
     bool FindModule();
     bool WaitForFile(uint32_t number, const wchar_t* extension);
     bool Reload(uint32_t number);
     bool LoadAndInstall(uint32_t number, ThreadSuspender& threads);
-    Received<PatchLoadedBlob> Load(const PatchCommand& order, ThreadSuspender& threads);
+    Received<PatchLoadedBlob> Load(const PatchCommand& command, ThreadSuspender& threads);
     bool Route(AddressSlot from, AddressSlot to, ThreadSuspender& threads);
     bool CallTable(uint32_t kind, const char* name, uint32_t number);
 
@@ -101,7 +101,7 @@ private:
     Received<RegisterAgentBlob> agent;
     Received<RegisterProcessBlob> process;
 
-    /// The host's executable, as the host has announced it, and what it exports.
+    /// The host's executable, as the host has announced it, and its exports.
     AnnouncedModule announced;
     std::unique_ptr<PatchImage> module;
 };
@@ -120,7 +120,7 @@ void Reloader::Report(const std::string& text) const
 }
 
 /// Waits until the host has announced its modules, and acknowledges them.
-bool Reloader::TakeModules()
+bool Reloader::ReceiveModules()
 {
     const auto blob = link.Expect<EnableModulesBlob>(limit);
     if (!blob)
@@ -158,12 +158,12 @@ bool Reloader::FindModule()
     return true;
 }
 
-/// Also ends, with false, when the host goes.
+/// \return false if the host has ended.
 bool Reloader::WaitForFile(uint32_t number, const wchar_t* extension)
 {
     while (!files.Exists(number, extension))
     {
-        if (link.WaitUntilClosed(pauseBetweenLooks))
+        if (link.WaitUntilClosed(pollInterval))
         {
             return false;
         }
@@ -179,7 +179,7 @@ int Reloader::Run()
     }
     agent = link.Expect<RegisterAgentBlob>(limit);
     process = link.Expect<RegisterProcessBlob>(limit);
-    if (!agent || !process || !TakeModules() || !FindModule())
+    if (!agent || !process || !ReceiveModules() || !FindModule())
     {
         return 1;
     }
@@ -207,40 +207,40 @@ bool Reloader::Reload(uint32_t number)
     ThreadSuspender threads(host.Id(), AgentThreads(*process));
     const bool success = LoadAndInstall(number, threads);
     threads.Resume();
-    Report(".. threads go on");
+    Report(".. threads resumed");
     SendFinishAfterHotReload(link);
     return success && WaitUntilExecuted(link, limit);
 }
 
 bool Reloader::LoadAndInstall(uint32_t number, ThreadSuspender& threads)
 {
-    PatchCommand order;
-    order.path = files.Path(number, L"dll");
-    PatchImage patch(order.path);
-    const bool isImage = patch.Error().empty(); // if it isn't one, the host's loader shall say so
+    PatchCommand command;
+    command.path = files.Path(number, L"dll");
+    PatchImage patch(command.path);
+    const bool isImage = patch.Error().empty(); // if it isn't one, the host's loader reports that
     const EntryPointCode entryCode = isImage ? patch.EntryCode() : EntryPointCode();
-    if (isImage && !(patch.MakeEntryPointIdle() && patch.Save(order.path)))
+    if (isImage && !(patch.MakeEntryPointIdle() && patch.Save(command.path)))
     {
         Report("!! " + patch.Error());
         return false;
     }
 
-    // A synchronized host takes part in the load: its thread can't be held before.
-    order.watchdog = agent->agentType == 0;
-    if (order.watchdog)
+    // A synchronized host takes part in the load: its thread can't be suspended before.
+    command.watchdog = agent->agentType == 0;
+    if (command.watchdog)
     {
         threads.Suspend();
-        Report(".. " + std::to_string(threads.Count()) + " threads held");
+        Report(".. " + std::to_string(threads.Count()) + " threads suspended");
     }
-    const Received<PatchLoadedBlob> loaded = Load(order, threads);
+    const Received<PatchLoadedBlob> loaded = Load(command, threads);
     if (!loaded)
     {
         return false;
     }
-    threads.Suspend(); // those of a synchronized host, and those that the watchdog has asked for
-    if (!order.watchdog)
+    threads.Suspend(); // those of a synchronized host, and those that the watchdog has had resumed
+    if (!command.watchdog)
     {
-        Report(".. " + std::to_string(threads.Count()) + " threads held");
+        Report(".. " + std::to_string(threads.Count()) + " threads suspended");
     }
 
     const AddressSlot from = announced.base + module->FindExport(changedFunction);
@@ -251,18 +251,18 @@ bool Reloader::LoadAndInstall(uint32_t number, ThreadSuspender& threads)
            WaitUntilExecutedWhileSuspended(link, threads, limit);
 }
 
-/// Orders the load and waits for its outcome.
-Received<PatchLoadedBlob> Reloader::Load(const PatchCommand& order, ThreadSuspender& threads)
+/// Requests the load and waits for its result.
+Received<PatchLoadedBlob> Reloader::Load(const PatchCommand& command, ThreadSuspender& threads)
 {
-    SendLoadPatch(link, order);
-    const Message answer =
+    SendLoadPatch(link, command);
+    const Message reply =
         ReceiveWhileSuspended(link, threads, {BlobType::PatchLoaded, BlobType::LogNarrow}, limit);
-    if (!answer || answer.Type() != BlobType::PatchLoaded)
+    if (!reply || reply.Type() != BlobType::PatchLoaded)
     {
         Report("!! the patch was not loaded");
         return {};
     }
-    return Received<PatchLoadedBlob>(answer);
+    return Received<PatchLoadedBlob>(reply);
 }
 
 /// Shows the old code, and routes it to the new one.
@@ -297,7 +297,7 @@ int RunLiveReload(uint32_t hostProcessId)
 {
     Reloader reloader(hostProcessId);
     const int result = reloader.Run();
-    reloader.Report(result == 0 ? ".. the Bridge ends" : "xx the Bridge gives up");
+    reloader.Report(result == 0 ? ".. the Bridge ends" : "xx the Bridge has failed");
     return result;
 }
 

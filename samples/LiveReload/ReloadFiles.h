@@ -1,12 +1,12 @@
 #pragma once
 
 /// \file
-/// What the demo script and the Bridge of this sample tell each other: files in one folder; for the main thread,
-/// `Report` for any thread.
+/// Files in one folder by which the demo script and the Bridge of this sample communicate; for the main thread, `Report`
+/// for any thread.
 ///
 /// For reload N, in this order: `N.wanted` (by the script), `N.granted` (by the Bridge: the host has agreed, compile
-/// now), `N.dll` and then `N.compiled` (by the script), `N.done` (by the Bridge, with "ok" or "failed" in it).
-/// `bridge.log` gets a line for everything that the Bridge does.
+/// now), `N.dll` and then `N.compiled` (by the script), `N.done` (by the Bridge, containing "ok" or "failed").
+/// `bridge.log` contains a line for each action of the Bridge.
 
 #include <stdint.h>
 #include <string>
@@ -33,7 +33,7 @@ public:
 
     bool Exists(uint32_t number, const std::wstring& extension) const;
 
-    /// Makes the file. Whoever sees it finds all of `content` in it.
+    /// Creates the file, complete from the moment when it exists.
     void Write(uint32_t number, const std::wstring& extension, const std::string& content) const;
 
     /// Adds a line to `bridge.log`.

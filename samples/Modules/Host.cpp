@@ -2,8 +2,7 @@
 /// A program of an executable and three libraries: World.dll, which it imports, Physics.dll, which World.dll imports,
 /// and the plug-in Weather.dll, which it loads late and frees again. All of them may be changed, and nothing else.
 
-#include "Torvane/Agent.h"
-
+#include "samples/Common/AgentLibrary.h"
 #include "samples/Modules/World.h"
 
 #include <stdio.h>
@@ -11,17 +10,13 @@
 
 #include <windows.h>
 
+using namespace Torvane::Sample;
+
 namespace
 {
 HMODULE library;
 TvnDefaultAgent agent;
 volatile LONG connection = -1;
-
-template<typename Function>
-Function Find(HMODULE module, const char* name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-}
 
 void TVN_CALL TakeStatus(void*, TvnConnectionStatus status)
 {
@@ -30,9 +25,8 @@ void TVN_CALL TakeStatus(void*, TvnConnectionStatus status)
 
 bool StartAgent()
 {
-    library = LoadLibraryW(L"TVN_Agent_x86.dll");
-    const auto checkVersion = Find<decltype(&TvnCheckVersion)>(library, "TvnCheckVersion");
-    if (checkVersion == nullptr || !checkVersion(TVN_VERSION))
+    library = LoadAgent();
+    if (library == nullptr)
     {
         return false;
     }
@@ -51,8 +45,8 @@ void FindOwnFolder()
     wcsrchr(ownFolder, L'\\')[1] = L'\0';
 }
 
-/// Keeps what lies in this program's folder, so nothing of the OS's. The Agent's own library isn't changed either.
-/// Also runs inside the loader, so it loads nothing and takes no lock.
+/// Accepts the modules in this program's folder, so none of the OS, but not the Agent's own library. Also runs inside the
+/// loader, so it loads nothing and acquires no lock.
 bool TVN_CALL IsOurs(void*, const wchar_t* path)
 {
     return _wcsnicmp(path, ownFolder, wcslen(ownFolder)) == 0 &&

@@ -1,7 +1,9 @@
 /// \file
-/// The Bridge of the modules sample: writes what it is told of into the file bridge.log in its folder.
+/// The Bridge of the modules sample: writes the modules that are enabled and disabled to bridge.log in its folder.
 
 #include "bridge/Bridge.h"
+
+#include "samples/Common/OwnFolder.h"
 
 #include <stdio.h>
 
@@ -18,15 +20,7 @@ namespace
 constexpr uint32_t limit = 30000; // milliseconds
 constexpr uint32_t noLimit = 0xFFFFFFFF;
 
-std::wstring OwnFolder()
-{
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const std::wstring text = path;
-    return text.substr(0, text.find_last_of(L'\\') + 1);
-}
-
-/// How many modules a 32-bit process has loaded; 0 if that can't be seen.
+/// How many modules a 32-bit process has loaded; 0 if it can't be read.
 uint32_t CountModules(uint32_t processId)
 {
     const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, processId);
@@ -45,14 +39,14 @@ void Report(FILE* log, const char* what, const std::vector<AnnouncedModule>& mod
     }
 }
 
-void Take(Link& link, FILE* log, const Message& message)
+void Handle(Link& link, FILE* log, const Message& message)
 {
     if (message.Type() == BlobType::EnableModules)
     {
         const Received<EnableModulesBlob> enabled(message);
         Report(log, "enabled ", ModulesOf(enabled));
-        // The host's call waits for those as well that its filter has refused, of which nobody tells us. They are
-        // fewer than all that it has loaded, and what is acknowledged too often is of no effect.
+        // The host's call also waits for modules that its filter has refused, which aren't reported. They are fewer
+        // than the modules that the host has loaded, and further acknowledgements have no effect.
         SendDecrementLatch(link, enabled->latch, CountModules(link.HostProcessId()));
     }
     else if (message.Type() == BlobType::DisableModules)
@@ -71,9 +65,9 @@ int RunReport(uint32_t hostProcessId)
     }
     while (const Message message = link.Receive(noLimit))
     {
-        Take(link, log, message);
+        Handle(link, log, message);
     }
-    fprintf(log, "the host has gone\n");
+    fprintf(log, "the host has ended\n");
     fclose(log);
     return 0;
 }

@@ -1,12 +1,12 @@
 /** \file
- * A host in C: it starts a default agent, lets itself be changed, asks for a reload, and ends. */
+ * A host in C: it starts a default agent, enables reloads of itself, requests one, and ends. */
 
 /* [twenty lines] */
 #include <Torvane/Agent.h>
 #include <windows.h>
 
 static TvnDefaultAgent agent;
-static HMODULE library; /* null: there is no Agent, and nothing else is called */
+static HMODULE library; /* null: there is no Agent, and none of its functions is called */
 
 static bool StartAgent(void)
 {

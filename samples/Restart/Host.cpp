@@ -1,16 +1,18 @@
 /// \file
-/// A program that counts, and has itself restarted in the middle: it saves its counter, lets the Agent hand over what
-/// a new process needs, and goes on counting in that process.
+/// A program that counts and requests its restart: it saves its counter, the Agent reports what a new process needs, and
+/// that process continues to count.
 ///
-/// It writes to the file `output` and keeps its counter in the file `counter`, both in its current folder, so that a
-/// process that were started in another folder would not go on.
+/// It writes to the file `output` and keeps its counter in the file `counter`, both in its current folder: a process that
+/// is started in another folder doesn't find them.
 
-#include "Torvane/Agent.h"
+#include "samples/Common/AgentLibrary.h"
 
 #include <stdio.h>
 #include <stdlib.h>
 
 #include <windows.h>
+
+using namespace Torvane::Sample;
 
 namespace
 {
@@ -20,12 +22,6 @@ constexpr DWORD frameTime = 150; // milliseconds
 
 FILE* output;
 volatile LONG connection = -1;
-
-template<typename Function>
-Function Find(HMODULE library, const char* name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
 
 void TVN_CALL TakeStatus(void*, TvnConnectionStatus status)
 {
@@ -81,9 +77,8 @@ int main()
         return 1;
     }
     setvbuf(output, nullptr, _IONBF, 0);
-    const HMODULE library = LoadLibraryW(L"TVN_Agent_x86.dll");
-    const auto checkVersion = Find<decltype(&TvnCheckVersion)>(library, "TvnCheckVersion");
-    if (checkVersion == nullptr || !checkVersion(TVN_VERSION))
+    const HMODULE library = LoadAgent();
+    if (library == nullptr)
     {
         fprintf(output, "!! TVN_Agent_x86.dll is missing or has another version\n");
         return 1;
@@ -108,15 +103,15 @@ int main()
         fprintf(output, "line  counter %u\n", ++counter);
         if (counter == restartAt)
         {
-            // [let itself be restarted]
-            fprintf(output, "host  wants to be restarted\n");
-            agent.TvnScheduleRestart(ThisProcessOnly); // the Broker can ask for it unbidden, too
-            while (!agent.TvnWantsRestart())           // a game would go on with its frames
+            // [request a restart]
+            fprintf(output, "host  requests its restart\n");
+            agent.TvnScheduleRestart(ThisProcessOnly); // the Broker can also request one by itself
+            while (!agent.TvnWantsRestart())           // a game would continue with its frames
             {
                 Sleep(1);
             }
             SaveCounter(counter);
-            fprintf(output, "host  saved its counter and goes\n");
+            fprintf(output, "host  has saved its counter and ends\n");
             agent.TvnRestart(TvnRestartExitWithCleanup, 0);
             // [end]
         }

@@ -1,5 +1,5 @@
 /// \file
-/// The Bridge of the restart sample: it does what a host that wants a restart needs, and starts the new process.
+/// The Bridge of the restart sample: it accepts the restart that the host requests, and starts the new process.
 
 #include "bridge/Bridge.h"
 
@@ -15,9 +15,9 @@ namespace Torvane::Sample
 namespace
 {
 constexpr uint32_t limit = 20000;        // milliseconds
-constexpr uint32_t noLimit = 0xFFFFFFFF; // a host may not want a restart for hours
+constexpr uint32_t noLimit = 0xFFFFFFFF; // a host may request a restart after hours
 
-/// Adds a line to the file `output` in the Bridge's folder, where the host writes as well.
+/// Adds a line to the file that the environment variable `TORVANE_DEMO_OUTPUT` names. The host writes to it too.
 void Report(const std::string& text)
 {
     const HANDLE file = CreateFileW(_wgetenv(L"TORVANE_DEMO_OUTPUT"), FILE_APPEND_DATA,
@@ -42,7 +42,7 @@ bool Restart(Link& link, uint32_t hostProcessId)
     const auto restart = link.Expect<RestartBlob>(limit);
     if (!restart)
     {
-        Report("!! the host hasn't gone into a restart");
+        Report("!! the host hasn't agreed to a restart");
         return false;
     }
     const ProcessImage image = ReadProcessImage(restart);
