@@ -4,6 +4,7 @@
 /// Everything that a Bridge sends, one function for each Blob; any thread. All return what `Link::Send` returns.
 /// Only `WaitUntilExecuted` waits for a reply: see `Link::Expect`. Addresses are those of the Agent's process.
 
+#include "Agent/Protocol/Names.h"
 #include "bridge/Link.h"
 
 #include <stdint.h>

@@ -273,7 +273,7 @@ bool Link::Connect(uint32_t milliseconds)
 
 bool Link::ConnectAgentPipe(uint32_t milliseconds)
 {
-    state->agentPipe = OpenPipe(state->PipeName(L"\\\\.\\pipe\\TVN_Agent"), milliseconds);
+    state->agentPipe = OpenPipe(state->PipeName(agentPipePrefix), milliseconds);
     if (state->agentPipe == INVALID_HANDLE_VALUE)
     {
         return false;
@@ -285,7 +285,7 @@ bool Link::ConnectAgentPipe(uint32_t milliseconds)
 
 bool Link::ConnectBridgePipe(uint32_t milliseconds)
 {
-    state->bridgePipe = OpenPipe(state->PipeName(L"\\\\.\\pipe\\TVN_Bridge"), milliseconds);
+    state->bridgePipe = OpenPipe(state->PipeName(bridgePipePrefix), milliseconds);
     return state->bridgePipe != INVALID_HANDLE_VALUE;
 }
 

@@ -3,6 +3,7 @@
 /// \file
 /// The Bridge's end of the two pipes to one Agent; any thread may send and receive.
 
+#include "Agent/Protocol/Names.h"
 #include "bridge/Message.h"
 
 #include <functional>

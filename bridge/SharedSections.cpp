@@ -1,5 +1,7 @@
 #include "bridge/SharedSections.h"
 
+#include "Agent/Protocol/Names.h"
+
 #include <string.h>
 #include <string>
 
@@ -9,9 +11,6 @@ namespace Torvane::Bridge
 {
 namespace
 {
-constexpr uint32_t heartbeatSize = 4096;
-constexpr uint32_t agentBridgeSize = 0x100000;
-
 /// The size in the section's first bytes is 8 bytes larger than the payload.
 constexpr uint32_t payloadTail = 8;
 } // namespace
@@ -53,7 +52,7 @@ std::vector<uint8_t> SharedSection::Read(uint32_t offset, uint32_t size) const
 }
 
 Heartbeat::Heartbeat(uint32_t hostProcessId)
-    : section(L"TVN_Memory_", L"TVN_Mutex_", heartbeatSize, hostProcessId)
+    : section(heartbeatSectionPrefix, heartbeatMutexPrefix, heartbeatSectionSize, hostProcessId)
 {
 }
 
@@ -66,7 +65,7 @@ uint64_t Heartbeat::LastBeat() const
 
 std::vector<uint8_t> ReadProjectPreferences(uint32_t hostProcessId)
 {
-    const SharedSection section(L"TVN_AgentBridge_Memory_", L"TVN_AgentBridge_Mutex_", agentBridgeSize,
+    const SharedSection section(agentBridgeSectionPrefix, agentBridgeMutexPrefix, agentBridgeSectionSize,
                                 hostProcessId);
     if (!section)
     {
@@ -74,7 +73,7 @@ std::vector<uint8_t> ReadProjectPreferences(uint32_t hostProcessId)
     }
     uint32_t size = 0;
     memcpy(&size, section.Read(0, sizeof(size)).data(), sizeof(size));
-    if (size < payloadTail || size > agentBridgeSize - sizeof(size))
+    if (size < payloadTail || size > agentBridgeSectionSize - sizeof(size))
     {
         return {};
     }

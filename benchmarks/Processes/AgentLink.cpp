@@ -1,4 +1,5 @@
 #include "AgentLink.h"
+#include "Agent/Protocol/Names.h"
 
 #include <string.h>
 
@@ -6,8 +7,8 @@ namespace Torvane::Benchmarks
 {
 AgentLink::AgentLink(uint32_t hostProcessId)
 {
-    agentPipe.Open(L"TVN_Agent", hostProcessId);
-    bridgePipe.Open(L"TVN_Bridge", hostProcessId);
+    agentPipe.Open(agentPipePrefix, hostProcessId);
+    bridgePipe.Open(bridgePipePrefix, hostProcessId);
     Bridge::BlobWriter<VersionBlob> version;
     version.String(&VersionBlob::version, std::string(apiVersion));
     Send(version.Finish());

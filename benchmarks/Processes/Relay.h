@@ -29,10 +29,10 @@ struct RelayHeader
     RelayOrder order;
 };
 
-constexpr wchar_t relayInName[] = L"TVN_BenchmarkIn";    ///< to the host
-constexpr wchar_t relayOutName[] = L"TVN_BenchmarkOut";  ///< from the host
-constexpr wchar_t pingPongName[] = L"TVN_BenchmarkPing"; ///< both ways
-constexpr uint32_t echoRequestSize = 16;                 ///< payload of an `EchoRequest`
+constexpr wchar_t relayInName[] = L"\\\\.\\pipe\\TVN_BenchmarkIn";    ///< to the host
+constexpr wchar_t relayOutName[] = L"\\\\.\\pipe\\TVN_BenchmarkOut";  ///< from the host
+constexpr wchar_t pingPongName[] = L"\\\\.\\pipe\\TVN_BenchmarkPing"; ///< both ways
+constexpr uint32_t echoRequestSize = 16;                              ///< payload of an `EchoRequest`
 constexpr uint32_t echoReplySize = 8;
 
 /// Makes the pipes and the threads that serve them until the other end goes.

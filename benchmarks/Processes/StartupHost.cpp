@@ -1,4 +1,5 @@
 // Figure 10: what an Agent costs that isn't asked for anything.
+#include "Agent/Protocol/Names.h"
 #include "HostAgent.h"
 #include "HostFigures.h"
 #include "Relay.h"
@@ -106,7 +107,7 @@ void AddStartup(Board& board)
 void AddBareStartup(Board& board)
 {
     const DWORD host = GetCurrentProcessId();
-    const std::wstring program = HostAgent::Folder() + L"TVN_Agent_Bridge_x64.exe";
+    const std::wstring program = HostAgent::Folder() + bridgeFileName;
     std::wstring commandLine = std::to_wstring(host);
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);

@@ -33,15 +33,15 @@ public:
         CloseHandle(handle);
     }
 
-    static std::wstring NameOf(const wchar_t* kind, uint32_t hostProcessId)
+    static std::wstring NameOf(const wchar_t* prefix, uint32_t hostProcessId)
     {
-        return L"\\\\.\\pipe\\" + (kind + std::to_wstring(hostProcessId));
+        return prefix + std::to_wstring(hostProcessId);
     }
 
     /// The server's end, as the Agent makes its own.
-    void Create(const wchar_t* kind, uint32_t hostProcessId)
+    void Create(const wchar_t* prefix, uint32_t hostProcessId)
     {
-        handle = CreateNamedPipeW(NameOf(kind, hostProcessId).c_str(), PIPE_ACCESS_DUPLEX,
+        handle = CreateNamedPipeW(NameOf(prefix, hostProcessId).c_str(), PIPE_ACCESS_DUPLEX,
                                   PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
                                   PIPE_UNLIMITED_INSTANCES, bufferSize, bufferSize, 0, nullptr);
         if (handle == INVALID_HANDLE_VALUE)
@@ -60,9 +60,9 @@ public:
     }
 
     /// The client's end, tried for as long as it takes.
-    void Open(const wchar_t* kind, uint32_t hostProcessId)
+    void Open(const wchar_t* prefix, uint32_t hostProcessId)
     {
-        const std::wstring name = NameOf(kind, hostProcessId);
+        const std::wstring name = NameOf(prefix, hostProcessId);
         for (int tries = 0; tries < 6000; ++tries)
         {
             handle = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,

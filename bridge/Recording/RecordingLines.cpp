@@ -1,5 +1,6 @@
 #include "bridge/Recording/RecordingLines.h"
 
+#include "Agent/Protocol/Names.h"
 #include "bridge/Recording/Encoding.h"
 #include "bridge/Recording/FieldText.h"
 

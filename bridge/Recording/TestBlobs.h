@@ -3,6 +3,7 @@
 /// \file
 /// Builds Blobs of any type, with the data that their fields refer to, for tests; any thread, any platform.
 
+#include "Agent/Protocol/Names.h"
 #include "bridge/BlobWriter.h"
 #include "bridge/Recording/BlobLayout.h"
 

@@ -1,5 +1,5 @@
 /**
- * Torvane Agent 2.4.0: everything that a host sees of TVN_Agent_x86.dll. C99 and C++11, 32-bit x86 Windows.
+ * Torvane Agent: everything that a host sees of TVN_Agent_x86.dll. C99 and C++11, 32-bit x86 Windows.
  *
  * The Agent lets the native code of this process be changed while it runs. A host
  *

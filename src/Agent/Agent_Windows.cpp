@@ -5,6 +5,7 @@
 #include "Agent/HotRestart/Windows/HotRestart.h"
 #include "Agent/Modules/Windows/AutomaticModuleHandling.h"
 #include "Agent/Protocol/Blob.h"
+#include "Agent/Protocol/Names.h"
 #include "Agent/Transport/Windows/ConnectionState.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Filesystem/Windows/NarrowPath.h"
@@ -26,13 +27,15 @@ namespace
 {
 constexpr uint32_t allDebugOutputLevels = 255;
 
+static_assert(__builtin_strcmp(TVN_VERSION, apiVersion) == 0, "Agent.h and Names.h have different versions.");
+
 void StartupAgentLog()
 {
     FixedWideString fileName = {};
     fileName.Format(L"log_windows_agent_%u.txt", GetCurrentProcessId());
     const Result<HANDLE> file = CreateFileForWriting(GetLogFilePath(fileName.text).text);
     StartupLog(file.error == nullptr ? file.payload : INVALID_HANDLE_VALUE);
-    LogDebug(TVN_HERE, "Torvane version 2.4.0");
+    LogDebug(TVN_HERE, "Torvane version " TVN_VERSION);
 }
 
 FixedWideString GetIdentifier()

@@ -5,7 +5,6 @@
 namespace Torvane::Testing
 {
 const wchar_t agentFileName[] = L"TVN_Agent_x86.dll";
-const wchar_t bridgeFileName[] = L"TVN_Agent_Bridge_x64.exe";
 
 std::string AgentLibrary::Load(const std::wstring& path)
 {

@@ -3,6 +3,7 @@
 /// \file
 /// The library under test, loaded as a host loads it; one object per process.
 
+#include "Agent/Protocol/Names.h"
 #include "Torvane/Agent.h"
 
 #include <string>
@@ -77,5 +78,4 @@ std::wstring AgentFolder();
 std::wstring CopyAgentFolder(bool withBridge);
 
 extern const wchar_t agentFileName[];
-extern const wchar_t bridgeFileName[];
 } // namespace Torvane::Testing

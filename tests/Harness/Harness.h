@@ -49,6 +49,7 @@
 /// - Waits are on conditions (`Await`, `WaitForLog`, `Expect`) with the limit `patience`, never on time.
 
 #if TORVANE_HOST_HALF
+#include "Agent/Protocol/Names.h"
 #include "tests/Harness/HostTest.h"
 #include "tests/Harness/LinkTest.h"
 #else

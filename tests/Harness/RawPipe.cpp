@@ -10,9 +10,9 @@
 
 namespace Torvane::Testing
 {
-RawPipe::RawPipe(const wchar_t* name, uint32_t hostProcessId)
+RawPipe::RawPipe(const wchar_t* prefix, uint32_t hostProcessId)
 {
-    const std::wstring path = std::wstring(L"\\\\.\\pipe\\") + name + std::to_wstring(hostProcessId);
+    const std::wstring path = prefix + std::to_wstring(hostProcessId);
     const ULONGLONG end = GetTickCount64() + patience;
     do
     {

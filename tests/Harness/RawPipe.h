@@ -14,8 +14,9 @@ namespace Torvane::Testing
 class RawPipe
 {
 public:
-    /// Opens "TVN_Agent" or "TVN_Bridge" of that host as soon as it is there, within the limit `patience`.
-    RawPipe(const wchar_t* name, uint32_t hostProcessId);
+    /// Opens the pipe of that host, `agentPipePrefix` or `bridgePipePrefix`, as soon as it exists, within the limit
+    /// `patience`.
+    RawPipe(const wchar_t* prefix, uint32_t hostProcessId);
     ~RawPipe();
     RawPipe(const RawPipe&) = delete;
     RawPipe& operator=(const RawPipe&) = delete;

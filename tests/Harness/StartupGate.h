@@ -3,6 +3,8 @@
 /// \file
 /// Holds an Agent of this process up before it spawns its Bridge; for the thread that runs the test.
 
+#include "Agent/Protocol/Names.h"
+
 #include <string>
 
 #include <windows.h>
@@ -15,8 +17,9 @@ class StartupGate
 {
 public:
     StartupGate()
-        : mutex(CreateMutexW(nullptr, TRUE,
-                             (L"TVN_AgentBridge_Mutex_" + std::to_wstring(GetCurrentProcessId())).c_str()))
+        : mutex(CreateMutexW(
+              nullptr, TRUE,
+              (std::wstring(agentBridgeMutexPrefix) + std::to_wstring(GetCurrentProcessId())).c_str()))
     {
     }
 

@@ -38,11 +38,11 @@ HOST_TEST(Connection, GoesThroughItsStepsInOrder)
     UseScenario("DefaultBridge");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    const std::wstring bridge = AgentFolder() + L"\\TVN_Agent_Bridge_x64.exe";
+    const std::wstring bridge = AgentFolder() + L"\\" + bridgeFileName;
     const std::string path(bridge.begin(), bridge.end());
     const std::string identifier = std::to_string(GetCurrentProcessId());
     ExpectLogOrder({
-        "Torvane version 2.4.0",
+        std::string("Torvane version ") + apiVersion,
         "Initializing OS internal functions",
         "Initializing system",
         "Initializing hot-reload system",

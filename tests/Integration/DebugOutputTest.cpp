@@ -34,7 +34,7 @@ protected:
     {
         // An object of another kind takes the name of the heartbeat's mutex, so that it can't be created.
         const std::wstring identifier = std::to_wstring(GetCurrentProcessId());
-        CreateEventW(nullptr, TRUE, FALSE, (L"TVN_Mutex_" + identifier).c_str());
+        CreateEventW(nullptr, TRUE, FALSE, (std::wstring(heartbeatMutexPrefix) + identifier).c_str());
         UseScenario("DebugOutput.AfterAnUnknownBlob");
         StartDefaultAgent(nullptr, nullptr, filter);
         LeaveAgentRunning(); // the heartbeat goes on with whatever handle it has

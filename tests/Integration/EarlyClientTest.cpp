@@ -19,8 +19,8 @@ protected:
         UseOwnAgentFolder();
         UseScenario("EarlyClient.StandsAside");
         StartWatchedAgent();
-        agentPipe = Open(L"\\\\.\\pipe\\TVN_Agent");
-        bridgePipe = Open(L"\\\\.\\pipe\\TVN_Bridge");
+        agentPipe = Open(agentPipePrefix);
+        bridgePipe = Open(bridgePipePrefix);
         EXPECT_EQ(0u, CountInLog("Spawned bridge process"));
     }
 

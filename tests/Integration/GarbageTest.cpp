@@ -75,7 +75,7 @@ GARBAGE(WithoutAPayloadFirstIsNoVersion)
 
 GARBAGE(OfAVersionsContentButAnotherNumberIsNoVersion)
 {
-    ExpectUnexpectedBlob(ByteImage(4).Text(0, std::string("2.4.0")).Blob(1));
+    ExpectUnexpectedBlob(ByteImage(4).Text(0, std::string(apiVersion)).Blob(1));
 }
 
 GARBAGE(OfRandomBytesFirstIsNoVersion)
@@ -116,7 +116,7 @@ GARBAGE(WithAVersionLongerThanAnyTextIsAMismatch)
 GARBAGE(WithTheVersionsTextElsewhereIsGood)
 {
     const std::vector<uint8_t> bytes =
-        ByteImage(100).Put(4, "9.9.9", 6).Text(0, std::string("2.4.0")).Blob(0);
+        ByteImage(100).Put(4, "9.9.9", 6).Text(0, std::string(apiVersion)).Blob(0);
     StartWithFirstBytes(bytes);
     ExpectStatus(ConnectionSucceeded);
     Signal("judged");

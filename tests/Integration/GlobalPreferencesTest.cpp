@@ -139,8 +139,8 @@ GLOBAL_PREFERENCES(OfLessThanZeroAreEnoughForAClientThatIsThereAlready)
     UseScenario("GlobalPreferences.StandsAside");
     StartupGate gate;
     StartDefaultAgent();
-    const HANDLE agentPipe = OpenPipe(L"\\\\.\\pipe\\TVN_Agent");
-    const HANDLE bridgePipe = OpenPipe(L"\\\\.\\pipe\\TVN_Bridge");
+    const HANDLE agentPipe = OpenPipe(agentPipePrefix);
+    const HANDLE bridgePipe = OpenPipe(bridgePipePrefix);
     gate.Open();
     ExpectTimeout(0);
     EXPECT_TRUE(WaitForLog("Pipes connected"));

@@ -151,7 +151,7 @@ LOG_FILE(ReplacesAnOldOneOfTheSameName)
     Shutdown();
     const std::string text = ReadAgentLogText(GetCurrentProcessId());
     EXPECT_EQ(std::string::npos, text.find("xxx"));
-    EXPECT_EQ("Torvane version 2.4.0", ReadLog().front().message);
+    EXPECT_EQ(std::string("Torvane version ") + apiVersion, ReadLog().front().message);
 }
 
 LOG_FILE(CanBeReadButNotWrittenByOthersUntilShutdown)

@@ -56,28 +56,28 @@ protected:
 
 PIPE_CREATION(TellsTheUserWhenTheAgentPipesNameIsTaken)
 {
-    TakeName(L"\\\\.\\pipe\\TVN_Agent");
+    TakeName(agentPipePrefix);
     StartInVain();
     ExpectFailureInLog("agent");
 }
 
 PIPE_CREATION(TellsTheUserWhenTheBridgePipesNameIsTaken)
 {
-    TakeName(L"\\\\.\\pipe\\TVN_Bridge");
+    TakeName(bridgePipePrefix);
     StartInVain();
     ExpectFailureInLog("bridge");
 }
 
 PIPE_CREATION(LeavesTheFailureForWhoeverAsks)
 {
-    TakeName(L"\\\\.\\pipe\\TVN_Agent");
+    TakeName(agentPipePrefix);
     StartInVain();
     EXPECT_EQ(ConnectionFailed, WaitForConnection());
 }
 
 PIPE_CREATION(LeavesAnAgentThatTakesCalls)
 {
-    TakeName(L"\\\\.\\pipe\\TVN_Agent");
+    TakeName(agentPipePrefix);
     TvnDefaultAgent& agent = StartInVain();
     agent.TvnLogMessageANSI("nobody reads this");
     agent.TvnLogMessage(L"nor this");
@@ -92,7 +92,7 @@ PIPE_CREATION(LeavesAnAgentThatTakesCalls)
 
 PIPE_CREATION(LeavesAShutdownThatWaitsForGood)
 {
-    TakeName(L"\\\\.\\pipe\\TVN_Bridge");
+    TakeName(bridgePipePrefix);
     StartInVain();
     const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
     EXPECT_TRUE(WaitForLog("Shutting down agent-bridge communication"));

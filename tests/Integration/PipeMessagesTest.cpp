@@ -103,7 +103,7 @@ void Append(Bytes& all, const Bytes& bytes)
 /// `Version` and the 40 orders behind it, as one row of bytes.
 Bytes VersionAndOrders(uint64_t numbers)
 {
-    Bytes all = ByteImage(4).Text(0, std::string("2.4.0")).Blob(0);
+    Bytes all = ByteImage(4).Text(0, std::string(apiVersion)).Blob(0);
     for (uint32_t i = 0; i < 40; ++i)
     {
         const uint32_t number = i + 1;
@@ -190,7 +190,7 @@ BRIDGE_SCENARIO(PipeMessages, CanSplitHeaderAndPayload)
 BRIDGE_SCENARIO(PipeMessages, CanBeEmptyInBetween)
 {
     ASSERT_TRUE(link.ConnectAgentPipe(patience));
-    RawPipe bridgePipe(L"TVN_Bridge", link.HostProcessId());
+    RawPipe bridgePipe(bridgePipePrefix, link.HostProcessId());
     ASSERT_TRUE(bridgePipe);
     const Bytes bytes = VersionAndOrders(AwaitNumber("numbers"));
     for (size_t begin = 0; begin < bytes.size(); begin += 50)
@@ -222,7 +222,7 @@ BRIDGE_SCENARIO(PipeMessages, CanBeLongerThanThePipesBuffer)
 
 BRIDGE_SCENARIO(PipeMessages, OfTheAgentHoldOneBlobEach)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));

@@ -220,7 +220,7 @@ void TakeHandshake(RawPipe& pipe)
 
 BRIDGE_SCENARIO(SenderFailure, EndsWith3AtTheVersion)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(Await("first pipe connected"));
     agentPipe.Close();
@@ -232,7 +232,7 @@ BRIDGE_SCENARIO(SenderFailure, EndsWith3AtTheVersion)
 
 BRIDGE_SCENARIO(SenderFailure, DiesWhileTheSenderWrites)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));
@@ -242,7 +242,7 @@ BRIDGE_SCENARIO(SenderFailure, DiesWhileTheSenderWrites)
 
 BRIDGE_SCENARIO(SenderFailure, EndsWith7InTheMiddleOfAQueuedBlob)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));
@@ -255,7 +255,7 @@ BRIDGE_SCENARIO(SenderFailure, EndsWith7InTheMiddleOfAQueuedBlob)
 
 BRIDGE_SCENARIO(SenderFailure, TakesSomeBlobsAndDies)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     const uint64_t count = AwaitNumber("count");
@@ -269,7 +269,7 @@ BRIDGE_SCENARIO(SenderFailure, TakesSomeBlobsAndDies)
 
 BRIDGE_SCENARIO(SenderFailure, IsSilentWhenShutdownCancelsTheWrite)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));
@@ -287,7 +287,7 @@ BRIDGE_SCENARIO(SenderFailure, IsToldWhenTheReaderHasGone)
 
 BRIDGE_SCENARIO(SenderFailure, DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));

@@ -189,7 +189,7 @@ BRIDGE_SCENARIO(SendingQueue, TakesAllThatItHoldsBeforeTheBridgeConnectsAndNotOn
 
 BRIDGE_SCENARIO(SendingQueue, BlocksWhileTheBridgeDoesNotRead)
 {
-    RawPipe agentPipe(L"TVN_Agent", link.HostProcessId());
+    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
     ASSERT_TRUE(link.ConnectBridgePipe(patience));
     EXPECT_TRUE(SendVersion(link));

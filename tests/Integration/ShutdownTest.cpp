@@ -121,8 +121,9 @@ SHUTDOWN(GivesTheNamesOfItsObjectsBack)
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     const std::wstring identifier = std::to_wstring(GetCurrentProcessId());
-    const std::wstring mutexes[] = {L"TVN_AgentBridge_Mutex_" + identifier, L"TVN_Mutex_" + identifier};
-    const std::wstring sections[] = {L"TVN_AgentBridge_Memory_" + identifier, L"TVN_Memory_" + identifier};
+    const std::wstring mutexes[] = {agentBridgeMutexPrefix + identifier, heartbeatMutexPrefix + identifier};
+    const std::wstring sections[] = {agentBridgeSectionPrefix + identifier,
+                                     heartbeatSectionPrefix + identifier};
     for (const std::wstring& name : mutexes)
     {
         EXPECT_TRUE(WaitUntil([&] { return Close(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str())); }));
@@ -141,7 +142,7 @@ SHUTDOWN(GivesTheNamesOfItsObjectsBack)
     {
         EXPECT_FALSE(Close(OpenFileMappingW(FILE_MAP_READ, FALSE, name.c_str())));
     }
-    for (const wchar_t* pipe : {L"\\\\.\\pipe\\TVN_Agent", L"\\\\.\\pipe\\TVN_Bridge"})
+    for (const wchar_t* pipe : {agentPipePrefix, bridgePipePrefix})
     {
         EXPECT_FALSE(WaitNamedPipeW((pipe + identifier).c_str(), 1));
         EXPECT_EQ(DWORD(ERROR_FILE_NOT_FOUND), GetLastError());

@@ -18,6 +18,7 @@ else()
             docs/recording.md
             docs/recording.png
             include/Agent/Protocol/Blob.h
+            include/Agent/Protocol/Names.h
             include/bridge/Bridge.h
             lib/cmake/TorvaneBridge/TorvaneBridgeConfig.cmake
             licenses/libgcc.txt
@@ -39,7 +40,7 @@ execute_process(
 execute_process(COMMAND "${CMAKE_COMMAND}" --build "${COPY}/build" COMMAND_ERROR_IS_FATAL ANY)
 
 file(COPY "${HOST}" "${AGENT}" DESTINATION "${folder}")
-file(COPY "${PREFERENCES}" DESTINATION "${folder}/../../Broker") # a busy machine takes its time to start a Bridge
+file(COPY "${PREFERENCES}" DESTINATION "${folder}/../../Broker") # a busy machine can take longer to start a Bridge
 cmake_path(GET HOST FILENAME host)
 set(notes "${folder}/notes.txt")
 string(REPLACE "/" "\\" windowsNotes "Z:${notes}")
@@ -52,7 +53,7 @@ if(NOT result EQUAL 0)
     message(FATAL_ERROR "The host ended with ${result}")
 endif()
 
-# The Bridge ends by itself, when the host has gone. What the host logs right before its end need not arrive.
+# The Bridge ends by itself, after the host. A message that the host logs right before its end may not arrive.
 foreach(try RANGE 600)
     set(text "")
     if(EXISTS "${notes}")
@@ -65,5 +66,5 @@ foreach(try RANGE 600)
 endforeach()
 string(REPLACE "\r" "" text "${text}")
 if(NOT text MATCHES "^module ${host}\n(log a message for the Broker's log\n)?end\n$")
-    message(FATAL_ERROR "The Bridge has noted:\n${text}")
+    message(FATAL_ERROR "The Bridge's notes:\n${text}")
 endif()

@@ -1,7 +1,7 @@
-# Copies the project SOURCE to the folder COPY, builds it there, and runs its hosts. What an earlier run has built there
-# is used again as far as it is still of use.
+# Copies the project SOURCE to the folder COPY, builds it there, and runs its hosts. The build folder is kept between runs.
 #   ARGUMENTS   for the project's configuration, with | between them
-#   STATUS      how the hosts' connections come out; 1 unless given, since there is no Bridge
+#   STATUS      the status of the hosts' connections; 1 by default, since there is no Bridge
+#   VERSION     the Agent's
 string(REPLACE "|" ";" arguments "${ARGUMENTS}")
 if(NOT DEFINED STATUS)
     set(STATUS 1)
@@ -18,7 +18,7 @@ foreach(host Linked Loaded)
         COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/build/bin/${host}.exe"
         OUTPUT_VARIABLE output RESULT_VARIABLE result)
     string(REPLACE "\r" "" output "${output}")
-    if(NOT result EQUAL 0 OR NOT output STREQUAL "version 2.4.0\nstatus ${STATUS}\ndone\n")
+    if(NOT result EQUAL 0 OR NOT output STREQUAL "version ${VERSION}\nstatus ${STATUS}\ndone\n")
         message(FATAL_ERROR "${host} ended with ${result} and said:\n${output}")
     endif()
     message("${host} says: ${output}")

@@ -71,9 +71,6 @@ enum AgentType : uint32_t
 /// How many numbers there are, used or not: the Agent's receive table has a slot for each.
 constexpr uint32_t blobTypeCount = 77;
 
-/// The API version that both sides must name in their `Version`.
-constexpr char apiVersion[] = "2.4.0";
-
 /// Distance in bytes from this field's own address to the data; 0 when no data was supplied.
 struct RelativeOffset
 {

@@ -1,5 +1,6 @@
 #include "Agent/Protocol/BlobBuilder.h"
 
+#include "Agent/Protocol/Names.h"
 #include "Shared/Memory/MemorySystem.h"
 #include "tests/Support/TestMemorySystem.h"
 

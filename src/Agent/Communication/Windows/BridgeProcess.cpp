@@ -1,5 +1,6 @@
 #include "Agent/Communication/Windows/BridgeProcess.h"
 
+#include "Agent/Protocol/Names.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Process/Windows/Process.h"
@@ -28,7 +29,8 @@ bool SpawnBridge(const FixedWideString& identifier)
 {
     const FixedWideString folder = GetLibraryFolder();
     FixedWideString path = folder;
-    path.Append(L"\\TVN_Agent_Bridge_x64.exe");
+    path.Append(L"\\");
+    path.Append(bridgeFileName);
     LogInfo(0, TVN_HERE, "Spawning bridge process at %ls", path.text);
     const Result<SpawnedProcess> spawned = Spawn(path.text, folder.text, identifier.text);
     if (spawned.error != nullptr)

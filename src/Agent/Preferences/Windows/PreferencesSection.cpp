@@ -1,5 +1,6 @@
 #include "Agent/Preferences/Windows/PreferencesSection.h"
 
+#include "Agent/Protocol/Names.h"
 #include "Shared/Concurrency/Windows/InterprocessMutex.h"
 #include "Shared/Filesystem/Windows/NamedSharedMemory.h"
 #include "Shared/Foundation/Logger.h"
@@ -10,8 +11,6 @@ namespace Torvane::PreferencesSection
 {
 namespace
 {
-constexpr uint32_t memorySize = 0x100000;
-
 NamedSharedMemory memory = {};
 InterprocessMutex mutex = {INVALID_HANDLE_VALUE};
 } // namespace
@@ -19,11 +18,11 @@ InterprocessMutex mutex = {INVALID_HANDLE_VALUE};
 void Open(const FixedWideString& identifier)
 {
     FixedWideString name = {};
-    name.Assign(L"TVN_AgentBridge_Memory_");
+    name.Assign(agentBridgeSectionPrefix);
     name.Append(identifier.text);
-    memory = Expect(CreateNamedSharedMemory(name.text, memorySize),
+    memory = Expect(CreateNamedSharedMemory(name.text, agentBridgeSectionSize),
                     "Cannot create agent bridge shared memory for process %ls", identifier.text);
-    name.Assign(L"TVN_AgentBridge_Mutex_");
+    name.Assign(agentBridgeMutexPrefix);
     name.Append(identifier.text);
     mutex.handle = Expect(InterprocessMutex::Create(name.text),
                           "Cannot create agent bridge mutex for process %ls", identifier.text);

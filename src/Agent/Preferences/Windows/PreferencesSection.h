@@ -9,7 +9,7 @@
 
 namespace Torvane::PreferencesSection
 {
-/// Opens the section "TVN_AgentBridge_Memory_" and the mutex "TVN_AgentBridge_Mutex_" with the identifier appended. Each
+/// Opens the section `agentBridgeSectionPrefix` and the mutex `agentBridgeMutexPrefix` with the identifier appended. Each
 /// panics if it can't be opened.
 void Open(const FixedWideString& identifier);
 void Close();

@@ -1,5 +1,6 @@
 #include "Agent/Transport/Windows/Heartbeat.h"
 
+#include "Agent/Protocol/Names.h"
 #include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Concurrency/Windows/InterprocessMutex.h"
 #include "Shared/Filesystem/Windows/NamedSharedMemory.h"
@@ -13,7 +14,6 @@ namespace Torvane::Heartbeat
 {
 namespace
 {
-constexpr uint32_t memorySize = 4096;
 constexpr DWORD beatMilliseconds = 10;
 
 Event exitEvent = {INVALID_HANDLE_VALUE};
@@ -31,12 +31,12 @@ void Run(const FixedWideString& identifier)
 {
     LogDebug(TVN_HERE, "Running heart beat thread");
     FixedWideString name = {};
-    name.Assign(L"TVN_Memory_");
+    name.Assign(heartbeatSectionPrefix);
     name.Append(identifier.text);
     NamedSharedMemory memory =
-        Expect(CreateNamedSharedMemory(name.text, memorySize),
+        Expect(CreateNamedSharedMemory(name.text, heartbeatSectionSize),
                "Cannot create heart beat named shared memory for process %ls", identifier.text);
-    name.Assign(L"TVN_Mutex_");
+    name.Assign(heartbeatMutexPrefix);
     name.Append(identifier.text);
     InterprocessMutex mutex = {Expect(InterprocessMutex::Create(name.text),
                                       "Cannot create heart beat mutex for process %ls", identifier.text)};

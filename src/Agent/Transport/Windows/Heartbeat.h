@@ -10,8 +10,8 @@ namespace Torvane::Heartbeat
 /// Creates the event that ends the thread.
 void CreateExitEvent();
 
-/// Starts the thread. It writes the time (`FILETIME`, UTC) at offset 0 of the section "TVN_Memory_" with the identifier
-/// appended, under the mutex "TVN_Mutex_" with the same, every 10 milliseconds. A thread that can't be started logs an
+/// Starts the thread. It writes the time (`FILETIME`, UTC) at offset 0 of the section `heartbeatSectionPrefix` with the
+/// identifier appended, under the mutex `heartbeatMutexPrefix` with the same, every 10 milliseconds. A thread that can't be started logs an
 /// Error line.
 void StartThread(const FixedWideString& identifier);
 

@@ -1,5 +1,6 @@
 #include "Agent/Transport/Windows/Receiver.h"
 
+#include "Agent/Protocol/Names.h"
 #include "Agent/Transport/Windows/BlobPipe.h"
 #include "Agent/Transport/Windows/ConnectionState.h"
 #include "Shared/Foundation/Logger.h"
@@ -124,7 +125,7 @@ LatchRegistry& GetLatches()
 
 bool CreatePipe(const FixedWideString& identifier)
 {
-    const Result<HANDLE> pipe = CreateBlobPipe(L"\\\\.\\pipe\\TVN_Bridge", identifier);
+    const Result<HANDLE> pipe = CreateBlobPipe(bridgePipePrefix, identifier);
     if (pipe.error != nullptr)
     {
         LogError(TVN_HERE, "Failed to create bridge pipe");

@@ -1,5 +1,6 @@
 #include "Agent/Transport/Windows/Sender.h"
 
+#include "Agent/Protocol/Names.h"
 #include "Agent/Transport/Windows/BlobPipe.h"
 #include "Shared/Concurrency/Windows/Event.h"
 #include "Shared/Container/FixedSizeQueue.h"
@@ -165,7 +166,7 @@ void DestroyQueue()
 
 bool CreatePipe(const FixedWideString& identifier)
 {
-    const Result<HANDLE> pipe = CreateBlobPipe(L"\\\\.\\pipe\\TVN_Agent", identifier);
+    const Result<HANDLE> pipe = CreateBlobPipe(agentPipePrefix, identifier);
     if (pipe.error != nullptr)
     {
         LogError(TVN_HERE, "Failed to create agent pipe");
