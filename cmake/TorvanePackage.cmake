@@ -61,10 +61,9 @@ elseif(TORVANE_ARCHITECTURE STREQUAL x64)
     torvane_install_package_files(TorvaneBridge)
     install(FILES "$<TARGET_FILE:TorvaneBridge>" "$<TARGET_FILE:TorvaneRecording>" DESTINATION lib/x64)
     install(DIRECTORY bridge DESTINATION include FILES_MATCHING PATTERN "*.h" PATTERN "Test*.h" EXCLUDE)
-    install(FILES src/Agent/Protocol/Blob.h src/Agent/Protocol/Names.h DESTINATION include/Agent/Protocol)
-    install(FILES src/Agent/Exception/ExceptionTable.h src/Agent/Exception/ExceptionRecord.h
-        DESTINATION include/Agent/Exception)
-    # The stand-in stands where the Agent looks for a Bridge; its source is what another one can begin with.
+    install(FILES src/Agent/Protocol/Blob.h src/Agent/Protocol/ExceptionCodes.h src/Agent/Protocol/Names.h
+        DESTINATION include/Agent/Protocol)
+    # The default Bridge is installed beside the Agent; its source is a starting point for another one.
     install(FILES "$<TARGET_FILE:DefaultBridge>" "$<TARGET_FILE:blobs>" DESTINATION bin)
     install(FILES bridge/Main.cpp DESTINATION bridge)
     install(FILES docs/protocol.md docs/recording.md docs/recording.png DESTINATION docs)

@@ -152,7 +152,7 @@ TEST(BlobDecoder, ReadsRegistersAndTheRecordOfAnException)
     EXPECT_EQ("0x00401234", exception["context"]["eip"]);
     EXPECT_EQ("0xC0000005", exception["record"]["code"]);
     EXPECT_NE(std::string::npos,
-              Summary(MakeException(77, 0x1F4)).find("code=0xC0000005 (access violation)"));
+              Summary(MakeException(77, 0x1F4)).find("code=0xC0000005 (EXCEPTION_ACCESS_VIOLATION)"));
     EXPECT_NE(std::string::npos, Summary(MakeExceptionResult(0x1F4, 2)).find("action=2 (skip instruction)"));
 }
 

@@ -3,6 +3,7 @@
 /// \file
 /// Fields of list elements and of the data of exceptions; included by the table of Blobs only.
 
+#include "Agent/Protocol/ExceptionCodes.h"
 #include "bridge/Recording/FieldTable.h"
 
 namespace Torvane::Bridge
@@ -66,22 +67,27 @@ struct PublishedExceptionRecord
 };
 static_assert(sizeof(PublishedExceptionRecord) == 80);
 
-inline constexpr NamedValue exceptionValues[] = {
-    {0x80000003, "breakpoint"},
-    {0x80000004, "single step"},
-    {0xC0000005, "access violation"},
-    {0xC0000006, "in-page error"},
-    {0xC000001D, "illegal instruction"},
-    {0xC000008C, "array bounds exceeded"},
-    {0xC0000094, "integer division by zero"},
-    {0xC0000095, "integer overflow"},
-    {0xC0000096, "privileged instruction"},
-    {0xC00000FD, "stack overflow"},
-    {0, nullptr},
+/// The names of all known codes, and an entry without a name at the end.
+struct ExceptionValues
+{
+    NamedValue values[sizeof(exceptionCodeTable) / sizeof(exceptionCodeTable[0]) + 1];
 };
 
+constexpr ExceptionValues MakeExceptionValues()
+{
+    ExceptionValues made = {};
+    size_t count = 0;
+    for (const ExceptionRow& row : exceptionCodeTable)
+    {
+        made.values[count++] = {row.code, row.texts.name};
+    }
+    return made;
+}
+
+inline constexpr ExceptionValues exceptionValues = MakeExceptionValues();
+
 inline constexpr FieldLayout exceptionRecordFields[] = {
-    TORVANE_FIELD(Hexadecimal, PublishedExceptionRecord, code, nullptr, {}, exceptionValues),
+    TORVANE_FIELD(Hexadecimal, PublishedExceptionRecord, code, nullptr, {}, exceptionValues.values),
     TORVANE_FIELD(Hexadecimal, PublishedExceptionRecord, flags),
     TORVANE_FIELD(Hexadecimal, PublishedExceptionRecord, next),
     TORVANE_FIELD(Hexadecimal, PublishedExceptionRecord, address),

@@ -4,7 +4,7 @@
 
 #include "bridge/Bridge.h"
 
-#include "Agent/Exception/ExceptionTable.h"
+#include "Agent/Protocol/ExceptionCodes.h"
 #include "samples/Crash/Crashes.h"
 #include "samples/Crash/Show.h"
 
@@ -101,27 +101,16 @@ void ShowRegisters(const WOW64_CONTEXT& context)
     Show("regs", "eip %08lX  flags %08lX", context.Eip, context.EFlags);
 }
 
-/// The texts know the record in this process's own width.
-ExceptionDetail Detail(const EXCEPTION_RECORD32& record)
-{
-    EXCEPTION_RECORD wide = {};
-    wide.NumberParameters = record.NumberParameters;
-    for (DWORD i = 0; i < record.NumberParameters && i < EXCEPTION_MAXIMUM_PARAMETERS; ++i)
-    {
-        wide.ExceptionInformation[i] = record.ExceptionInformation[i];
-    }
-    return GetExceptionDetail(record.ExceptionCode, wide);
-}
-
 void Decider::ShowCrash(const Crash& crash)
 {
     const uint32_t code = crash.record.ExceptionCode;
-    Show("!!", "%s (0x%08X) at address 0x%08lX", GetExceptionName(code), code, crash.record.ExceptionAddress);
-    Show("text", "%s", GetExceptionDescription(code));
-    const ExceptionDetail detail = Detail(crash.record);
-    if (detail.text != nullptr)
+    const ExceptionTexts texts = FindExceptionTexts(code);
+    Show("!!", "%s (0x%08X) at address 0x%08lX", texts.name, code, crash.record.ExceptionAddress);
+    Show("text", "%s", texts.description);
+    const char* access = FindAccessText(code, crash.record.ExceptionInformation[0]);
+    if (access != nullptr)
     {
-        Show("text", "%s 0x%08X", detail.text, static_cast<uint32_t>(detail.address));
+        Show("text", "%s 0x%08lX", access, crash.record.ExceptionInformation[1]);
     }
     ShowRegisters(crash.context);
 

@@ -1,4 +1,4 @@
-# Works the installed blobs.exe on the recordings that are installed beside it, in a new FOLDER.
+# Runs the installed blobs.exe on the installed recordings, in a new FOLDER.
 file(REMOVE_RECURSE "${FOLDER}")
 file(MAKE_DIRECTORY "${FOLDER}")
 
@@ -9,7 +9,7 @@ function(run status)
         WORKING_DIRECTORY "${FOLDER}"
         OUTPUT_VARIABLE output RESULT_VARIABLE result)
     if(NOT result EQUAL status)
-        message(FATAL_ERROR "blobs ${ARGN} ended with ${result} and said: ${output}")
+        message(FATAL_ERROR "blobs ${ARGN} ended with ${result}: ${output}")
     endif()
     set(output "${output}" PARENT_SCOPE)
 endfunction()
@@ -39,7 +39,7 @@ string(JSON unit ERROR_VARIABLE fault GET "${trace}" displayTimeUnit)
 if(NOT unit STREQUAL "ms")
     message(SEND_ERROR "The trace isn't one: ${fault}")
 endif()
-expect_match("The trace" "${trace}" "\"exception 0xC0000094 \\(integer division by zero\\)\"")
+expect_match("The trace" "${trace}" "\"exception 0xC0000094 \\(EXCEPTION_INT_DIVIDE_BY_ZERO\\)\"")
 run(0 html reload.jsonl --output reload.html)
 file(READ "${FOLDER}/reload.html" page)
 expect_match("The page" "${page}" "^<!DOCTYPE html>.*\"name\":\"PatchLoaded\".*</html>\n$")

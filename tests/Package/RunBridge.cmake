@@ -18,6 +18,7 @@ else()
             docs/recording.md
             docs/recording.png
             include/Agent/Protocol/Blob.h
+            include/Agent/Protocol/ExceptionCodes.h
             include/Agent/Protocol/Names.h
             include/bridge/Bridge.h
             lib/cmake/TorvaneBridge/TorvaneBridgeConfig.cmake

@@ -79,15 +79,17 @@ TEST(Operations, ExceptionsAreOnTheThreadsThatFaulted)
     recording.From(MakeException(21, 0x100)).From(MakeException(22, 0x104));
     recording.To(MakeExceptionResult(0x104, 2)).To(MakeExceptionResult(0x100, 0));
     recording.From(MakeException(21, 0x108));
-    EXPECT_EQ(
-        Strings({
-            "exceptions of thread 21/0+0: exception 0xC0000005 (access violation) = 0 (continue search) "
-            "(1-4)",
-            "exceptions of thread 21/0+0: exception 0xC0000005 (access violation) = no end recorded (5-0)",
-            "exceptions of thread 22/0+0: exception 0xC0000005 (access violation) = 2 (skip instruction) "
-            "(2-3)",
-        }),
-        LinesOf(recording));
+    EXPECT_EQ(Strings({
+                  "exceptions of thread 21/0+0: exception 0xC0000005 (EXCEPTION_ACCESS_VIOLATION) = 0 "
+                  "(continue search) "
+                  "(1-4)",
+                  "exceptions of thread 21/0+0: exception 0xC0000005 (EXCEPTION_ACCESS_VIOLATION) = no end "
+                  "recorded (5-0)",
+                  "exceptions of thread 22/0+0: exception 0xC0000005 (EXCEPTION_ACCESS_VIOLATION) = 2 (skip "
+                  "instruction) "
+                  "(2-3)",
+              }),
+              LinesOf(recording));
 }
 
 TEST(Operations, OverlappingSpansAreInDifferentLanes)

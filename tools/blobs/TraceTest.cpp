@@ -198,9 +198,9 @@ TEST(Trace, HasTheOperationsOfRecordedExceptions)
     const std::string text = MakeTrace(Example("crash.jsonl"), Filter());
     EXPECT_EQ(Strings(), TraceRules::FaultsOf(text));
     EXPECT_EQ(Strings({
-                  "exceptions of thread 252: exception 0xC0000094 (integer division by zero)",
-                  "exceptions of thread 252: exception 0xC0000005 (access violation)",
-                  "exceptions of thread 252: exception 0xC0000005 (access violation)",
+                  "exceptions of thread 252: exception 0xC0000094 (EXCEPTION_INT_DIVIDE_BY_ZERO)",
+                  "exceptions of thread 252: exception 0xC0000005 (EXCEPTION_ACCESS_VIOLATION)",
+                  "exceptions of thread 252: exception 0xC0000005 (EXCEPTION_ACCESS_VIOLATION)",
               }),
               SpansIn(nlohmann::json::parse(text)));
 }
