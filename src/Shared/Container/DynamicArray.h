@@ -8,6 +8,7 @@
 #include <stdint.h>
 #include <string.h>
 #include <type_traits>
+#include <utility>
 
 namespace Torvane
 {
@@ -25,8 +26,11 @@ struct DynamicArray
     DynamicArray() = default;
 
     explicit DynamicArray(uint32_t initialCapacity)
+        : capacity(initialCapacity)
     {
-        TakeBlock(initialCapacity);
+        const Allocation block = Allocate(capacity * static_cast<uint32_t>(sizeof(Element)));
+        pointer = static_cast<Element*>(block.pointer);
+        size = block.size;
     }
 
     DynamicArray(DynamicArray&& other) noexcept
@@ -49,13 +53,22 @@ struct DynamicArray
         Destroy();
     }
 
+    /// \param element may be one of this array's own.
     void Append(const Element& element)
     {
-        if (count == capacity)
+        if (count < capacity)
         {
-            Grow();
+            pointer[count++] = element;
+            return;
         }
-        pointer[count++] = element;
+        DynamicArray larger(capacity != 0 ? capacity * 2 : firstCapacity);
+        if (count != 0)
+        {
+            memcpy(static_cast<void*>(larger.pointer), pointer, count * sizeof(Element));
+        }
+        larger.pointer[count] = element; // before the old block is freed
+        larger.count = count + 1;
+        *this = std::move(larger);
     }
 
     Element& operator[](uint32_t index)
@@ -78,52 +91,28 @@ struct DynamicArray
         return pointer + count;
     }
 
-    /// Gives the block back, if there is one, and leaves the array empty.
+    /// Frees the block, if there is one, and leaves the array empty.
     void Destroy()
     {
-        count = 0;
         if (pointer != nullptr)
         {
             Free(pointer, size);
-            pointer = nullptr;
-            size = 0;
         }
+        pointer = nullptr;
+        size = 0;
         capacity = 0;
+        count = 0;
     }
 
 private:
     static constexpr uint32_t firstCapacity = 16;
 
-    void TakeBlock(uint32_t newCapacity)
-    {
-        const Allocation block = Allocate(newCapacity * static_cast<uint32_t>(sizeof(Element)));
-        pointer = static_cast<Element*>(block.pointer);
-        size = block.size;
-        capacity = newCapacity;
-    }
-
     void TakeOver(DynamicArray& other)
     {
-        pointer = other.pointer;
-        size = other.size;
-        capacity = other.capacity;
-        count = other.count;
-        other.pointer = nullptr;
-        other.size = 0;
-        other.capacity = 0;
-        other.count = 0;
-    }
-
-    void Grow()
-    {
-        Element* old = pointer;
-        const uint32_t oldSize = size;
-        TakeBlock(capacity != 0 ? capacity * 2 : firstCapacity);
-        if (old != nullptr)
-        {
-            memcpy(static_cast<void*>(pointer), old, count * sizeof(Element));
-            Free(old, oldSize);
-        }
+        pointer = std::exchange(other.pointer, nullptr);
+        size = std::exchange(other.size, 0);
+        capacity = std::exchange(other.capacity, 0);
+        count = std::exchange(other.count, 0);
     }
 };
 } // namespace Torvane

@@ -126,6 +126,30 @@ TEST_F(DynamicArrayTest, StaysInItsBlockUntilThatIsFull)
     }
 }
 
+TEST_F(DynamicArrayTest, AppendsAnElementOfItsOwnAlsoWhenThatMakesItGrow)
+{
+    DynamicArray<Element> array = MakeFilled(16, 100);
+    ASSERT_EQ(array.count, array.capacity);
+    array.Append(array[0]); // a freed block of a pool has its link where the first element was
+    array.Append(array[3]);
+    EXPECT_EQ(array.capacity, 32u);
+    EXPECT_EQ(array[16].number, 100u);
+    EXPECT_EQ(array[16].bytes[7], 8);
+    EXPECT_EQ(array[17].number, 103u);
+}
+
+TEST_F(DynamicArrayTest, FreesTheBlockThatItHasOutgrown)
+{
+    DynamicArray<Element> array = MakeFilled(16);
+    [[maybe_unused]] const Element* outgrown = array.pointer;
+    array.Append({16, {1, 2, 3, 4, 5, 6, 7, 8}});
+    ExpectFilled(array, 17);
+#ifdef _WIN32
+    // Natively the leak is found at the end.
+    EXPECT_EQ(Allocate(16 * 12).pointer, outgrown);
+#endif
+}
+
 TEST_F(DynamicArrayTest, IsRunThroughFromItsFirstElementToItsLast)
 {
     const DynamicArray<Element> array = MakeFilled(20, 100);
