@@ -23,12 +23,7 @@ struct Ours
     static bool Insert(Set& set, const std::wstring& path)
     {
         OwnedWideString text = CopyWide(path.c_str());
-        const bool isNew = set.Insert(text);
-        if (!isNew)
-        {
-            Free(text);
-        }
-        return isNew;
+        return set.Insert(text);
     }
 
     static bool Contains(const Set& set, const std::wstring& path)

@@ -64,10 +64,7 @@ bool IsKept(const ModuleFilters& filters, const wchar_t* path)
     {
         return true;
     }
-    OwnedString narrow = NarrowFromWide(path);
-    const bool kept = filters.narrowFilter(filters.narrowContext, narrow.pointer);
-    Free(narrow);
-    return kept;
+    return filters.narrowFilter(filters.narrowContext, NarrowFromWide(path).pointer);
 }
 
 /// A base of 0 marks a module that is to be skipped.

@@ -34,9 +34,8 @@ void CopyProjectPreferencesFromBlob(StringPreference& directoryToBroker,
                                     const ProjectPreferencesRecord& record)
 {
     LogDebug(TVN_HERE, "Copying project preferences from blob");
-    OwnedString text = NarrowFromWide(Follow<wchar_t>(record.directoryToBroker));
+    const OwnedString text = NarrowFromWide(Follow<wchar_t>(record.directoryToBroker));
     AssignTerminated(directoryToBroker, text.pointer);
-    Free(text);
 }
 
 void ReadProjectPreferences(StringPreference& directoryToBroker, const ProjectPreferencesRecord& record)

@@ -7,7 +7,7 @@ namespace Torvane
 {
 OwnedString NarrowFromWide(const wchar_t* text)
 {
-    const OwnedString narrow = AllocateNarrow(static_cast<uint32_t>(wcslen(text)));
+    OwnedString narrow(static_cast<uint32_t>(wcslen(text)));
     size_t converted = 0;
     wcstombs_s(&converted, narrow.pointer, narrow.capacity, text, _TRUNCATE);
     return narrow;
@@ -15,7 +15,7 @@ OwnedString NarrowFromWide(const wchar_t* text)
 
 OwnedWideString WideFromNarrow(const char* text)
 {
-    const OwnedWideString wide = AllocateWide(static_cast<uint32_t>(strlen(text)));
+    OwnedWideString wide(static_cast<uint32_t>(strlen(text)));
     size_t converted = 0;
     mbstowcs_s(&converted, wide.pointer, wide.capacity, text, _TRUNCATE);
     return wide;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace Torvane
 {
@@ -45,115 +46,113 @@ private:
 
 TEST_F(OwnedStringTest, NarrowsAWideText)
 {
-    OwnedString text = NarrowFromWide(L"C:\\Host\\host.exe");
+    const OwnedString text = NarrowFromWide(L"C:\\Host\\host.exe");
     EXPECT_STREQ(text.pointer, "C:\\Host\\host.exe");
     EXPECT_EQ(text.length, 16u);
     EXPECT_EQ(text.capacity, 17u);
-    Free(text);
 }
 
 TEST_F(OwnedStringTest, WidensANarrowText)
 {
-    OwnedWideString text = WideFromNarrow("C:\\Host\\host.exe");
+    const OwnedWideString text = WideFromNarrow("C:\\Host\\host.exe");
     EXPECT_STREQ(text.pointer, L"C:\\Host\\host.exe");
     EXPECT_EQ(text.length, 16u);
     EXPECT_EQ(text.capacity, 17u);
-    Free(text);
 }
 
 TEST_F(OwnedStringTest, CopiesAWideText)
 {
     const wchar_t* original = L"\x00E4\x4E2D\xD83D\xDE00 and on";
-    OwnedWideString text = CopyWide(original);
+    const OwnedWideString text = CopyWide(original);
     EXPECT_STREQ(text.pointer, original);
     EXPECT_NE(text.pointer, original);
     EXPECT_EQ(text.length, 11u);
     EXPECT_EQ(text.capacity, 12u);
-    Free(text);
 }
 
 TEST_F(OwnedStringTest, CanBeEmpty)
 {
-    OwnedString narrow = NarrowFromWide(L"");
-    OwnedWideString wide = WideFromNarrow("");
-    OwnedWideString copy = CopyWide(L"");
+    const OwnedString narrow = NarrowFromWide(L"");
+    const OwnedWideString wide = WideFromNarrow("");
+    const OwnedWideString copy = CopyWide(L"");
     EXPECT_STREQ(narrow.pointer, "");
     EXPECT_STREQ(wide.pointer, L"");
     EXPECT_STREQ(copy.pointer, L"");
     EXPECT_EQ(narrow.length, 0u);
     EXPECT_EQ(wide.length, 0u);
     EXPECT_EQ(copy.capacity, 1u);
-    Free(narrow);
-    Free(wide);
-    Free(copy);
 }
 
 TEST_F(OwnedStringTest, ConvertsLongTexts)
 {
     const std::wstring wide(5000, L'w');
     const std::string narrow(5000, 'n');
-    OwnedString narrowed = NarrowFromWide(wide.c_str());
-    OwnedWideString widened = WideFromNarrow(narrow.c_str());
+    const OwnedString narrowed = NarrowFromWide(wide.c_str());
+    const OwnedWideString widened = WideFromNarrow(narrow.c_str());
     EXPECT_EQ(narrowed.pointer, std::string(5000, 'w'));
     EXPECT_EQ(widened.pointer, std::wstring(5000, L'n'));
-    Free(narrowed);
-    Free(widened);
 }
 
 TEST_F(OwnedStringTest, CutsWhatNeedsMoreThanOneCharacterForOne)
 {
     const TestLocale utf8(".UTF8");
     const std::string whole = "ab\xC3\xA4\xC3\xB6\xC3\xBC";
-    OwnedString text = NarrowFromWide(L"ab\x00E4\x00F6\x00FC");
+    const OwnedString text = NarrowFromWide(L"ab\x00E4\x00F6\x00FC");
     // Whether half a character stands at the cut is the runtime's choice.
     EXPECT_GE(strlen(text.pointer), 4u);
     EXPECT_LE(strlen(text.pointer), 5u);
     EXPECT_EQ(whole.compare(0, strlen(text.pointer), text.pointer), 0);
     EXPECT_EQ(text.length, 5u);
     EXPECT_EQ(text.capacity, 6u);
-    Free(text);
 }
 
 TEST_F(OwnedStringTest, HasRoomToSpareWhereOneCharacterIsMadeOfSeveral)
 {
     const TestLocale utf8(".UTF8");
-    OwnedWideString text = WideFromNarrow("\xC3\xA4\xE4\xB8\xAD!");
+    const OwnedWideString text = WideFromNarrow("\xC3\xA4\xE4\xB8\xAD!");
     EXPECT_STREQ(text.pointer, L"\x00E4\x4E2D!");
     EXPECT_EQ(text.length, 6u);
     EXPECT_EQ(text.capacity, 7u);
-    Free(text);
 }
 
 TEST_F(OwnedStringTest, GivesItsBlockBackWithItsSizeInBytes)
 {
-    OwnedString narrow = NarrowFromWide(L"a text that needs a block of forty bytes");
-    void* narrowBlock = narrow.pointer;
-    Free(narrow);
-    EXPECT_EQ(narrow.pointer, nullptr);
+    const void* narrowBlock = NarrowFromWide(L"a text that needs a block of forty bytes").pointer;
     EXPECT_EQ(Allocate(41).pointer, narrowBlock);
 
-    OwnedWideString wide = WideFromNarrow("a text that needs a block of forty bytes");
-    void* wideBlock = wide.pointer;
-    Free(wide);
-    EXPECT_EQ(wide.pointer, nullptr);
+    const void* wideBlock = WideFromNarrow("a text that needs a block of forty bytes").pointer;
     EXPECT_EQ(Allocate(82).pointer, wideBlock);
 
-    OwnedWideString copy = CopyWide(L"a copied text");
-    void* copyBlock = copy.pointer;
-    Free(copy);
+    const void* copyBlock = CopyWide(L"a copied text").pointer;
     EXPECT_EQ(Allocate(28).pointer, copyBlock);
+}
+
+TEST_F(OwnedStringTest, IsEmptyOnceItWasMoved)
+{
+    OwnedWideString source = CopyWide(L"a moved text");
+    const wchar_t* text = source.pointer;
+    const OwnedWideString target(std::move(source));
+    EXPECT_EQ(target.pointer, text);
+    EXPECT_EQ(target.length, 12u);
+    EXPECT_EQ(target.capacity, 13u);
+    EXPECT_EQ(source.pointer, nullptr);
+    EXPECT_EQ(source.length, 0u);
+    EXPECT_EQ(source.capacity, 0u);
 }
 
 TEST(OwnedStringWithoutMemory, HasNothingToGiveBackWithoutABlockOrACapacity)
 {
     // There is no memory system here: a free would be a fault.
     char block = 'x';
-    OwnedString none = {};
-    OwnedString noCapacity = {1, 0, &block};
-    OwnedWideString noBlock = {1, 2, nullptr};
-    Free(none);
-    Free(noCapacity);
-    Free(noBlock);
+    {
+        const OwnedString none;
+        OwnedString noCapacity;
+        noCapacity.length = 1;
+        noCapacity.pointer = &block;
+        OwnedWideString noBlock;
+        noBlock.length = 1;
+        noBlock.capacity = 2;
+    }
     EXPECT_EQ(block, 'x');
 }
 } // namespace Torvane

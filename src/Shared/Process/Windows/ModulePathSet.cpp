@@ -3,7 +3,9 @@
 #include "Shared/Memory/MemorySystem.h"
 
 #include <emmintrin.h>
+#include <new>
 #include <string.h>
+#include <utility>
 
 #define XXH_INLINE_ALL
 #include <xxhash.h>
@@ -79,7 +81,7 @@ ModulePathSet::~ModulePathSet()
     {
         if (controls[slot] != emptySlot)
         {
-            Free(entries[slot]);
+            entries[slot].~OwnedWideString();
         }
     }
     Free(entries, SizeOfEntries(capacity));
@@ -102,8 +104,7 @@ bool ModulePathSet::Insert(OwnedWideString& path)
     {
         return false;
     }
-    Place(hash, path);
-    path = OwnedWideString{};
+    Place(hash, std::move(path));
     ++count;
     return true;
 }
@@ -135,8 +136,8 @@ void ModulePathSet::Grow()
     {
         if (oldControls[slot] != emptySlot)
         {
-            const OwnedWideString& path = oldEntries[slot];
-            Place(Hash(path.pointer, path.length), path);
+            OwnedWideString& path = oldEntries[slot];
+            Place(Hash(path.pointer, path.length), std::move(path));
         }
     }
     Free(oldEntries, SizeOfEntries(oldCapacity));
@@ -197,10 +198,10 @@ uint32_t ModulePathSet::Match(uint32_t group, uint8_t control) const
     return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, wanted)));
 }
 
-void ModulePathSet::Place(uint64_t hash, const OwnedWideString& path)
+void ModulePathSet::Place(uint64_t hash, OwnedWideString&& path)
 {
     const uint32_t slot = FindRoom(hash);
-    entries[slot] = path;
+    new (&entries[slot]) OwnedWideString(std::move(path));
     controls[slot] = ControlOf(hash);
 }
 } // namespace Torvane

@@ -59,6 +59,6 @@ private:
     /// Bit `i` is set if slot `i` of the group has this control byte.
     uint32_t Match(uint32_t group, uint8_t control) const;
 
-    void Place(uint64_t hash, const OwnedWideString& path);
+    void Place(uint64_t hash, OwnedWideString&& path);
 };
 } // namespace Torvane

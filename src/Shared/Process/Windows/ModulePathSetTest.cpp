@@ -46,7 +46,6 @@ bool Insert(ModulePathSet& set, const Path& path)
     OwnedWideString text = CopyWide(path.data());
     const bool isNew = set.Insert(text);
     EXPECT_EQ(isNew, text.pointer == nullptr);
-    Free(text);
     return isNew;
 }
 
@@ -181,7 +180,6 @@ TEST_F(ModulePathSetTest, LeavesAPathThatItHoldsWithTheCaller)
     EXPECT_NE(second.pointer, nullptr);
     EXPECT_EQ(set.count, 1u);
     EXPECT_EQ(set.entries[SlotOf(set, MakePath("C:\\One.dll"))].pointer, text);
-    Free(second);
 }
 
 TEST_F(ModulePathSetTest, DistinguishesPathsThatDifferInCaseOnly)
@@ -265,7 +263,7 @@ TEST_F(ModulePathSetTest, LooksNoFurtherThanTheFirstGroupWithAnEmptySlot)
     }
     ASSERT_EQ(SlotOf(set, paths[16]), 4u * 16);
     // Nothing is taken out of a set; a test may do it to see where a look-up ends.
-    Free(set.entries[3 * 16 + 7]);
+    set.entries[3 * 16 + 7].~OwnedWideString();
     set.controls[3 * 16 + 7] = 0x80;
     --set.count;
     EXPECT_FALSE(Contains(set, paths[16]));

@@ -36,7 +36,6 @@ void Enter(ModulePathSet& visited, const FixedWideString& path)
 {
     OwnedWideString copy = CopyWide(path.text);
     visited.Insert(copy);
-    Free(copy);
 }
 
 void PushStartModules(const wchar_t* const* names, uint32_t count, ModuleStack& pending)

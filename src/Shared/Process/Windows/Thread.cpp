@@ -24,13 +24,12 @@ void SetCurrentThreadName(const char* name)
 {
     if (windowsInternalAPI.SetThreadDescription)
     {
-        OwnedWideString wideName = WideFromNarrow(name);
+        const OwnedWideString wideName = WideFromNarrow(name);
         const HRESULT result = windowsInternalAPI.SetThreadDescription(GetCurrentThread(), wideName.pointer);
         if (result < 0)
         {
             LogError(TVN_HERE, "Call to function SetThreadDescription failed. Error: 0x%X", result);
         }
-        Free(wideName);
     }
     RunInExceptionFrame(RaiseThreadName, const_cast<char*>(name));
 }
