@@ -4,8 +4,9 @@
 /// The wire records of the protocol between Agent and Bridge, for both sides; plain data, any thread.
 ///
 /// A Blob is a `BlobHeader`, a fixed part (one of the records below) and the variable items that the fixed
-/// part refers to, back to back in ascending order of the referring fields, without any alignment. Integers
-/// are little-endian. Addresses, handles and sizes travel in 64-bit slots; the 32-bit side writes the upper
+/// part refers to, back to back in ascending order of the referring fields, without any alignment: an item can
+/// begin at any address, also in memory that is aligned itself. `Follow` therefore takes types of the alignment 1
+/// only; other items have to be copied to be read. Integers are little-endian. Addresses, handles and sizes travel in 64-bit slots; the 32-bit side writes the upper
 /// half as 0 and ignores it when it reads. Offsets in comments count from the first payload byte.
 
 #include <stddef.h>
@@ -71,11 +72,34 @@ enum AgentType : uint32_t
 /// How many numbers there are, used or not: the Agent's receive table has a slot for each.
 constexpr uint32_t blobTypeCount = 77;
 
+#pragma pack(push, 1) // what is read in place among the items
+
 /// Distance in bytes from this field's own address to the data; 0 when no data was supplied.
 struct RelativeOffset
 {
     uint32_t value;
 };
+
+/// An address slot among the items of a Blob.
+struct AddressItem
+{
+    AddressSlot slot;
+};
+static_assert(sizeof(AddressItem) == 8);
+
+/// One run of pages of like state.
+struct WirePageRange
+{
+    AddressSlot base;
+    uint64_t size;       ///< bytes
+    uint32_t protection; ///< in the values of `VirtualProtect`
+    uint32_t padding;
+};
+static_assert(sizeof(WirePageRange) == 24);
+static_assert(offsetof(WirePageRange, size) == 8);
+static_assert(offsetof(WirePageRange, protection) == 16);
+
+#pragma pack(pop)
 
 /// A `RelativeOffset` to `count` elements. An empty array still carries a position.
 struct RelativeArray
@@ -85,17 +109,32 @@ struct RelativeArray
 };
 static_assert(sizeof(RelativeArray) == 8);
 
-/// The data that a field of a Blob in memory refers to. The field has to lie in the Blob, never in a copy.
-template<typename T>
-const T* Follow(const RelativeOffset& field)
+/// The address of the data that a field of a Blob in memory refers to. The field has to lie in the Blob, never in a
+/// copy.
+inline const void* Follow(const RelativeOffset& field)
 {
-    return reinterpret_cast<const T*>(reinterpret_cast<uintptr_t>(&field) + field.value);
+    return reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(&field) + field.value);
 }
 
-template<typename T>
-const T* Follow(const RelativeArray& field)
+/// The items that a field of a Blob in memory refers to, read where they are.
+template<typename Item>
+const Item* Follow(const RelativeOffset& field)
 {
-    return Follow<T>(field.offset);
+    static_assert(alignof(Item) == 1, "items have no alignment");
+    return static_cast<const Item*>(Follow(field));
+}
+
+template<typename Item>
+const Item* Follow(const RelativeArray& field)
+{
+    return Follow<Item>(field.offset);
+}
+
+/// The UTF-16 string that a field of a Blob in memory refers to, for the OS and for functions that accept any address.
+/// It can begin at an odd address: reading it through this pointer is undefined, other code copies it first.
+inline const wchar_t* FollowWideString(const RelativeOffset& field)
+{
+    return static_cast<const wchar_t*>(Follow(field));
 }
 
 /// Precedes every payload.
@@ -122,18 +161,6 @@ struct InlineWideText
     uint16_t text[1024];
 };
 static_assert(sizeof(InlineWideText) == 2052);
-
-/// One run of pages of like state.
-struct WirePageRange
-{
-    AddressSlot base;
-    uint64_t size;       ///< bytes
-    uint32_t protection; ///< in the values of `VirtualProtect`
-    uint32_t padding;
-};
-static_assert(sizeof(WirePageRange) == 24);
-static_assert(offsetof(WirePageRange, size) == 8);
-static_assert(offsetof(WirePageRange, protection) == 16);
 
 /// One executable file on disk. The headers are those of the published PE format, as bytes.
 struct ExecutableIdentity

@@ -1,6 +1,7 @@
 #include "Agent/Protocol/BlobBuilder.h"
 
 #include "Agent/Protocol/Names.h"
+#include "Shared/Container/OwnedString.h"
 #include "Shared/Memory/MemorySystem.h"
 #include "tests/Support/TestMemorySystem.h"
 
@@ -92,6 +93,46 @@ TEST_F(BlobBuilderTest, ItemsFollowTheFixedPartBackToBackWithoutAlignment)
     EXPECT_EQ(fixed.pageRanges.offset.value, 80u + 4 + 6 - 0x38);
     EXPECT_EQ(fixed.pageRanges.count, 2u);
     EXPECT_EQ(memcmp(Follow<uint8_t>(fixed.pageRanges), numbers, sizeof(numbers)), 0);
+}
+
+/// The sanitizers stop a read that isn't allowed at the item's address.
+TEST_F(BlobBuilderTest, ItemsCanBeReadAtOddAddresses)
+{
+    const AddressSlot addresses[] = {0x0123456789ABCDEF, 7};
+    const WirePageRange ranges[] = {{1, 2, 3, 0}, {0x0123456789ABCDEF, 5, 6, 0}};
+    const RelativeOffset offsets[] = {{8}, {4}};
+    RecordBuilder<EnableModulesBlob> builder(1 + sizeof(addresses) + sizeof(ranges) + sizeof(offsets));
+    builder.AppendArray(builder.Fixed().modules, "x", 1, 1);
+    builder.AppendArray(builder.Fixed().pageRangeCounts, addresses, 2, sizeof(AddressSlot));
+    builder.AppendArray(builder.Fixed().pageRanges, ranges, 2, sizeof(WirePageRange));
+    builder.AppendArray(builder.Fixed().zeros, offsets, 2, sizeof(RelativeOffset));
+    blob = builder.Finish();
+    const EnableModulesBlob& fixed = Fixed<EnableModulesBlob>();
+
+    const AddressItem* readAddresses = Follow<AddressItem>(fixed.pageRangeCounts);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(readAddresses) % 8, 1u);
+    EXPECT_EQ(AddressSlot{readAddresses[0].slot}, 0x0123456789ABCDEFu);
+    EXPECT_EQ(AddressSlot{readAddresses[1].slot}, 7u);
+    const WirePageRange& range = Follow<WirePageRange>(fixed.pageRanges)[1];
+    EXPECT_EQ(AddressSlot{range.base}, 0x0123456789ABCDEFu);
+    EXPECT_EQ(uint64_t{range.size}, 5u);
+    EXPECT_EQ(uint32_t{range.protection}, 6u);
+    const RelativeOffset* readOffsets = Follow<RelativeOffset>(fixed.zeros);
+    EXPECT_EQ(Follow(readOffsets[0]), readOffsets + 2);
+    EXPECT_EQ(Follow(readOffsets[1]), readOffsets + 2);
+}
+
+TEST_F(BlobBuilderTest, AStringAtAnOddAddressCanBeCopied)
+{
+    RecordBuilder<PatchLoadedBlob> builder(1 + MeasureText(L"\x4E2D d"));
+    builder.Append(builder.Fixed().patchPath, "", 1);
+    builder.AppendText(builder.Fixed().secondText, L"\x4E2D d");
+    blob = builder.Finish();
+    const wchar_t* text = FollowWideString(Fixed<PatchLoadedBlob>().secondText);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(text) % 2, 1u);
+    const OwnedWideString copy = CopyWide(text);
+    EXPECT_STREQ(copy.pointer, L"\x4E2D d");
+    EXPECT_EQ(copy.length, 3u);
 }
 
 TEST_F(BlobBuilderTest, AnEmptyArrayCarriesItsPositionAndCountZero)

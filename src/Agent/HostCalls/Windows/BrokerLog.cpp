@@ -11,6 +11,6 @@ void ShowNarrowLog(const LogBlob& blob)
 
 void ShowWideLog(const LogBlob& blob)
 {
-    OutputDebugStringW(Follow<wchar_t>(blob.text));
+    OutputDebugStringW(FollowWideString(blob.text));
 }
 } // namespace Torvane

@@ -33,15 +33,15 @@ void CallEachWithTextList(const CallHooksBlob& blob)
     const RelativeOffset* offsets = Follow<RelativeOffset>(blob.textList);
     for (uint32_t i = 0; i < count; ++i)
     {
-        pointers[i] = Follow<void>(offsets[i]);
+        pointers[i] = Follow(offsets[i]);
     }
-    CallEach(blob, Follow<void>(blob.firstText), pointers, count, uint32_t{0}, uint32_t{0});
+    CallEach(blob, Follow(blob.firstText), pointers, count, uint32_t{0}, uint32_t{0});
 }
 } // namespace
 
 void CallHooks(const CallHooksBlob& blob)
 {
-    const void* first = Follow<void>(blob.firstText);
+    const void* first = Follow(blob.firstText);
     switch (blob.kind)
     {
     case 0:
@@ -50,17 +50,17 @@ void CallHooks(const CallHooksBlob& blob)
         break;
     case 2:
     case 3:
-        CallEach(blob, first, Follow<void>(blob.secondText));
+        CallEach(blob, first, Follow(blob.secondText));
         break;
     case 4:
-        CallEach(blob, first, Follow<void>(blob.secondText), Follow<void>(blob.thirdText));
+        CallEach(blob, first, Follow(blob.secondText), Follow(blob.thirdText));
         break;
     case 5:
     case 6:
         CallEach(blob, first);
         break;
     case 7:
-        CallEach(blob, first, Follow<void>(blob.kind7Text));
+        CallEach(blob, first, Follow(blob.kind7Text));
         break;
     case 8:
     case 9:

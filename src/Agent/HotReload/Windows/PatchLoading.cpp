@@ -6,6 +6,7 @@
 #include "Agent/Protocol/BlobBuilder.h"
 #include "Agent/Protocol/HostAddress.h"
 #include "Agent/Transport/Windows/Sender.h"
+#include "Shared/Container/OwnedString.h"
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Foundation/Windows/ResultOS.h"
@@ -64,13 +65,12 @@ void ReportFailedLoad(const wchar_t* path)
     PushBlob(BuildLogBlob(BlobLogLevel::Error, report.text));
 }
 
-void ReportLoadedPatch(const LoadPatchWindowsBlob& blob, HMODULE module, uint32_t imageSize,
-                       const PageRangeList& ranges)
+void ReportLoadedPatch(const LoadPatchWindowsBlob& blob, const wchar_t* path, HMODULE module,
+                       uint32_t imageSize, const PageRangeList& ranges)
 {
-    const wchar_t* path = Follow<wchar_t>(blob.patchPath);
-    const wchar_t* secondText = Follow<wchar_t>(blob.secondText);
+    const OwnedWideString secondText = CopyWide(FollowWideString(blob.secondText));
     const uint32_t rangesSize = ranges.count * static_cast<uint32_t>(sizeof(PageRange));
-    RecordBuilder<PatchLoadedBlob> builder(MeasureText(path) + MeasureText(secondText) + rangesSize);
+    RecordBuilder<PatchLoadedBlob> builder(MeasureText(path) + MeasureText(secondText.pointer) + rangesSize);
     PatchLoadedBlob& reply = builder.Fixed();
     reply.echo38 = static_cast<uint32_t>(blob.echo38);
     reply.base = ToSlot(module);
@@ -80,7 +80,7 @@ void ReportLoadedPatch(const LoadPatchWindowsBlob& blob, HMODULE module, uint32_
     reply.echo60 = blob.echo60;
     reply.echo68 = blob.echo68;
     builder.AppendText(reply.patchPath, path);
-    builder.AppendText(reply.secondText, secondText);
+    builder.AppendText(reply.secondText, secondText.pointer);
     builder.AppendArray(reply.pageRanges, ranges.pointer, ranges.count, sizeof(PageRange));
     builder.AppendArray(reply.secondPageRanges, nullptr, 0, sizeof(PageRange));
     PushBlob(builder.Finish());
@@ -89,7 +89,8 @@ void ReportLoadedPatch(const LoadPatchWindowsBlob& blob, HMODULE module, uint32_
 
 void LoadPatch(const LoadPatchWindowsBlob& blob)
 {
-    const wchar_t* path = Follow<wchar_t>(blob.patchPath);
+    const OwnedWideString copiedPath = CopyWide(FollowWideString(blob.patchPath));
+    const wchar_t* path = copiedPath.pointer;
     const bool guarded = blob.watchdog != 0;
     ReleaseReservations(blob.reservations);
     HMODULE module = nullptr;
@@ -112,7 +113,7 @@ void LoadPatch(const LoadPatchWindowsBlob& blob)
     K32GetModuleInformation(GetCurrentProcess(), module, &information, sizeof(information));
     PrepareSectionsForPatching(path, module);
     const PageRangeList ranges = GatherPageRanges(module, information.SizeOfImage);
-    ReportLoadedPatch(blob, module, information.SizeOfImage, ranges);
+    ReportLoadedPatch(blob, path, module, information.SizeOfImage, ranges);
 }
 
 void UnloadPatch(const UnloadPatchBlob& blob)

@@ -19,13 +19,13 @@ void ReadMemory(const ReadMemoryBlob& blob)
     reply.token = blob.token;
     uint8_t* position =
         static_cast<uint8_t*>(builder.Append(reply.data, nullptr, static_cast<uint32_t>(totalSize)));
-    const AddressSlot* addresses = Follow<AddressSlot>(blob.addresses);
+    const AddressItem* addresses = Follow<AddressItem>(blob.addresses);
     const uint32_t elementSize = static_cast<uint32_t>(blob.elementSize);
     for (uint64_t i = 0; i < blob.elementCount; ++i)
     {
-        if (ToPointer(addresses[i]) != nullptr)
+        if (ToPointer(addresses[i].slot) != nullptr)
         {
-            memcpy(position, ToPointer(addresses[i]), elementSize);
+            memcpy(position, ToPointer(addresses[i].slot), elementSize);
         }
         position += elementSize;
     }
@@ -34,23 +34,23 @@ void ReadMemory(const ReadMemoryBlob& blob)
 
 void WriteMemory(const WriteMemoryBlob& blob)
 {
-    const AddressSlot* addresses = Follow<AddressSlot>(blob.addresses);
+    const AddressItem* addresses = Follow<AddressItem>(blob.addresses);
     const uint8_t* position = Follow<uint8_t>(blob.data);
     const uint32_t elementSize = static_cast<uint32_t>(blob.elementSize);
     for (uint64_t i = 0; i < blob.elementCount; ++i)
     {
-        memcpy(ToPointer(addresses[i]), position, elementSize);
+        memcpy(ToPointer(addresses[i].slot), position, elementSize);
         position += elementSize;
     }
 }
 
 void CopyMemoryElements(const CopyMemoryBlob& blob)
 {
-    const AddressSlot* sources = Follow<AddressSlot>(blob.sources);
-    const AddressSlot* destinations = Follow<AddressSlot>(blob.destinations);
+    const AddressItem* sources = Follow<AddressItem>(blob.sources);
+    const AddressItem* destinations = Follow<AddressItem>(blob.destinations);
     for (uint64_t i = 0; i < blob.elementCount; ++i)
     {
-        memcpy(ToPointer(destinations[i]), ToPointer(sources[i]), blob.elementSize);
+        memcpy(ToPointer(destinations[i].slot), ToPointer(sources[i].slot), blob.elementSize);
     }
 }
 

@@ -34,8 +34,8 @@ void CopyProjectPreferencesFromBlob(StringPreference& directoryToBroker,
                                     const ProjectPreferencesRecord& record)
 {
     LogDebug(TVN_HERE, "Copying project preferences from blob");
-    const OwnedString text = NarrowFromWide(Follow<wchar_t>(record.directoryToBroker));
-    AssignTerminated(directoryToBroker, text.pointer);
+    const OwnedWideString folder = CopyWide(FollowWideString(record.directoryToBroker));
+    AssignTerminated(directoryToBroker, NarrowFromWide(folder.pointer).pointer);
 }
 
 void ReadProjectPreferences(StringPreference& directoryToBroker, const ProjectPreferencesRecord& record)
@@ -43,7 +43,7 @@ void ReadProjectPreferences(StringPreference& directoryToBroker, const ProjectPr
     if (record.fromFile != 0)
     {
         FixedWideString path = {};
-        path.Assign(Follow<wchar_t>(record.projectPreferencesFile));
+        path.Assign(CopyWide(FollowWideString(record.projectPreferencesFile)).pointer);
         LogDebug(TVN_HERE, "Trying to load project preferences from %ls", path.text);
         if (LoadProjectPreferences(directoryToBroker, path))
         {
