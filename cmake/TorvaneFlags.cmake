@@ -23,6 +23,8 @@ if(WIN32)
 else()
     # As wide as on Windows. Nothing may call the host's own wide functions then.
     target_compile_options(TorvaneCommonFlags INTERFACE -fshort-wchar)
+    # A <windows.h> with the records of the image format, for the native tests of the image reader.
+    target_include_directories(TorvaneCommonFlags INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}/tests/Support/Native/include")
 endif()
 
 # No type information on Windows, where tests derive from the image's classes. Natively the sanitizer of

@@ -8,12 +8,12 @@
 
 #include "Shared/Container/Array.h"
 #include "Shared/Container/DynamicArray.h"
-#include "Shared/Executable/Windows/ImageFormat.h"
 #include "Shared/Filesystem/MappedFile.h"
 #include "Shared/Foundation/Result.h"
 
 #include <stddef.h>
 #include <stdint.h>
+#include <windows.h>
 
 namespace Torvane
 {

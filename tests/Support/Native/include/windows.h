@@ -1,19 +1,11 @@
 #pragma once
 
 /// \file
-/// The records of the published Portable Executable format that the image reader uses; plain data, any thread.
-///
-/// The platform's header brings them on Windows. Elsewhere they are laid out here, under the published names,
-/// so that the reader can be tested natively. Natively they may lie at any address, as they do in a file.
+/// What native tests find as <windows.h>: the records of the published Portable Executable format, so that the image
+/// reader can be built and tested on this machine. They have no alignment, as they don't in a file. Tests only.
 
 #include <stddef.h>
 #include <stdint.h>
-
-#if defined(_WIN32)
-
-#include <windows.h>
-
-#else
 
 #pragma pack(push, 1)
 
@@ -182,17 +174,3 @@ struct IMAGE_IMPORT_DESCRIPTOR
 #define IMAGE_SCN_CNT_INITIALIZED_DATA 0x00000040
 #define IMAGE_SCN_MEM_EXECUTE 0x20000000
 #define IMAGE_SCN_MEM_READ 0x40000000
-
-#endif
-
-static_assert(offsetof(IMAGE_DOS_HEADER, e_lfanew) == 60);
-static_assert(sizeof(IMAGE_FILE_HEADER) == 20);
-static_assert(sizeof(IMAGE_OPTIONAL_HEADER32) == 224);
-static_assert(sizeof(IMAGE_OPTIONAL_HEADER64) == 240);
-static_assert(offsetof(IMAGE_NT_HEADERS32, OptionalHeader) == 24);
-static_assert(offsetof(IMAGE_NT_HEADERS64, OptionalHeader) == 24);
-static_assert(offsetof(IMAGE_NT_HEADERS32, OptionalHeader.DataDirectory) == 24 + 96);
-static_assert(offsetof(IMAGE_NT_HEADERS64, OptionalHeader.DataDirectory) == 24 + 112);
-static_assert(sizeof(IMAGE_SECTION_HEADER) == 40);
-static_assert(sizeof(IMAGE_IMPORT_DESCRIPTOR) == 20);
-static_assert(offsetof(IMAGE_IMPORT_DESCRIPTOR, Name) == 12);
