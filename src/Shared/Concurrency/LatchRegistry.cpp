@@ -20,7 +20,8 @@ void LatchRegistry::Create()
 {
     latchesDead.handle = Expect(Event::Create("Cannot wait for latches"), "Cannot create event for startup");
     InitializeCriticalSection(&lock);
-    list = Allocate(capacity * static_cast<uint32_t>(sizeof(void*)));
+    list = Allocate(capacity * static_cast<uint32_t>(sizeof(Latch*)));
+    latches = static_cast<Latch**>(list.pointer);
     count = 0;
 }
 
@@ -39,20 +40,16 @@ void LatchRegistry::Register(Latch& latch)
         Release(latch);
         return;
     }
-    List()[count++] = &latch;
+    latches[count++] = &latch;
 }
 
 void LatchRegistry::Unregister(Latch& latch)
 {
     const ScopedCriticalSection scope(lock);
     const uint32_t index = Find(&latch);
-    if (index != notFound)
+    if (index != count)
     {
-        --count;
-        if (count != 0)
-        {
-            List()[index] = List()[count];
-        }
+        latches[index] = latches[--count];
     }
     latch.event.Destroy();
 }
@@ -61,14 +58,9 @@ void LatchRegistry::DecrementByAddress(const void* address)
 {
     const ScopedCriticalSection scope(lock);
     const uint32_t index = Find(address);
-    if (index == notFound)
+    if (index != count && InterlockedDecrement(&latches[index]->count) == 0)
     {
-        return;
-    }
-    Latch* latch = List()[index];
-    if (InterlockedDecrement(&latch->count) == 0)
-    {
-        latch->event.Signal();
+        latches[index]->event.Signal();
     }
 }
 
@@ -77,7 +69,7 @@ void LatchRegistry::ReleaseAll()
     const ScopedCriticalSection scope(lock);
     for (uint32_t i = 0; i < count; ++i)
     {
-        Release(*List()[i]);
+        Release(*latches[i]);
     }
     count = 0;
     latchesDead.Signal();
@@ -85,18 +77,11 @@ void LatchRegistry::ReleaseAll()
 
 uint32_t LatchRegistry::Find(const void* address) const
 {
-    for (uint32_t i = 0; i < count; ++i)
+    uint32_t index = 0;
+    while (index < count && latches[index] != address)
     {
-        if (List()[i] == address)
-        {
-            return i;
-        }
+        ++index;
     }
-    return notFound;
-}
-
-Latch** LatchRegistry::List() const
-{
-    return static_cast<Latch**>(list.pointer);
+    return index;
 }
 } // namespace Torvane

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The latches that are being waited for. An address that comes from outside is followed only if it stands here. Any
+/// The latches that are being waited for. An address that comes from outside is followed only if it is listed here. Any
 /// thread between creation and destruction.
 
 #include "Shared/Concurrency/Latch.h"
@@ -12,33 +12,33 @@ namespace Torvane
 class LatchRegistry
 {
 public:
-    /// Creates the event that says that no latch can wait any more, the lock, and room for 4096 latches.
+    /// Creates the event that is signalled once no latch can wait any more, the lock, and a list with room for 4096
+    /// latches.
     void Create();
 
-    /// Closes them in the same order.
+    /// Closes and frees them in the same order.
     void Destroy();
 
-    /// Enters a latch, or releases it at once if no latch can wait any more. More than 4096 aren't tested for.
+    /// Lists a latch, or releases it at once if no latch can wait any more. More than 4096 aren't tested for.
     void Register(Latch& latch);
 
-    /// Takes a latch out, if it is in, and closes its event.
+    /// Removes a latch from the list, if it is there, and closes its event.
     void Unregister(Latch& latch);
 
     /// Counts down the latch at `address`, and signals its event with the step from 1 to 0. An address that isn't
-    /// registered does nothing.
+    /// listed does nothing.
     void DecrementByAddress(const void* address);
 
     /// Releases every latch, empties the list, and lets no latch wait from now on.
     void ReleaseAll();
 
 private:
-    static constexpr uint32_t notFound = UINT32_MAX;
-
+    /// \return the count of the list if the address isn't there.
     uint32_t Find(const void* address) const;
-    Latch** List() const;
 
     CRITICAL_SECTION lock = {};
     Allocation list = {};
+    Latch** latches = nullptr; ///< in the list
     uint32_t count = 0;
     Event latchesDead = {INVALID_HANDLE_VALUE};
 };

@@ -30,11 +30,6 @@ void Event::Reset()
     ResetEvent(handle);
 }
 
-bool Event::Wait()
-{
-    return Wait(INFINITE);
-}
-
 bool Event::Wait(uint32_t milliseconds)
 {
     switch (WaitForSingleObject(handle, milliseconds))

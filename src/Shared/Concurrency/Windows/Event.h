@@ -9,22 +9,23 @@
 
 namespace Torvane
 {
-/// A bare handle, the invalid one while there is no event. Waits log their failures at Error level; a finite time-out
-/// that expires isn't one.
+/// A bare handle, the invalid one while there is no event. Failed waits log an Error line; a finite time-out that
+/// expires is no failure.
 struct Event
 {
     HANDLE handle;
 
-    /// \param name is for the failure's message only: the OS object has none.
+    /// \param name for the failure's message alone: the OS's object has no name.
     static Result<HANDLE> Create(const char* name);
 
     void Destroy();
     void Signal();
     void Reset();
 
-    /// Each waits and tells whether the event is signalled: without a limit, for some milliseconds, and not at all.
-    bool Wait();
-    bool Wait(uint32_t milliseconds);
+    /// Waits until the event is signalled or the time is up. \return whether it is signalled.
+    bool Wait(uint32_t milliseconds = INFINITE);
+
+    /// \return whether the event is signalled, without waiting.
     bool TryWait();
 };
 } // namespace Torvane

@@ -18,8 +18,8 @@ struct InterprocessMutex
     void Destroy();
 };
 
-/// Holds a mutex for a scope. A failed wait is logged, and the scope goes on without the mutex; one that a dead process
-/// has left is logged and taken over. The mutex is released in any case.
+/// Holds a mutex for a scope. A failed wait logs an Error line, and the scope runs without the mutex; a mutex that a
+/// process left at its end logs one too and is held. The mutex is released in any case.
 class ScopedInterprocessLock
 {
 public:

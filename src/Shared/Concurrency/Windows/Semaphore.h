@@ -9,10 +9,10 @@
 
 namespace Torvane
 {
-/// \param name is for the failure's message only.
+/// \param name for the failure's message alone: the OS's object has no name.
 Result<HANDLE> CreateSemaphoreObject(int32_t initialCount, int32_t maximumCount, const char* name);
 
-/// Waits without a limit. A success with the value false is a wait result that the OS doesn't document.
+/// Waits without a limit. \return a success with the value false for a wait result that the OS doesn't document.
 Result<bool> WaitForSemaphore(HANDLE semaphore);
 
 /// Raises the count by one.
