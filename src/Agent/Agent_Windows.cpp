@@ -8,7 +8,6 @@
 #include "Agent/Protocol/Names.h"
 #include "Agent/Transport/Windows/ConnectionState.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
-#include "Shared/Filesystem/Windows/NarrowPath.h"
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Foundation/Windows/Clock.h"
 #include "Shared/Foundation/Windows/Log.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// A file that is mapped read-only, as a record; owned as a whole.
+/// A file that is mapped read-only. Any thread.
 
 #include "Shared/Foundation/Result.h"
 
@@ -9,6 +9,7 @@
 
 namespace Torvane
 {
+/// Owned as a whole, and given back with `CloseMappedFile`.
 struct MappedFile
 {
     void* file;          ///< OS handle
@@ -16,8 +17,8 @@ struct MappedFile
     const uint8_t* view; ///< the whole file
 };
 
-/// Maps a whole file for reading. A failure leaves no handle open; a file of no bytes can't be mapped. Owned by the
-/// caller. \param path UTF-16.
+/// Maps a whole file. A failure leaves no handle open; an empty file can't be mapped.
+/// \param path UTF-16.
 Result<MappedFile> OpenMappedFile(const wchar_t* path);
 
 /// Closes in the reverse order of opening, and clears the record.

@@ -1,6 +1,6 @@
 #include "Agent/Modules/Windows/ModuleEnabling.h"
 #include "Shared/Container/Array.h"
-#include "Shared/Filesystem/Windows/NarrowPath.h"
+#include "Shared/Filesystem/Windows/Filesystem.h"
 #include "Shared/Foundation/Logger.h"
 #include "Torvane/Agent.h"
 

@@ -5,7 +5,6 @@
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Serialization/Windows/JsonFile.h"
 
-#include <stdlib.h>
 #include <string.h>
 
 namespace Torvane
@@ -65,10 +64,7 @@ FixedWideString MakeBrokerFolder(const StringPreference& directoryToBroker,
 {
     FixedString narrow = {};
     narrow.Format("%hs", directoryToBroker.value);
-    FixedWideString wide = {};
-    size_t converted = 0;
-    mbstowcs_s(&converted, wide.text, 1024, narrow.text, _TRUNCATE);
-
+    const FixedWideString wide = WidenPath(narrow.text);
     if (narrow.text[0] == '\0' || narrow.text[1] == ':')
     {
         return NormalizePath(wide.text);

@@ -3,6 +3,7 @@
 #include "Shared/Filesystem/MappedFile.h"
 #include "Shared/Foundation/Windows/ResultOS.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 #include <objbase.h>
@@ -18,21 +19,8 @@ constexpr uint32_t pathCapacity = 1024;
 constexpr GUID localApplicationData = {
     0xF1B32785, 0x6FBA, 0x4FCF, {0x9D, 0x55, 0x7B, 0x8E, 0x7F, 0x15, 0x70, 0x91}};
 
-/// Length of what GetFinalPathNameByHandleW puts in front of every path, `\\?\`.
+/// Length of the prefix of every path from GetFinalPathNameByHandleW, `\\?\`.
 constexpr uint32_t finalPathPrefixLength = 4;
-
-FixedWideString MakeText(const wchar_t* text, uint32_t length)
-{
-    FixedWideString result = {};
-    memcpy(result.text, text, length * sizeof(wchar_t));
-    result.length = length;
-    return result;
-}
-
-FixedWideString MakeText(const wchar_t* text)
-{
-    return MakeText(text, static_cast<uint32_t>(wcslen(text)));
-}
 } // namespace
 
 Result<MappedFile> OpenMappedFile(const wchar_t* path)
@@ -72,23 +60,24 @@ void CloseMappedFile(MappedFile& file)
 
 FixedWideString NormalizePath(const wchar_t* path)
 {
+    FixedWideString normalized = {};
+    normalized.Assign(path);
     const HANDLE file = CreateFileW(path, READ_CONTROL | FILE_READ_ATTRIBUTES, FILE_SHARE_READ, nullptr,
                                     OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     if (file == INVALID_HANDLE_VALUE)
     {
-        return MakeText(path);
+        return normalized;
     }
     wchar_t finalPath[pathCapacity] = {};
     const DWORD length = GetFinalPathNameByHandleW(file, finalPath, pathCapacity, 0);
-    FixedWideString normalized;
     if (length > finalPathPrefixLength && length < pathCapacity)
     {
-        normalized = MakeText(finalPath + finalPathPrefixLength);
+        normalized = {};
+        normalized.Assign(finalPath + finalPathPrefixLength);
     }
     else
     {
         LogLastError(TVN_HERE, "Cannot normalize path %ls", path);
-        normalized = MakeText(path);
     }
     CloseHandle(file);
     return normalized;
@@ -96,14 +85,18 @@ FixedWideString NormalizePath(const wchar_t* path)
 
 FixedWideString GetDirectory(const wchar_t* path, uint32_t length)
 {
+    FixedWideString directory = {};
+    directory.length = length;
     for (uint32_t i = length; i-- > 1;)
     {
         if (path[i] == L'\\' || path[i] == L'/')
         {
-            return MakeText(path, i);
+            directory.length = i;
+            break;
         }
     }
-    return MakeText(path, length);
+    memcpy(directory.text, path, directory.length * sizeof(wchar_t));
+    return directory;
 }
 
 FixedWideString GetExecutablePath()
@@ -129,10 +122,22 @@ FixedWideString GetLogFilePath(const wchar_t* fileName)
 {
     wchar_t* folder = nullptr;
     SHGetKnownFolderPath(localApplicationData, 0, nullptr, &folder);
-    FixedWideString path = MakeText(folder);
+    FixedWideString path = {};
+    path.Assign(folder);
     CoTaskMemFree(folder);
     path.Append(L"\\Torvane 2\\Logs\\");
     path.Append(fileName);
     return path;
+}
+
+FixedWideString WidenPath(const char* path)
+{
+    FixedString narrow = {};
+    narrow.Assign(path);
+    FixedWideString wide = {};
+    size_t converted = 0;
+    mbstowcs_s(&converted, wide.text, pathCapacity, narrow.text, _TRUNCATE);
+    wide.length = narrow.length;
+    return wide;
 }
 } // namespace Torvane

@@ -16,7 +16,7 @@ struct NamedSharedMemory
     uint32_t size; ///< bytes
 };
 
-/// Makes the section, or opens it if there is one of that name already. Owned by the caller.
+/// Creates the section, or opens it if there is one of that name already. The caller closes it.
 Result<NamedSharedMemory> CreateNamedSharedMemory(const wchar_t* name, uint32_t size);
 
 void CloseNamedSharedMemory(NamedSharedMemory& memory);

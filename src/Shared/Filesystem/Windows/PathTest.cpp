@@ -137,7 +137,7 @@ TEST_F(Paths, AFolderWithLettersOfAnyLanguageIsNormalized)
               normalFolder + L"\\\u00C4\u0416\u6728 \U0001F600");
 }
 
-TEST_F(Paths, APathThatDoesNotExistComesBackAsItIsWithoutAWord)
+TEST_F(Paths, APathThatDoesNotExistIsReturnedUnchangedAndNothingIsLogged)
 {
     EXPECT_EQ(Normalize(folder / L"Missing\\..\\also/MISSING.txt"),
               folder / L"Missing\\..\\also/MISSING.txt");
@@ -146,7 +146,7 @@ TEST_F(Paths, APathThatDoesNotExistComesBackAsItIsWithoutAWord)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(Paths, APathThatMayNotBeOpenedComesBackAsItIsWithoutAWord)
+TEST_F(Paths, APathThatMayNotBeOpenedIsReturnedUnchangedAndNothingIsLogged)
 {
     const std::wstring path = normalFolder + L"\\.\\some file.txt";
     TestImport refuse("CreateFileW",
