@@ -183,7 +183,6 @@ extern "C" void TVN_CALL TvnShutdown(void)
     ShutdownHotReload();
     LogDebug(TVN_HERE, "Shutting down system");
     LogDebug(TVN_HERE, "Shutting down OS internal functions");
-    ShutdownWindowsInternalAPI();
     ShutdownMemorySystem();
     ShutdownLog();
 }

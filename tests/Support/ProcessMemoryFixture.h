@@ -4,8 +4,8 @@
 /// What tests of process memory stand on: the memory system, the OS's functions, a recorded log, pages; one thread.
 
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
-#include "Shared/OS/Windows/WindowsInternalAPI.h"
 #include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestInternalAPI.h"
 
 #include <gtest/gtest.h>
 #include <stdint.h>
@@ -97,7 +97,7 @@ struct QueryDouble
     /// Takes the place of the table's entry; the fixture puts the real one back.
     static void Install()
     {
-        windowsInternalAPI.NtQueryVirtualMemory.pointer = &Query;
+        TestInternalAPI::Get().NtQueryVirtualMemory.pointer = &Query;
     }
 };
 
@@ -111,17 +111,16 @@ protected:
         QueryDouble::calls = 0;
         QueryDouble::firstFailure = 0;
         QueryDouble::protection = 0;
-        QueryDouble::real = windowsInternalAPI;
+        QueryDouble::real = GetWindowsInternalAPI();
         log.Clear();
     }
 
     ~ProcessMemoryFixture() override
     {
-        windowsInternalAPI = QueryDouble::real;
-        ShutdownWindowsInternalAPI();
         ShutdownMemorySystem();
     }
 
+    TestInternalAPI internalAPI;
     RecordedLog log;
 };
 } // namespace Torvane

@@ -16,7 +16,7 @@ void ResumeAtFrame(EXCEPTION_POINTERS& exception, const ResumeRecord& target)
     context.Eip = static_cast<DWORD>(target.instructionPointer);
     context.Esp = static_cast<DWORD>(target.stackPointer);
     context.Ebp = static_cast<DWORD>(target.framePointer);
-    const NTSTATUS status = windowsInternalAPI.NtContinue(&context, BOOLEAN{FALSE});
+    const NTSTATUS status = GetWindowsInternalAPI().NtContinue(&context, BOOLEAN{FALSE});
     if (status < 0)
     {
         LogError(TVN_HERE, "Call to function NtContinue failed. Error: 0x%X", status);

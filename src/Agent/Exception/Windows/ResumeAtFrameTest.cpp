@@ -1,7 +1,7 @@
 #include "Agent/Exception/Windows/ResumeAtFrame.h"
 
-#include "Shared/OS/Windows/WindowsInternalAPI.h"
 #include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestInternalAPI.h"
 
 #include <gtest/gtest.h>
 #include <string.h>
@@ -167,20 +167,11 @@ class ContinueStandIn
 {
 public:
     explicit ContinueStandIn(NTSTATUS wanted)
-        : before(windowsInternalAPI.NtContinue.pointer)
     {
         status = wanted;
         calls = 0;
-        windowsInternalAPI.NtContinue.pointer = &Call;
+        TestInternalAPI::Get().NtContinue.pointer = &Call;
     }
-
-    ~ContinueStandIn()
-    {
-        windowsInternalAPI.NtContinue.pointer = before;
-    }
-
-    ContinueStandIn(const ContinueStandIn&) = delete;
-    ContinueStandIn& operator=(const ContinueStandIn&) = delete;
 
     static inline uint32_t calls;
     static inline CONTEXT context;
@@ -198,7 +189,7 @@ private:
     }
 
     static inline NTSTATUS status;
-    decltype(windowsInternalAPI.NtContinue.pointer) before;
+    TestInternalAPI internalAPI;
 };
 } // namespace
 

@@ -72,7 +72,7 @@ void TvnGenericEnableAutomaticHandlingOfDynamicallyLoadedModules()
     ModuleNotification* notification = static_cast<ModuleNotification*>(block.pointer);
     notification->onNotification = OnModuleNotification;
     notification->cookie = nullptr;
-    const NTSTATUS status = windowsInternalAPI.LdrRegisterDllNotification(
+    const NTSTATUS status = GetWindowsInternalAPI().LdrRegisterDllNotification(
         ULONG{0}, reinterpret_cast<void*>(&OnLoaderNotification), notification, &notification->cookie);
     if (status < 0)
     {
@@ -90,7 +90,7 @@ void ShutdownAutomaticModuleHandling()
     }
     const ModuleNotification* notification =
         static_cast<const ModuleNotification*>(moduleNotification.pointer);
-    const NTSTATUS status = windowsInternalAPI.LdrUnregisterDllNotification(notification->cookie);
+    const NTSTATUS status = GetWindowsInternalAPI().LdrUnregisterDllNotification(notification->cookie);
     if (status < 0)
     {
         LogError(TVN_HERE, "Call to function LdrUnregisterDllNotification failed. Error: 0x%X", status);

@@ -1,8 +1,8 @@
 #include "Agent/Modules/Windows/AutomaticModuleHandling.h"
 
-#include "Shared/OS/Windows/WindowsInternalAPI.h"
 #include "Torvane/Agent.h"
 #include "tests/Support/RecordedLog.h"
+#include "tests/Support/TestInternalAPI.h"
 #include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
@@ -66,10 +66,9 @@ class AutomaticModuleHandlingTest : public testing::Test
 {
 protected:
     AutomaticModuleHandlingTest()
-        : before(windowsInternalAPI)
     {
-        windowsInternalAPI.LdrRegisterDllNotification.pointer = &LoaderDouble::Register;
-        windowsInternalAPI.LdrUnregisterDllNotification.pointer = &LoaderDouble::Unregister;
+        TestInternalAPI::Get().LdrRegisterDllNotification.pointer = &LoaderDouble::Register;
+        TestInternalAPI::Get().LdrUnregisterDllNotification.pointer = &LoaderDouble::Unregister;
         LoaderDouble::status = 0;
         LoaderDouble::flags.clear();
         LoaderDouble::notifications.clear();
@@ -81,10 +80,9 @@ protected:
     {
         LoaderDouble::status = 0;
         ShutdownAutomaticModuleHandling();
-        windowsInternalAPI = before;
     }
 
-    WindowsInternalAPI before;
+    TestInternalAPI internalAPI;
     TestMemorySystem memory;
     RecordedLog log;
 };

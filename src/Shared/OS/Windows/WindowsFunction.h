@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// One function of the OS, found by name at run time.
+/// Functions of the OS that are resolved by name at run time. Any thread.
 
 #include "Shared/Foundation/Logger.h"
 
@@ -9,25 +9,24 @@
 
 namespace Torvane
 {
+/// \return the function of a module that the process has loaded already; null if the module is missing, which logs one
+/// Error line, or if it has no such function, which logs nothing.
+inline void* FindWindowsFunction(const char* moduleName, const char* functionName)
+{
+    const HMODULE module = GetModuleHandleA(moduleName);
+    if (module == nullptr)
+    {
+        LogError(TVN_HERE, "Cannot get handle for module %hs", moduleName);
+        return nullptr;
+    }
+    return reinterpret_cast<void*>(GetProcAddress(module, functionName));
+}
+
 /// A function pointer of the type `Signature`, null if the function wasn't found.
 template<typename Signature>
 struct WindowsFunction
 {
     Signature* pointer;
-
-    /// Looks the function up in a module that the process has loaded already. A missing module logs "Cannot get handle
-    /// for module %hs", a missing function nothing.
-    void Resolve(const char* moduleName, const char* functionName)
-    {
-        const HMODULE module = GetModuleHandleA(moduleName);
-        if (module == nullptr)
-        {
-            LogError(TVN_HERE, "Cannot get handle for module %hs", moduleName);
-            pointer = nullptr;
-            return;
-        }
-        pointer = reinterpret_cast<Signature*>(reinterpret_cast<void*>(GetProcAddress(module, functionName)));
-    }
 
     explicit operator bool() const
     {

@@ -1,36 +1,58 @@
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
 
+#include <stddef.h>
+#include <string.h>
+
 namespace Torvane
 {
-WindowsInternalAPI windowsInternalAPI = {};
-
 namespace
 {
-bool tableConstructed = false;
-constexpr char nativeModule[] = "ntdll.dll";
+WindowsInternalAPI table = {};
+
+struct Entry
+{
+    const char* module;
+    const char* function;
+    size_t offset; ///< in `WindowsInternalAPI`
+};
+
+#define TVN_ENTRY(module, function)                               \
+    {                                                             \
+        module, #function, offsetof(WindowsInternalAPI, function) \
+    }
+
+constexpr Entry entries[] = {
+    TVN_ENTRY("ntdll.dll", NtSuspendProcess),
+    TVN_ENTRY("ntdll.dll", NtResumeProcess),
+    TVN_ENTRY("ntdll.dll", NtReadVirtualMemory),
+    TVN_ENTRY("ntdll.dll", NtWriteVirtualMemory),
+    TVN_ENTRY("ntdll.dll", NtQuerySystemInformation),
+    TVN_ENTRY("ntdll.dll", NtQueryInformationProcess),
+    TVN_ENTRY("ntdll.dll", NtQueryVirtualMemory),
+    TVN_ENTRY("ntdll.dll", NtQueryDirectoryFile),
+    TVN_ENTRY("ntdll.dll", NtQueryInformationFile),
+    TVN_ENTRY("ntdll.dll", NtContinue),
+    TVN_ENTRY("ntdll.dll", RtlGetVersion),
+    TVN_ENTRY("ntdll.dll", LdrRegisterDllNotification),
+    TVN_ENTRY("ntdll.dll", LdrUnregisterDllNotification),
+    TVN_ENTRY("KernelBase.dll", SetThreadDescription),
+};
+#undef TVN_ENTRY
+static_assert(sizeof(entries) / sizeof(entries[0]) * sizeof(void*) == sizeof(table),
+              "one row for each entry");
 } // namespace
 
 void StartupWindowsInternalAPI()
 {
-    windowsInternalAPI.NtSuspendProcess.Resolve(nativeModule, "NtSuspendProcess");
-    windowsInternalAPI.NtResumeProcess.Resolve(nativeModule, "NtResumeProcess");
-    windowsInternalAPI.NtReadVirtualMemory.Resolve(nativeModule, "NtReadVirtualMemory");
-    windowsInternalAPI.NtWriteVirtualMemory.Resolve(nativeModule, "NtWriteVirtualMemory");
-    windowsInternalAPI.NtQuerySystemInformation.Resolve(nativeModule, "NtQuerySystemInformation");
-    windowsInternalAPI.NtQueryInformationProcess.Resolve(nativeModule, "NtQueryInformationProcess");
-    windowsInternalAPI.NtQueryVirtualMemory.Resolve(nativeModule, "NtQueryVirtualMemory");
-    windowsInternalAPI.NtQueryDirectoryFile.Resolve(nativeModule, "NtQueryDirectoryFile");
-    windowsInternalAPI.NtQueryInformationFile.Resolve(nativeModule, "NtQueryInformationFile");
-    windowsInternalAPI.NtContinue.Resolve(nativeModule, "NtContinue");
-    windowsInternalAPI.RtlGetVersion.Resolve(nativeModule, "RtlGetVersion");
-    windowsInternalAPI.LdrRegisterDllNotification.Resolve(nativeModule, "LdrRegisterDllNotification");
-    windowsInternalAPI.LdrUnregisterDllNotification.Resolve(nativeModule, "LdrUnregisterDllNotification");
-    windowsInternalAPI.SetThreadDescription.Resolve("KernelBase.dll", "SetThreadDescription");
-    tableConstructed = true;
+    for (const Entry& entry : entries)
+    {
+        void* function = FindWindowsFunction(entry.module, entry.function);
+        memcpy(reinterpret_cast<char*>(&table) + entry.offset, &function, sizeof(function));
+    }
 }
 
-void ShutdownWindowsInternalAPI()
+const WindowsInternalAPI& GetWindowsInternalAPI()
 {
-    tableConstructed = false;
+    return table;
 }
 } // namespace Torvane

@@ -1,10 +1,10 @@
 #pragma once
 
 /// \file
-/// The OS functions that aren't linked against but found at run time. Filled at startup, then read by any thread.
+/// The OS functions that are resolved at run time instead of linked. Filled at startup, then read by any thread.
 ///
-/// Signatures: the published documentation of the native API. Users call through the table directly and test nothing but
-/// `SetThreadDescription`.
+/// Signatures: the published documentation of the native API. Of all entries, users test only `SetThreadDescription`
+/// before a call.
 
 #include "Shared/OS/Windows/WindowsFunction.h"
 
@@ -14,7 +14,7 @@
 
 namespace Torvane
 {
-/// What `NtQueryVirtualMemory` is asked for; the native API's `MEMORY_INFORMATION_CLASS`.
+/// What `NtQueryVirtualMemory` returns; the native API's `MEMORY_INFORMATION_CLASS`.
 enum MemoryInformationClass : ULONG
 {
     MemoryBasicInformation = 0, ///< a `MEMORY_BASIC_INFORMATION`
@@ -55,11 +55,10 @@ struct WindowsInternalAPI
 };
 static_assert(sizeof(WindowsInternalAPI) == 14 * sizeof(void*));
 
-extern WindowsInternalAPI windowsInternalAPI;
-
-/// Fills the table, entry by entry in its order. Host's thread, at startup.
+/// Fills the table, entry by entry in its order, with one Error line for each entry whose module isn't loaded. Host's
+/// thread, at startup. The entries stay valid until the process ends, so there is nothing to shut down.
 void StartupWindowsInternalAPI();
 
-/// Marks the table as not constructed; its entries stay. Host's thread, at shutdown.
-void ShutdownWindowsInternalAPI();
+/// \return the one table of the process; its entries are null before startup.
+const WindowsInternalAPI& GetWindowsInternalAPI();
 } // namespace Torvane

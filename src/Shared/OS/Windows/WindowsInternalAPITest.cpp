@@ -2,6 +2,7 @@
 
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestImport.h"
+#include "tests/Support/TestInternalAPI.h"
 
 #include <string.h>
 #include <string>
@@ -40,8 +41,8 @@ const char* ModuleOf(size_t entry)
 std::vector<void*> GetEntries()
 {
     std::vector<void*> entries(functions.size());
-    static_assert(sizeof(windowsInternalAPI) == (lastEntry + 1) * sizeof(void*));
-    memcpy(entries.data(), &windowsInternalAPI, sizeof(windowsInternalAPI));
+    static_assert(sizeof(WindowsInternalAPI) == (lastEntry + 1) * sizeof(void*));
+    memcpy(entries.data(), &GetWindowsInternalAPI(), sizeof(WindowsInternalAPI));
     return entries;
 }
 
@@ -52,25 +53,16 @@ void* Find(size_t entry)
     return reinterpret_cast<void*>(GetProcAddress(module, functions[entry].c_str()));
 }
 
-/// The table is one for all the program; each test gives it back as it was.
 class InternalAPI : public testing::Test
 {
 protected:
     InternalAPI()
-        : before(windowsInternalAPI)
     {
-        memset(static_cast<void*>(&windowsInternalAPI), 0xEE, sizeof(windowsInternalAPI));
+        memset(static_cast<void*>(&TestInternalAPI::Get()), 0xEE, sizeof(WindowsInternalAPI));
     }
 
-    ~InternalAPI() override
-    {
-        windowsInternalAPI = before;
-    }
-
+    TestInternalAPI internalAPI;
     RecordedLog log;
-
-private:
-    WindowsInternalAPI before;
 };
 } // namespace
 
@@ -115,7 +107,7 @@ TEST_F(InternalAPI, HasNoThreadDescriptionOnASystemWithoutOneAndLogsNothing)
                             return strcmp(name, "SetThreadDescription") == 0 ? nullptr : real(module, name);
                         });
     StartupWindowsInternalAPI();
-    EXPECT_FALSE(windowsInternalAPI.SetThreadDescription);
+    EXPECT_FALSE(GetWindowsInternalAPI().SetThreadDescription);
     EXPECT_EQ(GetEntries()[lastEntry], nullptr);
     for (size_t i = 0; i < lastEntry; ++i)
     {
@@ -132,7 +124,7 @@ TEST_F(InternalAPI, AnUnknownFunctionGivesANullEntryAndThoseBehindItAreFilled)
                             return real(module, isMissing ? "NoSuchFunctionAnywhere" : name);
                         });
     StartupWindowsInternalAPI();
-    EXPECT_FALSE(windowsInternalAPI.NtReadVirtualMemory);
+    EXPECT_FALSE(GetWindowsInternalAPI().NtReadVirtualMemory);
     for (size_t i = 0; i < functions.size(); ++i)
     {
         EXPECT_EQ(GetEntries()[i] == nullptr, functions[i] == "NtReadVirtualMemory") << functions[i];
@@ -150,7 +142,7 @@ TEST_F(InternalAPI, AMissingModuleIsLoggedForEachOfItsEntriesWhichAreNull)
     {
         EXPECT_EQ(GetEntries()[i], nullptr) << functions[i];
     }
-    EXPECT_TRUE(windowsInternalAPI.SetThreadDescription);
+    EXPECT_TRUE(GetWindowsInternalAPI().SetThreadDescription);
     EXPECT_EQ(log.GetLines(), Lines(lastEntry, "ERR Cannot get handle for module ntdll.dll"));
 }
 
@@ -161,33 +153,23 @@ TEST_F(InternalAPI, AMissingModuleOfTheLastEntryIsLoggedOnce)
     });
     StartupWindowsInternalAPI();
     EXPECT_EQ(GetEntries()[lastEntry], nullptr);
-    EXPECT_TRUE(windowsInternalAPI.LdrUnregisterDllNotification);
+    EXPECT_TRUE(GetWindowsInternalAPI().LdrUnregisterDllNotification);
     EXPECT_EQ(log.GetLines(), Lines({"ERR Cannot get handle for module KernelBase.dll"}));
-}
-
-TEST_F(InternalAPI, KeepsItsEntriesBeyondTheShutdown)
-{
-    StartupWindowsInternalAPI();
-    const std::vector<void*> entries = GetEntries();
-    ShutdownWindowsInternalAPI();
-    EXPECT_EQ(GetEntries(), entries);
-    EXPECT_EQ(log.GetLines(), Lines());
 }
 
 TEST_F(InternalAPI, AModuleThatIsNotInTheProcessIsNotLoaded)
 {
     ASSERT_EQ(GetModuleHandleA("winmm.dll"), nullptr);
-    WindowsFunction<DWORD WINAPI()> time;
-    time.Resolve("winmm.dll", "timeGetTime");
-    EXPECT_FALSE(time);
+    EXPECT_EQ(FindWindowsFunction("winmm.dll", "timeGetTime"), nullptr);
     EXPECT_EQ(GetModuleHandleA("winmm.dll"), nullptr);
     EXPECT_EQ(log.GetLines(), Lines({"ERR Cannot get handle for module winmm.dll"}));
 }
 
 TEST_F(InternalAPI, AFunctionIsCalledThroughItsEntry)
 {
-    WindowsFunction<int WINAPI(int, int, int)> multiplyDivide;
-    multiplyDivide.Resolve("kernel32.dll", "MulDiv");
+    using Signature = int WINAPI(int, int, int);
+    const WindowsFunction<Signature> multiplyDivide = {
+        reinterpret_cast<Signature*>(FindWindowsFunction("kernel32.dll", "MulDiv"))};
     ASSERT_TRUE(multiplyDivide);
     EXPECT_EQ(multiplyDivide(6, 14, 2), 42);
 }

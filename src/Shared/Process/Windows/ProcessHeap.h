@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The lock of the process's default heap; any thread, once `windowsInternalAPI` is filled.
+/// The lock of the process's default heap; any thread, after `StartupWindowsInternalAPI`.
 
 namespace Torvane
 {

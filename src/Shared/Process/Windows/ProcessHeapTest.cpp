@@ -30,9 +30,9 @@ std::string UnreadableLine()
 {
     uint32_t word = 0;
     FixedString text = {};
-    text.Format(
-        "ERR Call to function NtReadVirtualMemory failed. Error: 0x%X",
-        windowsInternalAPI.NtReadVirtualMemory(GetCurrentProcess(), nullptr, &word, sizeof(word), nullptr));
+    text.Format("ERR Call to function NtReadVirtualMemory failed. Error: 0x%X",
+                GetWindowsInternalAPI().NtReadVirtualMemory(GetCurrentProcess(), nullptr, &word, sizeof(word),
+                                                            nullptr));
     return text.text;
 }
 

@@ -39,9 +39,9 @@ static_assert(sizeof(ProcessParameters) == 0x4C);
 NTSTATUS QueryMemory(HANDLE process, const void* address, MEMORY_BASIC_INFORMATION& information)
 {
     information = {};
-    return windowsInternalAPI.NtQueryVirtualMemory(process, const_cast<void*>(address),
-                                                   MemoryBasicInformation, &information, sizeof(information),
-                                                   nullptr);
+    return GetWindowsInternalAPI().NtQueryVirtualMemory(process, const_cast<void*>(address),
+                                                        MemoryBasicInformation, &information,
+                                                        sizeof(information), nullptr);
 }
 
 void ProtectOrLog(void* address, uint32_t size, DWORD protection, DWORD& oldProtection)
@@ -62,7 +62,7 @@ const void* AsAddress(uint32_t address)
 bool ReadProcessBytes(HANDLE process, const void* source, void* destination, uint32_t count)
 {
     const NTSTATUS status =
-        windowsInternalAPI.NtReadVirtualMemory(process, source, destination, count, nullptr);
+        GetWindowsInternalAPI().NtReadVirtualMemory(process, source, destination, count, nullptr);
     if (status < 0)
     {
         LogError(TVN_HERE, "Call to function NtReadVirtualMemory failed. Error: 0x%X", status);
@@ -111,8 +111,8 @@ ByteBuffer ReadEnvironmentBlock(HANDLE process)
 {
     PROCESS_BASIC_INFORMATION basic = {};
     static_assert(sizeof(basic) == 24);
-    if (windowsInternalAPI.NtQueryInformationProcess(process, ProcessBasicInformation, &basic, sizeof(basic),
-                                                     nullptr) < 0)
+    if (GetWindowsInternalAPI().NtQueryInformationProcess(process, ProcessBasicInformation, &basic,
+                                                          sizeof(basic), nullptr) < 0)
     {
         return {};
     }

@@ -2,7 +2,7 @@
 
 /// \file
 /// Operations on the memory of a process at the level of the OS: careful reads, page ranges, code writes, the
-/// environment block. Any thread may call them once `windowsInternalAPI` is filled; nothing here takes a lock.
+/// environment block. Any thread may call them after `StartupWindowsInternalAPI`; nothing here takes a lock.
 
 #include "Shared/Container/DynamicArray.h"
 #include "Shared/Memory/Allocation.h"

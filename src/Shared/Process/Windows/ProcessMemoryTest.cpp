@@ -75,7 +75,7 @@ struct ReadDouble
         calls = 0;
         firstAnswer = answeredCall;
         status = answer;
-        windowsInternalAPI.NtReadVirtualMemory.pointer = &Read;
+        TestInternalAPI::Get().NtReadVirtualMemory.pointer = &Read;
     }
 };
 
@@ -101,8 +101,8 @@ TEST_F(ProcessMemory, ReportsAReadOfAnAddressThatCannotBeRead)
 {
     const auto* nowhere = reinterpret_cast<const void*>(uintptr_t{0x10});
     char destination[16];
-    const NTSTATUS status = windowsInternalAPI.NtReadVirtualMemory(GetCurrentProcess(), nowhere, destination,
-                                                                   sizeof(destination), nullptr);
+    const NTSTATUS status = GetWindowsInternalAPI().NtReadVirtualMemory(
+        GetCurrentProcess(), nowhere, destination, sizeof(destination), nullptr);
     EXPECT_LT(status, 0);
     EXPECT_FALSE(ReadProcessBytes(GetCurrentProcess(), nowhere, destination, sizeof(destination)));
     EXPECT_EQ(log.GetLines(),
@@ -310,8 +310,8 @@ namespace
 const void*& EnvironmentPointer()
 {
     PROCESS_BASIC_INFORMATION basic = {};
-    windowsInternalAPI.NtQueryInformationProcess(GetCurrentProcess(), ProcessBasicInformation, &basic,
-                                                 sizeof(basic), nullptr);
+    GetWindowsInternalAPI().NtQueryInformationProcess(GetCurrentProcess(), ProcessBasicInformation, &basic,
+                                                      sizeof(basic), nullptr);
     auto* parameters = *reinterpret_cast<uint8_t**>(reinterpret_cast<uint8_t*>(basic.PebBaseAddress) + 0x10);
     return *reinterpret_cast<const void**>(parameters + 0x48);
 }

@@ -22,10 +22,11 @@ void RaiseThreadName(void* name)
 
 void SetCurrentThreadName(const char* name)
 {
-    if (windowsInternalAPI.SetThreadDescription)
+    if (GetWindowsInternalAPI().SetThreadDescription)
     {
         const OwnedWideString wideName = WideFromNarrow(name);
-        const HRESULT result = windowsInternalAPI.SetThreadDescription(GetCurrentThread(), wideName.pointer);
+        const HRESULT result =
+            GetWindowsInternalAPI().SetThreadDescription(GetCurrentThread(), wideName.pointer);
         if (result < 0)
         {
             LogError(TVN_HERE, "Call to function SetThreadDescription failed. Error: 0x%X", result);

@@ -1,10 +1,10 @@
 #include "Shared/Process/Windows/Thread.h"
 
-#include "Shared/OS/Windows/WindowsInternalAPI.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestImport.h"
+#include "tests/Support/TestInternalAPI.h"
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
 
@@ -90,7 +90,7 @@ struct DescriptionStandIn
     {
         descriptions.clear();
         result = S_OK;
-        windowsInternalAPI.SetThreadDescription.pointer = &Describe;
+        TestInternalAPI::Get().SetThreadDescription.pointer = &Describe;
     }
 };
 
@@ -98,8 +98,8 @@ struct DescriptionStandIn
 std::wstring GetDescription(HANDLE thread)
 {
     using Signature = HRESULT WINAPI(HANDLE thread, wchar_t * *description);
-    WindowsFunction<Signature> getDescription;
-    getDescription.Resolve("KernelBase.dll", "GetThreadDescription");
+    auto* getDescription =
+        reinterpret_cast<Signature*>(FindWindowsFunction("KernelBase.dll", "GetThreadDescription"));
     wchar_t* description = nullptr;
     EXPECT_GE(getDescription(thread, &description), 0);
     const std::wstring result = description;
@@ -158,17 +158,12 @@ class Threads : public testing::Test
 {
 protected:
     Threads()
-        : before(windowsInternalAPI)
     {
         StartupWindowsInternalAPI();
     }
 
-    ~Threads() override
-    {
-        windowsInternalAPI = before;
-    }
-
     TestMemorySystem memory;
+    TestInternalAPI internalAPI;
     DWORD threadId = 0;
     uint32_t seen = 0;
     std::wstring description;
@@ -178,9 +173,6 @@ protected:
     {
         return StartThread<TestBlock, Report>(stackSize, {testName, result, &threadId, &seen, &description});
     }
-
-private:
-    WindowsInternalAPI before;
 };
 } // namespace
 
@@ -327,7 +319,7 @@ TEST_F(Threads, TheNamingExceptionNeitherEndsAThreadNorShowsInTheLog)
 
 TEST_F(Threads, WithoutTheOSsFunctionAThreadRunsAllTheSameAndTheExceptionIsRaised)
 {
-    windowsInternalAPI.SetThreadDescription.pointer = nullptr;
+    TestInternalAPI::Get().SetThreadDescription.pointer = nullptr;
     NamingWatch watch;
     HANDLE thread = StartReport(5);
     EXPECT_EQ(GetExitCode(thread), 5u);

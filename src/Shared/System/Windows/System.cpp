@@ -33,7 +33,7 @@ void QueryProcessorTopology()
 
 void QueryOSVersion(OSVERSIONINFOW& version)
 {
-    const NTSTATUS status = windowsInternalAPI.RtlGetVersion(&version);
+    const NTSTATUS status = GetWindowsInternalAPI().RtlGetVersion(&version);
     if (status != 0)
     {
         LogError(TVN_HERE, "Call to function RtlGetVersion failed. Error: 0x%X", status);

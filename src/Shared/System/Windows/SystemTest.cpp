@@ -1,8 +1,8 @@
 #include "Shared/System/Windows/System.h"
 
-#include "Shared/OS/Windows/WindowsInternalAPI.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestImport.h"
+#include "tests/Support/TestInternalAPI.h"
 #include "tests/Support/TestMemorySystem.h"
 
 #include <string.h>
@@ -19,23 +19,15 @@ class SystemTest : public testing::Test
 {
 protected:
     SystemTest()
-        : before(windowsInternalAPI)
     {
         StartupWindowsInternalAPI();
         version.dwOSVersionInfoSize = 276;
     }
 
-    ~SystemTest() override
-    {
-        windowsInternalAPI = before;
-    }
-
     TestMemorySystem memory;
+    TestInternalAPI internalAPI;
     OSVERSIONINFOW version = {};
     RecordedLog log;
-
-private:
-    WindowsInternalAPI before;
 };
 
 /// Keeps what the topology is asked with, and how often the fallback is used.
@@ -144,7 +136,7 @@ TEST_F(SystemTest, TellsTheVersionOfTheOS)
     QueryOSVersion(version);
     OSVERSIONINFOW expected = {};
     expected.dwOSVersionInfoSize = sizeof(expected);
-    ASSERT_EQ(windowsInternalAPI.RtlGetVersion(&expected), 0);
+    ASSERT_EQ(GetWindowsInternalAPI().RtlGetVersion(&expected), 0);
     EXPECT_GE(version.dwMajorVersion, 6u);
     EXPECT_EQ(version.dwMajorVersion, expected.dwMajorVersion);
     EXPECT_EQ(version.dwMinorVersion, expected.dwMinorVersion);
@@ -155,7 +147,7 @@ TEST_F(SystemTest, TellsTheVersionOfTheOS)
 
 TEST_F(SystemTest, LogsAFailureToTellTheVersionAndLeavesTheFieldsCleared)
 {
-    windowsInternalAPI.RtlGetVersion.pointer = FailToTellTheVersion;
+    TestInternalAPI::Get().RtlGetVersion.pointer = FailToTellTheVersion;
     QueryOSVersion(version);
     EXPECT_EQ(version.dwMajorVersion, 0u);
     EXPECT_EQ(version.dwMinorVersion, 0u);
