@@ -11,7 +11,7 @@ namespace Torvane
 {
 /// \param format begins with the level's tag; the filled line has at most 1023 bytes.
 template<typename... Arguments>
-std::string LogLine(const char* format, Arguments... arguments)
+std::string LogLine(FormatOf<Arguments...> format, Arguments... arguments)
 {
     FixedString line = {};
     line.Format(format, arguments...);

@@ -43,11 +43,11 @@ void FixedString::Append(const char* source)
     AppendText(*this, source);
 }
 
-void FixedString::Format(const char* format, ...)
+void FixedString::FormatUnchecked(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const int formatted = FormatBoundedV(text, capacity, format, arguments);
+    const int formatted = Unchecked::FormatBoundedV(text, capacity, format, arguments);
     va_end(arguments);
     if (formatted >= 0)
     {
@@ -66,11 +66,11 @@ void FixedWideString::Append(const wchar_t* source)
     AppendText(*this, source);
 }
 
-void FixedWideString::Format(const wchar_t* format, ...)
+void FixedWideString::FormatUnchecked(const wchar_t* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const int formatted = FormatBoundedWideV(text, capacity, format, arguments);
+    const int formatted = Unchecked::FormatBoundedWideV(text, capacity, format, arguments);
     va_end(arguments);
     if (formatted >= 0)
     {

@@ -9,21 +9,6 @@ namespace
 {
 Logger* currentLogger = nullptr;
 const char* logChannel = "(ALL) ";
-
-using LevelOperation = void (Logger::*)(const char*, const char*, uint32_t, const char*, int32_t, uint32_t);
-
-/// \return the message's length; that of the whole buffer after a cut.
-uint32_t FormatMessageText(const char* format, va_list arguments)
-{
-    const int length = FormatBoundedV(GetMessageBuffer(), messageBufferSize, format, arguments);
-    return length < 0 ? messageBufferSize : static_cast<uint32_t>(length);
-}
-
-void Log(LevelOperation operation, const char* file, int32_t line, const char* format, va_list arguments)
-{
-    const uint32_t length = FormatMessageText(format, arguments);
-    (currentLogger->*operation)(logChannel, GetMessageBuffer(), length, file, line, 0);
-}
 } // namespace
 
 void SetCurrentLogger(Logger* logger)
@@ -41,19 +26,13 @@ void SetLogChannel(const char* channel)
     logChannel = channel;
 }
 
-void LogDebug(const char* file, int32_t line, const char* format, ...)
+namespace Unchecked
+{
+void Log(LogLevel level, const char* file, int32_t line, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    Log(&Logger::Debug, file, line, format, arguments);
-    va_end(arguments);
-}
-
-void LogSuccess(const char* file, int32_t line, const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    Log(&Logger::Success, file, line, format, arguments);
+    LogV(level, 0, file, line, format, arguments);
     va_end(arguments);
 }
 
@@ -61,29 +40,31 @@ void LogInfo(int32_t number, const char* file, int32_t line, const char* format,
 {
     va_list arguments;
     va_start(arguments, format);
-    const uint32_t length = FormatMessageText(format, arguments);
-    va_end(arguments);
-    currentLogger->Info(logChannel, number, GetMessageBuffer(), length, file, line, 0);
-}
-
-void LogError(const char* file, int32_t line, const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    Log(&Logger::Error, file, line, format, arguments);
+    LogV(LogLevel::Info, number, file, line, format, arguments);
     va_end(arguments);
 }
 
-void LogErrorV(const char* file, int32_t line, const char* format, va_list arguments)
+void LogV(LogLevel level, int32_t number, const char* file, int32_t line, const char* format,
+          va_list arguments)
 {
-    Log(&Logger::Error, file, line, format, arguments);
+    const char* text = GetMessageBuffer();
+    const int formatted = FormatBoundedV(GetMessageBuffer(), messageBufferSize, format, arguments);
+    const uint32_t length = formatted < 0 ? messageBufferSize : static_cast<uint32_t>(formatted);
+    switch (level)
+    {
+    case LogLevel::Debug:
+        return currentLogger->Debug(logChannel, text, length, file, line, 0);
+    case LogLevel::Success:
+        return currentLogger->Success(logChannel, text, length, file, line, 0);
+    case LogLevel::Info:
+        return currentLogger->Info(logChannel, number, text, length, file, line, 0);
+    case LogLevel::Warning:
+        return currentLogger->Warning(logChannel, text, length, file, line, 0);
+    case LogLevel::Error:
+        return currentLogger->Error(logChannel, text, length, file, line, 0);
+    case LogLevel::Panic:
+        return currentLogger->Panic(logChannel, text, length, file, line, 0);
+    }
 }
-
-void LogPanic(const char* file, int32_t line, const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    Log(&Logger::Panic, file, line, format, arguments);
-    va_end(arguments);
-}
+} // namespace Unchecked
 } // namespace Torvane

@@ -1,10 +1,12 @@
 #pragma once
 
 /// \file
-/// The log: one current `Logger` and the front-ends that write to it. Any thread.
+/// The log: one current `Logger` and the functions that write to it. Any thread.
 ///
-/// A log call takes no lock and allocates nothing. It formats into this thread's message buffer, and cuts what
-/// doesn't fit into 32768 bytes. Nothing may log before a logger was set or after it was taken away.
+/// A log call takes no lock and allocates nothing. It formats into this thread's message buffer and cuts what doesn't
+/// fit into 32768 bytes. Nothing may log before a logger was set or after it was removed.
+
+#include "Shared/Foundation/CheckedFormat.h"
 
 #include <stdarg.h>
 #include <stdint.h>
@@ -14,8 +16,8 @@
 
 namespace Torvane
 {
-/// Takes formatted messages of six levels. `text` isn't necessarily terminated at `length`, which is in bytes;
-/// the channel and the integer of `Info` are printed by none; `separateText` is 0 in every call that we make.
+/// Takes formatted messages of six levels. `text` isn't necessarily terminated at `length`, which is in bytes. The
+/// channel and the integer of `Info` are printed by none. `separateText` is 0 in every call that we make.
 class Logger
 {
 public:
@@ -35,6 +37,16 @@ public:
 
 protected:
     ~Logger() = default;
+};
+
+enum class LogLevel : uint32_t
+{
+    Debug,
+    Success,
+    Info,
+    Warning,
+    Error,
+    Panic,
 };
 
 /// Does nothing.
@@ -64,19 +76,52 @@ public:
     }
 };
 
-/// The logger that all front-ends write to; owned by whoever set it. Written at startup and shutdown only.
+/// The logger that all log calls write to; owned by whoever set it. Written at startup and shutdown only.
 void SetCurrentLogger(Logger* logger);
 Logger* GetCurrentLogger();
 
-/// The channel text that every sink call gets, a static text; "(ALL) " until it is set.
+/// The channel that every logger gets, a static string; "(ALL) " until it is set.
 void SetLogChannel(const char* channel);
 
-/// Front-ends: printf conventions of the platform (`%hs` narrow, `%ls` wide, written as UTF-8; see
-/// `FormatBounded`). Every call of `LogInfo` gives 0 as its first argument.
-void LogDebug(const char* file, int32_t line, const char* format, ...);
-void LogSuccess(const char* file, int32_t line, const char* format, ...);
+/// What the checked functions forward to. `format` has to fit the arguments.
+namespace Unchecked
+{
+void Log(LogLevel level, const char* file, int32_t line, const char* format, ...);
+void LogV(LogLevel level, int32_t number, const char* file, int32_t line, const char* format,
+          va_list arguments);
 void LogInfo(int32_t number, const char* file, int32_t line, const char* format, ...);
-void LogError(const char* file, int32_t line, const char* format, ...);
-void LogErrorV(const char* file, int32_t line, const char* format, va_list arguments);
-void LogPanic(const char* file, int32_t line, const char* format, ...);
+} // namespace Unchecked
+
+/// Each logs one message at its level; see `CheckedFormat` for the format. The first parameters are `TVN_HERE`.
+template<typename... Arguments>
+void LogDebug(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
+{
+    Unchecked::Log(LogLevel::Debug, file, line, format.Get(), arguments...);
+}
+
+template<typename... Arguments>
+void LogSuccess(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
+{
+    Unchecked::Log(LogLevel::Success, file, line, format.Get(), arguments...);
+}
+
+/// \param number 0 in every call.
+template<typename... Arguments>
+void LogInfo(int32_t number, const char* file, int32_t line, FormatOf<Arguments...> format,
+             Arguments... arguments)
+{
+    Unchecked::LogInfo(number, file, line, format.Get(), arguments...);
+}
+
+template<typename... Arguments>
+void LogError(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
+{
+    Unchecked::Log(LogLevel::Error, file, line, format.Get(), arguments...);
+}
+
+template<typename... Arguments>
+void LogPanic(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
+{
+    Unchecked::Log(LogLevel::Panic, file, line, format.Get(), arguments...);
+}
 } // namespace Torvane

@@ -4,7 +4,6 @@
 #include "tests/Support/LogCalls.h"
 
 #include <gtest/gtest.h>
-#include <stdarg.h>
 #include <stddef.h>
 #include <string.h>
 #include <string>
@@ -21,14 +20,6 @@ size_t SlotOf(Operation operation)
     ptrdiff_t word = 0;
     memcpy(&word, &operation, sizeof(word));
     return static_cast<size_t>(word - 1) / sizeof(void*);
-}
-
-void LogErrorWithList(const char* file, int32_t line, const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    LogErrorV(file, line, format, arguments);
-    va_end(arguments);
 }
 
 /// The one call that was logged.
@@ -67,11 +58,14 @@ TEST(Logger, TakesEachFrontEndAtItsOwnLevel)
     struct FrontEnd
     {
         const char* level;
-        void (*log)(const char* file, int32_t line, const char* format, ...);
+        void (*log)(const char* file, int32_t line, CheckedFormat<uint32_t, const char*> format,
+                    uint32_t number, const char* string);
     };
     const FrontEnd frontEnds[] = {
-        {"Debug", &LogDebug}, {"Success", &LogSuccess},     {"Error", &LogError},
-        {"Panic", &LogPanic}, {"Error", &LogErrorWithList},
+        {"Debug", &LogDebug<uint32_t, const char*>},
+        {"Success", &LogSuccess<uint32_t, const char*>},
+        {"Error", &LogError<uint32_t, const char*>},
+        {"Panic", &LogPanic<uint32_t, const char*>},
     };
     for (const FrontEnd& frontEnd : frontEnds)
     {

@@ -16,7 +16,7 @@ struct Failure
     uint32_t code;
 };
 
-/// A value or a failure. Success is told by `error` being null and by nothing else: a `Result<bool>` can be a
+/// A value or a failure. It is a success if `error` is null, and by nothing else: a `Result<bool>` can be a
 /// success with the value false.
 template<typename Payload>
 struct Result
@@ -52,17 +52,17 @@ Result<Payload> Success(const Payload& value)
 /// Logs the filled format and the code, at Debug level and under this header's position.
 /// \return a failure with the format and the code.
 template<typename... Arguments>
-Failure MakeError(uint32_t code, const char* format, Arguments... arguments)
+Failure MakeError(uint32_t code, FormatOf<Arguments...> format, Arguments... arguments)
 {
     LogDebug(TVN_HERE, format, arguments...);
-    LogDebug(TVN_HERE, "Error: %d, 0x%X", code, code);
-    return {format, code};
+    LogDebug(TVN_HERE, "Error: %d, 0x%X", static_cast<int32_t>(code), code);
+    return {format.Get(), code};
 }
 
 /// Logs the filled message at Panic level, under this header's position, if `result` is a failure.
 /// \return the payload; after a failure its first word holds the error code.
 template<typename Payload, typename... Arguments>
-Payload Expect(const Result<Payload>& result, const char* message, Arguments... arguments)
+Payload Expect(const Result<Payload>& result, FormatOf<Arguments...> message, Arguments... arguments)
 {
     if (result.error != nullptr)
     {

@@ -19,7 +19,7 @@ struct Record
     uint32_t size;
 };
 
-Result<void*> FailToOpen(const char* format)
+Result<void*> FailToOpen(CheckedFormat<const wchar_t*> format)
 {
     return MakeError(87, format, L"C:\\log.txt");
 }
@@ -59,7 +59,7 @@ TEST(Result, CarriesARecord)
 TEST(Result, OfAFailureHoldsTheUnfilledFormatItselfAndTheCode)
 {
     const LogCalls log;
-    const char* format = "Cannot open file %ls.";
+    static constexpr char format[] = "Cannot open file %ls.";
     const Result<void*> result = FailToOpen(format);
     EXPECT_EQ(result.error, format);
     EXPECT_EQ(result.code, 87u);

@@ -38,7 +38,8 @@ void AppendArray(BlobBuilder& builder, RelativeArray& field, const DynamicArray<
 
 // Choosing modules
 
-ModuleIdentityList GatherNamedModules(const wchar_t* const* paths, uint32_t count, const char* failure)
+ModuleIdentityList GatherNamedModules(const wchar_t* const* paths, uint32_t count,
+                                      CheckedFormat<const wchar_t*> failure)
 {
     ModuleIdentityList modules;
     for (uint32_t i = 0; i < count; ++i)

@@ -12,7 +12,7 @@ constexpr int32_t defaultTimeoutMilliseconds = 2000;
 struct GlobalPreferenceFile
 {
     const wchar_t* name;
-    const char* loaded; ///< format of the log line of success, for the path
+    CheckedFormat<const wchar_t*> loaded; ///< the log line of success, for the path
 };
 
 /// From the lowest precedence to the highest.

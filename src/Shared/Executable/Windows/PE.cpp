@@ -32,7 +32,7 @@ Record ReadRecord(const void* address)
     return record;
 }
 
-Failure CloseAndFail(MappedFile& file, const char* format, const wchar_t* path)
+Failure CloseAndFail(MappedFile& file, CheckedFormat<const wchar_t*> format, const wchar_t* path)
 {
     CloseMappedFile(file);
     return MakeError(invalidImageCode, format, path);

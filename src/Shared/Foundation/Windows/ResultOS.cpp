@@ -1,8 +1,5 @@
 #include "Shared/Foundation/Windows/ResultOS.h"
 
-#include "Shared/Foundation/BoundedFormat.h"
-#include "Shared/Foundation/ThreadBuffers.h"
-
 #include <stdarg.h>
 #include <string.h>
 
@@ -18,12 +15,12 @@ OSErrorText::OSErrorText(DWORD code)
     }
 }
 
-void LogLastError(const char* file, int32_t line, const char* format, ...)
+void Unchecked::LogLastError(const char* file, int32_t line, const char* format, ...)
 {
     const DWORD code = GetLastError();
     va_list arguments;
     va_start(arguments, format);
-    LogErrorV(file, line, format, arguments);
+    LogV(LogLevel::Error, 0, file, line, format, arguments);
     va_end(arguments);
     LogError(file, line, "Error: %u, 0x%X: %hs", code, code, OSErrorText(code).Get());
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Failures of the OS: makers of a failed `Result`, and the log call for those who don't want one. Any thread.
+/// Failures of the OS: the maker of a failed `Result`, and the log call for those who need none. Any thread.
 
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Foundation/Result.h"
@@ -40,13 +40,22 @@ __attribute__((noinline)) inline DWORD LogOSError()
 /// error is read only after the first log call.
 /// \return a failure with the format and the last error.
 template<typename... Arguments>
-Failure MakeOSError(const char* format, Arguments... arguments)
+Failure MakeOSError(FormatOf<Arguments...> format, Arguments... arguments)
 {
     LogDebug(TVN_HERE, format, arguments...);
-    return {format, LogOSError()};
+    return {format.Get(), LogOSError()};
+}
+
+namespace Unchecked
+{
+void LogLastError(const char* file, int32_t line, const char* format, ...);
 }
 
 /// Logs the filled format, then the last error and its text, at Error level and under the caller's position. The last
 /// error is read first of all.
-void LogLastError(const char* file, int32_t line, const char* format, ...);
+template<typename... Arguments>
+void LogLastError(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
+{
+    Unchecked::LogLastError(file, line, format.Get(), arguments...);
+}
 } // namespace Torvane

@@ -128,7 +128,7 @@ TEST(OSErrorText, IsAskedForInAClearedBuffer)
 TEST(MakeOSError, LogsTextAndLastErrorUnderItsOwnHeadersPosition)
 {
     const LogCalls log;
-    const char* format = "Cannot open file %ls.";
+    static constexpr char format[] = "Cannot open file %ls.";
     SetLastError(ERROR_ACCESS_DENIED);
     const Result<HANDLE> result = MakeOSError(format, L"C:\\log.txt");
     EXPECT_EQ(result.error, format) << "the unfilled text itself";

@@ -13,7 +13,7 @@ namespace
 using Lines = std::vector<std::string>;
 
 template<typename... Arguments>
-std::string FormatLine(const char* format, Arguments... arguments)
+std::string FormatLine(FormatOf<Arguments...> format, Arguments... arguments)
 {
     FixedString text = {};
     text.Format(format, arguments...);
