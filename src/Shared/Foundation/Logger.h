@@ -49,29 +49,71 @@ enum class LogLevel : uint32_t
     Panic,
 };
 
-/// Does nothing.
-class NullLogger final : public Logger
+/// The arguments of a `Logger`'s operation that somebody reads.
+struct LogMessage
+{
+    LogLevel level;
+    const char* text;
+    uint32_t length; ///< in bytes
+    const char* file;
+    int32_t line;
+    uint32_t separateText;
+};
+
+/// A logger whose six operations are one: `void Write(const LogMessage&)` of the class that derives from it.
+template<typename Derived>
+class MessageLogger : public Logger
 {
 public:
-    void Debug(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
+    void Debug(const char*, const char* text, uint32_t length, const char* file, int32_t line,
+               uint32_t separateText) final
+    {
+        Forward({LogLevel::Debug, text, length, file, line, separateText});
+    }
+    void Success(const char*, const char* text, uint32_t length, const char* file, int32_t line,
+                 uint32_t separateText) final
+    {
+        Forward({LogLevel::Success, text, length, file, line, separateText});
+    }
+    void Info(const char*, int32_t, const char* text, uint32_t length, const char* file, int32_t line,
+              uint32_t separateText) final
+    {
+        Forward({LogLevel::Info, text, length, file, line, separateText});
+    }
+    void Warning(const char*, const char* text, uint32_t length, const char* file, int32_t line,
+                 uint32_t separateText) final
+    {
+        Forward({LogLevel::Warning, text, length, file, line, separateText});
+    }
+    void Error(const char*, const char* text, uint32_t length, const char* file, int32_t line,
+               uint32_t separateText) final
+    {
+        Forward({LogLevel::Error, text, length, file, line, separateText});
+    }
+    void Panic(const char*, const char* text, uint32_t length, const char* file, int32_t line,
+               uint32_t separateText) final
+    {
+        Forward({LogLevel::Panic, text, length, file, line, separateText});
+    }
+    void Reserved() final
     {
     }
-    void Success(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
+
+protected:
+    ~MessageLogger() = default;
+
+private:
+    void Forward(const LogMessage& message)
     {
+        static_cast<Derived*>(this)->Write(message);
     }
-    void Info(const char*, int32_t, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Warning(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Error(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Panic(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Reserved() override
+};
+
+/// Does nothing.
+class NullLogger final : public MessageLogger<NullLogger>
+{
+public:
+    void Write(const LogMessage&)
     {
     }
 };

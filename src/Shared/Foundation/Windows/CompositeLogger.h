@@ -10,8 +10,8 @@ namespace Torvane
 class FileSink;
 class DebugOutputSink;
 
-/// Hands each level to the file and then to the debugger. A panic breaks into an attached debugger after each.
-class CompositeLogger final : public Logger
+/// Passes each message to the file and then to the debugger. A panic breaks into an attached debugger after each.
+class CompositeLogger final : public MessageLogger<CompositeLogger>
 {
 public:
     constexpr CompositeLogger(FileSink* fileSink, DebugOutputSink* debugOutputSink)
@@ -20,19 +20,7 @@ public:
     {
     }
 
-    void Debug(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-               uint32_t separateText) override;
-    void Success(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-                 uint32_t separateText) override;
-    void Info(const char* channel, int32_t number, const char* text, uint32_t length, const char* file,
-              int32_t line, uint32_t separateText) override;
-    void Warning(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-                 uint32_t separateText) override;
-    void Error(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-               uint32_t separateText) override;
-    void Panic(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-               uint32_t separateText) override;
-    void Reserved() override;
+    void Write(const LogMessage& message) const;
 
 private:
     FileSink* fileSink;

@@ -10,59 +10,29 @@ namespace Torvane
 {
 namespace
 {
-enum LevelBit : uint32_t
+struct Level
 {
-    SuccessBit = 0x01,
-    InfoBit = 0x02,
-    WarningBit = 0x04,
-    ErrorBit = 0x08,
-    PanicBit = 0x10,
+    uint32_t bit; ///< of the mask
+    const char* tag;
+};
+
+/// By `LogLevel`.
+constexpr Level levels[] = {
+    {0x00, nullptr},   {0x01, "Success"}, {0x02, "Info   "},
+    {0x04, "Warning"}, {0x08, "Error  "}, {0x10, "Panic  "},
 };
 } // namespace
 
-void DebugOutputSink::WriteRecord(uint32_t level, const char* tag, const char* text, uint32_t length) const
+void DebugOutputSink::Write(const LogMessage& message) const
 {
-    if ((levelMask & level) == 0)
+    const Level& level = levels[static_cast<uint32_t>(message.level)];
+    if ((levelMask & level.bit) == 0)
     {
         return;
     }
     char* record = GetDebuggerLineBuffer();
-    FormatBounded(record, debuggerLineBufferSize, "[%9.2f Torvane %hs] %.*s\r\n", SecondsSinceStartup(), tag,
-                  static_cast<int>(length), text);
+    FormatBounded(record, debuggerLineBufferSize, "[%9.2f Torvane %hs] %.*s\r\n", SecondsSinceStartup(),
+                  level.tag, static_cast<int>(message.length), message.text);
     OutputDebugStringA(record);
-}
-
-void DebugOutputSink::Debug(const char*, const char*, uint32_t, const char*, int32_t, uint32_t)
-{
-}
-
-void DebugOutputSink::Success(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t)
-{
-    WriteRecord(SuccessBit, "Success", text, length);
-}
-
-void DebugOutputSink::Info(const char*, int32_t, const char* text, uint32_t length, const char*, int32_t,
-                           uint32_t)
-{
-    WriteRecord(InfoBit, "Info   ", text, length);
-}
-
-void DebugOutputSink::Warning(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t)
-{
-    WriteRecord(WarningBit, "Warning", text, length);
-}
-
-void DebugOutputSink::Error(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t)
-{
-    WriteRecord(ErrorBit, "Error  ", text, length);
-}
-
-void DebugOutputSink::Panic(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t)
-{
-    WriteRecord(PanicBit, "Panic  ", text, length);
-}
-
-void DebugOutputSink::Reserved()
-{
 }
 } // namespace Torvane

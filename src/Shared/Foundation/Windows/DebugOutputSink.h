@@ -8,7 +8,7 @@
 namespace Torvane
 {
 /// Which levels reach the debugger: success 1, information 2, warnings 4, errors 8, panics 16. Debug never does.
-class DebugOutputSink final : public Logger
+class DebugOutputSink final : public MessageLogger<DebugOutputSink>
 {
 public:
     constexpr explicit DebugOutputSink(uint32_t levelMask)
@@ -21,23 +21,9 @@ public:
         levelMask = newMask;
     }
 
-    void Debug(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-               uint32_t separateText) override;
-    void Success(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-                 uint32_t separateText) override;
-    void Info(const char* channel, int32_t number, const char* text, uint32_t length, const char* file,
-              int32_t line, uint32_t separateText) override;
-    void Warning(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-                 uint32_t separateText) override;
-    void Error(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-               uint32_t separateText) override;
-    void Panic(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
-               uint32_t separateText) override;
-    void Reserved() override;
+    void Write(const LogMessage& message) const;
 
 private:
-    void WriteRecord(uint32_t level, const char* tag, const char* text, uint32_t length) const;
-
     uint32_t levelMask;
 };
 } // namespace Torvane

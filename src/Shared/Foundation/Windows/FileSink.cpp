@@ -10,6 +10,8 @@ namespace Torvane
 {
 namespace
 {
+constexpr const char* tags[] = {"DBG", "SCS", "INF", "WRN", "ERR", "PNC"}; ///< by `LogLevel`
+
 uint32_t LengthOrWholeBuffer(int formatted)
 {
     return formatted < 0 ? fileLineBufferSize : static_cast<uint32_t>(formatted);
@@ -25,67 +27,27 @@ void FileSink::WriteBytes(const char* bytes, uint32_t count) const
     }
 }
 
-void FileSink::WriteRecord(const char* tag, const char* text, uint32_t length, const char* source,
-                           int32_t line, uint32_t separateText) const
+void FileSink::Write(const LogMessage& message) const
 {
     if (file == INVALID_HANDLE_VALUE)
     {
         return;
     }
     FixedString position = {};
-    position.Format("%hs(%d)", source, line);
+    position.Format("%hs(%d)", message.file, message.line);
     const double seconds = SecondsSinceStartup();
+    const char* tag = tags[static_cast<uint32_t>(message.level)];
     char* record = GetFileLineBuffer();
-    if (separateText != 1)
+    if (message.separateText != 1)
     {
-        WriteBytes(record, LengthOrWholeBuffer(FormatBounded(record, fileLineBufferSize,
-                                                             "\r\n%9.2f | %hs | %43s | %.*s", seconds, tag,
-                                                             position.text, static_cast<int>(length), text)));
+        WriteBytes(record, LengthOrWholeBuffer(FormatBounded(
+                               record, fileLineBufferSize, "\r\n%9.2f | %hs | %43s | %.*s", seconds, tag,
+                               position.text, static_cast<int>(message.length), message.text)));
         return;
     }
     WriteBytes(record,
                LengthOrWholeBuffer(FormatBounded(record, fileLineBufferSize, "\r\n%9.2f | %hs | %43s\r\n",
                                                  seconds, tag, position.text)));
-    WriteBytes(text, length);
-}
-
-void FileSink::Debug(const char*, const char* text, uint32_t length, const char* source, int32_t line,
-                     uint32_t separateText)
-{
-    WriteRecord("DBG", text, length, source, line, separateText);
-}
-
-void FileSink::Success(const char*, const char* text, uint32_t length, const char* source, int32_t line,
-                       uint32_t separateText)
-{
-    WriteRecord("SCS", text, length, source, line, separateText);
-}
-
-void FileSink::Info(const char*, int32_t, const char* text, uint32_t length, const char* source, int32_t line,
-                    uint32_t separateText)
-{
-    WriteRecord("INF", text, length, source, line, separateText);
-}
-
-void FileSink::Warning(const char*, const char* text, uint32_t length, const char* source, int32_t line,
-                       uint32_t separateText)
-{
-    WriteRecord("WRN", text, length, source, line, separateText);
-}
-
-void FileSink::Error(const char*, const char* text, uint32_t length, const char* source, int32_t line,
-                     uint32_t separateText)
-{
-    WriteRecord("ERR", text, length, source, line, separateText);
-}
-
-void FileSink::Panic(const char*, const char* text, uint32_t length, const char* source, int32_t line,
-                     uint32_t separateText)
-{
-    WriteRecord("PNC", text, length, source, line, separateText);
-}
-
-void FileSink::Reserved()
-{
+    WriteBytes(message.text, message.length);
 }
 } // namespace Torvane

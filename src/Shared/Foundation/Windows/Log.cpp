@@ -8,44 +8,29 @@ namespace Torvane
 {
 namespace
 {
-/// An object in static storage beside the mark that says whether it is constructed.
-template<typename Object>
-struct Constructed
-{
-    Object object;
-    bool constructed;
-};
-
-Constructed<FileSink> fileSink = {FileSink(INVALID_HANDLE_VALUE), false};
-Constructed<DebugOutputSink> debugOutputSink = {DebugOutputSink(0), false};
-Constructed<CompositeLogger> compositeLogger = {CompositeLogger(&fileSink.object, &debugOutputSink.object),
-                                                false};
+FileSink fileSink(INVALID_HANDLE_VALUE);
+DebugOutputSink debugOutputSink(0);
+CompositeLogger compositeLogger(&fileSink, &debugOutputSink);
 } // namespace
 
 void SetDebugOutputLevelMask(uint32_t mask)
 {
-    debugOutputSink.object.SetLevelMask(mask);
+    debugOutputSink.SetLevelMask(mask);
 }
 
 void StartupLog(HANDLE file)
 {
-    fileSink.object.SetFile(file);
-    fileSink.constructed = true;
-    debugOutputSink.constructed = true;
-    compositeLogger.constructed = true;
-    SetCurrentLogger(&compositeLogger.object);
+    fileSink.SetFile(file);
+    SetCurrentLogger(&compositeLogger);
 }
 
 void ShutdownLog()
 {
     SetCurrentLogger(nullptr);
-    if (fileSink.object.GetFile() != INVALID_HANDLE_VALUE)
+    if (fileSink.GetFile() != INVALID_HANDLE_VALUE)
     {
-        CloseHandle(fileSink.object.GetFile());
-        fileSink.object.SetFile(INVALID_HANDLE_VALUE);
+        CloseHandle(fileSink.GetFile());
+        fileSink.SetFile(INVALID_HANDLE_VALUE);
     }
-    fileSink.constructed = false;
-    debugOutputSink.constructed = false;
-    compositeLogger.constructed = false;
 }
 } // namespace Torvane

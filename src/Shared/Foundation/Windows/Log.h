@@ -11,10 +11,10 @@ namespace Torvane
 /// Chooses the levels that reach the debugger, by the bits of `DebugOutputSink`. Before `StartupLog`.
 void SetDebugOutputLevelMask(uint32_t mask);
 
-/// Makes the log of file and debugger the current logger. \param file may be the invalid handle value: the file is mute
-/// then. It is the log's from here on.
+/// Makes the log of file and debugger the current logger. \param file owned by the log from here on; the invalid handle
+/// value for a log without a file.
 void StartupLog(HANDLE file);
 
-/// Takes the current logger away and closes the file. Nothing may log afterwards.
+/// Removes the current logger and closes the file. Nothing may log afterwards.
 void ShutdownLog();
 } // namespace Torvane
