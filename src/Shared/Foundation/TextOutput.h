@@ -3,8 +3,6 @@
 /// \file
 /// A bounded buffer that text is appended to. One thread.
 
-#include "Shared/Foundation/ShortCopy.h"
-
 #include <stddef.h>
 #include <stdint.h>
 #include <type_traits>
@@ -35,6 +33,9 @@ inline uint32_t ReadCodePoint(const wchar_t*& text, const wchar_t* end)
 }
 
 /// Collects characters up to the buffer's size, terminator included, and remembers whether any was lost.
+///
+/// Most pieces of a log record are so short that a call of `memcpy` or `memset` would cost more than the copy: the loops
+/// are kept from becoming one.
 template<typename Character>
 class TextOutput
 {
@@ -46,7 +47,7 @@ public:
     {
     }
 
-    void Repeat(char character, uint32_t count)
+    __attribute__((no_builtin("memcpy", "memset"))) void Repeat(char character, uint32_t count)
     {
         const uint32_t fitting = TakeRoom(count);
         for (uint32_t i = 0; i < fitting; ++i)
@@ -58,15 +59,9 @@ public:
 
     /// Appends a string of the output's own type as it is, UTF-16 as UTF-8, and ASCII to either.
     template<typename Source>
-    void Append(const Source* text, uint32_t length)
+    __attribute__((no_builtin("memcpy", "memset"))) void Append(const Source* text, uint32_t length)
     {
-        if constexpr (std::is_same_v<Source, Character>)
-        {
-            const uint32_t fitting = TakeRoom(length);
-            CopyShort(next, text, fitting * sizeof(Character));
-            next += fitting;
-        }
-        else if constexpr (std::is_same_v<Source, char>)
+        if constexpr (std::is_same_v<Source, Character> || std::is_same_v<Source, char>)
         {
             const uint32_t fitting = TakeRoom(length);
             for (uint32_t i = 0; i < fitting; ++i)
