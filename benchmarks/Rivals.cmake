@@ -16,20 +16,13 @@ function(torvane_add_rival target)
     set_target_properties(${target} PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
 endfunction()
 
-# What the C++ library lacks and rivals want; whoever uses them links this.
-torvane_add_rival(StandardLibraryAdditions
-    "${PROJECT_SOURCE_DIR}/cmake/googletest/Threads.cpp" Support/StandardLibrary.cpp)
-target_compile_options(StandardLibraryAdditions PUBLIC
-    $<$<COMPILE_LANGUAGE:CXX>:-include$<SEMICOLON>${CMAKE_CURRENT_SOURCE_DIR}/Support/StandardLibrary.h>)
-target_link_libraries(StandardLibraryAdditions PUBLIC Torvane::CppLibrary)
-
 torvane_fetch_rival(benchmark src/benchmark.cc)
 file(GLOB benchmarkSources "${TORVANE_RIVALS_DIR}/benchmark/src/*.cc")
 list(FILTER benchmarkSources EXCLUDE REGEX "benchmark_main")
 torvane_add_rival(Benchmark ${benchmarkSources})
 target_include_directories(Benchmark SYSTEM PUBLIC "${TORVANE_RIVALS_DIR}/benchmark/include")
 target_compile_definitions(Benchmark PUBLIC BENCHMARK_STATIC_DEFINE HAVE_STD_REGEX HAVE_STEADY_CLOCK)
-target_link_libraries(Benchmark PUBLIC StandardLibraryAdditions shlwapi)
+target_link_libraries(Benchmark PUBLIC Torvane::CppLibrary shlwapi)
 
 torvane_fetch_rival(mimalloc src/static.c)
 torvane_add_rival(MiMalloc "${TORVANE_RIVALS_DIR}/mimalloc/src/static.c")
@@ -40,7 +33,7 @@ target_link_libraries(MiMalloc PUBLIC psapi shell32 user32 advapi32 bcrypt)
 set(rivalHeaders "${CMAKE_CURRENT_BINARY_DIR}/rivals")
 add_library(RivalHeaders INTERFACE)
 target_include_directories(RivalHeaders SYSTEM INTERFACE "${rivalHeaders}")
-target_link_libraries(RivalHeaders INTERFACE StandardLibraryAdditions)
+target_link_libraries(RivalHeaders INTERFACE Torvane::CppLibrary)
 function(torvane_copy_rival folder header package)
     find_path(TORVANE_${folder}_INCLUDE_DIR ${folder}/${header}
         PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)

@@ -47,7 +47,11 @@ add_library(Torvane::TestFlags ALIAS TorvaneTestFlags)
 
 add_library(TorvaneCppLibrary INTERFACE)
 if(WIN32)
-    target_link_libraries(TorvaneCppLibrary INTERFACE -lstdc++ -lgcc_eh)
+    target_link_libraries(TorvaneCppLibrary INTERFACE -lstdc++ -lgcc_eh -lwinpthread)
+    # The library is built with the headers of the older C runtime, whose mbstate_t, a part of each file stream, is
+    # smaller than the universal one's. Code that uses the library needs the same; it can link either runtime.
+    target_compile_options(TorvaneCppLibrary INTERFACE
+        $<$<COMPILE_LANGUAGE:CXX>:-U_UCRT> $<$<COMPILE_LANGUAGE:CXX>:-U__MSVCRT_VERSION__>)
 endif()
 add_library(Torvane::CppLibrary ALIAS TorvaneCppLibrary)
 

@@ -1,5 +1,8 @@
-# Common part of the cross toolchains: clang and lld with MinGW's headers and import libraries and the
-# universal C runtime. Included with TORVANE_TRIPLE set (i686-w64-mingw32 or x86_64-w64-mingw32).
+# Common part of the cross toolchains: clang and lld with MinGW's headers, import libraries and C++ library.
+# Included with TORVANE_TRIPLE set (i686-w64-mingw32 or x86_64-w64-mingw32).
+#
+# 32-bit code, the Agent's, uses the universal C runtime. 64-bit programs are Bridges and tools, which use the C++
+# library, and with it the C runtime that the packaged one is built for, msvcrt.dll.
 
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_VERSION 10.0)
@@ -13,28 +16,31 @@ set(CMAKE_CXX_COMPILER_TARGET ${target})
 set(CMAKE_ASM_COMPILER_TARGET ${target})
 set(CMAKE_RC_COMPILER ${TORVANE_TRIPLE}-windres)
 
-file(GLOB gccFolders LIST_DIRECTORIES true /usr/lib/gcc/${TORVANE_TRIPLE}/*-win32)
+file(GLOB gccFolders LIST_DIRECTORIES true /usr/lib/gcc/${TORVANE_TRIPLE}/*-posix)
 list(SORT gccFolders COMPARE NATURAL)
 list(POP_BACK gccFolders gccFolder)
 if(NOT gccFolder)
-    message(FATAL_ERROR "No win32-thread MinGW compiler for ${TORVANE_TRIPLE} is installed")
+    message(FATAL_ERROR "No posix-thread MinGW compiler for ${TORVANE_TRIPLE} is installed")
 endif()
 
 # The compiler's own search list ends in the host's headers, so the whole list is given here.
 set(platform "-nostdlibinc -idirafter /usr/${TORVANE_TRIPLE}/include")
 if(TORVANE_TRIPLE MATCHES "^i686")
     # Floating point by SSE2, which every supported Windows has, and not by the x87 with its excess precision.
-    string(APPEND platform " -march=pentium4")
+    string(APPEND platform " -march=pentium4 -D_UCRT -D__MSVCRT_VERSION__=0xE00 -D__USE_MINGW_ANSI_STDIO=0")
+    # Named here, it takes the place of the old runtime among the libraries that the compiler adds by itself.
+    set(runtime " -lucrt")
+else()
+    set(runtime "")
 endif()
-string(APPEND platform " -D_UCRT -D__MSVCRT_VERSION__=0xE00 -D__USE_MINGW_ANSI_STDIO=0 -D_WIN32_WINNT=0x0A00")
+string(APPEND platform " -D_WIN32_WINNT=0x0A00")
 set(cxxHeaders "${gccFolder}/include/c++")
 set(CMAKE_C_FLAGS_INIT "${platform}")
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${cxxHeaders} -isystem ${cxxHeaders}/${TORVANE_TRIPLE} ${platform}")
 
-# Named here, -lucrt takes the place of the old runtime among the libraries that the compiler adds by itself.
-# The C++ library is not among them: what needs it links the target Torvane::CppLibrary.
+# Without the C++ library: what needs it links the target Torvane::CppLibrary.
 string(CONCAT linking
-    "-fuse-ld=lld -static -nostdlib++ -lucrt -Wno-unused-command-line-argument"
+    "-fuse-ld=lld -static -nostdlib++${runtime} -Wno-unused-command-line-argument"
     " -B${gccFolder} -L${gccFolder} -L/usr/${TORVANE_TRIPLE}/lib")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${linking}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${linking}")
