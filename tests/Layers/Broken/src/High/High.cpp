@@ -1,0 +1,3 @@
+#include <Torvane/Agent.h>
+
+extern int inSource;

@@ -1,0 +1,4 @@
+#pragma once
+
+#include "Low/Unit.h"
+#include "Low/Up.h"

@@ -1,0 +1,6 @@
+#pragma once
+
+#include "High/High.h"
+#include "Low/Up.h"
+
+#include <string.h>

@@ -1,0 +1,1 @@
+#include "High/High.h"
