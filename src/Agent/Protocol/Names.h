@@ -13,8 +13,9 @@ namespace Torvane
 /// from this line.
 constexpr char apiVersion[] = "2.4.0";
 
-/// The Bridge's program, in the folder of the Agent's library.
-constexpr wchar_t bridgeFileName[] = L"TVN_Agent_Bridge_x64.exe";
+/// The Bridge's program, in the folder of the Agent's library: what completes the folder's path, and the file's name.
+constexpr wchar_t bridgePathSuffix[] = L"\\TVN_Agent_Bridge_x64.exe";
+constexpr const wchar_t* bridgeFileName = bridgePathSuffix + 1;
 
 // Pipes in message mode, created by the Agent. The agent pipe is written by the Agent, the bridge pipe by the Bridge.
 constexpr wchar_t agentPipePrefix[] = L"\\\\.\\pipe\\TVN_Agent";

@@ -29,8 +29,7 @@ bool SpawnBridge(const FixedWideString& identifier)
 {
     const FixedWideString folder = GetLibraryFolder();
     FixedWideString path = folder;
-    path.Append(L"\\");
-    path.Append(bridgeFileName);
+    path.Append(bridgePathSuffix);
     LogInfo(0, TVN_HERE, "Spawning bridge process at %ls", path.text);
     const Result<SpawnedProcess> spawned = Spawn(path.text, folder.text, identifier.text);
     if (spawned.error != nullptr)

@@ -3,7 +3,7 @@
 /// \file
 /// The OS functions that are resolved at run time instead of linked. Filled at startup, then read by any thread.
 ///
-/// Signatures: the published documentation of the native API. Of all entries, users test only `SetThreadDescription`
+/// Signatures: the published documentation of the native API. Of all entries, callers check `SetThreadDescription` alone
 /// before a call.
 
 #include "Shared/OS/Windows/WindowsFunction.h"
