@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What the benchmarks of functions have in common. One figure is one source file.
+/// What the benchmarks of functions have in common. One benchmark is one source file.
 
 #include <benchmark/benchmark.h>
 
@@ -11,9 +11,9 @@
 
 namespace Torvane
 {
-/// Adds a benchmark to the run. Cases are taken in the order in which they are added, so ours and its rivals follow
+/// Adds a benchmark to the run. Cases are taken in the order in which they are added, so ours and its baselines follow
 /// each other; a whole run of the program is one round.
-/// \param name the figure's number, the case and the side: "5|64 B, 1 thread|ours".
+/// \param name the benchmark's number, the case and the side: "5|64 B, 1 thread|ours".
 /// \param iterations of each thread, the same in every round: nothing is spent on finding a number.
 template<typename Function>
 void AddBenchmark(const std::string& name, int threads, int64_t iterations, Function function)

@@ -1,4 +1,4 @@
-// Figure 6: reading a JSON document into a tree in memory and giving the tree back.
+// Benchmark 6: reading a JSON document into a tree in memory and giving the tree back.
 #include "Functions.h"
 
 #include "Shared/Serialization/JsonReader.h"
@@ -101,9 +101,9 @@ struct RapidJson
 };
 
 /// Numbers aren't converted, as in ours.
-struct RapidJsonWithTexts
+struct RapidJsonWithStrings
 {
-    static constexpr const char* name = "RapidJSON, numbers as texts";
+    static constexpr const char* name = "RapidJSON, numbers as strings";
     static bool Read(const std::string& text)
     {
         return ReadByRapidJson<rapidjson::kParseNumbersAsStringsFlag>(text);
@@ -326,7 +326,7 @@ void AddDocument(const char* name, const std::string& text, double bytes)
     };
     add(Ours{});
     add(RapidJson{});
-    add(RapidJsonWithTexts{});
+    add(RapidJsonWithStrings{});
     add(Nlohmann{});
 }
 } // namespace

@@ -1,4 +1,4 @@
-// Figure 4: a log record on its way to the file.
+// Benchmark 4: a log record on its way to the file.
 #include "Functions.h"
 
 #include "Shared/Foundation/BoundedFormat.h"
@@ -64,28 +64,28 @@ void BareWrite(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
-std::unique_ptr<spdlog::logger> rivalLogger;
+std::unique_ptr<spdlog::logger> baselineLogger;
 
-void Rival(benchmark::State& state)
+void Baseline(benchmark::State& state)
 {
     uint32_t count = 0;
     for (auto _ : state)
     {
-        rivalLogger->log(spdlog::source_loc{__FILE__, __LINE__, __func__}, spdlog::level::info,
-                         "Sending {}, {} bytes, request {}", message, 128U, ++count);
+        baselineLogger->log(spdlog::source_loc{__FILE__, __LINE__, __func__}, spdlog::level::info,
+                            "Sending {}, {} bytes, request {}", message, 128U, ++count);
     }
     state.SetItemsProcessed(state.iterations());
 }
 
-void StartupRival()
+void StartupBaseline()
 {
     // Written and read back by nobody; the folder of temporary files is cleaned when the process ends.
-    const std::wstring wide = MakePath(L" rival.log");
+    const std::wstring wide = MakePath(L" baseline.log");
     const std::string path(wide.begin(), wide.end());
     auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path, true);
-    rivalLogger = std::make_unique<spdlog::logger>("benchmark", std::move(sink));
-    rivalLogger->set_pattern("%H:%M:%S.%e | %l | %43s(%#) | %v");
-    rivalLogger->flush_on(spdlog::level::info);
+    baselineLogger = std::make_unique<spdlog::logger>("benchmark", std::move(sink));
+    baselineLogger->set_pattern("%H:%M:%S.%e | %l | %43s(%#) | %v");
+    baselineLogger->flush_on(spdlog::level::info);
 }
 } // namespace
 
@@ -95,20 +95,20 @@ void AddLogRecord(double scale)
     SetDebugOutputLevelMask(0);
     StartupLog(CreateTemporaryFile(L" ours.log"));
     bareFile = CreateTemporaryFile(L" bare.log");
-    StartupRival();
+    StartupBaseline();
     for (int threads = 1; threads <= 8; threads *= 2)
     {
         const std::string name = "4|" + CountThreads(threads) + "|";
         const int64_t iterations = static_cast<int64_t>(20000 * scale / (threads == 1 ? 1 : 2));
         AddBenchmark(name + "ours", threads, iterations, Ours);
         AddBenchmark(name + "bare WriteFile", threads, iterations, BareWrite);
-        AddBenchmark(name + "spdlog", threads, iterations, Rival);
+        AddBenchmark(name + "spdlog", threads, iterations, Baseline);
     }
 }
 
 void RemoveLogRecord()
 {
-    rivalLogger.reset();
-    DeleteFileW(MakePath(L" rival.log").c_str());
+    baselineLogger.reset();
+    DeleteFileW(MakePath(L" baseline.log").c_str());
 }
 } // namespace Torvane

@@ -1,4 +1,4 @@
-// One round of the benchmarks of functions: --figure=N [--quick] and the options of Google Benchmark.
+// One round of the benchmarks of functions: --benchmark=N [--quick] and the options of Google Benchmark.
 #include "Functions.h"
 
 #include "Shared/Foundation/Logger.h"
@@ -16,37 +16,37 @@ std::string CountThreads(int threads)
 
 namespace
 {
-struct Figure
+struct FunctionBenchmark
 {
     const char* argument;
     void (*add)(double scale);
     void (*remove)();
 };
 
-constexpr Figure figures[] = {
-    {"--figure=4", AddLogRecord, RemoveLogRecord},
-    {"--figure=5", AddPools, nullptr},
-    {"--figure=6", AddJson, nullptr},
-    {"--figure=7", AddModulePaths, nullptr},
+constexpr FunctionBenchmark functionBenchmarks[] = {
+    {"--benchmark=4", AddLogRecord, RemoveLogRecord},
+    {"--benchmark=5", AddPools, nullptr},
+    {"--benchmark=6", AddJson, nullptr},
+    {"--benchmark=7", AddModulePaths, nullptr},
 };
 
 NullLogger nullLogger;
 
-int RunFigures(int count, char** arguments)
+int RunBenchmarks(int count, char** arguments)
 {
     SetCurrentLogger(&nullLogger);
     StartupMemorySystem();
     double scale = 1;
-    const Figure* chosen = nullptr;
+    const FunctionBenchmark* chosen = nullptr;
     int kept = 1;
     for (int i = 1; i < count; ++i)
     {
         bool taken = false;
-        for (const Figure& figure : figures)
+        for (const FunctionBenchmark& entry : functionBenchmarks)
         {
-            if (strcmp(arguments[i], figure.argument) == 0)
+            if (strcmp(arguments[i], entry.argument) == 0)
             {
-                chosen = &figure;
+                chosen = &entry;
                 taken = true;
             }
         }
@@ -63,7 +63,7 @@ int RunFigures(int count, char** arguments)
     benchmark::Initialize(&kept, arguments);
     if (chosen == nullptr || benchmark::ReportUnrecognizedArguments(kept, arguments))
     {
-        fputs("usage: FunctionBenchmarks --figure=N [--quick] [options of Google Benchmark]\n", stderr);
+        fputs("usage: FunctionBenchmarks --benchmark=N [--quick] [options of Google Benchmark]\n", stderr);
         return 2;
     }
     chosen->add(scale);
@@ -80,5 +80,5 @@ int RunFigures(int count, char** arguments)
 
 int main(int count, char** arguments)
 {
-    return Torvane::RunFigures(count, arguments);
+    return Torvane::RunBenchmarks(count, arguments);
 }

@@ -1,4 +1,4 @@
-// Figure 7: the set of the module paths that a walk has met, and sets of others with the same texts.
+// Benchmark 7: the set of the module paths that a walk has met, and sets of others with the same texts.
 #include "Functions.h"
 
 #include "Shared/Process/Windows/ModulePathSet.h"
@@ -33,7 +33,7 @@ struct Ours
 };
 
 template<typename StandardSet>
-struct Rival
+struct Baseline
 {
     using Set = StandardSet;
 
@@ -48,12 +48,12 @@ struct Rival
     }
 };
 
-struct Unordered : Rival<std::unordered_set<std::wstring>>
+struct Unordered : Baseline<std::unordered_set<std::wstring>>
 {
     static constexpr const char* name = "unordered_set";
 };
 
-struct Flat : Rival<absl::flat_hash_set<std::wstring>>
+struct Flat : Baseline<absl::flat_hash_set<std::wstring>>
 {
     static constexpr const char* name = "flat_hash_set";
 };

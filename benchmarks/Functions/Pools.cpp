@@ -1,4 +1,4 @@
-// Figure 5: what the memory system's pools cost, and what others ask for the same.
+// Benchmark 5: what the memory system's pools cost, and what others ask for the same.
 #include "Functions.h"
 
 #include "Shared/Memory/MemorySystem.h"

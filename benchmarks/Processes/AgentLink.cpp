@@ -62,7 +62,7 @@ RelayLink::RelayLink(uint32_t hostProcessId)
     pingPong.Open(pingPongName, hostProcessId);
 }
 
-void RelayLink::Send(RelayOrder order, const void* bytes, uint32_t size)
+void RelayLink::Send(RelayCommand order, const void* bytes, uint32_t size)
 {
     if (request.size() < sizeof(RelayHeader) + size)
     {

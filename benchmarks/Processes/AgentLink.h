@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The Bridge's end of everything that a benchmark measures. One thread.
+/// The Bridge's ends of what a benchmark measures. One thread.
 
 #include "Agent/Protocol/Blob.h"
 #include "Relay.h"
@@ -17,11 +17,11 @@
 
 namespace Torvane::Benchmarks
 {
-/// Bare pipes to an Agent: nothing stands between a measurement and the Agent, no reading thread and no inbox.
+/// Bare pipes to an Agent, without the reading thread and the inbox of the Bridge kit.
 class AgentLink
 {
 public:
-    /// Connects, and takes all that an Agent sends by itself at first.
+    /// Connects, and receives what an Agent sends at its start.
     explicit AgentLink(uint32_t hostProcessId);
 
     void Send(const std::vector<uint8_t>& blob)
@@ -32,7 +32,7 @@ public:
     /// Reads Blobs until one of that type has come, which stays in `Payload`.
     void ReceiveUntil(BlobType type);
 
-    /// Returns when everything that was ordered before has been obeyed.
+    /// Returns when the Agent has executed everything that was sent before.
     void WaitUntilExecuted();
 
     /// Reads a Blob of at most `size` bytes with one call, as its sender wrote it.
@@ -66,16 +66,16 @@ class RelayLink
 public:
     explicit RelayLink(uint32_t hostProcessId);
 
-    /// Sends an order as one message of the pipe.
-    void Send(RelayOrder order, const void* bytes, uint32_t size);
+    /// Sends a request as one message of the pipe.
+    void Send(RelayCommand command, const void* bytes, uint32_t size);
 
-    /// Takes a message, whose payload stays in `Payload`.
+    /// Receives a message, whose payload stays in `Payload`.
     void Receive();
 
-    /// Sends an order and takes the reply.
-    void Order(RelayOrder order, const void* bytes, uint32_t size)
+    /// Sends a request and receives the reply.
+    void Request(RelayCommand command, const void* bytes, uint32_t size)
     {
-        Send(order, bytes, size);
+        Send(command, bytes, size);
         Receive();
     }
 
@@ -101,7 +101,7 @@ struct Session
     RelayLink& relay;
     Board& board;
 };
-using BridgeFigure = void (*)(Session& session);
+using BridgeBenchmark = void (*)(Session& session);
 
 void MeasureEcho(Session& session);
 void MeasureMemory(Session& session);

@@ -1,4 +1,4 @@
-// The Bridge of the benchmarks. For figures that have no row here it obeys and does nothing else.
+// The Bridge of the benchmarks. For a benchmark without a row here it is the default Bridge.
 #include "AgentLink.h"
 
 #include "bridge/DefaultBridge.h"
@@ -12,19 +12,19 @@ using namespace Torvane::Benchmarks;
 
 struct Row
 {
-    uint32_t figure;
-    BridgeFigure measure;
+    uint32_t benchmark;
+    BridgeBenchmark measure;
 };
 
 constexpr Row rows[] = {
     {1, MeasureEcho}, {2, MeasureMemory}, {3, ReceiveBursts}, {9, MeasurePatches}, {11, AnswerExceptions},
 };
 
-BridgeFigure FindFigure(uint32_t figure)
+BridgeBenchmark FindBenchmark(uint32_t benchmark)
 {
     for (const Row& row : rows)
     {
-        if (row.figure == figure)
+        if (row.benchmark == benchmark)
         {
             return row.measure;
         }
@@ -32,7 +32,7 @@ BridgeFigure FindFigure(uint32_t figure)
     return nullptr;
 }
 
-/// Nobody is left behind, whatever is waited for.
+/// The process ends with its host, whatever it is waiting for.
 unsigned __stdcall EndWithHost(void* host)
 {
     WaitForSingleObject(host, INFINITE);
@@ -51,7 +51,7 @@ int main()
         return 0;
     }
     board->bridgeProcessId = static_cast<LONG>(GetCurrentProcessId());
-    const BridgeFigure measure = FindFigure(board->figure);
+    const BridgeBenchmark measure = FindBenchmark(board->benchmark);
     if (measure == nullptr)
     {
         InterlockedExchange(&board->bridgeDone, 1);

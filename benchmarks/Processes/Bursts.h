@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Figure 3, as both sides know it: bursts of messages, as many as the Agent's queue holds.
+/// Benchmark 3, as both sides know it: bursts of messages, as many as the Agent's queue holds.
 
 #include <stdint.h>
 
@@ -12,7 +12,7 @@
 namespace Torvane::Benchmarks
 {
 constexpr uint32_t burstSize = 4096;
-constexpr wchar_t rivalPipeName[] = L"\\\\.\\pipe\\TVN_BenchmarkLog";
+constexpr wchar_t baselinePipeName[] = L"\\\\.\\pipe\\TVN_BenchmarkLog";
 
 /// Set by the Bridge when it has received a burst.
 inline HANDLE OpenDrained(const wchar_t* side, uint32_t hostProcessId)

@@ -1,4 +1,4 @@
-// Figure 1: from an EchoRequest to its EchoReply, as the Bridge sees it.
+// Benchmark 1: from an EchoRequest to its EchoReply, as the Bridge sees it.
 #include "AgentLink.h"
 
 #include "../Support/Stopwatch.h"
@@ -26,7 +26,7 @@ void MeasureEcho(Session& session)
                 session.agent.ReceiveUntil(BlobType::EchoReply);
             }));
             relay.push_back(
-                Measure([&] { session.relay.Order(RelayOrder::Echo, payload, sizeof(payload)); }));
+                Measure([&] { session.relay.Request(RelayCommand::Echo, payload, sizeof(payload)); }));
             pingPong.push_back(Measure([&] { session.relay.PingPong(); }));
         }
         for (const auto& [name, share] : {std::pair("median", 0.5), std::pair("99th percentile", 0.99)})

@@ -1,4 +1,4 @@
-// Figure 11, the Bridge's part: answers every question at once, the Agent's and the relay's.
+// Benchmark 11, the Bridge's part: answers every question at once, the Agent's and the relay's.
 #include "AgentLink.h"
 
 namespace Torvane::Benchmarks
@@ -22,7 +22,7 @@ void AnswerExceptions(Session& session)
     install.fixed.order = 1;
     session.agent.Send(install.Finish());
     session.agent.WaitUntilExecuted();
-    session.relay.Send(RelayOrder::Answer, nullptr, 0);
+    session.relay.Send(RelayCommand::Answer, nullptr, 0);
     for (uint32_t round = 0; round < session.board->rounds; ++round)
     {
         session.agent.ReceiveUntil(BlobType::HandleExceptionWindows);
@@ -31,7 +31,7 @@ void AnswerExceptions(Session& session)
         for (int trip = 0; trip < 2; ++trip)
         {
             session.relay.Receive();
-            session.relay.Send(RelayOrder::Answer, nullptr, 0);
+            session.relay.Send(RelayCommand::Answer, nullptr, 0);
         }
     }
 }

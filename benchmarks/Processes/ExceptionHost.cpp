@@ -1,5 +1,5 @@
-// Figure 11, the host's part: faults, and round trips without one.
-#include "HostFigures.h"
+// Benchmark 11, the host's part: faults, and round trips without one.
+#include "HostBenchmarks.h"
 #include "Relay.h"
 
 #include "../Support/Stopwatch.h"

@@ -1,7 +1,7 @@
-// The host of the benchmarks that need processes: --figure=N [--rounds=N] [--quick]. Prints a line of JSON for each
+// The host of the benchmarks that need processes: --benchmark=N [--rounds=N] [--quick]. Prints a line of JSON for each
 // value.
 #include "HostAgent.h"
-#include "HostFigures.h"
+#include "HostBenchmarks.h"
 #include "Relay.h"
 
 #include <stdlib.h>
@@ -13,14 +13,13 @@ using namespace Torvane::Benchmarks;
 
 constexpr uint32_t dataSize = 64 << 20;
 
-/// What the host does for a figure, each part of which may be missing. Figures that the Bridge measures alone have no
-/// row.
+/// What the host does for a benchmark; each part may be missing. Benchmarks that the Bridge measures alone have no row.
 struct Row
 {
-    uint32_t figure;
-    HostFigure prepare; ///< before the Agent starts
-    HostFigure run;     ///< once it is connected
-    HostFigure clearUp; ///< after the Agent's shutdown
+    uint32_t benchmark;
+    HostBenchmark prepare; ///< before the Agent starts
+    HostBenchmark run;     ///< once it is connected
+    HostBenchmark clearUp; ///< after the Agent's shutdown
 };
 
 constexpr Row rows[] = {
@@ -30,11 +29,11 @@ constexpr Row rows[] = {
     {11, nullptr, MeasureExceptions, nullptr},
 };
 
-void CallRow(HostFigure Row::*function, Board& board, TvnDefaultAgent& agent)
+void CallRow(HostBenchmark Row::*function, Board& board, TvnDefaultAgent& agent)
 {
     for (const Row& row : rows)
     {
-        if (row.figure == board->figure && row.*function != nullptr)
+        if (row.benchmark == board->benchmark && row.*function != nullptr)
         {
             (row.*function)(board, agent);
         }
@@ -70,9 +69,9 @@ int main(int count, char** arguments)
     board->rounds = 1;
     for (int i = 1; i < count; ++i)
     {
-        if (strncmp(arguments[i], "--figure=", 9) == 0)
+        if (strncmp(arguments[i], "--benchmark=", 12) == 0)
         {
-            board->figure = static_cast<uint32_t>(atoi(arguments[i] + 9));
+            board->benchmark = static_cast<uint32_t>(atoi(arguments[i] + 12));
         }
         else if (strncmp(arguments[i], "--rounds=", 9) == 0)
         {
@@ -83,11 +82,11 @@ int main(int count, char** arguments)
             board->quick = 1;
         }
     }
-    if (board->figure == 0)
+    if (board->benchmark == 0)
     {
-        Fail("usage: ProcessBenchmarks --figure=N [--rounds=N] [--quick]");
+        Fail("usage: ProcessBenchmarks --benchmark=N [--rounds=N] [--quick]");
     }
-    if (board->figure == 10)
+    if (board->benchmark == 10)
     {
         MeasureStartup(board);
     }
@@ -95,7 +94,7 @@ int main(int count, char** arguments)
     {
         RunWithBridge(board);
     }
-    fwrite(board->text, 1, board->textSize, stdout);
+    fwrite(board->lines, 1, board->linesSize, stdout);
     fflush(stdout);
     _exit(0); // threads of the relay may still wait
 }

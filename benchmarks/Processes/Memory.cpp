@@ -1,4 +1,4 @@
-// Figure 2: how many bytes a second the Bridge reads out of the host and writes into it.
+// Benchmark 2: how many bytes a second the Bridge reads out of the host and writes into it.
 #include "AgentLink.h"
 
 #include "../Support/Stopwatch.h"
@@ -73,16 +73,16 @@ void MeasureReading(Session& session, uint32_t size)
         session.agent.Send(order);
         session.agent.ReceiveUntil(BlobType::ReadMemoryResult);
     };
-    const auto relay = [&](RelayOrder kind) {
-        session.relay.Order(kind, &size, sizeof(size));
+    const auto relay = [&](RelayCommand kind) {
+        session.relay.Request(kind, &size, sizeof(size));
     };
     std::vector<Side> sides = {{"ours", ours}, {"bare pipe", [&] {
-                                                    relay(RelayOrder::Give);
+                                                    relay(RelayCommand::Give);
                                                 }}};
     if (size >= ownPagesFrom)
     {
         sides.push_back({"bare pipe and a block", [&] {
-                             relay(RelayOrder::GiveFresh);
+                             relay(RelayCommand::GiveFresh);
                          }});
     }
     Compare(session.board, NameOf(size) + " read", size, sides);
@@ -100,17 +100,17 @@ void MeasureWriting(Session& session, uint32_t size)
         session.agent.Send(echo);
         session.agent.ReceiveUntil(BlobType::EchoReply);
     };
-    const auto relay = [&](RelayOrder kind) {
+    const auto relay = [&](RelayCommand kind) {
         session.relay.Send(kind, bytes.data(), size);
-        session.relay.Order(RelayOrder::Echo, token, sizeof(token));
+        session.relay.Request(RelayCommand::Echo, token, sizeof(token));
     };
     std::vector<Side> sides = {{"ours", ours}, {"bare pipe", [&] {
-                                                    relay(RelayOrder::Take);
+                                                    relay(RelayCommand::Take);
                                                 }}};
     if (size >= ownPagesFrom)
     {
         sides.push_back({"bare pipe and a block", [&] {
-                             relay(RelayOrder::TakeFresh);
+                             relay(RelayCommand::TakeFresh);
                          }});
     }
     Compare(session.board, NameOf(size) + " written", size, sides);

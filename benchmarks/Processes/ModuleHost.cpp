@@ -1,5 +1,5 @@
-// Figure 8: enabling modules, with a Bridge that acknowledges them at once.
-#include "HostFigures.h"
+// Benchmark 8: enabling modules, with a Bridge that acknowledges them at once.
+#include "HostBenchmarks.h"
 #include "tests/Support/TestLibraries.h"
 
 #include "../Support/Stopwatch.h"

@@ -1,4 +1,4 @@
-// Figure 9: a patch by Blob, and the same file by the relay, in turns.
+// Benchmark 9: loading a patch by Blob, and the same file by the relay, in turns.
 #include "AgentLink.h"
 #include "Patches.h"
 
@@ -33,7 +33,7 @@ void FreeLoaded(RelayLink& relay)
     {
         Fail("The relay can't load an image");
     }
-    relay.Order(RelayOrder::Free, &module, sizeof(module));
+    relay.Request(RelayCommand::Free, &module, sizeof(module));
 }
 } // namespace
 
@@ -46,15 +46,15 @@ void MeasurePatches(Session& session)
             const std::string name =
                 size < 1 << 20 ? std::to_string(size >> 10) + " KB" : std::to_string(size >> 20) + " MB";
             const std::wstring path = PatchPath(session.board, size);
-            const std::vector<uint8_t> order = MakeLoad(path);
+            const std::vector<uint8_t> load = MakeLoad(path);
             session.board.Add(name, "ours", Measure([&] {
-                                  session.agent.Send(order);
+                                  session.agent.Send(load);
                                   session.agent.ReceiveUntil(BlobType::PatchLoaded);
                               }));
             UnloadPatch(session.agent);
             session.board.Add(name, "bare load", Measure([&] {
-                                  session.relay.Order(
-                                      RelayOrder::Load, path.c_str(),
+                                  session.relay.Request(
+                                      RelayCommand::Load, path.c_str(),
                                       static_cast<uint32_t>((path.size() + 1) * sizeof(wchar_t)));
                               }));
             FreeLoaded(session.relay);

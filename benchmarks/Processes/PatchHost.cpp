@@ -1,5 +1,5 @@
-// Figure 9, the host's part: the files.
-#include "HostFigures.h"
+// Benchmark 9, the host's part: the files.
+#include "HostBenchmarks.h"
 #include "Patches.h"
 #include "tests/Support/TestLibraries.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Figure 9, as both sides know it: images, whose one section fills their file.
+/// Benchmark 9, as both sides know it: images, whose one section fills their file.
 
 #include "../Support/Board.h"
 

@@ -1,4 +1,4 @@
-// Figure 3, the Bridge's part: takes what comes, and tells when a burst is through.
+// Benchmark 3, the Bridge's part: receives messages and signals the end of each burst.
 #include "AgentLink.h"
 #include "Bursts.h"
 
@@ -8,17 +8,17 @@ namespace Torvane::Benchmarks
 {
 namespace
 {
-Pipe rivalPipe;
-HANDLE rivalDrained;
+Pipe baselinePipe;
+HANDLE baselineDrained;
 
-unsigned __stdcall ReceiveFromRival(void*)
+unsigned __stdcall ReceiveFromBaseline(void*)
 {
     char message[512];
-    for (uint32_t count = 1; rivalPipe.ReadMessage(message, sizeof(message)); ++count)
+    for (uint32_t count = 1; baselinePipe.ReadMessage(message, sizeof(message)); ++count)
     {
         if (count % burstSize == 0)
         {
-            SetEvent(rivalDrained);
+            SetEvent(baselineDrained);
         }
     }
     return 0;
@@ -28,9 +28,10 @@ unsigned __stdcall ReceiveFromRival(void*)
 void ReceiveBursts(Session& session)
 {
     const uint32_t host = Bridge::HostProcessIdFromCommandLine();
-    rivalDrained = OpenDrained(L"Rival", host);
-    rivalPipe.Open(rivalPipeName, host);
-    CloseHandle(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, ReceiveFromRival, nullptr, 0, nullptr)));
+    baselineDrained = OpenDrained(L"Baseline", host);
+    baselinePipe.Open(baselinePipeName, host);
+    CloseHandle(
+        reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, ReceiveFromBaseline, nullptr, 0, nullptr)));
     const HANDLE drained = OpenDrained(L"Ours", host);
     char message[512];
     for (uint32_t burst = 0; burst < session.board->bursts; ++burst)

@@ -1,6 +1,6 @@
-// Figure 3, the host's part: threads that queue messages, through the Agent and through another asynchronous logger.
+// Benchmark 3, the host's part: threads that queue messages, through the Agent and through another asynchronous logger.
 #include "Bursts.h"
-#include "HostFigures.h"
+#include "HostBenchmarks.h"
 
 #include "../Support/Stopwatch.h"
 
@@ -16,7 +16,7 @@ namespace
 {
 constexpr uint32_t threadCounts[] = {1, 2, 4, 8};
 
-Pipe rivalPipe;
+Pipe baselinePipe;
 
 /// Each message goes into a pipe to the same process as the Agent's.
 class PipeSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
@@ -25,7 +25,7 @@ class PipeSink final : public spdlog::sinks::base_sink<spdlog::details::null_mut
     {
         spdlog::memory_buf_t text;
         formatter_->format(message, text);
-        rivalPipe.Write(text.data(), static_cast<uint32_t>(text.size()));
+        baselinePipe.Write(text.data(), static_cast<uint32_t>(text.size()));
     }
 
     void flush_() override
@@ -33,7 +33,7 @@ class PipeSink final : public spdlog::sinks::base_sink<spdlog::details::null_mut
     }
 };
 
-struct Rival
+struct Baseline
 {
     std::shared_ptr<spdlog::details::thread_pool> pool =
         std::make_shared<spdlog::details::thread_pool>(burstSize, 1);
@@ -100,24 +100,24 @@ uint32_t CountBursts(Board& board)
 void PrepareBursts(Board& board, TvnDefaultAgent&)
 {
     board->bursts = CountBursts(board);
-    rivalPipe.Create(rivalPipeName, GetCurrentProcessId());
+    baselinePipe.Create(baselinePipeName, GetCurrentProcessId());
 }
 
 void SendBursts(Board& board, TvnDefaultAgent& agent)
 {
-    rivalPipe.Accept();
-    auto rival = std::make_unique<Rival>();
-    rival->logger->set_pattern("%v");
+    baselinePipe.Accept();
+    auto baseline = std::make_unique<Baseline>();
+    baseline->logger->set_pattern("%v");
     const HANDLE oursDrained = OpenDrained(L"Ours", GetCurrentProcessId());
-    const HANDLE rivalDrained = OpenDrained(L"Rival", GetCurrentProcessId());
+    const HANDLE baselineDrained = OpenDrained(L"Baseline", GetCurrentProcessId());
     const HANDLE room = CreateSemaphoreW(nullptr, 1 << 30, 1 << 30, nullptr);
     const HANDLE filled = CreateSemaphoreW(nullptr, 0, 1 << 30, nullptr);
 
     const std::function<void()> sendOurs = [&] {
         agent.TvnLogMessage(L"The level has been loaded, 1312 objects, 21 of them new");
     };
-    const std::function<void()> sendRival = [&] {
-        rival->logger->log(spdlog::level::info, "The level has been loaded, 1312 objects, 21 of them new");
+    const std::function<void()> sendBaseline = [&] {
+        baseline->logger->log(spdlog::level::info, "The level has been loaded, 1312 objects, 21 of them new");
     };
     const std::function<void()> callSemaphores = [&] {
         WaitForSingleObject(room, INFINITE);
@@ -129,7 +129,7 @@ void SendBursts(Board& board, TvnDefaultAgent& agent)
         {
             const std::string name = std::to_string(threads) + (threads == 1 ? " thread" : " threads");
             const Times ours = RunBurst(threads, sendOurs, oursDrained);
-            const Times theirs = RunBurst(threads, sendRival, rivalDrained);
+            const Times theirs = RunBurst(threads, sendBaseline, baselineDrained);
             const Times semaphores = RunBurst(threads, callSemaphores, nullptr);
             board.Add(name + ", a call", "ours", ours.sent);
             board.Add(name + ", a call", "spdlog", theirs.sent);
@@ -138,6 +138,6 @@ void SendBursts(Board& board, TvnDefaultAgent& agent)
             board.Add(name + ", until received", "spdlog", theirs.drained);
         }
     }
-    rival.reset();
+    baseline.reset();
 }
 } // namespace Torvane::Benchmarks

@@ -79,7 +79,7 @@ void PushReply(const void* payload, uint32_t payloadSize)
 {
     const uint32_t size = static_cast<uint32_t>(sizeof(RelayHeader)) + payloadSize;
     uint8_t* bytes = static_cast<uint8_t*>(malloc(size));
-    const RelayHeader header = {payloadSize, RelayOrder::Echo};
+    const RelayHeader header = {payloadSize, RelayCommand::Echo};
     memcpy(bytes, &header, sizeof(header));
     memcpy(bytes + sizeof(header), payload, payloadSize);
     handOver.Push({bytes, size, free});
@@ -101,14 +101,14 @@ void PushCopy(uint32_t size)
     handOver.Push({block, size, FreeBlock});
 }
 
-void Obey(const RelayHeader& header)
+void Execute(const RelayHeader& header)
 {
-    if (header.order == RelayOrder::Take && header.size <= memorySize)
+    if (header.command == RelayCommand::Take && header.size <= memorySize)
     {
         in.Read(memory, header.size);
         return;
     }
-    if (header.order == RelayOrder::TakeFresh && header.size <= memorySize)
+    if (header.command == RelayCommand::TakeFresh && header.size <= memorySize)
     {
         void* block = HeapAlloc(heap, 0, header.size);
         in.Read(block, header.size);
@@ -116,28 +116,28 @@ void Obey(const RelayHeader& header)
         HeapFree(heap, 0, block);
         return;
     }
-    if (header.order == RelayOrder::Answer)
+    if (header.command == RelayCommand::Answer)
     {
         SetEvent(answered);
         return;
     }
     void* payload = malloc(header.size);
     in.Read(payload, header.size);
-    switch (header.order)
+    switch (header.command)
     {
-    case RelayOrder::Give:
+    case RelayCommand::Give:
         PushMemory(*static_cast<uint32_t*>(payload));
         break;
-    case RelayOrder::GiveFresh:
+    case RelayCommand::GiveFresh:
         PushCopy(*static_cast<uint32_t*>(payload));
         break;
-    case RelayOrder::Load:
+    case RelayCommand::Load:
     {
         const HMODULE module = LoadLibraryW(static_cast<wchar_t*>(payload));
         PushReply(&module, sizeof(module));
         break;
     }
-    case RelayOrder::Free:
+    case RelayCommand::Free:
         FreeLibrary(*static_cast<HMODULE*>(payload));
         PushReply(nullptr, 0);
         break;
@@ -154,7 +154,7 @@ unsigned __stdcall Receive(void*)
     RelayHeader header = {};
     while (in.Read(&header, sizeof(header)))
     {
-        Obey(header);
+        Execute(header);
     }
     return 0;
 }

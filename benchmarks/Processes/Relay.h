@@ -10,8 +10,8 @@
 
 namespace Torvane::Benchmarks
 {
-/// What a relay is asked for, in place of a Blob's type.
-enum class RelayOrder : uint32_t
+/// What a relay is asked for. Takes the place of a Blob's type.
+enum class RelayCommand : uint32_t
 {
     Echo = 1,      ///< the reply has the request's size, less 8
     Give = 2,      ///< the payload is a size; a message with that many bytes comes back, header included
@@ -26,7 +26,7 @@ enum class RelayOrder : uint32_t
 struct RelayHeader
 {
     uint32_t size; ///< bytes of the payload
-    RelayOrder order;
+    RelayCommand command;
 };
 
 constexpr wchar_t relayInName[] = L"\\\\.\\pipe\\TVN_BenchmarkIn";    ///< to the host
@@ -35,13 +35,13 @@ constexpr wchar_t pingPongName[] = L"\\\\.\\pipe\\TVN_BenchmarkPing"; ///< both 
 constexpr uint32_t echoRequestSize = 16;                              ///< payload of an `EchoRequest`
 constexpr uint32_t echoReplySize = 8;
 
-/// Makes the pipes and the threads that serve them until the other end goes.
+/// Creates the pipes and the threads that serve them until the other end is closed.
 /// \param data memory of at least `dataSize` bytes for `Give` and `Take`.
 void StartRelay(uint8_t* data, uint32_t dataSize);
 
 /// A round trip that begins in the host: sends an empty message and waits for an `Answer`.
 void AskRelay();
 
-/// Waits for an `Answer` that nobody has asked for.
+/// Waits for an `Answer` without a request.
 void AwaitRelay();
 } // namespace Torvane::Benchmarks

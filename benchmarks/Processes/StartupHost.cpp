@@ -1,7 +1,7 @@
-// Figure 10: what an Agent costs that isn't asked for anything.
+// Benchmark 10: what an Agent costs that isn't asked for anything.
 #include "Agent/Protocol/Names.h"
 #include "HostAgent.h"
-#include "HostFigures.h"
+#include "HostBenchmarks.h"
 #include "Relay.h"
 
 #include "../Support/Stopwatch.h"

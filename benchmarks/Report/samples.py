@@ -5,29 +5,29 @@ import subprocess
 
 
 class Samples:
-    """Values by figure, case and side, in the order in which the cases came; one value a round.
+    """Values by benchmark, case and side, in the order in which the cases came; one value a round.
 
-    For some figures also how often one run allocates, by the three together.
+    For some benchmarks also how often one run allocates, by the three together.
     """
 
     def __init__(self):
         self.values = {}
         self.allocations = {}
 
-    def add(self, figure, case, side, value):
-        self.values.setdefault(figure, {}).setdefault(case, {}).setdefault(side, []).append(value)
+    def add(self, benchmark, case, side, value):
+        self.values.setdefault(benchmark, {}).setdefault(case, {}).setdefault(side, []).append(value)
 
-    def addAllocations(self, figure, case, side, count):
-        self.allocations[figure, case, side] = count
+    def addAllocations(self, benchmark, case, side, count):
+        self.allocations[benchmark, case, side] = count
 
     def toJson(self):
         entries = []
-        for figure, cases in self.values.items():
+        for benchmark, cases in self.values.items():
             for case, sides in cases.items():
                 for side, values in sides.items():
-                    entry = {"figure": figure, "case": case, "side": side, "values": values}
-                    if (figure, case, side) in self.allocations:
-                        entry["allocations"] = self.allocations[figure, case, side]
+                    entry = {"benchmark": benchmark, "case": case, "side": side, "values": values}
+                    if (benchmark, case, side) in self.allocations:
+                        entry["allocations"] = self.allocations[benchmark, case, side]
                     entries.append(entry)
         return entries
 
@@ -36,9 +36,9 @@ class Samples:
         samples = Samples()
         for entry in entries:
             for value in entry["values"]:
-                samples.add(entry["figure"], entry["case"], entry["side"], value)
+                samples.add(entry["benchmark"], entry["case"], entry["side"], value)
             if "allocations" in entry:
-                samples.addAllocations(entry["figure"], entry["case"], entry["side"], entry["allocations"])
+                samples.addAllocations(entry["benchmark"], entry["case"], entry["side"], entry["allocations"])
         return samples
 
 
@@ -50,27 +50,27 @@ def run(command):
     return done.stdout
 
 
-def runFunctions(emulator, program, figure, quick, samples):
-    """One run of Google Benchmark is one round: ours and the rivals take turns, case by case."""
-    rounds = figure.quickRounds if quick else figure.rounds
-    arguments = [f"--figure={figure.number}", "--benchmark_format=json"] + (["--quick"] if quick else [])
+def runFunctions(emulator, program, benchmark, quick, samples):
+    """One run of Google Benchmark is one round: ours and the baselines take turns, case by case."""
+    rounds = benchmark.quickRounds if quick else benchmark.rounds
+    arguments = [f"--benchmark={benchmark.number}", "--benchmark_format=json"] + (["--quick"] if quick else [])
     for _ in range(rounds):
         output = run(emulator + [program] + arguments)
         for entry in json.loads(output[output.index("{"):])["benchmarks"]:
             number, case, side = entry["name"].split("/iterations:")[0].split("|")
             if "error_message" in entry:
                 raise SystemExit(f"benchmarks: {entry['name']}: {entry['error_message']}")
-            value = entry["bytes_per_second"] if figure.rate else 1 / entry["items_per_second"]
+            value = entry["bytes_per_second"] if benchmark.rate else 1 / entry["items_per_second"]
             samples.add(int(number), case, side, value)
-            if figure.allocations:
+            if benchmark.allocations:
                 samples.addAllocations(int(number), case, side, int(entry["allocations"]))
 
 
-def runProcesses(emulator, program, figure, quick, samples):
+def runProcesses(emulator, program, benchmark, quick, samples):
     """A program of ours does all rounds itself and prints a line of JSON for each value."""
-    rounds = figure.quickRounds if quick else figure.rounds
-    output = run(emulator + [program, f"--figure={figure.number}", f"--rounds={rounds}"] +
+    rounds = benchmark.quickRounds if quick else benchmark.rounds
+    output = run(emulator + [program, f"--benchmark={benchmark.number}", f"--rounds={rounds}"] +
                  (["--quick"] if quick else []))
     for line in output.splitlines():
         entry = json.loads(line)
-        samples.add(figure.number, entry["case"], entry["side"], entry["value"])
+        samples.add(benchmark.number, entry["case"], entry["side"], entry["value"])

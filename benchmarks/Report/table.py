@@ -13,36 +13,36 @@ def quartiles(values):
 
 
 class Row:
-    """A case of a figure against one rival, if it has one. The ratio is taken within each round, before the median."""
+    """A case of a benchmark and one baseline, if it has one. The ratio is taken in each round, before the median."""
 
-    def __init__(self, figure, case, ours, name="", rival=None):
-        self.figure = figure
+    def __init__(self, benchmark, case, ours, name="", baseline=None):
+        self.benchmark = benchmark
         self.case = case
-        self.rivalName = name
-        self.unit, scale = figure.unitOf(case)
+        self.baselineName = name
+        self.unit, scale = benchmark.unitOf(case)
         self.ours = statistics.median(ours) * scale
-        self.rival = None
+        self.baseline = None
         self.rounds = len(ours)
         self.allocations = ""
-        if rival is None:
+        if baseline is None:
             return
-        self.rival = statistics.median(rival) * scale
-        ratios = [figure.ratioOf(a, b) for a, b in zip(ours, rival)]
+        self.baseline = statistics.median(baseline) * scale
+        ratios = [benchmark.ratioOf(a, b) for a, b in zip(ours, baseline)]
         self.ratio = statistics.median(ratios)
         self.spread = quartiles(ratios)
-        self.goal = figure.meetsGoal(self.ratio) if figure.hasGoal(case, name) else None
+        self.goal = benchmark.meetsGoal(self.ratio) if benchmark.hasGoal(case, name) else None
 
 
-def rowsOf(figure, samples):
+def rowsOf(benchmark, samples):
     rows = []
-    for case, sides in samples.values.get(figure.number, {}).items():
+    for case, sides in samples.values.get(benchmark.number, {}).items():
         if len(sides) == 1:
-            rows.append(Row(figure, case, sides[OURS]))
-        for name, rival in sides.items():
+            rows.append(Row(benchmark, case, sides[OURS]))
+        for name, baseline in sides.items():
             if name != OURS:
-                row = Row(figure, case, sides[OURS], name, rival)
-                if figure.allocations:
-                    ours, theirs = (samples.allocations[figure.number, case, side] for side in (OURS, name))
+                row = Row(benchmark, case, sides[OURS], name, baseline)
+                if benchmark.allocations:
+                    ours, theirs = (samples.allocations[benchmark.number, case, side] for side in (OURS, name))
                     row.allocations = f"{ours:,} to {theirs:,}"
                 rows.append(row)
     return rows
@@ -57,50 +57,50 @@ def number(value):
     return f"{value:.2f}" if value >= 0.1 else f"{value:.3f}"
 
 
-def goalWords(figure):
-    if figure.goal is None:
+def goalWords(benchmark):
+    if benchmark.goal is None:
         return ""
-    sign = "at least" if figure.ratio == "speed" else "at most"
-    start = f", from {figure.goalFrom // 1024} KiB" if figure.goalFrom else ""
-    return f"goal: {sign} {figure.goal:g} against {' and '.join(figure.goalRivals)}{start}"
+    sign = "at least" if benchmark.ratio == "speed" else "at most"
+    start = f", from {benchmark.goalFrom // 1024} KiB" if benchmark.goalFrom else ""
+    return f"goal: {sign} {benchmark.goal:g} against {' and '.join(benchmark.goalBaselines)}{start}"
 
 
-def ratioWords(figure):
-    return "times as fast" if figure.ratio == "speed" else "times as long"
+def ratioWords(benchmark):
+    return "times as fast" if benchmark.ratio == "speed" else "times as long"
 
 
 def cells(row):
-    unit = f" {row.unit}" if row.figure.units else ""
-    if row.rival is None:
+    unit = f" {row.unit}" if row.benchmark.units else ""
+    if row.baseline is None:
         return [row.case, number(row.ours) + unit, "", "", "", "", ""]
-    allocations = [row.allocations] if row.figure.allocations else []
-    return [row.case, number(row.ours) + unit, row.rivalName, number(row.rival) + unit, number(row.ratio),
+    allocations = [row.allocations] if row.benchmark.allocations else []
+    return [row.case, number(row.ours) + unit, row.baselineName, number(row.baseline) + unit, number(row.ratio),
             f"{number(row.spread[0])} to {number(row.spread[1])}", *allocations,
             {None: "", True: "met", False: "missed"}[row.goal]]
 
 
-def headings(figure):
-    unit = "" if figure.units else f", {figure.unit}"
-    allocations = ["allocations"] if figure.allocations else []
-    return ["case", f"ours{unit}", "rival", f"rival{unit}", ratioWords(figure), "spread", *allocations, "goal"]
+def headings(benchmark):
+    unit = "" if benchmark.units else f", {benchmark.unit}"
+    allocations = ["allocations"] if benchmark.allocations else []
+    return ["case", f"ours{unit}", "baseline", f"baseline{unit}", ratioWords(benchmark), "spread", *allocations, "goal"]
 
 
-def roundWords(figure, rows):
+def roundWords(benchmark, rows):
     rounds = " or ".join(str(count) for count in sorted({row.rounds for row in rows}))
-    return f"{rounds} rounds; {goalWords(figure) or 'no goal'}"
+    return f"{rounds} rounds; {goalWords(benchmark) or 'no goal'}"
 
 
-def asText(figure, rows):
-    lines = [headings(figure)] + [cells(row) for row in rows]
+def asText(benchmark, rows):
+    lines = [headings(benchmark)] + [cells(row) for row in rows]
     widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
-    title = f"{figure.number}. {figure.title} ({roundWords(figure, rows)})"
+    title = f"{benchmark.number}. {benchmark.title} ({roundWords(benchmark, rows)})"
     body = ["  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines]
     return "\n".join([title] + ["   " + line for line in body])
 
 
-def asMarkdown(figure, rows):
-    allocations = ["--:"] if figure.allocations else []
+def asMarkdown(benchmark, rows):
+    allocations = ["--:"] if benchmark.allocations else []
     rule = ["---", "--:", "---", "--:", "--:", "--:", *allocations, "---"]
-    lines = [headings(figure), rule] + [cells(row) for row in rows]
-    head = [f"![{figure.title}](benchmarks/{figure.picture})", "", f"{roundWords(figure, rows)}.", ""]
+    lines = [headings(benchmark), rule] + [cells(row) for row in rows]
+    head = [f"![{benchmark.title}](benchmarks/{benchmark.chart})", "", f"{roundWords(benchmark, rows)}.", ""]
     return "\n".join(head + ["| " + " | ".join(line) + " |" for line in lines])

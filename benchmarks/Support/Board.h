@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What a benchmark's host and its Bridge tell each other: memory that both map, named by the host's process id.
+/// What a benchmark's host and its Bridge share: memory that both map, named by the host's process id.
 
 #include "Pipe.h"
 
@@ -15,18 +15,18 @@ namespace Torvane::Benchmarks
 /// Filled by the host before it starts its Agent; results are added by either side.
 struct BoardMemory
 {
-    uint32_t figure;
+    uint32_t benchmark;
     uint32_t rounds;
     uint32_t quick;
-    uint32_t dataSize;        ///< bytes of the host's memory that figures read and write
+    uint32_t dataSize;        ///< bytes of the host's memory that benchmarks read and write
     uint64_t data;            ///< where that is in the host
-    uint32_t bursts;          ///< of figure 3, in all
-    wchar_t folder[MAX_PATH]; ///< of figure 9's images
-    uint32_t bare;            ///< whether figure 10 starts the Bridge itself
+    uint32_t bursts;          ///< of benchmark 3, in all
+    wchar_t folder[MAX_PATH]; ///< of benchmark 9's images
+    uint32_t bare;            ///< whether benchmark 10 starts the Bridge itself
     volatile LONG bridgeProcessId;
     volatile LONG bridgeDone;
-    uint32_t textSize;
-    char text[1 << 20]; ///< a line of JSON for each value
+    uint32_t linesSize;
+    char lines[1 << 20]; ///< a line of JSON for each value
 };
 
 class Board
@@ -63,11 +63,11 @@ public:
         return memory->quick != 0;
     }
 
-    /// \param value of one round: seconds, bytes per second or whatever the figure has for that case.
+    /// \param value of one round: seconds, bytes per second or whatever the benchmark has for that case.
     void Add(const std::string& caseName, const char* side, double value)
     {
-        memory->textSize += static_cast<uint32_t>(snprintf(
-            memory->text + memory->textSize, sizeof(memory->text) - memory->textSize,
+        memory->linesSize += static_cast<uint32_t>(snprintf(
+            memory->lines + memory->linesSize, sizeof(memory->lines) - memory->linesSize,
             "{\"case\": \"%s\", \"side\": \"%s\", \"value\": %.9g}\n", caseName.c_str(), side, value));
     }
 

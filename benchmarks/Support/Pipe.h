@@ -2,7 +2,7 @@
 
 /// \file
 /// A named pipe of the kind that Agent and Bridge use, with bare calls of the OS; each object belongs to one thread at
-/// a time. A failure ends the process: a benchmark has nothing to go on with.
+/// a time. A failure ends the process.
 
 #include <stdint.h>
 #include <stdio.h>

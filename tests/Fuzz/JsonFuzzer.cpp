@@ -1,5 +1,5 @@
 /// \file
-/// Feeds texts to the JSON reader, under several sets of options each, and checks what holds for all of them.
+/// Feeds documents to the JSON reader, with several sets of options each, and checks what holds for all of them.
 
 #include "tests/Support/JsonTestTree.h"
 
@@ -28,16 +28,16 @@ void CheckFailure(const JsonParseState& state)
 {
     Require(state.error >= JsonError::CommaExpected && state.error <= JsonError::BadString &&
                 state.error != JsonError::QuoteExpected,
-            "the error is none that is told", state.flags);
-    Require(state.offset <= state.size, "the reader stands behind the text", state.flags);
+            "the error is none of the reported ones", state.flags);
+    Require(state.offset <= state.size, "the reader is past the end of the text", state.flags);
 }
 
 void CheckTree(const JsonTree& tree, std::string_view text)
 {
     const uint32_t flags = tree.sized.flags;
     Require(tree.IsFilled(), "the tree takes another size than was counted", flags);
-    Require(tree.built.offset <= tree.built.size && tree.built.lineNumber >= 1, "pass two went astray",
-            flags);
+    Require(tree.built.offset <= tree.built.size && tree.built.lineNumber >= 1,
+            "pass two ended at an invalid position", flags);
 
     const ComparePositions positions =
         (flags & JsonOption::RecordPositions) != 0 ? ComparePositions::Yes : ComparePositions::No;

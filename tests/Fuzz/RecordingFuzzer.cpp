@@ -1,5 +1,5 @@
 /// \file
-/// Feeds texts to the reader of recordings; what it takes for one has to hold what every recording does.
+/// Feeds files to the reader of recordings. Whatever it accepts has to fulfil what holds for every recording.
 
 #include "tests/Fuzz/RecordingChecks.h"
 

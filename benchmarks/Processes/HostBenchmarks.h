@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The host's part of figures, called by the main thread.
+/// The host's part of benchmarks, called by the main thread.
 
 #include "Torvane/Agent.h"
 
@@ -9,22 +9,22 @@
 
 namespace Torvane::Benchmarks
 {
-using HostFigure = void (*)(Board& board, TvnDefaultAgent& agent);
+using HostBenchmark = void (*)(Board& board, TvnDefaultAgent& agent);
 
-/// Figure 3.
+/// Benchmark 3.
 void PrepareBursts(Board& board, TvnDefaultAgent& agent);
 void SendBursts(Board& board, TvnDefaultAgent& agent);
 
-/// Figure 8.
+/// Benchmark 8.
 void MeasureModules(Board& board, TvnDefaultAgent& agent);
 
-/// Figure 9.
+/// Benchmark 9.
 void WritePatches(Board& board, TvnDefaultAgent& agent);
 void DeletePatches(Board& board, TvnDefaultAgent& agent);
 
-/// Figure 10, with Agents of its own.
+/// Benchmark 10, with Agents of its own.
 void MeasureStartup(Board& board);
 
-/// Figure 11.
+/// Benchmark 11.
 void MeasureExceptions(Board& board, TvnDefaultAgent& agent);
 } // namespace Torvane::Benchmarks

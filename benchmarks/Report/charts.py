@@ -1,10 +1,10 @@
-"""Draws a figure as SVG: bars for cases, lines for sizes."""
+"""Draws a benchmark's chart as SVG: bars for cases, lines for sizes."""
 
 import math
 import statistics
 from html import escape
 
-from .figures import sizeOf
+from .benchmarks import sizeOf
 from .table import OURS, number, quartiles
 
 COLOURS = ["#1f6feb", "#c0c7d1", "#8b98a9", "#e0a458", "#9b72cf", "#5aa889"]
@@ -30,13 +30,13 @@ def legend(sides, y):
     return parts
 
 
-def frame(figure, sides, height, parts):
-    better = "more is better" if figure.rate else "less is better"
-    unit = "" if figure.units else f"{figure.unit}, "
+def frame(benchmark, sides, height, parts):
+    better = "more is better" if benchmark.rate else "less is better"
+    unit = "" if benchmark.units else f"{benchmark.unit}, "
     head = [f"<svg xmlns='http://www.w3.org/2000/svg' width='{WIDTH}' height='{height:.0f}' "
             f"viewBox='0 0 {WIDTH} {height:.0f}'>",
             f"<rect width='{WIDTH}' height='{height:.0f}' fill='#ffffff'/>",
-            text(20, 28, f"{figure.title} ({unit}{better})", 16, weight="bold")]
+            text(20, 28, f"{benchmark.title} ({unit}{better})", 16, weight="bold")]
     return "\n".join(head + legend(sides, 54) + parts + ["</svg>"]) + "\n"
 
 
@@ -52,18 +52,18 @@ def barLimit(medians):
     return min(medians[-1], 3 * medians[int(len(medians) * 0.8)])
 
 
-def drawBars(figure, cases):
-    """The longest bars are cut where they would leave the others without a length. Each unit has a scale of its own."""
+def drawBars(benchmark, cases):
+    """Very long bars are cut, so that the others keep a visible length. Each unit has a scale of its own."""
     sides = sidesOf(cases)
     medians = {}
     for case, measured in cases.items():
-        unit, scale = figure.unitOf(case)
+        unit, scale = benchmark.unitOf(case)
         medians.setdefault(unit, []).extend(statistics.median(values) * scale for values in measured.values())
     limits = {unit: barLimit(values) for unit, values in medians.items()}
-    left, right, thickness = 210, WIDTH - (115 if figure.units else 80), 13
+    left, right, thickness = 210, WIDTH - (115 if benchmark.units else 80), 13
     parts, y = [], 76
     for case, measured in cases.items():
-        unit, scale = figure.unitOf(case)
+        unit, scale = benchmark.unitOf(case)
         limit = limits[unit]
         parts.append(text(left - 10, y + thickness * len(measured) / 2 + 4, case, anchor="end"))
         for side in sides:
@@ -76,21 +76,21 @@ def drawBars(figure, cases):
                          f"height='{thickness - 2}' fill='{colourOf(sides, side)}'/>")
             low, high = quartiles(values)
             parts.append(f"<path d='M{place(low):.1f} {y + 5.5}H{place(high):.1f}' stroke='#24292f'/>")
-            mark = (f" {unit}" if figure.units else "") + (" (cut)" if middle > limit else "")
+            mark = (f" {unit}" if benchmark.units else "") + (" (cut)" if middle > limit else "")
             parts.append(text(max(place(middle), place(high)) + 5, y + 10, number(middle) + mark, 11))
             y += thickness
         y += 10
-    return frame(figure, sides, y + 10, parts)
+    return frame(benchmark, sides, y + 10, parts)
 
 
-def drawLines(figure, cases):
+def drawLines(benchmark, cases):
     """A line for each side, and for each kind of case that follows the size in the cases' names."""
     sides, points = sidesOf(cases), {}
     for case, measured in cases.items():
         size, unit, *kind = case.split(" ", 2)
         for side in sides:
             if side in measured:
-                values = [value * figure.scale for value in measured[side]]
+                values = [value * benchmark.scale for value in measured[side]]
                 points.setdefault((side, *kind), []).append((sizeOf(case), values))
     labels = {sizeOf(case): " ".join(case.split(" ", 2)[:2]) for case in cases}
     xs = [math.log(x) for x in labels]
@@ -122,9 +122,9 @@ def drawLines(figure, cases):
             y = max([placeY(statistics.median(line[-1][1])) + 4] + [taken + 12 for taken in labelled])
             labelled.append(y)
             parts.append(text(right + 8, y, ", ".join([side, *kind]), 11))
-    return frame(figure, sides, bottom + 40, parts)
+    return frame(benchmark, sides, bottom + 40, parts)
 
 
-def draw(figure, samples):
-    cases = samples.values[figure.number]
-    return drawLines(figure, cases) if figure.chart == "lines" else drawBars(figure, cases)
+def draw(benchmark, samples):
+    cases = samples.values[benchmark.number]
+    return drawLines(benchmark, cases) if benchmark.chartKind == "lines" else drawBars(benchmark, cases)
