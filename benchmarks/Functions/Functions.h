@@ -1,7 +1,10 @@
 #pragma once
 
 /// \file
-/// What the benchmarks of functions have in common. One benchmark is one source file.
+/// What the benchmarks of functions have in common. One benchmark is one source file. Main thread, but for what the
+/// benchmarks themselves run.
+
+#include "../Support/Count.h"
 
 #include <benchmark/benchmark.h>
 
@@ -11,8 +14,10 @@
 
 namespace Torvane
 {
-/// Adds a benchmark to the run. Cases are taken in the order in which they are added, so ours and its baselines follow
-/// each other; a whole run of the program is one round.
+using Benchmarks::Count;
+
+/// Adds one side of a case. Cases run in the order in which they are added, so ours and its baselines follow each other;
+/// a whole run of the program is one round.
 /// \param name the benchmark's number, the case and the side: "5|64 B, 1 thread|ours".
 /// \param iterations of each thread, the same in every round: nothing is spent on finding a number.
 template<typename Function>
@@ -24,10 +29,7 @@ void AddBenchmark(const std::string& name, int threads, int64_t iterations, Func
         ->UseRealTime();
 }
 
-/// \return "1 thread", "2 threads" and so on.
-std::string CountThreads(int threads);
-
-/// \param scale 1 for a full round, less for a quick one; the iterations go by it.
+/// \param scale 1 for a full round, less for a quick one; the iterations are multiplied by it.
 void AddPools(double scale);
 void AddJson(double scale);
 void AddModulePaths(double scale);

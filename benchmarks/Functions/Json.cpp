@@ -1,7 +1,9 @@
-// Benchmark 6: reading a JSON document into a tree in memory and giving the tree back.
+// Benchmark 6: reading a JSON document into a tree in memory and freeing the tree.
 #include "Functions.h"
 
 #include "Shared/Serialization/JsonReader.h"
+
+#include "../Support/Random.h"
 
 #define RAPIDJSON_SSE2
 #include <nlohmann/json.hpp>
@@ -81,7 +83,7 @@ struct Ours
     }
 };
 
-/// From a text with a terminator, for which alone it uses its vector instructions.
+/// From a terminated string, the only kind that it uses its vector instructions for.
 template<unsigned flags>
 bool ReadByRapidJson(const std::string& text)
 {
@@ -138,7 +140,7 @@ void ReadDocument(benchmark::State& state, const std::string& text)
     state.counters["allocations"] = static_cast<double>(count);
 }
 
-/// Writes a document, the same one whenever it is asked for.
+/// Writes a document, the same one in every run.
 class Writer
 {
 public:
@@ -146,10 +148,7 @@ public:
 
     uint32_t Random(uint32_t end)
     {
-        random ^= random << 13;
-        random ^= random >> 17;
-        random ^= random << 5;
-        return (random >> 8) % end;
+        return random.Below(end);
     }
 
     template<size_t count>
@@ -168,7 +167,7 @@ public:
         text += line;
     }
 
-    /// Takes back the comma behind the last member or element.
+    /// Removes the comma after the last member or element.
     void EndList(const char* closing)
     {
         text.resize(text.find_last_of(','));
@@ -176,7 +175,7 @@ public:
     }
 
 private:
-    uint32_t random = 2463534242;
+    Benchmarks::Random random;
 };
 
 constexpr const char* words[] = {"Editor",  "Window", "Recent", "Font",  "Server", "Cache",

@@ -64,28 +64,28 @@ void BareWrite(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
-std::unique_ptr<spdlog::logger> baselineLogger;
+std::unique_ptr<spdlog::logger> spdlogLogger;
 
-void Baseline(benchmark::State& state)
+void Spdlog(benchmark::State& state)
 {
     uint32_t count = 0;
     for (auto _ : state)
     {
-        baselineLogger->log(spdlog::source_loc{__FILE__, __LINE__, __func__}, spdlog::level::info,
-                            "Sending {}, {} bytes, request {}", message, 128U, ++count);
+        spdlogLogger->log(spdlog::source_loc{__FILE__, __LINE__, __func__}, spdlog::level::info,
+                          "Sending {}, {} bytes, request {}", message, 128U, ++count);
     }
     state.SetItemsProcessed(state.iterations());
 }
 
-void StartupBaseline()
+void StartupSpdlog()
 {
-    // Written and read back by nobody; the folder of temporary files is cleaned when the process ends.
-    const std::wstring wide = MakePath(L" baseline.log");
+    // `RemoveLogRecord` deletes it.
+    const std::wstring wide = MakePath(L" spdlog.log");
     const std::string path(wide.begin(), wide.end());
     auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path, true);
-    baselineLogger = std::make_unique<spdlog::logger>("benchmark", std::move(sink));
-    baselineLogger->set_pattern("%H:%M:%S.%e | %l | %43s(%#) | %v");
-    baselineLogger->flush_on(spdlog::level::info);
+    spdlogLogger = std::make_unique<spdlog::logger>("benchmark", std::move(sink));
+    spdlogLogger->set_pattern("%H:%M:%S.%e | %l | %43s(%#) | %v");
+    spdlogLogger->flush_on(spdlog::level::info);
 }
 } // namespace
 
@@ -95,20 +95,20 @@ void AddLogRecord(double scale)
     SetDebugOutputLevelMask(0);
     StartupLog(CreateTemporaryFile(L" ours.log"));
     bareFile = CreateTemporaryFile(L" bare.log");
-    StartupBaseline();
+    StartupSpdlog();
     for (int threads = 1; threads <= 8; threads *= 2)
     {
-        const std::string name = "4|" + CountThreads(threads) + "|";
+        const std::string name = "4|" + Count(static_cast<uint32_t>(threads), "thread") + "|";
         const int64_t iterations = static_cast<int64_t>(20000 * scale / (threads == 1 ? 1 : 2));
         AddBenchmark(name + "ours", threads, iterations, Ours);
         AddBenchmark(name + "bare WriteFile", threads, iterations, BareWrite);
-        AddBenchmark(name + "spdlog", threads, iterations, Baseline);
+        AddBenchmark(name + "spdlog", threads, iterations, Spdlog);
     }
 }
 
 void RemoveLogRecord()
 {
-    baselineLogger.reset();
-    DeleteFileW(MakePath(L" baseline.log").c_str());
+    spdlogLogger.reset();
+    DeleteFileW(MakePath(L" spdlog.log").c_str());
 }
 } // namespace Torvane

@@ -9,11 +9,6 @@
 
 namespace Torvane
 {
-std::string CountThreads(int threads)
-{
-    return std::to_string(threads) + (threads == 1 ? " thread" : " threads");
-}
-
 namespace
 {
 struct FunctionBenchmark

@@ -1,7 +1,9 @@
-// Benchmark 7: the set of the module paths that a walk has met, and sets of others with the same texts.
+// Benchmark 7: the set of the module paths that a walk has visited, and sets of other libraries with the same paths.
 #include "Functions.h"
 
 #include "Shared/Process/Windows/ModulePathSet.h"
+
+#include "../Support/Random.h"
 
 #include <absl/container/flat_hash_set.h>
 
@@ -58,14 +60,6 @@ struct Flat : Baseline<absl::flat_hash_set<std::wstring>>
     static constexpr const char* name = "flat_hash_set";
 };
 
-uint32_t NextRandom(uint32_t& random)
-{
-    random ^= random << 13;
-    random ^= random >> 17;
-    random ^= random << 5;
-    return random >> 8;
-}
-
 /// Paths of libraries that differ in their folders and in the numbers of their names. Always the same ones.
 Paths MakePaths(size_t count)
 {
@@ -78,25 +72,25 @@ Paths MakePaths(size_t count)
         L"C:\\Users\\Developer\\AppData\\Local\\Temp\\Patches\\"};
     static constexpr const wchar_t* names[] = {L"api-ms-win-core-", L"Render", L"Physics.", L"msvcp140_",
                                                L"libAnimation",     L"d3d11",  L"Editor-",  L"Plugin"};
-    uint32_t random = 2463534242;
+    Benchmarks::Random random;
     Paths paths;
     for (size_t i = 0; i < count; ++i)
     {
-        const wchar_t* folder = folders[NextRandom(random) % std::size(folders)];
-        const wchar_t* name = names[NextRandom(random) % std::size(names)];
+        const wchar_t* folder = folders[random.Below(std::size(folders))];
+        const wchar_t* name = names[random.Below(std::size(names))];
         paths.push_back(folder + (name + std::to_wstring(i)) + L".dll");
     }
     return paths;
 }
 
-/// The same paths in texts of their own and in another order.
+/// Copies of the same paths in another order.
 Paths Shuffle(const Paths& paths)
 {
     Paths shuffled = paths;
-    uint32_t random = 88675123;
+    Benchmarks::Random random(88675123);
     for (size_t i = shuffled.size(); i > 1; --i)
     {
-        std::swap(shuffled[i - 1], shuffled[NextRandom(random) % i]);
+        std::swap(shuffled[i - 1], shuffled[random.Below(static_cast<uint32_t>(i))]);
     }
     return shuffled;
 }

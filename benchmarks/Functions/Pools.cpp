@@ -1,8 +1,10 @@
-// Benchmark 5: what the memory system's pools cost, and what others ask for the same.
+// Benchmark 5: what the memory system's pools cost, and what other allocators cost.
 #include "Functions.h"
 
 #include "Shared/Memory/MemorySystem.h"
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
+
+#include "../Support/Random.h"
 
 #include <atomic>
 #include <mimalloc.h>
@@ -74,7 +76,7 @@ struct MiMalloc
 
 CRITICAL_SECTION lockAlone;
 
-/// No allocator: only the lock that the pools enter and leave, once for each block that is given or taken back.
+/// No allocator: only the lock that the pools enter and leave, once for each allocation and each free.
 struct LockAlone
 {
     [[maybe_unused]] static constexpr const char* name = "the lock alone";
@@ -128,17 +130,11 @@ void Batches(benchmark::State& state, uint32_t size)
 std::vector<uint16_t> MakeSizes()
 {
     std::vector<uint16_t> sizes(4096);
-    uint32_t random = 2463534242;
-    const auto next = [&] {
-        random ^= random << 13;
-        random ^= random >> 17;
-        random ^= random << 5;
-        return random >> 8;
-    };
+    Benchmarks::Random random;
     for (uint16_t& size : sizes)
     {
-        const uint32_t range = 8U << (next() % 8);
-        size = static_cast<uint16_t>(1 + next() % range);
+        const uint32_t range = 8U << random.Below(8);
+        size = static_cast<uint16_t>(1 + random.Below(range));
     }
     return sizes;
 }
@@ -234,58 +230,56 @@ void AcrossThreads(benchmark::State& state, uint32_t size)
     state.SetItemsProcessed(state.iterations() * batchSize);
 }
 
-template<typename Add>
-void ForEachSide(Add add)
+int64_t Scaled(double scale, int threads)
 {
+    return static_cast<int64_t>(2000 * scale / (threads == 1 ? 1 : 2));
+}
+
+/// Adds a case for every allocator. `run` is called with a value of the side's type and the state.
+template<typename Run>
+void AddCase(const std::string& name, int threads, double scale, Run run)
+{
+    const auto add = [&](auto side) {
+        const std::string start = "5|" + name + Count(static_cast<uint32_t>(threads), "thread") + "|";
+        AddBenchmark(start + decltype(side)::name, threads, Scaled(scale, threads),
+                     [=](benchmark::State& state) { run(side, state); });
+    };
     add(Ours{});
     add(PrivateHeap{});
     add(Runtime{});
     add(MiMalloc{});
 }
 
+void AddBatches(uint32_t size, int threads, double scale)
+{
+    AddCase(std::to_string(size) + " B, ", threads, scale,
+            [size](auto side, benchmark::State& state) { Batches<decltype(side)>(state, size); });
+}
 } // namespace
 
 void AddPools(double scale)
 {
     privateHeap = HeapCreate(0, 0x8000000, 0);
     InitializeCriticalSection(&lockAlone);
-    const auto scaled = [scale](int iterations, int threads) {
-        return static_cast<int64_t>(iterations * scale / (threads == 1 ? 1 : 2));
-    };
-    const auto addBatches = [&](uint32_t size, int threads) {
-        ForEachSide([&](auto side) {
-            using Side = decltype(side);
-            AddBenchmark("5|" + std::to_string(size) + " B, " + CountThreads(threads) + "|" + Side::name,
-                         threads, scaled(2000, threads),
-                         [size](benchmark::State& state) { Batches<Side>(state, size); });
-        });
-    };
     for (uint32_t size = 8; size <= largestBlock; size *= 2)
     {
-        addBatches(size, 1);
+        AddBatches(size, 1, scale);
     }
     for (int threads = 2; threads <= mostThreads; threads *= 2)
     {
-        addBatches(64, threads);
+        AddBatches(64, threads, scale);
     }
-    AddBenchmark(std::string("5|64 B, 1 thread|") + LockAlone::name, 1, scaled(2000, 1),
+    AddBenchmark(std::string("5|64 B, 1 thread|") + LockAlone::name, 1, Scaled(scale, 1),
                  [](benchmark::State& state) { Batches<LockAlone>(state, 64); });
     for (int threads = 1; threads <= mostThreads; threads *= 2)
     {
-        ForEachSide([&](auto side) {
-            using Side = decltype(side);
-            AddBenchmark("5|mixed sizes, " + CountThreads(threads) + "|" + Side::name, threads,
-                         scaled(2000, threads), Mixed<Side>);
-        });
+        AddCase("mixed sizes, ", threads, scale,
+                [](auto side, benchmark::State& state) { Mixed<decltype(side)>(state); });
     }
     for (int threads = 2; threads <= mostThreads; threads *= 2)
     {
-        ForEachSide([&](auto side) {
-            using Side = decltype(side);
-            AddBenchmark("5|64 B freed by another, " + CountThreads(threads) + "|" + Side::name, threads,
-                         scaled(2000, threads),
-                         [](benchmark::State& state) { AcrossThreads<Side>(state, 64); });
-        });
+        AddCase("64 B freed by another, ", threads, scale,
+                [](auto side, benchmark::State& state) { AcrossThreads<decltype(side)>(state, 64); });
     }
 }
 } // namespace Torvane

@@ -5,6 +5,19 @@
 
 namespace Torvane::Benchmarks
 {
+namespace
+{
+/// \param buffer grows to the largest payload so far.
+bool ReadPayload(Pipe& pipe, uint32_t size, std::vector<uint8_t>& buffer)
+{
+    if (buffer.size() < size)
+    {
+        buffer.resize(size);
+    }
+    return pipe.Read(buffer.data(), size);
+}
+} // namespace
+
 AgentLink::AgentLink(uint32_t hostProcessId)
 {
     agentPipe.Open(agentPipePrefix, hostProcessId);
@@ -17,15 +30,7 @@ AgentLink::AgentLink(uint32_t hostProcessId)
 
 bool AgentLink::Receive(BlobHeader& header)
 {
-    if (!agentPipe.Read(&header, sizeof(header)))
-    {
-        return false;
-    }
-    if (payload.size() < header.size)
-    {
-        payload.resize(header.size);
-    }
-    return agentPipe.Read(payload.data(), header.size);
+    return agentPipe.Read(&header, sizeof(header)) && ReadPayload(agentPipe, header.size, payload);
 }
 
 void AgentLink::ReceiveUntil(BlobType type)
@@ -62,13 +67,13 @@ RelayLink::RelayLink(uint32_t hostProcessId)
     pingPong.Open(pingPongName, hostProcessId);
 }
 
-void RelayLink::Send(RelayCommand order, const void* bytes, uint32_t size)
+void RelayLink::Send(RelayCommand command, const void* bytes, uint32_t size)
 {
     if (request.size() < sizeof(RelayHeader) + size)
     {
         request.resize(sizeof(RelayHeader) + size);
     }
-    const RelayHeader header = {size, order};
+    const RelayHeader header = {size, command};
     memcpy(request.data(), &header, sizeof(header));
     memcpy(request.data() + sizeof(header), bytes, size);
     in.Write(request.data(), static_cast<uint32_t>(sizeof(header)) + size);
@@ -77,15 +82,10 @@ void RelayLink::Send(RelayCommand order, const void* bytes, uint32_t size)
 void RelayLink::Receive()
 {
     RelayHeader header = {};
-    if (!out.Read(&header, sizeof(header)))
+    if (!out.Read(&header, sizeof(header)) || !ReadPayload(out, header.size, payload))
     {
         Fail("The relay has gone");
     }
-    if (payload.size() < header.size)
-    {
-        payload.resize(header.size);
-    }
-    out.Read(payload.data(), header.size);
 }
 
 void RelayLink::PingPong()

@@ -9,8 +9,8 @@ namespace Torvane::Benchmarks
 {
 namespace
 {
-/// A heap's blocks from about this size on have pages of their own, which come from the OS and go back to it; it's worth
-/// a look at what they cost. Smaller ones cost nothing to speak of.
+/// From about this size on, a heap's blocks have pages of their own, which are requested from the OS and returned to it.
+/// What that costs is measured too; for smaller blocks it is negligible.
 constexpr uint32_t ownPagesFrom = 1 << 20;
 
 std::string NameOf(uint32_t size)
@@ -41,15 +41,20 @@ std::vector<uint8_t> MakeWrite(uint32_t size, AddressSlot address)
     return blob.Finish();
 }
 
-/// The sides take turns. Adds the median of each, in bytes per second.
 struct Side
 {
     const char* name;
     std::function<void()> run;
 };
 
-void Compare(Board& board, const std::string& caseName, uint32_t size, const std::vector<Side>& sides)
+/// The sides take turns. Adds the median of each, in bytes per second.
+/// \param sides the last one only measures blocks with pages of their own.
+void Compare(Board& board, const std::string& caseName, uint32_t size, std::vector<Side> sides)
 {
+    if (size < ownPagesFrom)
+    {
+        sides.pop_back();
+    }
     const uint32_t budget = board.IsQuick() ? 8 << 20 : 64 << 20;
     const uint32_t count = std::clamp<uint32_t>(budget / size, 1, board.IsQuick() ? 10 : 100);
     std::vector<std::vector<double>> times(sides.size());
@@ -68,52 +73,44 @@ void Compare(Board& board, const std::string& caseName, uint32_t size, const std
 
 void MeasureReading(Session& session, uint32_t size)
 {
-    const std::vector<uint8_t> order = MakeRead(size, session.board->data);
+    const std::vector<uint8_t> request = MakeRead(size, session.board->data);
     const auto ours = [&] {
-        session.agent.Send(order);
+        session.agent.Send(request);
         session.agent.ReceiveUntil(BlobType::ReadMemoryResult);
     };
-    const auto relay = [&](RelayCommand kind) {
-        session.relay.Request(kind, &size, sizeof(size));
+    const auto relay = [&](RelayCommand command) {
+        return [&session, &size, command] {
+            session.relay.Request(command, &size, sizeof(size));
+        };
     };
-    std::vector<Side> sides = {{"ours", ours}, {"bare pipe", [&] {
-                                                    relay(RelayCommand::Give);
-                                                }}};
-    if (size >= ownPagesFrom)
-    {
-        sides.push_back({"bare pipe and a block", [&] {
-                             relay(RelayCommand::GiveFresh);
-                         }});
-    }
-    Compare(session.board, NameOf(size) + " read", size, sides);
+    Compare(session.board, NameOf(size) + " read", size,
+            {{"ours", ours},
+             {"bare pipe", relay(RelayCommand::Give)},
+             {"bare pipe and a block", relay(RelayCommand::GiveFresh)}});
 }
 
-/// The order itself isn't answered, on any side: the echo behind it is.
+/// No side answers the writing itself: the echo that follows it is answered.
 void MeasureWriting(Session& session, uint32_t size)
 {
     const std::vector<uint8_t> echo = Bridge::BlobWriter<EchoRequestBlob>().Finish();
     const uint8_t token[echoRequestSize] = {};
-    const std::vector<uint8_t> order = MakeWrite(size, session.board->data);
+    const std::vector<uint8_t> request = MakeWrite(size, session.board->data);
     const std::vector<uint8_t> bytes(size, 0x5A);
     const auto ours = [&] {
-        session.agent.Send(order);
+        session.agent.Send(request);
         session.agent.Send(echo);
         session.agent.ReceiveUntil(BlobType::EchoReply);
     };
-    const auto relay = [&](RelayCommand kind) {
-        session.relay.Send(kind, bytes.data(), size);
-        session.relay.Request(RelayCommand::Echo, token, sizeof(token));
+    const auto relay = [&](RelayCommand command) {
+        return [&, command] {
+            session.relay.Send(command, bytes.data(), size);
+            session.relay.Request(RelayCommand::Echo, token, sizeof(token));
+        };
     };
-    std::vector<Side> sides = {{"ours", ours}, {"bare pipe", [&] {
-                                                    relay(RelayCommand::Take);
-                                                }}};
-    if (size >= ownPagesFrom)
-    {
-        sides.push_back({"bare pipe and a block", [&] {
-                             relay(RelayCommand::TakeFresh);
-                         }});
-    }
-    Compare(session.board, NameOf(size) + " written", size, sides);
+    Compare(session.board, NameOf(size) + " written", size,
+            {{"ours", ours},
+             {"bare pipe", relay(RelayCommand::Take)},
+             {"bare pipe and a block", relay(RelayCommand::TakeFresh)}});
 }
 } // namespace
 

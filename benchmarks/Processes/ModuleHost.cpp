@@ -2,6 +2,7 @@
 #include "HostBenchmarks.h"
 #include "tests/Support/TestLibraries.h"
 
+#include "../Support/Count.h"
 #include "../Support/Stopwatch.h"
 
 #include <functional>
@@ -12,7 +13,7 @@ namespace
 {
 using Paths = std::vector<std::wstring>;
 
-/// What the Agent can't do without, for each module: map its file, and unmap it.
+/// The least that the Agent has to do for each module: map its file, and unmap it.
 void MapAndUnmap(const Paths& paths)
 {
     for (const std::wstring& path : paths)
@@ -70,10 +71,9 @@ void MeasureModules(Board& board, TvnDefaultAgent& agent)
         {
             break;
         }
-        Compare(board, std::to_string(count) + (count == 1 ? " module" : " modules"),
-                Paths(all.begin(), all.begin() + count), [&] {
-                    agent.TvnEnableModules(pointers.data(), count, ExactlyTheseModules, nullptr, nullptr);
-                });
+        Compare(board, Count(count, "module"), Paths(all.begin(), all.begin() + count), [&] {
+            agent.TvnEnableModules(pointers.data(), count, ExactlyTheseModules, nullptr, nullptr);
+        });
     }
 
     // The closure: one module that imports all the others.

@@ -2,6 +2,7 @@
 #include "Bursts.h"
 #include "HostBenchmarks.h"
 
+#include "../Support/Count.h"
 #include "../Support/Stopwatch.h"
 
 #include <memory>
@@ -127,7 +128,7 @@ void SendBursts(Board& board, TvnDefaultAgent& agent)
     {
         for (uint32_t threads : threadCounts)
         {
-            const std::string name = std::to_string(threads) + (threads == 1 ? " thread" : " threads");
+            const std::string name = Count(threads, "thread");
             const Times ours = RunBurst(threads, sendOurs, oursDrained);
             const Times theirs = RunBurst(threads, sendBaseline, baselineDrained);
             const Times semaphores = RunBurst(threads, callSemaphores, nullptr);

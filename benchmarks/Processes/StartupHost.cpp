@@ -1,4 +1,4 @@
-// Benchmark 10: what an Agent costs that isn't asked for anything.
+// Benchmark 10: what an Agent costs at its start, at its end and while it is idle.
 #include "Agent/Protocol/Names.h"
 #include "HostAgent.h"
 #include "HostBenchmarks.h"
@@ -12,7 +12,7 @@ namespace Torvane::Benchmarks
 {
 namespace
 {
-/// Memory of this process's own, no images and no files; in bytes.
+/// Private memory of this process, in bytes.
 struct Memory
 {
     double committed = 0;
@@ -63,13 +63,25 @@ void WaitForBridge(Board& board)
     }
 }
 
+void Connect(HostAgent& agent)
+{
+    agent.Load();
+    agent.Start();
+    agent.WaitForConnection();
+}
+
+void Disconnect(Board& board, HostAgent& agent)
+{
+    agent.Shutdown();
+    agent.Unload();
+    WaitForBridge(board);
+}
+
 void AddSizes(Board& board)
 {
     const Memory before = QueryMemory();
     HostAgent agent;
-    agent.Load();
-    agent.Start();
-    agent.WaitForConnection();
+    Connect(agent);
     const Memory after = QueryMemory();
     board.Add("committed memory", "ours", after.committed - before.committed);
     board.Add("reserved memory", "ours", after.reserved - before.reserved);
@@ -81,9 +93,7 @@ void AddSizes(Board& board)
     WIN32_FILE_ATTRIBUTE_DATA file = {};
     GetFileAttributesExW((HostAgent::Folder() + L"TVN_Agent_x86.dll").c_str(), GetFileExInfoStandard, &file);
     board.Add("the library's file", "ours", file.nFileSizeLow);
-    agent.Shutdown();
-    agent.Unload();
-    WaitForBridge(board);
+    Disconnect(board, agent);
 }
 
 void AddStartup(Board& board)
@@ -133,16 +143,14 @@ void AddBareStartup(Board& board)
     board->bare = 0;
 }
 
-/// Of a core, by a connected Agent that nobody asks for anything. The OS counts in steps: no less than one is told.
+/// The share of a core that a connected idle Agent uses. The OS counts in steps: at least one is reported.
 void AddIdling(Board& board)
 {
     constexpr double step = 0.01;                          // seconds
     const DWORD duration = board.IsQuick() ? 4000 : 60000; // milliseconds
     HostAgent agent;
-    agent.Load();
-    agent.Start();
-    agent.WaitForConnection();
-    Sleep(500); // what the startup leaves behind is no idling
+    Connect(agent);
+    Sleep(500); // the rest of the startup isn't idling
     const uint32_t rounds = board.IsQuick() ? 1 : 3;
     for (uint32_t round = 0; round < rounds; ++round)
     {
@@ -151,9 +159,7 @@ void AddIdling(Board& board)
         board.Add("idling", "ours", std::max(ProcessorTime() - before, step) / elapsed);
         board.Add("idling", "limit", 0.001);
     }
-    agent.Shutdown();
-    agent.Unload();
-    WaitForBridge(board);
+    Disconnect(board, agent);
 }
 } // namespace
 
