@@ -7,7 +7,9 @@
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Memory/MemorySystem.h"
 
+#include <new>
 #include <stdint.h>
+#include <utility>
 #include <windows.h>
 
 namespace Torvane
@@ -23,12 +25,10 @@ public:
     /// A queue in a block of the memory system. A semaphore that can't be created panics.
     static FixedSizeQueue* Create()
     {
-        FixedSizeQueue* queue = static_cast<FixedSizeQueue*>(Allocate(sizeof(FixedSizeQueue)).pointer);
-        queue->Construct();
-        return queue;
+        return new (Allocate(sizeof(FixedSizeQueue)).pointer) FixedSizeQueue;
     }
 
-    /// Closes the semaphores and frees the block. Elements that are still there aren't looked at.
+    /// Closes the semaphores and frees the block. Elements that are still queued are dropped as they are.
     static void Destroy(FixedSizeQueue*& queue)
     {
         CloseSemaphore(queue->producerSemaphore);
@@ -47,7 +47,7 @@ public:
             return false;
         }
         AcquireSRWLockExclusive(&producerLock);
-        Move(slots[writeCounter & (Capacity - 1)], element);
+        slots[writeCounter & (Capacity - 1)] = std::exchange(element, Element{});
         ++writeCounter;
         ReleaseSRWLockExclusive(&producerLock);
         if (SignalSemaphore(consumerSemaphore).error != nullptr)
@@ -68,7 +68,7 @@ public:
             return false;
         }
         AcquireSRWLockExclusive(&consumerLock);
-        Move(element, slots[readCounter & (Capacity - 1)]);
+        element = std::exchange(slots[readCounter & (Capacity - 1)], Element{});
         ++readCounter;
         ReleaseSRWLockExclusive(&consumerLock);
         if (SignalSemaphore(producerSemaphore).error != nullptr)
@@ -80,26 +80,18 @@ public:
     }
 
 private:
-    void Construct()
+    FixedSizeQueue()
+        : producerSemaphore(MakeSemaphore(Capacity, "Queue producer"))
+        , consumerSemaphore(MakeSemaphore(0, "Queue consumer"))
     {
-        producerSemaphore = Expect(CreateSemaphoreObject(Capacity, Capacity, "Queue producer"),
-                                   "Cannot create semaphore for FixedSizeQueue");
-        consumerSemaphore = Expect(CreateSemaphoreObject(0, Capacity, "Queue consumer"),
-                                   "Cannot create semaphore for FixedSizeQueue");
-        readCounter = 0;
-        writeCounter = 0;
-        for (Element& slot : slots)
-        {
-            slot = Element{};
-        }
         InitializeSRWLock(&producerLock);
         InitializeSRWLock(&consumerLock);
     }
 
-    static void Move(Element& to, Element& from)
+    static HANDLE MakeSemaphore(uint32_t initialCount, const char* name)
     {
-        to = from;
-        from = Element{};
+        return Expect(CreateSemaphoreObject(static_cast<int32_t>(initialCount), Capacity, name),
+                      "Cannot create semaphore for FixedSizeQueue");
     }
 
     static void CloseSemaphore(HANDLE& semaphore)
@@ -112,9 +104,9 @@ private:
     SRWLOCK consumerLock;
     HANDLE producerSemaphore; ///< counts free slots
     HANDLE consumerSemaphore; ///< counts filled slots
-    uint64_t readCounter;
-    uint64_t writeCounter;
-    Element slots[Capacity];
+    uint64_t readCounter = 0;
+    uint64_t writeCounter = 0;
+    Element slots[Capacity] = {};
 };
 static_assert(sizeof(FixedSizeQueue<Allocation, 4096>) == 32800);
 } // namespace Torvane
