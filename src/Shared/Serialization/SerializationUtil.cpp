@@ -1,8 +1,7 @@
 #include "Shared/Serialization/SerializationUtil.h"
 
-#include "Shared/Memory/MemorySystem.h"
-
 #include <string.h>
+#include <utility>
 
 namespace Torvane
 {
@@ -77,23 +76,11 @@ int32_t ReadInteger(const JsonNumber& number)
 
 void AssignText(StringPreference& preference, const char* text, uint32_t length)
 {
-    const Allocation copy = Allocate(length + 1);
-    char* value = static_cast<char*>(copy.pointer);
+    OwnedAllocation copy(Allocate(length + 1));
+    char* value = static_cast<char*>(copy.Get().pointer);
     memcpy(value, text, length);
     value[length] = '\0';
-    Free(preference);
-    preference.value = value;
-    preference.size = copy.size;
-}
-
-void Free(StringPreference& preference)
-{
-    if (preference.value != nullptr)
-    {
-        Free(preference.value, preference.size);
-    }
-    preference.value = nullptr;
-    preference.size = 0;
+    preference.value = std::move(copy);
 }
 
 void ReadPreference(const JsonValue& root, const char* section, IntPreference& preference)

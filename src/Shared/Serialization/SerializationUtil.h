@@ -3,6 +3,7 @@
 /// \file
 /// Preferences in memory, and how a JSON document gives them their values. Any thread, each preference its owner's.
 
+#include "Shared/Memory/OwnedAllocation.h"
 #include "Shared/Serialization/JsonReader.h"
 
 #include <stdint.h>
@@ -11,9 +12,13 @@ namespace Torvane
 {
 struct StringPreference
 {
-    const char* key; ///< static
-    char* value;     ///< zero-terminated, from the memory system, owned by this record. Null: none yet
-    uint32_t size;   ///< of the value's block in bytes, with the terminator
+    const char* key;       ///< static
+    OwnedAllocation value; ///< zero-terminated, none at first
+
+    const char* GetText() const
+    {
+        return static_cast<const char*>(value.Get().pointer);
+    }
 };
 
 struct IntPreference
@@ -29,9 +34,6 @@ int32_t ReadInteger(const JsonNumber& number);
 /// Takes over a copy of the text, zero-terminated, and frees the present value.
 /// \param length in bytes, without a terminator.
 void AssignText(StringPreference& preference, const char* text, uint32_t length);
-
-/// Frees the value and forgets it.
-void Free(StringPreference& preference);
 
 /// Gives a preference the value that its key has in a section, a member of the root object that is an object itself.
 ///

@@ -21,11 +21,6 @@ protected:
         AssignText(text, "before", 6);
     }
 
-    ~PreferenceTest() override
-    {
-        Free(text);
-    }
-
     int32_t ReadNumber(std::string_view document)
     {
         const JsonTree tree = ParseInSteps(document);
@@ -39,7 +34,7 @@ protected:
         const JsonTree tree = ParseInSteps(document);
         EXPECT_TRUE(tree.accepted) << document;
         ReadPreference(tree.Root(), "General", text);
-        return text.value;
+        return text.GetText();
     }
 
 private:
@@ -47,7 +42,7 @@ private:
 
 protected:
     IntPreference number = {"timeout", 7};
-    StringPreference text = {"directoryToBroker", nullptr, 0};
+    StringPreference text = {"directoryToBroker", {}};
 };
 
 int32_t Integer(const char* text)
@@ -104,9 +99,9 @@ TEST_F(PreferenceTest, OfANumberTakesTheValueOfItsKey)
 TEST_F(PreferenceTest, OfATextTakesTheValueOfItsKey)
 {
     EXPECT_EQ(ReadText(R"({"General":{"directoryToBroker":"C:\\Tools\\Broker"}})"), "C:\\Tools\\Broker");
-    EXPECT_EQ(text.size, 16u);
+    EXPECT_EQ(text.value.Get().size, 16u);
     EXPECT_EQ(ReadText(R"({"General":{"directoryToBroker":""}})"), "");
-    EXPECT_EQ(text.size, 1u);
+    EXPECT_EQ(text.value.Get().size, 1u);
 }
 
 TEST_F(PreferenceTest, StaysAsItIsWithoutItsKeyOrSection)
@@ -161,21 +156,23 @@ TEST_F(PreferenceTest, TakesTheLastOfSeveralKeysAndSections)
     EXPECT_EQ(ReadNumber(R"({"Network":{"timeout":3},"Network":{"timeout":4}})"), 4);
     EXPECT_EQ(ReadNumber(R"({"Network":{"timeout":5},"Network":{"x":6}})"), 5);
     EXPECT_EQ(ReadText(R"({"General":{"directoryToBroker":"a","directoryToBroker":"bc"}})"), "bc");
-    EXPECT_EQ(text.size, 3u);
+    EXPECT_EQ(text.value.Get().size, 3u);
 }
 
 TEST_F(PreferenceTest, CopiesATextWithTheBytesThatItHolds)
 {
     ReadText(R"({"General":{"directoryToBroker":"a\u0000b\u00e9"}})");
-    EXPECT_EQ(text.size, 6u);
-    EXPECT_EQ(std::string_view(text.value, text.size), std::string_view("a\0b\xC3\xA9\0", 6));
+    EXPECT_EQ(text.value.Get().size, 6u);
+    EXPECT_EQ(std::string_view(text.GetText(), text.value.Get().size), std::string_view("a\0b\xC3\xA9\0", 6));
 }
 
-TEST_F(PreferenceTest, IsEmptyAfterItWasFreed)
+TEST_F(PreferenceTest, IsEmptyAfterItWasMoved)
 {
-    Free(text);
-    EXPECT_EQ(text.value, nullptr);
-    EXPECT_EQ(text.size, 0u);
+    const StringPreference moved = std::move(text);
+    EXPECT_STREQ(moved.GetText(), "before");
+    EXPECT_STREQ(moved.key, "directoryToBroker");
+    EXPECT_EQ(text.GetText(), nullptr);
+    EXPECT_EQ(text.value.Get().size, 0u);
     EXPECT_STREQ(text.key, "directoryToBroker");
 }
 

@@ -112,7 +112,6 @@ uint32_t Run(ReceiverBlock& block)
         finished.Signal();
         ReportConnectionStatus(ConnectionFailed);
     }
-    Free(directoryToBroker);
     return result;
 }
 } // namespace

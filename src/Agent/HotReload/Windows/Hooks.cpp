@@ -26,10 +26,12 @@ void CallEach(const CallHooksBlob& blob, Arguments... arguments)
 void CallEachWithTextList(const CallHooksBlob& blob)
 {
     const uint32_t count = blob.textList.count;
-    const OwnedAllocation texts =
-        count != 0 ? OwnedAllocation(Allocate(count * static_cast<uint32_t>(sizeof(const void*))))
-                   : OwnedAllocation();
-    const void** pointers = static_cast<const void**>(texts.Get().pointer);
+    OwnedAllocation list;
+    if (count != 0)
+    {
+        list = OwnedAllocation(Allocate(count * static_cast<uint32_t>(sizeof(const void*))));
+    }
+    const void** pointers = static_cast<const void**>(list.Get().pointer);
     const RelativeOffset* offsets = Follow<RelativeOffset>(blob.textList);
     for (uint32_t i = 0; i < count; ++i)
     {

@@ -50,7 +50,8 @@ void Copy(InlineWideText& to, const FixedWideString& from)
 
 OwnedBlob BuildRestart(HANDLE event)
 {
-    const ByteBuffer environment = ReadEnvironmentBlock(GetCurrentProcess());
+    // Never freed: the process is about to end.
+    const Allocation environment = ReadEnvironmentBlock(GetCurrentProcess()).Release();
     const FixedWideString folder = GetCurrentFolder();
     const wchar_t* commandLine = GetCommandLineW();
 
@@ -63,7 +64,7 @@ OwnedBlob BuildRestart(HANDLE event)
     builder.AppendText(fixed.commandLine, commandLine);
     fixed.environmentSize = environment.size;
     builder.Append(fixed.environment, environment.pointer, environment.size);
-    return builder.Finish(); // the copy of the environment goes with the process
+    return builder.Finish();
 }
 
 void EndProcess(TvnRestartBehaviour behaviour, int32_t exitCode)

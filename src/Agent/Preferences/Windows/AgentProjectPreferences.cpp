@@ -19,7 +19,7 @@ void AssignTerminated(StringPreference& preference, const char* text)
 
 StringPreference MakeProjectPreferences()
 {
-    StringPreference directoryToBroker = {"directoryToBroker", nullptr, 0};
+    StringPreference directoryToBroker = {"directoryToBroker", {}};
     AssignTerminated(directoryToBroker, "../../Broker");
     return directoryToBroker;
 }
@@ -63,7 +63,7 @@ FixedWideString MakeBrokerFolder(const StringPreference& directoryToBroker,
                                  const FixedWideString& libraryFolder)
 {
     FixedString narrow = {};
-    narrow.Format("%hs", directoryToBroker.value);
+    narrow.Format("%hs", directoryToBroker.GetText());
     const FixedWideString wide = WidenPath(narrow.text);
     if (narrow.text[0] == '\0' || narrow.text[1] == ':')
     {

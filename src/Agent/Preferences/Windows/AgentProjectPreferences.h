@@ -10,8 +10,7 @@
 
 namespace Torvane
 {
-/// `directoryToBroker`, a path that is absolute or relative to the Agent's own folder, with its default. To be given
-/// back with `Free`.
+/// `directoryToBroker`, a path that is absolute or relative to the Agent's own folder, with its default.
 StringPreference MakeProjectPreferences();
 
 /// Reads the string `directoryToBroker` in the section `General` of a file; the log is that of `OpenJsonFile`.

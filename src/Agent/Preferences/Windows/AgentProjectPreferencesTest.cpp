@@ -43,11 +43,6 @@ protected:
         library.Assign(L"C:\\Host\\Agent");
     }
 
-    ~AgentProjectPreferencesTest() override
-    {
-        Free(directory);
-    }
-
     void ReadFromFile(const std::wstring& path)
     {
         TestRecord record = {};
@@ -81,8 +76,8 @@ protected:
 TEST_F(AgentProjectPreferencesTest, HaveADefaultOfThirteenBytes)
 {
     EXPECT_STREQ(directory.key, "directoryToBroker");
-    EXPECT_STREQ(directory.value, "../../Broker");
-    EXPECT_EQ(directory.size, 13u);
+    EXPECT_STREQ(directory.GetText(), "../../Broker");
+    EXPECT_EQ(directory.value.Get().size, 13u);
 }
 
 TEST_F(AgentProjectPreferencesTest, KeepTheDefaultIfTheHostGivesNone)
@@ -90,7 +85,7 @@ TEST_F(AgentProjectPreferencesTest, KeepTheDefaultIfTheHostGivesNone)
     TestRecord record = {};
     record.Refer(&ProjectPreferencesRecord::directoryToBroker, L"C:\\Broker");
     ReadProjectPreferences(directory, record.record);
-    EXPECT_STREQ(directory.value, "../../Broker");
+    EXPECT_STREQ(directory.GetText(), "../../Broker");
     EXPECT_TRUE(log.GetLines().empty());
 }
 
@@ -100,8 +95,8 @@ TEST_F(AgentProjectPreferencesTest, ComeFromTheHostsRecord)
     record.record.fromRecord = 1;
     record.Refer(&ProjectPreferencesRecord::directoryToBroker, L"C:\\Tools\\Broker");
     ReadProjectPreferences(directory, record.record);
-    EXPECT_STREQ(directory.value, "C:\\Tools\\Broker");
-    EXPECT_EQ(directory.size, 16u);
+    EXPECT_STREQ(directory.GetText(), "C:\\Tools\\Broker");
+    EXPECT_EQ(directory.value.Get().size, 16u);
     EXPECT_EQ(log.GetLines(), std::vector<std::string>{"DBG Copying project preferences from blob"});
 }
 
@@ -111,8 +106,8 @@ TEST_F(AgentProjectPreferencesTest, ComeFromAFile)
         L"project.json",
         R"({"Other":{"x":[1]},"General":{"directoryToBroker":"..\\Tools","y":{}},"Network":2})");
     ReadFromFile(path);
-    EXPECT_STREQ(directory.value, "..\\Tools");
-    EXPECT_EQ(directory.size, 9u);
+    EXPECT_STREQ(directory.GetText(), "..\\Tools");
+    EXPECT_EQ(directory.value.Get().size, 9u);
     const std::vector<std::string> expected = {"DBG Trying to load project preferences from " + Narrow(path),
                                                "SCS Loaded project-specific preferences from file " +
                                                    Narrow(path)};
@@ -128,14 +123,14 @@ TEST_F(AgentProjectPreferencesTest, PreferTheFileToTheRecord)
     record.record.fromRecord = 1;
     record.Refer(&ProjectPreferencesRecord::projectPreferencesFile, path);
     ReadProjectPreferences(directory, record.record);
-    EXPECT_STREQ(directory.value, "of the file");
+    EXPECT_STREQ(directory.GetText(), "of the file");
 }
 
 TEST_F(AgentProjectPreferencesTest, KeepTheDefaultIfTheFileDoesNotHoldThem)
 {
     const std::wstring path = folder.MakeFile(L"project.json", R"({"General":[1],"directoryToBroker":"x"})");
     ReadFromFile(path);
-    EXPECT_STREQ(directory.value, "../../Broker");
+    EXPECT_STREQ(directory.GetText(), "../../Broker");
     EXPECT_EQ(log.Count("SCS Loaded project-specific preferences from file " + Narrow(path)), 1u);
 }
 
@@ -143,7 +138,7 @@ TEST_F(AgentProjectPreferencesTest, KeepTheDefaultAndTellOfAFileThatIsNotThere)
 {
     const std::wstring path = folder / L"none.json";
     ReadFromFile(path);
-    EXPECT_STREQ(directory.value, "../../Broker");
+    EXPECT_STREQ(directory.GetText(), "../../Broker");
     const std::vector<std::string> expected = {"DBG Trying to load project preferences from " + Narrow(path),
                                                "ERR Could not load project-specific preferences from file " +
                                                    Narrow(path)};
@@ -154,7 +149,7 @@ TEST_F(AgentProjectPreferencesTest, KeepTheDefaultAndTellOfAMalformedFile)
 {
     const std::wstring path = MakeLastingFile(R"({"General":{"directoryToBroker":"x"})");
     ReadFromFile(path);
-    EXPECT_STREQ(directory.value, "../../Broker");
+    EXPECT_STREQ(directory.GetText(), "../../Broker");
     const std::vector<std::string> expected = {"DBG Trying to load project preferences from " + Narrow(path),
                                                "ERR Failed to parse malformed JSON from " + Narrow(path),
                                                "ERR Could not load project-specific preferences from file " +

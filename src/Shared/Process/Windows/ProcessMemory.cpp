@@ -1,7 +1,6 @@
 #include "Shared/Process/Windows/ProcessMemory.h"
 
 #include "Shared/Foundation/Logger.h"
-#include "Shared/Memory/MemorySystem.h"
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
 #include "Shared/Process/Windows/VirtualMemory.h"
 
@@ -107,7 +106,7 @@ bool WriteCode(void* address, const void* bytes, uint32_t count)
     return FlushInstructionCache(GetCurrentProcess(), address, count) != 0;
 }
 
-ByteBuffer ReadEnvironmentBlock(HANDLE process)
+OwnedAllocation ReadEnvironmentBlock(HANDLE process)
 {
     PROCESS_BASIC_INFORMATION basic = {};
     static_assert(sizeof(basic) == 24);
@@ -136,13 +135,12 @@ ByteBuffer ReadEnvironmentBlock(HANDLE process)
     }
 
     const uintptr_t regionEnd = reinterpret_cast<uintptr_t>(region.BaseAddress) + region.RegionSize;
-    ByteBuffer buffer = Allocate(static_cast<uint32_t>(regionEnd - parameters.environment));
-    if (!ReadProcessBytes(process, environment, buffer.pointer, buffer.size))
+    OwnedAllocation copy(Allocate(static_cast<uint32_t>(regionEnd - parameters.environment)));
+    if (!ReadProcessBytes(process, environment, copy.Get().pointer, copy.Get().size))
     {
-        Free(buffer);
         return {};
     }
-    return buffer;
+    return copy;
 }
 
 void MakePageExecutable(void* address)

@@ -5,7 +5,7 @@
 /// environment block. Any thread may call them after `StartupWindowsInternalAPI`; nothing here takes a lock.
 
 #include "Shared/Container/DynamicArray.h"
-#include "Shared/Memory/Allocation.h"
+#include "Shared/Memory/OwnedAllocation.h"
 #include "Shared/Process/PageRange.h"
 
 #include <stddef.h>
@@ -16,9 +16,6 @@ namespace Torvane
 {
 /// A growable list of page ranges, owned by the caller.
 using PageRangeList = DynamicArray<PageRange>;
-
-/// A block of bytes from the default allocator, owned by the caller; null and 0 when there is nothing.
-using ByteBuffer = Allocation;
 
 /// Copies bytes out of a process; an address that can't be read is a failure, not a fault.
 ///
@@ -45,11 +42,11 @@ bool WriteCode(void* address, const void* bytes, uint32_t count);
 
 /// Copies the environment block of a 32-bit process.
 ///
-/// The size is the distance from the block's start to the end of its memory region, so the buffer normally
-/// holds bytes behind the block's end mark.
-/// \return the block, or an empty buffer: after an Error line if memory of the process could not be read,
-/// without a line if the process or the block's region could not be queried.
-ByteBuffer ReadEnvironmentBlock(HANDLE process);
+/// The size is the distance from the block's start to the end of its memory region, so the copy normally
+/// contains bytes after the block's terminator.
+/// \return the copy, or nothing: after an Error line if memory of the process could not be read, without a line
+/// if the process or the block's region could not be queried.
+OwnedAllocation ReadEnvironmentBlock(HANDLE process);
 
 /// Makes the page of an address of this process executable and keeps the rest of its protection, modifiers
 /// such as `PAGE_GUARD` included.

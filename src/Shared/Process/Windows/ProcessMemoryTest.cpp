@@ -335,9 +335,10 @@ private:
     const void* before;
 };
 
-bool Contains(const ByteBuffer& buffer, const wchar_t* text)
+bool Contains(const OwnedAllocation& buffer, const wchar_t* text)
 {
-    const std::wstring all(static_cast<const wchar_t*>(buffer.pointer), buffer.size / sizeof(wchar_t));
+    const std::wstring all(static_cast<const wchar_t*>(buffer.Get().pointer),
+                           buffer.Get().size / sizeof(wchar_t));
     return all.find(text) != std::wstring::npos;
 }
 
@@ -354,12 +355,11 @@ TEST_F(ProcessMemory, CopiesTheEnvironmentUpToTheEndOfItsRegion)
 {
     ASSERT_TRUE(SetEnvironmentVariableW(L"TorvaneTestVariable", L"a value of its own"));
     const void* environment = EnvironmentPointer();
-    ByteBuffer buffer = ReadEnvironmentBlock(GetCurrentProcess());
-    ASSERT_NE(buffer.pointer, nullptr);
-    EXPECT_EQ(buffer.size, DistanceToRegionEnd(environment));
+    OwnedAllocation buffer = ReadEnvironmentBlock(GetCurrentProcess());
+    ASSERT_NE(buffer.Get().pointer, nullptr);
+    EXPECT_EQ(buffer.Get().size, DistanceToRegionEnd(environment));
     EXPECT_TRUE(Contains(buffer, L"TorvaneTestVariable=a value of its own"));
     EXPECT_EQ(log.GetLines(), Lines());
-    Free(buffer);
     SetEnvironmentVariableW(L"TorvaneTestVariable", nullptr);
 }
 
@@ -372,14 +372,13 @@ TEST_F(ProcessMemory, CopiesExactlyAnEnvironmentThatEndsAtTheEndOfItsRegion)
     memset(pages.At(0), 0xEE, testPageSize);
     memcpy(environment, block, sizeof(block));
 
-    ByteBuffer buffer;
+    OwnedAllocation buffer;
     {
         const SwappedEnvironment swapped(environment);
         buffer = ReadEnvironmentBlock(GetCurrentProcess());
     }
-    ASSERT_EQ(buffer.size, sizeof(block));
-    EXPECT_EQ(memcmp(buffer.pointer, block, sizeof(block)), 0);
-    Free(buffer);
+    ASSERT_EQ(buffer.Get().size, sizeof(block));
+    EXPECT_EQ(memcmp(buffer.Get().pointer, block, sizeof(block)), 0);
 }
 
 TEST_F(ProcessMemory, CopiesTheBytesBehindTheEndMarkOfTheEnvironment)
@@ -390,21 +389,20 @@ TEST_F(ProcessMemory, CopiesTheBytesBehindTheEndMarkOfTheEnvironment)
     memset(pages.At(0), 0xEE, 3 * testPageSize);
     memcpy(pages.At(1, 256), block, sizeof(block));
 
-    ByteBuffer buffer;
+    OwnedAllocation buffer;
     {
         const SwappedEnvironment swapped(pages.At(1, 256));
         buffer = ReadEnvironmentBlock(GetCurrentProcess());
     }
-    ASSERT_EQ(buffer.size, 2 * testPageSize - 256);
-    EXPECT_EQ(memcmp(buffer.pointer, pages.At(1, 256), buffer.size), 0);
-    Free(buffer);
+    ASSERT_EQ(buffer.Get().size, 2 * testPageSize - 256);
+    EXPECT_EQ(memcmp(buffer.Get().pointer, pages.At(1, 256), buffer.Get().size), 0);
 }
 
 TEST_F(ProcessMemory, GivesNoEnvironmentOfAProcessThatCannotBeQueriedWithoutALine)
 {
-    const ByteBuffer buffer = ReadEnvironmentBlock(nullptr);
-    EXPECT_EQ(buffer.pointer, nullptr);
-    EXPECT_EQ(buffer.size, 0u);
+    const OwnedAllocation buffer = ReadEnvironmentBlock(nullptr);
+    EXPECT_EQ(buffer.Get().pointer, nullptr);
+    EXPECT_EQ(buffer.Get().size, 0u);
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
@@ -415,10 +413,10 @@ TEST_F(ProcessMemory, GivesNoEnvironmentAfterAnErrorLineIfAReadFails)
     {
         log.Clear();
         ReadDouble::Install(failingRead, static_cast<NTSTATUS>(0x8000000D));
-        const ByteBuffer buffer = ReadEnvironmentBlock(GetCurrentProcess());
+        const OwnedAllocation buffer = ReadEnvironmentBlock(GetCurrentProcess());
         EXPECT_EQ(ReadDouble::calls, failingRead);
-        EXPECT_EQ(buffer.pointer, nullptr);
-        EXPECT_EQ(buffer.size, 0u);
+        EXPECT_EQ(buffer.Get().pointer, nullptr);
+        EXPECT_EQ(buffer.Get().size, 0u);
         EXPECT_EQ(log.GetLines(),
                   Lines{"ERR Call to function NtReadVirtualMemory failed. Error: 0x8000000D"});
     }
@@ -432,7 +430,7 @@ TEST_F(ProcessMemory, FreesTheBufferWhenTheEnvironmentCannotBeRead)
     void* const expected = before.pointer;
     Free(before.pointer, before.size);
     ReadDouble::Install(3, accessViolation);
-    EXPECT_EQ(ReadEnvironmentBlock(GetCurrentProcess()).pointer, nullptr);
+    EXPECT_EQ(ReadEnvironmentBlock(GetCurrentProcess()).Get().pointer, nullptr);
 
     // The pool hands out first what came back last.
     Allocation after = Allocate(64);
@@ -445,9 +443,9 @@ TEST_F(ProcessMemory, GivesNoEnvironmentWithoutALineIfItsRegionCannotBeQueried)
     QueryDouble::Install();
     QueryDouble::firstFailure = 1;
     QueryDouble::failure = accessViolation;
-    const ByteBuffer buffer = ReadEnvironmentBlock(GetCurrentProcess());
-    EXPECT_EQ(buffer.pointer, nullptr);
-    EXPECT_EQ(buffer.size, 0u);
+    const OwnedAllocation buffer = ReadEnvironmentBlock(GetCurrentProcess());
+    EXPECT_EQ(buffer.Get().pointer, nullptr);
+    EXPECT_EQ(buffer.Get().size, 0u);
     EXPECT_EQ(QueryDouble::calls, 1u);
     EXPECT_EQ(log.GetLines(), Lines());
 }
@@ -464,12 +462,11 @@ TEST_F(ProcessMemory, CopiesTheEnvironmentOfAnotherProcess)
                                CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT, environment, nullptr, &startup,
                                &child));
 
-    ByteBuffer buffer = ReadEnvironmentBlock(child.hProcess);
-    EXPECT_NE(buffer.pointer, nullptr);
-    if (buffer.pointer != nullptr)
+    OwnedAllocation buffer = ReadEnvironmentBlock(child.hProcess);
+    EXPECT_NE(buffer.Get().pointer, nullptr);
+    if (buffer.Get().pointer != nullptr)
     {
         EXPECT_TRUE(Contains(buffer, L"TorvaneChild=that of the child"));
-        Free(buffer);
     }
     TerminateProcess(child.hProcess, 0);
     WaitForSingleObject(child.hProcess, INFINITE);
@@ -583,7 +580,7 @@ TEST_F(ProcessMemory, ReportsAPageThatCannotBeQueried)
     }
 }
 
-TEST_F(ProcessMemory, GoesOnWithoutAWordIfTheProtectionCannotBeChanged)
+TEST_F(ProcessMemory, LogsNothingIfTheProtectionCannotBeChanged)
 {
     // A view of a section that doesn't allow execution.
     const HANDLE mapping =

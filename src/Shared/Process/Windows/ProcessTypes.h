@@ -9,13 +9,13 @@
 
 namespace Torvane
 {
-/// Bits of a spawn.
 enum SpawnFlags : uint32_t
 {
     SpawnDrainsOutput = 0x1,
     SpawnOfAgent = 0x2, ///< only stored and logged
 };
 
+/// Released by `ReleaseSpawnedProcess` and not by itself: the Agent's shutdown has an order.
 struct SpawnedProcess
 {
     HANDLE outputPipe; ///< read end of the child's output, or 0
