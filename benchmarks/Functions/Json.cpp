@@ -22,8 +22,8 @@ size_t allocations;
 // The slots of the import table through which everything in this program allocates, operator new included.
 extern "C"
 {
-    extern void* (*importedMalloc)(size_t) __asm__("__imp__malloc");
-    extern void* (*importedRealloc)(void*, size_t) __asm__("__imp__realloc");
+extern void* (*importedMalloc)(size_t) __asm__("__imp__malloc");
+extern void* (*importedRealloc)(void*, size_t) __asm__("__imp__realloc");
 }
 
 namespace Torvane

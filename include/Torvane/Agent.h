@@ -46,319 +46,311 @@ extern "C"
 /** The version that this header describes, for TvnCheckVersion. */
 #define TVN_VERSION "2.4.0"
 
-    /** How the connection to the Bridge came out. One run of the Agent reports exactly one status; the loss of a
+/** The outcome of the connection to the Bridge. One run of the Agent reports exactly one status; the loss of a
  *  connection that had succeeded is never reported. */
-    typedef enum TvnConnectionStatus
-    {
-        ConnectionSucceeded =
-            0, /**< the Bridge is there and has this version; reloads can come from now on */
-        ConnectionFailed =
-            1, /**< no Bridge: not spawned, not connected in time, or gone during the handshake */
-        UnexpectedVersionBlob = 2, /**< the Bridge's first message was not its version */
-        VersionMismatch = 3        /**< the Bridge has another version */
-    } TvnConnectionStatus;
+typedef enum TvnConnectionStatus
+{
+    ConnectionSucceeded = 0,   /**< the Bridge is there and has this version; reloads can come from now on */
+    ConnectionFailed = 1,      /**< not spawned, not connected in time, or gone during the handshake */
+    UnexpectedVersionBlob = 2, /**< the Bridge's first message was not its version */
+    VersionMismatch = 3        /**< the Bridge has another version */
+} TvnConnectionStatus;
 
-    /** What an enabling or disabling call acts on. Bits; others than these are ignored. */
-    typedef enum TvnModuleOption
-    {
-        ExactlyTheseModules = 0, /**< the named modules and no others */
-        IncludeImports = 1       /**< also all loaded modules that they import, directly or indirectly */
-    } TvnModuleOption;
+/** What an enabling or disabling call acts on. Bits; others than these are ignored. */
+typedef enum TvnModuleOption
+{
+    ExactlyTheseModules = 0, /**< the named modules and no others */
+    IncludeImports = 1       /**< also all loaded modules that they import, directly or indirectly */
+} TvnModuleOption;
 
-    /** A combination of TvnModuleOption bits. */
-    typedef uint32_t TvnModuleOptions;
+/** A combination of TvnModuleOption bits. */
+typedef uint32_t TvnModuleOptions;
 
-    /** At which moment TvnWantsReload reports a reload. */
-    typedef enum TvnReloadSync
-    {
-        SyncBeforeCompile = 0, /**< before compiling: nothing is sent until the host calls TvnReload */
-        SyncBeforeLoad =
-            1 /**< the host works on during compilation; reported when a patch is ready to load */
-    } TvnReloadSync;
+/** At which moment TvnWantsReload reports a reload. */
+typedef enum TvnReloadSync
+{
+    SyncBeforeCompile = 0, /**< before compiling: nothing is sent until the host calls TvnReload */
+    SyncBeforeLoad = 1     /**< the host continues during compilation; reported when a patch is ready */
+} TvnReloadSync;
 
-    /** Whether TvnReload waits. */
-    typedef enum TvnReloadWait
-    {
-        NoWait = 0,           /**< return at once */
-        WaitUntilFinished = 1 /**< return when the reload is finished, however long that takes */
-    } TvnReloadWait;
+/** Whether TvnReload waits. */
+typedef enum TvnReloadWait
+{
+    NoWait = 0,           /**< return at once */
+    WaitUntilFinished = 1 /**< return when the reload is finished, however long that takes */
+} TvnReloadWait;
 
-    /** How TvnRestart ends the process. With any other value it returns after its wait and the process lives on.
+/** How TvnRestart ends the process. With any other value it returns after its wait and the process lives on.
  *  (Prefixed, because two of the names belong to functions of the OS.) */
-    typedef enum TvnRestartBehaviour
-    {
-        TvnRestartExitProcess = 0,        /**< ExitProcess */
-        TvnRestartExitWithCleanup = 1,    /**< the runtime's exit: exit handlers and static destructors run */
-        TvnRestartExitWithoutCleanup = 2, /**< the runtime's _exit */
-        TvnRestartTerminateProcess = 3    /**< TerminateProcess */
-    } TvnRestartBehaviour;
+typedef enum TvnRestartBehaviour
+{
+    TvnRestartExitProcess = 0,        /**< ExitProcess */
+    TvnRestartExitWithCleanup = 1,    /**< the runtime's exit: exit handlers and static destructors run */
+    TvnRestartExitWithoutCleanup = 2, /**< the runtime's _exit */
+    TvnRestartTerminateProcess = 3    /**< TerminateProcess */
+} TvnRestartBehaviour;
 
-    /** Which processes TvnScheduleRestart asks to be restarted. */
-    typedef enum TvnRestartScope
-    {
-        ThisProcessOnly = 0,
-        AllProcesses = 1
-    } TvnRestartScope;
+/** Which processes TvnScheduleRestart asks to be restarted. */
+typedef enum TvnRestartScope
+{
+    ThisProcessOnly = 0,
+    AllProcesses = 1
+} TvnRestartScope;
 
-    /** Called once with the connection's status, on a thread of the Agent or inside TvnOnConnection, with a lock
+/** Called once with the connection's status, on a thread of the Agent or inside TvnOnConnection, with a lock
  *  held: a callback that blocks holds up that thread and every other TvnOnConnection. It may call
  *  TvnOnConnection itself. */
-    typedef void(TVN_CALL* TvnConnectionCallback)(void* context, TvnConnectionStatus status);
+typedef void(TVN_CALL* TvnConnectionCallback)(void* context, TvnConnectionStatus status);
 
-    /** Decides whether a module is acted on. Called on the calling thread, once per module, before anything is read
+/** Decides whether a module is acted on. Called on the calling thread, once per module, before anything is read
  *  from that module's file. `path` is the full path as the OS reports it, valid during the call only. */
-    typedef bool(TVN_CALL* TvnModuleFilter)(void* context, const wchar_t* path);
+typedef bool(TVN_CALL* TvnModuleFilter)(void* context, const wchar_t* path);
 
-    /** The same with a narrow path. */
-    typedef bool(TVN_CALL* TvnModuleFilterANSI)(void* context, const char* path);
+/** The same with a narrow path. */
+typedef bool(TVN_CALL* TvnModuleFilterANSI)(void* context, const char* path);
 
-    /** What the debugger gets to see of the log. Read once, during startup. */
-    typedef struct TvnLogFilter
-    {
-        /** Sum of: 1 success, 2 information, 4 warnings, 8 errors, 16 panics. Debug lines never reach the debugger.
+/** What the debugger gets to see of the log. Read once, during startup. */
+typedef struct TvnLogFilter
+{
+    /** Sum of: 1 success, 2 information, 4 warnings, 8 errors, 16 panics. Debug lines never reach the debugger.
      *  The log file has no filter. */
-        uint32_t debugOutputLevels;
-    } TvnLogFilter;
+    uint32_t debugOutputLevels;
+} TvnLogFilter;
 
-    /** Project preferences, handed on to the Bridge; read once, during startup. Only directoryToBroker means
+/** Project preferences, handed on to the Bridge; read once, during startup. Only directoryToBroker means
  *  something to the Agent; the members that are named by their offset belong to the Bridge. No text may be
  *  null: pass empty texts. */
-    typedef struct TvnProjectPreferences
-    {
-        bool flag00;
-        bool flag01;
-        const wchar_t* directoryToBroker; /**< absolute, or relative to the folder of the Agent's library */
-        const char* text08;
-        const char* text0C;
-        uint32_t number10;
-        bool flag14;
-        const wchar_t* wideText18;
-        const wchar_t* wideText1C;
-        const char* text20;
-        bool flag24;
-        bool flag25;
-        bool flag26;
-        const wchar_t* wideText28;
-        const char* text2C;
-        bool flag30;
-        bool flag31;
-        bool flag32;
-        bool flag33;
-        bool flag34;
-        bool flag35;
-        const wchar_t* wideText38;
-        const char* text3C;
-        bool flag40;
-        bool flag41;
-        bool flag42;
-        bool flag43;
-        bool flag44;
-        uint32_t number48;
-        const wchar_t* wideText4C;
-        uint32_t number50;
-        bool flag54;
-        const char* text58;
-        const wchar_t* wideText5C;
-        bool flag60;
-        const char* text64;
-        uint32_t number68;
-        bool flag6C;
-    } TvnProjectPreferences;
+typedef struct TvnProjectPreferences
+{
+    bool flag00;
+    bool flag01;
+    const wchar_t* directoryToBroker; /**< absolute, or relative to the folder of the Agent's library */
+    const char* text08;
+    const char* text0C;
+    uint32_t number10;
+    bool flag14;
+    const wchar_t* wideText18;
+    const wchar_t* wideText1C;
+    const char* text20;
+    bool flag24;
+    bool flag25;
+    bool flag26;
+    const wchar_t* wideText28;
+    const char* text2C;
+    bool flag30;
+    bool flag31;
+    bool flag32;
+    bool flag33;
+    bool flag34;
+    bool flag35;
+    const wchar_t* wideText38;
+    const char* text3C;
+    bool flag40;
+    bool flag41;
+    bool flag42;
+    bool flag43;
+    bool flag44;
+    uint32_t number48;
+    const wchar_t* wideText4C;
+    uint32_t number50;
+    bool flag54;
+    const char* text58;
+    const wchar_t* wideText5C;
+    bool flag60;
+    const char* text64;
+    uint32_t number68;
+    bool flag6C;
+} TvnProjectPreferences;
 
-    /* ---- Version ------------------------------------------------------------------------------------------- */
+/* ---- Version ------------------------------------------------------------------------------------------- */
 
-    /** True if `version` is byte for byte the Agent's own. No side effect, needs no startup. Call it with
+/** True if `version` is byte for byte the Agent's own. No side effect, needs no startup. Call it with
  *  TVN_VERSION before a startup function and don't start an Agent of another version. */
-    bool TVN_CALL TvnCheckVersion(const char* version);
+bool TVN_CALL TvnCheckVersion(const char* version);
 
-    /** The Agent's version, a static text. Needs no startup. */
-    const char* TVN_CALL TvnGetVersion(void);
+/** The Agent's version, a static text. Needs no startup. */
+const char* TVN_CALL TvnGetVersion(void);
 
-    /* ---- Connection, log, preferences ---------------------------------------------------------------------- */
+/* ---- Connection, log, preferences ---------------------------------------------------------------------- */
 
-    /** Registers the callback that learns the connection's status, in place of any earlier one. If the status is
+/** Registers the callback that learns the connection's status, in place of any earlier one. If the status is
  *  known already, the callback is called before this returns, on this thread; so the order of the two doesn't
  *  matter. A null callback is harmless before the status is known and a crash afterwards. Waits while another
  *  thread's callback runs. */
-    void TVN_CALL TvnOnConnection(void* context, TvnConnectionCallback callback);
+void TVN_CALL TvnOnConnection(void* context, TvnConnectionCallback callback);
 
-    /** Queues a message for the Broker's log, at information level. It doesn't go to the Agent's own log. */
-    void TVN_CALL TvnLogMessage(const wchar_t* message);
+/** Queues a message for the Broker's log, at information level. It doesn't go to the Agent's own log. */
+void TVN_CALL TvnLogMessage(const wchar_t* message);
 
-    /** The same with narrow text. */
-    void TVN_CALL TvnLogMessageANSI(const char* message);
+/** The same with narrow text. */
+void TVN_CALL TvnLogMessageANSI(const char* message);
 
-    /** Queues a new value for one of the Broker's preferences. The Agent hands the number on unread. */
-    void TVN_CALL TvnSetBoolPreferences(uint32_t preference, bool value);
+/** Queues a new value for one of the Broker's preferences. The Agent hands the number on unread. */
+void TVN_CALL TvnSetBoolPreferences(uint32_t preference, bool value);
 
-    /** As TvnSetBoolPreferences, for a number. */
-    void TVN_CALL TvnSetIntPreferences(uint32_t preference, int32_t value);
+/** As TvnSetBoolPreferences, for a number. */
+void TVN_CALL TvnSetIntPreferences(uint32_t preference, int32_t value);
 
-    /** As TvnSetBoolPreferences, for a text. */
-    void TVN_CALL TvnSetStringPreferences(uint32_t preference, const char* value);
+/** As TvnSetBoolPreferences, for a text. */
+void TVN_CALL TvnSetStringPreferences(uint32_t preference, const char* value);
 
-    /** As TvnSetBoolPreferences, for a keyboard shortcut; the two arguments are handed on as given. */
-    void TVN_CALL TvnSetShortcutPreferences(uint32_t preference, uint32_t firstArgument,
-                                            uint32_t secondArgument);
+/** As TvnSetBoolPreferences, for a keyboard shortcut; the two arguments are handed on as given. */
+void TVN_CALL TvnSetShortcutPreferences(uint32_t preference, uint32_t firstArgument, uint32_t secondArgument);
 
-    /* ---- Modules ------------------------------------------------------------------------------------------- */
+/* ---- Modules ------------------------------------------------------------------------------------------- */
 
-    /** Announces a loaded module, so that it may be changed. `path` is what GetModuleHandleW understands; a module
+/** Announces a loaded module, so that it may be changed. `path` is what GetModuleHandleW understands; a module
  *  that isn't loaded is passed over with a line in the log, nothing is loaded. `filter` may be null. Blocks until
  *  the Broker has acknowledged the modules or the connection is lost; doesn't block if there is nothing to
  *  announce or the connection has failed. Not to be called from a library's entry point. */
-    void TVN_CALL TvnEnableModule(const wchar_t* path, TvnModuleOptions options, void* context,
-                                  TvnModuleFilter filter);
+void TVN_CALL TvnEnableModule(const wchar_t* path, TvnModuleOptions options, void* context,
+                              TvnModuleFilter filter);
 
-    /** The same with narrow text of fewer than 1024 characters. */
-    void TVN_CALL TvnEnableModuleANSI(const char* path, TvnModuleOptions options, void* context,
-                                      TvnModuleFilterANSI filter);
+/** The same with narrow text of fewer than 1024 characters. */
+void TVN_CALL TvnEnableModuleANSI(const char* path, TvnModuleOptions options, void* context,
+                                  TvnModuleFilterANSI filter);
 
-    /** As TvnEnableModule, for `count` modules at once. */
-    void TVN_CALL TvnEnableModules(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
-                                   void* context, TvnModuleFilter filter);
+/** As TvnEnableModule, for `count` modules at once. */
+void TVN_CALL TvnEnableModules(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
+                               void* context, TvnModuleFilter filter);
 
-    /** The same with narrow texts of fewer than 1024 characters each. */
-    void TVN_CALL TvnEnableModulesANSI(const char* const* paths, uint32_t count, TvnModuleOptions options,
-                                       void* context, TvnModuleFilterANSI filter);
+/** The same with narrow texts of fewer than 1024 characters each. */
+void TVN_CALL TvnEnableModulesANSI(const char* const* paths, uint32_t count, TvnModuleOptions options,
+                                   void* context, TvnModuleFilterANSI filter);
 
-    /** Takes a module out of play. As TvnEnableModule, but queues and doesn't wait. */
-    void TVN_CALL TvnDisableModule(const wchar_t* path, TvnModuleOptions options, void* context,
-                                   TvnModuleFilter filter);
+/** Takes a module out of play. As TvnEnableModule, but queues and doesn't wait. */
+void TVN_CALL TvnDisableModule(const wchar_t* path, TvnModuleOptions options, void* context,
+                               TvnModuleFilter filter);
 
-    /** The same with narrow text of fewer than 1024 characters. */
-    void TVN_CALL TvnDisableModuleANSI(const char* path, TvnModuleOptions options, void* context,
-                                       TvnModuleFilterANSI filter);
+/** The same with narrow text of fewer than 1024 characters. */
+void TVN_CALL TvnDisableModuleANSI(const char* path, TvnModuleOptions options, void* context,
+                                   TvnModuleFilterANSI filter);
 
-    /** As TvnDisableModule, for `count` modules at once. */
-    void TVN_CALL TvnDisableModules(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
-                                    void* context, TvnModuleFilter filter);
+/** As TvnDisableModule, for `count` modules at once. */
+void TVN_CALL TvnDisableModules(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
+                                void* context, TvnModuleFilter filter);
 
-    /** The same with narrow texts of fewer than 1024 characters each. */
-    void TVN_CALL TvnDisableModulesANSI(const char* const* paths, uint32_t count, TvnModuleOptions options,
-                                        void* context, TvnModuleFilterANSI filter);
+/** The same with narrow texts of fewer than 1024 characters each. */
+void TVN_CALL TvnDisableModulesANSI(const char* const* paths, uint32_t count, TvnModuleOptions options,
+                                    void* context, TvnModuleFilterANSI filter);
 
-    /** From now on every library that the process loads or frees is enabled or disabled as it happens, if `filter`
+/** From now on every library that the process loads or frees is enabled or disabled as it happens, if `filter`
  *  (or null) keeps it. The filter then runs on the loading thread, inside the loader. */
-    void TVN_CALL TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(void* context, TvnModuleFilter filter);
+void TVN_CALL TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(void* context, TvnModuleFilter filter);
 
-    /** The same with a filter of narrow paths. */
-    void TVN_CALL TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI(void* context,
-                                                                           TvnModuleFilterANSI filter);
+/** The same with a filter of narrow paths. */
+void TVN_CALL TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI(void* context,
+                                                                       TvnModuleFilterANSI filter);
 
-    /* ---- Reload -------------------------------------------------------------------------------------------- */
+/* ---- Reload -------------------------------------------------------------------------------------------- */
 
-    /** Queues the wish for a reload. The reload itself comes when the Broker decides on it. */
-    void TVN_CALL TvnScheduleReload(void);
+/** Queues the wish for a reload. The reload itself comes when the Broker decides on it. */
+void TVN_CALL TvnScheduleReload(void);
 
-    /** Synchronized agent only: whether the host should call TvnReload now. To be polled regularly, for instance once
+/** Synchronized agent only: whether the host should call TvnReload now. To be polled regularly, for instance once
  *  a frame, from one thread only. With SyncBeforeCompile it gives true once per request. With SyncBeforeLoad it
  *  gives true from the arrival of a patch until TvnReload is called. Any other value gives false. Queues in the
  *  call that accepts a request. */
-    bool TVN_CALL TvnWantsReload(TvnReloadSync sync);
+bool TVN_CALL TvnWantsReload(TvnReloadSync sync);
 
-    /** Synchronized agent only: lets the reload in, at a point that is safe for the host. With WaitUntilFinished it
+/** Synchronized agent only: lets the reload in, at a point that is safe for the host. With WaitUntilFinished it
  *  blocks, without a limit, until the Broker has finished; it then doesn't return if the connection is lost. To
  *  be called from the thread that polls. A host that stops polling and calling stops all of the Agent's work
  *  while a patch waits. */
-    void TVN_CALL TvnReload(TvnReloadWait wait);
+void TVN_CALL TvnReload(TvnReloadWait wait);
 
-    /* ---- Restart ------------------------------------------------------------------------------------------- */
+/* ---- Restart ------------------------------------------------------------------------------------------- */
 
-    /** Queues the wish for a restart of this process, or of all processes that the Broker knows. */
-    void TVN_CALL TvnScheduleRestart(TvnRestartScope scope);
+/** Queues the wish for a restart of this process, or of all processes that the Broker knows. */
+void TVN_CALL TvnScheduleRestart(TvnRestartScope scope);
 
-    /** Synchronized agent only: whether the Broker asks for a restart. One request gives one true. */
-    bool TVN_CALL TvnWantsRestart(void);
+/** Synchronized agent only: whether the Broker asks for a restart. One request gives one true. */
+bool TVN_CALL TvnWantsRestart(void);
 
-    /** Synchronized agent only: hands over what a new process needs, waits without a limit until the Bridge says so,
+/** Synchronized agent only: hands over what a new process needs, waits without a limit until the Bridge says so,
  *  and ends this process. */
-    void TVN_CALL TvnRestart(TvnRestartBehaviour behaviour, int32_t exitCode);
+void TVN_CALL TvnRestart(TvnRestartBehaviour behaviour, int32_t exitCode);
 
-    /* ---- Startup and shutdown ------------------------------------------------------------------------------ */
+/* ---- Startup and shutdown ------------------------------------------------------------------------------ */
 
-    /** The functions for a default agent: the Agent's own threads do all the work. */
-    typedef struct TvnDefaultAgent
-    {
-        void* hostWord; /**< the host's own; startup neither reads nor writes it */
-        void(TVN_CALL* TvnOnConnection)(void* context, TvnConnectionCallback callback);
-        void(TVN_CALL* TvnLogMessageANSI)(const char* message);
-        void(TVN_CALL* TvnLogMessage)(const wchar_t* message);
-        void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI)(void* context,
-                                                                                 TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModules)(void* context,
-                                                                             TvnModuleFilter filter);
-        void(TVN_CALL* TvnEnableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
-                                            TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnEnableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
-                                        TvnModuleFilter filter);
-        void(TVN_CALL* TvnEnableModulesANSI)(const char* const* paths, uint32_t count,
-                                             TvnModuleOptions options, void* context,
-                                             TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnEnableModules)(const wchar_t* const* paths, uint32_t count,
-                                         TvnModuleOptions options, void* context, TvnModuleFilter filter);
-        void(TVN_CALL* TvnDisableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
-                                             TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnDisableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
-                                         TvnModuleFilter filter);
-        void(TVN_CALL* TvnDisableModulesANSI)(const char* const* paths, uint32_t count,
-                                              TvnModuleOptions options, void* context,
-                                              TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnDisableModules)(const wchar_t* const* paths, uint32_t count,
-                                          TvnModuleOptions options, void* context, TvnModuleFilter filter);
-        void(TVN_CALL* TvnScheduleReload)(void);
-        void(TVN_CALL* TvnScheduleRestart)(TvnRestartScope scope);
-        void(TVN_CALL* TvnSetBoolPreferences)(uint32_t preference, bool value);
-        void(TVN_CALL* TvnSetIntPreferences)(uint32_t preference, int32_t value);
-        void(TVN_CALL* TvnSetStringPreferences)(uint32_t preference, const char* value);
-        void(TVN_CALL* TvnSetShortcutPreferences)(uint32_t preference, uint32_t firstArgument,
-                                                  uint32_t secondArgument);
-    } TvnDefaultAgent;
+/** The functions for a default agent: the Agent's own threads do all the work. */
+typedef struct TvnDefaultAgent
+{
+    void* hostWord; /**< the host's own; startup neither reads nor writes it */
+    void(TVN_CALL* TvnOnConnection)(void* context, TvnConnectionCallback callback);
+    void(TVN_CALL* TvnLogMessageANSI)(const char* message);
+    void(TVN_CALL* TvnLogMessage)(const wchar_t* message);
+    void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI)(void* context,
+                                                                             TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModules)(void* context,
+                                                                         TvnModuleFilter filter);
+    void(TVN_CALL* TvnEnableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
+                                        TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnEnableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
+                                    TvnModuleFilter filter);
+    void(TVN_CALL* TvnEnableModulesANSI)(const char* const* paths, uint32_t count, TvnModuleOptions options,
+                                         void* context, TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnEnableModules)(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
+                                     void* context, TvnModuleFilter filter);
+    void(TVN_CALL* TvnDisableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
+                                         TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnDisableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
+                                     TvnModuleFilter filter);
+    void(TVN_CALL* TvnDisableModulesANSI)(const char* const* paths, uint32_t count, TvnModuleOptions options,
+                                          void* context, TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnDisableModules)(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
+                                      void* context, TvnModuleFilter filter);
+    void(TVN_CALL* TvnScheduleReload)(void);
+    void(TVN_CALL* TvnScheduleRestart)(TvnRestartScope scope);
+    void(TVN_CALL* TvnSetBoolPreferences)(uint32_t preference, bool value);
+    void(TVN_CALL* TvnSetIntPreferences)(uint32_t preference, int32_t value);
+    void(TVN_CALL* TvnSetStringPreferences)(uint32_t preference, const char* value);
+    void(TVN_CALL* TvnSetShortcutPreferences)(uint32_t preference, uint32_t firstArgument,
+                                              uint32_t secondArgument);
+} TvnDefaultAgent;
 
-    /** The functions for a synchronized agent: the host polls, and carries reloads and restarts out where it is safe
+/** The functions for a synchronized agent: the host polls, and carries reloads and restarts out where it is safe
  *  for it. */
-    typedef struct TvnSynchronizedAgent
-    {
-        void* hostWord; /**< the host's own; startup neither reads nor writes it */
-        void(TVN_CALL* TvnOnConnection)(void* context, TvnConnectionCallback callback);
-        void(TVN_CALL* TvnLogMessageANSI)(const char* message);
-        void(TVN_CALL* TvnLogMessage)(const wchar_t* message);
-        void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI)(void* context,
-                                                                                 TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModules)(void* context,
-                                                                             TvnModuleFilter filter);
-        void(TVN_CALL* TvnEnableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
-                                            TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnEnableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
-                                        TvnModuleFilter filter);
-        void(TVN_CALL* TvnEnableModulesANSI)(const char* const* paths, uint32_t count,
-                                             TvnModuleOptions options, void* context,
-                                             TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnEnableModules)(const wchar_t* const* paths, uint32_t count,
-                                         TvnModuleOptions options, void* context, TvnModuleFilter filter);
-        void(TVN_CALL* TvnDisableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
-                                             TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnDisableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
-                                         TvnModuleFilter filter);
-        void(TVN_CALL* TvnDisableModulesANSI)(const char* const* paths, uint32_t count,
-                                              TvnModuleOptions options, void* context,
-                                              TvnModuleFilterANSI filter);
-        void(TVN_CALL* TvnDisableModules)(const wchar_t* const* paths, uint32_t count,
-                                          TvnModuleOptions options, void* context, TvnModuleFilter filter);
-        bool(TVN_CALL* TvnWantsReload)(TvnReloadSync sync);
-        void(TVN_CALL* TvnScheduleReload)(void);
-        void(TVN_CALL* TvnReload)(TvnReloadWait wait);
-        bool(TVN_CALL* TvnWantsRestart)(void);
-        void(TVN_CALL* TvnScheduleRestart)(TvnRestartScope scope);
-        void(TVN_CALL* TvnRestart)(TvnRestartBehaviour behaviour, int32_t exitCode);
-        void(TVN_CALL* TvnSetBoolPreferences)(uint32_t preference, bool value);
-        void(TVN_CALL* TvnSetIntPreferences)(uint32_t preference, int32_t value);
-        void(TVN_CALL* TvnSetStringPreferences)(uint32_t preference, const char* value);
-        void(TVN_CALL* TvnSetShortcutPreferences)(uint32_t preference, uint32_t firstArgument,
-                                                  uint32_t secondArgument);
-    } TvnSynchronizedAgent;
+typedef struct TvnSynchronizedAgent
+{
+    void* hostWord; /**< the host's own; startup neither reads nor writes it */
+    void(TVN_CALL* TvnOnConnection)(void* context, TvnConnectionCallback callback);
+    void(TVN_CALL* TvnLogMessageANSI)(const char* message);
+    void(TVN_CALL* TvnLogMessage)(const wchar_t* message);
+    void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI)(void* context,
+                                                                             TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnEnableAutomaticHandlingOfDynamicallyLoadedModules)(void* context,
+                                                                         TvnModuleFilter filter);
+    void(TVN_CALL* TvnEnableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
+                                        TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnEnableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
+                                    TvnModuleFilter filter);
+    void(TVN_CALL* TvnEnableModulesANSI)(const char* const* paths, uint32_t count, TvnModuleOptions options,
+                                         void* context, TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnEnableModules)(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
+                                     void* context, TvnModuleFilter filter);
+    void(TVN_CALL* TvnDisableModuleANSI)(const char* path, TvnModuleOptions options, void* context,
+                                         TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnDisableModule)(const wchar_t* path, TvnModuleOptions options, void* context,
+                                     TvnModuleFilter filter);
+    void(TVN_CALL* TvnDisableModulesANSI)(const char* const* paths, uint32_t count, TvnModuleOptions options,
+                                          void* context, TvnModuleFilterANSI filter);
+    void(TVN_CALL* TvnDisableModules)(const wchar_t* const* paths, uint32_t count, TvnModuleOptions options,
+                                      void* context, TvnModuleFilter filter);
+    bool(TVN_CALL* TvnWantsReload)(TvnReloadSync sync);
+    void(TVN_CALL* TvnScheduleReload)(void);
+    void(TVN_CALL* TvnReload)(TvnReloadWait wait);
+    bool(TVN_CALL* TvnWantsRestart)(void);
+    void(TVN_CALL* TvnScheduleRestart)(TvnRestartScope scope);
+    void(TVN_CALL* TvnRestart)(TvnRestartBehaviour behaviour, int32_t exitCode);
+    void(TVN_CALL* TvnSetBoolPreferences)(uint32_t preference, bool value);
+    void(TVN_CALL* TvnSetIntPreferences)(uint32_t preference, int32_t value);
+    void(TVN_CALL* TvnSetStringPreferences)(uint32_t preference, const char* value);
+    void(TVN_CALL* TvnSetShortcutPreferences)(uint32_t preference, uint32_t firstArgument,
+                                              uint32_t secondArgument);
+} TvnSynchronizedAgent;
 
-    /** Fills `agent` and starts the Agent. Returns long before there is a connection: learn of that through
+/** Fills `agent` and starts the Agent. Returns long before there is a connection: learn of that through
  *  TvnOnConnection. On return the whole table may be used at once.
  *
  *  Reserves two heaps of 128 MiB each and starts four threads. If a pipe can't be created, it shows a message box,
@@ -368,29 +360,29 @@ extern "C"
  *  \param projectPreferencesPath may be null. A relative path counts from the folder of the process's executable.
  *         With a path, `projectPreferences` isn't read.
  *  \param projectPreferences may be null. */
-    void TVN_CALL TvnStartupDefaultAgent(TvnDefaultAgent* agent, const TvnLogFilter* logFilter,
-                                         const wchar_t* projectPreferencesPath,
+void TVN_CALL TvnStartupDefaultAgent(TvnDefaultAgent* agent, const TvnLogFilter* logFilter,
+                                     const wchar_t* projectPreferencesPath,
+                                     const TvnProjectPreferences* projectPreferences);
+
+/** The same with a narrow path of fewer than 1024 characters. */
+void TVN_CALL TvnStartupDefaultAgentANSI(TvnDefaultAgent* agent, const TvnLogFilter* logFilter,
+                                         const char* projectPreferencesPath,
                                          const TvnProjectPreferences* projectPreferences);
 
-    /** The same with a narrow path of fewer than 1024 characters. */
-    void TVN_CALL TvnStartupDefaultAgentANSI(TvnDefaultAgent* agent, const TvnLogFilter* logFilter,
-                                             const char* projectPreferencesPath,
-                                             const TvnProjectPreferences* projectPreferences);
+/** As TvnStartupDefaultAgent, for a synchronized agent. */
+void TVN_CALL TvnStartupSynchronizedAgent(TvnSynchronizedAgent* agent, const TvnLogFilter* logFilter,
+                                          const wchar_t* projectPreferencesPath,
+                                          const TvnProjectPreferences* projectPreferences);
 
-    /** As TvnStartupDefaultAgent, for a synchronized agent. */
-    void TVN_CALL TvnStartupSynchronizedAgent(TvnSynchronizedAgent* agent, const TvnLogFilter* logFilter,
-                                              const wchar_t* projectPreferencesPath,
+/** The same with a narrow path of fewer than 1024 characters. */
+void TVN_CALL TvnStartupSynchronizedAgentANSI(TvnSynchronizedAgent* agent, const TvnLogFilter* logFilter,
+                                              const char* projectPreferencesPath,
                                               const TvnProjectPreferences* projectPreferences);
 
-    /** The same with a narrow path of fewer than 1024 characters. */
-    void TVN_CALL TvnStartupSynchronizedAgentANSI(TvnSynchronizedAgent* agent, const TvnLogFilter* logFilter,
-                                                  const char* projectPreferencesPath,
-                                                  const TvnProjectPreferences* projectPreferences);
-
-    /** Takes the Agent down. Blocks until the attempt to connect has ended, which can take twice the connection
+/** Takes the Agent down. Blocks until the attempt to connect has ended, which can take twice the connection
  *  time-out (2 seconds each by default), and until the Bridge has read what was sent to it. After a startup that
  *  showed its message box it doesn't return. The Bridge process isn't waited for. There is no second startup. */
-    void TVN_CALL TvnShutdown(void);
+void TVN_CALL TvnShutdown(void);
 
 #ifdef __cplusplus
 }

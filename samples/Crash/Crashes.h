@@ -20,18 +20,18 @@ static_assert(sizeof(ResumePlace) == 12);
 
 extern "C"
 {
-    /// Divides 100 by 0. \return the quotient; 100 if the division is skipped.
-    int __cdecl DivideByZero();
+/// Divides 100 by 0. \return the quotient; 100 if the division is skipped.
+int __cdecl DivideByZero();
 
-    /// \return after the write.
-    void __cdecl WriteThroughNull();
+/// \return after the write.
+void __cdecl WriteThroughNull();
 
-    void __cdecl CallThroughBadPointer();
+void __cdecl CallThroughBadPointer();
 
-    /// Calls the function within an exception frame that handles nothing and can be unwound.
-    /// \return 1 if the function has returned, 0 if the thread was resumed at `resumed`.
-    int __cdecl RunGuarded(void(__cdecl* function)());
+/// Calls the function within an exception frame that handles nothing and can be unwound.
+/// \return 1 if the function has returned, 0 if the thread was resumed at `resumed`.
+int __cdecl RunGuarded(void(__cdecl* function)());
 
-    /// In the middle of `RunGuarded`.
-    extern const uint8_t resumed[];
+/// In the middle of `RunGuarded`.
+extern const uint8_t resumed[];
 }

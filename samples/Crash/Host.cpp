@@ -15,11 +15,11 @@ using namespace Torvane::Sample;
 
 extern "C"
 {
-    /// `RunGuarded` fills in the stack, and the Bridge reads it.
-    __declspec(dllexport) ResumePlace resumePlace = {};
+/// `RunGuarded` fills in the stack, and the Bridge reads it.
+__declspec(dllexport) ResumePlace resumePlace = {};
 
-    /// The Bridge sets it when it has had the exception handler installed.
-    __declspec(dllexport) volatile uint32_t isKeptAlive = 0;
+/// The Bridge sets it when it has had the exception handler installed.
+__declspec(dllexport) volatile uint32_t isKeptAlive = 0;
 }
 
 namespace

@@ -102,17 +102,17 @@ std::string WithAddress(const char* text, const void* address)
 // All registers of a thread, before a fault that is skipped and after it.
 extern "C"
 {
-    struct Registers
-    {
-        uint32_t general[8]; // in the order of PUSHAD, from the lowest address
-        uint32_t flags;
-        uint8_t floatingPoint[512] __attribute__((aligned(16))); // as of FXSAVE
-    };
-    Registers registersBefore;
-    Registers registersAfter;
-    void FaultWithRegistersSet();
-    extern const uint8_t faultInTheImage[];
-    uint32_t FaultInTheImage();
+struct Registers
+{
+    uint32_t general[8]; // in the order of PUSHAD, from the lowest address
+    uint32_t flags;
+    uint8_t floatingPoint[512] __attribute__((aligned(16))); // as of FXSAVE
+};
+Registers registersBefore;
+Registers registersAfter;
+void FaultWithRegistersSet();
+extern const uint8_t faultInTheImage[];
+uint32_t FaultInTheImage();
 }
 
 asm(R"(

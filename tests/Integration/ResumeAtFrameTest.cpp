@@ -38,46 +38,45 @@ struct Levels
 
 extern "C"
 {
-    /// What the base finds where it goes on.
-    struct Landing
+/// What the base finds where it goes on.
+struct Landing
+{
+    uint32_t general
+        [8]; ///< in the order of PUSHAD, from the lowest address: edi, esi, ebp, esp, ebx, edx, ecx, eax
+    uint32_t flags;
+    const void* topFrame; ///< the head of the list of exception frames
+};
+
+Levels levels;
+Landing landing;
+const void* frameOfLevel[levelCount]; ///< the levels' exception frames
+uint32_t askedCount;                  ///< how many frames were asked to handle an exception
+uint32_t unwoundCount;                ///< how many were unwound,
+uint32_t unwoundLevels[levelCount];   ///< and the first ones of them, in this order
+
+const void* badPointer; ///< if not null, the innermost level calls it; otherwise it reads what isn't there
+
+/// Goes in by that many levels, and returns when it is resumed at `landing`.
+void GoIn(uint32_t count);
+extern const uint8_t baseLanding[];
+extern const uint8_t levelLanding[];
+
+EXCEPTION_DISPOSITION __cdecl NoteUnwinding(EXCEPTION_RECORD* record, uint32_t* frame, CONTEXT*, void*)
+{
+    if ((record->ExceptionFlags & (EXCEPTION_UNWINDING | EXCEPTION_EXIT_UNWIND)) == 0)
     {
-        uint32_t general
-            [8]; ///< in the order of PUSHAD, from the lowest address: edi, esi, ebp, esp, ebx, edx, ecx, eax
-        uint32_t flags;
-        const void* topFrame; ///< the head of the list of exception frames
-    };
-
-    Levels levels;
-    Landing landing;
-    const void* frameOfLevel[levelCount]; ///< the levels' exception frames
-    uint32_t askedCount;                  ///< how many frames were asked to handle an exception
-    uint32_t unwoundCount;                ///< how many were unwound,
-    uint32_t unwoundLevels[levelCount];   ///< and the first ones of them, in this order
-
-    const void*
-        badPointer; ///< if not null, the innermost level calls it; otherwise it reads what isn't there
-
-    /// Goes in by that many levels, and returns when it is resumed at `landing`.
-    void GoIn(uint32_t count);
-    extern const uint8_t baseLanding[];
-    extern const uint8_t levelLanding[];
-
-    EXCEPTION_DISPOSITION __cdecl NoteUnwinding(EXCEPTION_RECORD* record, uint32_t* frame, CONTEXT*, void*)
-    {
-        if ((record->ExceptionFlags & (EXCEPTION_UNWINDING | EXCEPTION_EXIT_UNWIND)) == 0)
-        {
-            ++askedCount;
-        }
-        else
-        {
-            if (unwoundCount < levelCount)
-            {
-                unwoundLevels[unwoundCount] = frame[2];
-            }
-            ++unwoundCount;
-        }
-        return ExceptionContinueSearch;
+        ++askedCount;
     }
+    else
+    {
+        if (unwoundCount < levelCount)
+        {
+            unwoundLevels[unwoundCount] = frame[2];
+        }
+        ++unwoundCount;
+    }
+    return ExceptionContinueSearch;
+}
 }
 
 asm(R"(

@@ -31,9 +31,9 @@ struct Words
 
 extern "C"
 {
-    Words words;
-    void* behindTheGate;
-    void Gate();
+Words words;
+void* behindTheGate;
+void Gate();
 }
 
 // Compares and jumps, touching neither stack nor registers, so that the function behind it finds its caller's state.

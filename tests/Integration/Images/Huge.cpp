@@ -5,6 +5,6 @@
 
 extern "C"
 {
-    __declspec(dllexport) uint8_t hugeData[1024 * 1024] = {1};
-    __declspec(dllexport) uint8_t hugeMemory[48 * 1024 * 1024];
+__declspec(dllexport) uint8_t hugeData[1024 * 1024] = {1};
+__declspec(dllexport) uint8_t hugeMemory[48 * 1024 * 1024];
 }

@@ -5,5 +5,5 @@
 
 extern "C"
 {
-    __declspec(dllexport) extern const uint32_t onlyConstant[4] = {1, 2, 3, 4};
+__declspec(dllexport) extern const uint32_t onlyConstant[4] = {1, 2, 3, 4};
 }

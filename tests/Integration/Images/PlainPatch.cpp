@@ -21,14 +21,14 @@ int AddTwo(int number)
 
 extern "C"
 {
-    /// Addresses that the loader has to relocate.
-    __declspec(dllexport) int (*plainFunctions[])(int) = {AddOne, nullptr, AddTwo};
-    __declspec(dllexport) const char* plainText = "plain";
+/// Addresses that the loader has to relocate.
+__declspec(dllexport) int (*plainFunctions[])(int) = {AddOne, nullptr, AddTwo};
+__declspec(dllexport) const char* plainText = "plain";
 
-    __declspec(dllexport) uint32_t plainNumber = 0x12345678;
+__declspec(dllexport) uint32_t plainNumber = 0x12345678;
 
-    __declspec(dllexport) int PlainAbsolute(int number)
-    {
-        return abs(number);
-    }
+__declspec(dllexport) int PlainAbsolute(int number)
+{
+    return abs(number);
+}
 }

@@ -18,12 +18,12 @@ static_assert(sizeof(FloatingPointState) == 112);
 
 extern "C"
 {
-    /// Stores the thread's state and puts the default in its place: empty registers, no exception pending, all
-    /// exceptions masked.
-    void __cdecl TorvaneSetFloatingPointAside(Torvane::FloatingPointState* state);
+/// Stores the thread's state and puts the default in its place: empty registers, no exception pending, all
+/// exceptions masked.
+void __cdecl TorvaneSetFloatingPointAside(Torvane::FloatingPointState* state);
 
-    /// Brings a stored state back, pending exceptions included: the next instruction of the unit raises them.
-    void __cdecl TorvaneRestoreFloatingPoint(const Torvane::FloatingPointState* state);
+/// Brings a stored state back, pending exceptions included: the next instruction of the unit raises them.
+void __cdecl TorvaneRestoreFloatingPoint(const Torvane::FloatingPointState* state);
 }
 
 namespace Torvane

@@ -13,26 +13,26 @@ using namespace Torvane;
 // Both are found by the assembly below.
 extern "C"
 {
-    void __cdecl TorvaneUnwindTopFrame(EXCEPTION_RECORD* record);
+void __cdecl TorvaneUnwindTopFrame(EXCEPTION_RECORD* record);
 
-    struct KeptRegisters
-    {
-        uint32_t ebx;
-        uint32_t esi;
-        uint32_t edi;
-        uint32_t ebp;
-        uint32_t esp; ///< after the call minus before it
-        uint32_t direction;
-    };
+struct KeptRegisters
+{
+    uint32_t ebx;
+    uint32_t esi;
+    uint32_t edi;
+    uint32_t ebp;
+    uint32_t esp; ///< after the call minus before it
+    uint32_t direction;
+};
 
-    /// Sets all registers that a function keeps for its caller, unwinds, and returns what they are then.
-    void __cdecl UnwindWithRegistersSet(EXCEPTION_RECORD* record, KeptRegisters* kept);
+/// Sets all registers that a function keeps for its caller, unwinds, and returns what they are then.
+void __cdecl UnwindWithRegistersSet(EXCEPTION_RECORD* record, KeptRegisters* kept);
 
-    /// Where this program keeps the address of the OS's function.
-    extern void* importedRtlUnwind __asm__("__imp__RtlUnwind@16");
+/// Where this program keeps the address of the OS's function.
+extern void* importedRtlUnwind __asm__("__imp__RtlUnwind@16");
 
-    /// A `RtlUnwind` that calls no handler, and brings back no register but those that it has to.
-    extern const uint8_t losingRtlUnwind[];
+/// A `RtlUnwind` that calls no handler, and brings back no register but those that it has to.
+extern const uint8_t losingRtlUnwind[];
 }
 
 asm(R"(
