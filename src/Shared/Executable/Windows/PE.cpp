@@ -8,19 +8,6 @@ namespace Torvane
 {
 namespace
 {
-// The published records; natively they are those of the tests.
-static_assert(offsetof(IMAGE_DOS_HEADER, e_lfanew) == 60);
-static_assert(sizeof(IMAGE_FILE_HEADER) == 20);
-static_assert(sizeof(IMAGE_OPTIONAL_HEADER32) == 224);
-static_assert(sizeof(IMAGE_OPTIONAL_HEADER64) == 240);
-static_assert(offsetof(IMAGE_NT_HEADERS32, OptionalHeader) == 24);
-static_assert(offsetof(IMAGE_NT_HEADERS64, OptionalHeader) == 24);
-static_assert(offsetof(IMAGE_NT_HEADERS32, OptionalHeader.DataDirectory) == 24 + 96);
-static_assert(offsetof(IMAGE_NT_HEADERS64, OptionalHeader.DataDirectory) == 24 + 112);
-static_assert(sizeof(IMAGE_SECTION_HEADER) == 40);
-static_assert(sizeof(IMAGE_IMPORT_DESCRIPTOR) == 20);
-static_assert(offsetof(IMAGE_IMPORT_DESCRIPTOR, Name) == 12);
-
 constexpr uint32_t invalidImageCode = 0xFFFFFFFF;
 
 /// Reads a record at any address of the view.
@@ -72,7 +59,7 @@ Result<ImageFile> ParseImage(const wchar_t* path, MappedFile& file)
         break;
 
     default:
-        // The mapped file stays open here, for good.
+        // The mapped file stays open permanently.
         return MakeError(invalidImageCode, "Image '%ls' has invalid machine type", path);
     }
 

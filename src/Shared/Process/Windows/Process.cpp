@@ -22,7 +22,7 @@ struct DrainBlock
 };
 static_assert(sizeof(DrainBlock) == 12);
 
-/// Bytes that come with a failed read are kept: the reading comes first and the test of its result last.
+/// Bytes that come with a failed read are kept.
 uint32_t DrainOutput(DrainBlock& block)
 {
     for (;;)
@@ -48,10 +48,6 @@ uint32_t DrainOutput(DrainBlock& block)
     }
 }
 
-const wchar_t* TextOr(const wchar_t* text, const wchar_t* substitute)
-{
-    return text != nullptr ? text : substitute;
-}
 } // namespace
 
 Result<SpawnedProcess> Spawn(const wchar_t* executable, const wchar_t* workingDirectory,
@@ -59,8 +55,8 @@ Result<SpawnedProcess> Spawn(const wchar_t* executable, const wchar_t* workingDi
 {
     const uint32_t flags = SpawnOfAgent;
     LogDebug(TVN_HERE, "Spawning process (%ls, %ls, %ls, %ls, %u)", executable,
-             TextOr(commandLine, L"no cmdline"), TextOr(workingDirectory, L"no working dir"), L"no env",
-             flags);
+             commandLine != nullptr ? commandLine : L"no cmdline",
+             workingDirectory != nullptr ? workingDirectory : L"no working dir", L"no env", flags);
     wchar_t writableCommandLine[commandLineCapacity] = {};
     if (commandLine != nullptr)
     {

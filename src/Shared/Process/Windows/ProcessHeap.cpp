@@ -13,7 +13,7 @@ namespace
 {
 static_assert(sizeof(RTL_CRITICAL_SECTION) == 24);
 
-/// Where versions of the OS keep the pointer in a 32-bit heap's header, which is documented nowhere.
+/// Where versions of the OS keep the pointer in a 32-bit heap's header, which isn't documented.
 constexpr uint32_t firstLockOffset = 0xC8;
 constexpr uint32_t secondLockOffset = 0xCC;
 
@@ -28,23 +28,22 @@ bool IsHeldOnceByThisThread(const RTL_CRITICAL_SECTION& section)
 }
 
 /// \return null if the word at the offset is no pointer to the heap's lock.
-template<uint32_t Offset>
-void* TryOffset(const void* heap)
+void* TryOffset(const void* heap, uint32_t offset)
 {
-    uint8_t header[Offset + sizeof(uint32_t)] = {};
-    if (!ReadProcessBytes(GetCurrentProcess(), heap, header, sizeof(header)))
+    uint8_t header[secondLockOffset + sizeof(uint32_t)] = {};
+    if (!ReadProcessBytes(GetCurrentProcess(), heap, header, offset + sizeof(uint32_t)))
     {
         return nullptr;
     }
     const void* candidate = nullptr;
-    memcpy(&candidate, header + Offset, sizeof(candidate));
+    memcpy(&candidate, header + offset, sizeof(candidate));
     RTL_CRITICAL_SECTION section = {};
     if (!ReadProcessBytes(GetCurrentProcess(), candidate, &section, sizeof(section)) ||
         !IsHeldOnceByThisThread(section))
     {
         return nullptr;
     }
-    void* lock = *reinterpret_cast<void* const*>(static_cast<const uint8_t*>(heap) + Offset);
+    void* lock = *reinterpret_cast<void* const*>(static_cast<const uint8_t*>(heap) + offset);
     if (lock != nullptr)
     {
         LogDebug(TVN_HERE, "Found process heap critical section at 0x%p", lock);
@@ -55,10 +54,10 @@ void* TryOffset(const void* heap)
 
 void* FindHeapLock(const void* heap)
 {
-    void* lock = TryOffset<firstLockOffset>(heap);
+    void* lock = TryOffset(heap, firstLockOffset);
     if (lock == nullptr)
     {
-        lock = TryOffset<secondLockOffset>(heap);
+        lock = TryOffset(heap, secondLockOffset);
     }
     if (lock == nullptr)
     {

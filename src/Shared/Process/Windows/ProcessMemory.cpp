@@ -155,18 +155,11 @@ void MakePageExecutable(void* address)
 
     const uint32_t oldProtection = region.Protect;
     const uint32_t baseProtection = oldProtection & baseProtectionMask;
-    switch (baseProtection)
+    if (baseProtection != PAGE_NOACCESS && baseProtection != PAGE_READONLY &&
+        baseProtection != PAGE_READWRITE && baseProtection != PAGE_WRITECOPY)
     {
-    case PAGE_NOACCESS:
-    case PAGE_READONLY:
-    case PAGE_READWRITE:
-    case PAGE_WRITECOPY:
-        break;
-
-    default:
         return;
     }
-
     const uint32_t modifiers = oldProtection & ~baseProtectionMask;
     const uint32_t newProtection = (baseProtection << executableProtectionShift) | modifiers;
     const uint32_t pageSize = VirtualMemory::GetPageSize();

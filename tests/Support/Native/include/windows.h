@@ -174,3 +174,15 @@ struct IMAGE_IMPORT_DESCRIPTOR
 #define IMAGE_SCN_CNT_INITIALIZED_DATA 0x00000040
 #define IMAGE_SCN_MEM_EXECUTE 0x20000000
 #define IMAGE_SCN_MEM_READ 0x40000000
+
+static_assert(offsetof(IMAGE_DOS_HEADER, e_lfanew) == 60);
+static_assert(sizeof(IMAGE_FILE_HEADER) == 20);
+static_assert(sizeof(IMAGE_OPTIONAL_HEADER32) == 224);
+static_assert(sizeof(IMAGE_OPTIONAL_HEADER64) == 240);
+static_assert(offsetof(IMAGE_NT_HEADERS32, OptionalHeader) == 24);
+static_assert(offsetof(IMAGE_NT_HEADERS64, OptionalHeader) == 24);
+static_assert(offsetof(IMAGE_NT_HEADERS32, OptionalHeader.DataDirectory) == 24 + 96);
+static_assert(offsetof(IMAGE_NT_HEADERS64, OptionalHeader.DataDirectory) == 24 + 112);
+static_assert(sizeof(IMAGE_SECTION_HEADER) == 40);
+static_assert(sizeof(IMAGE_IMPORT_DESCRIPTOR) == 20);
+static_assert(offsetof(IMAGE_IMPORT_DESCRIPTOR, Name) == 12);
