@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Something to wait for until it was counted down from outside. It lies in the waiting thread's stack frame.
+/// An event that is signalled once a count reaches zero. Belongs to the waiting thread, in whose stack frame it is.
 
 #include "Shared/Concurrency/Windows/Event.h"
 

@@ -56,7 +56,7 @@ struct Array
         return pointer[index];
     }
 
-    /// Bytes of the block.
+    /// \return the block's size in bytes.
     uint32_t GetSize() const
     {
         return count * static_cast<uint32_t>(sizeof(Element));

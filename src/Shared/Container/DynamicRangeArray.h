@@ -9,7 +9,7 @@
 
 namespace Torvane
 {
-/// Grows inside a reservation of 1 GiB. Without memory it panics ("Out of memory") and goes on, into a fault.
+/// Grows inside its reservation. Without memory it panics ("Out of memory") and continues, which leads to a fault.
 struct DynamicRangeArray
 {
     VirtualMemoryRange range;
@@ -25,7 +25,7 @@ struct DynamicRangeArray
 
     void Append(const void* bytes, uint32_t size);
 
-    /// Gives the reservation back.
+    /// Releases the reservation.
     void Destroy();
 };
 static_assert(sizeof(void*) != 4 || sizeof(DynamicRangeArray) == 24);

@@ -11,9 +11,9 @@ namespace Torvane
 /// the pools to 16. There is no failure: memory that the OS doesn't give shows as a fault at the first write.
 Allocation Allocate(uint32_t size);
 
-/// Gives a block back. `size` has to be the one that was asked for, which isn't checked.
+/// Frees a block. `size` has to be the one that was asked for, which isn't checked.
 void Free(void* pointer, uint32_t size);
 
-/// Gives a block back and empties the owner's record.
+/// Frees a block and clears the owner's record.
 void Free(Allocation& block);
 } // namespace Torvane

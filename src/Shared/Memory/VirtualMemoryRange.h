@@ -18,10 +18,10 @@ struct VirtualMemoryRange
     /// Reserves `maximumSize` bytes, raised to whole pages. Nothing is committed. After a failure the range is empty.
     void Reserve(size_t maximumSize);
 
-    /// Commits what is missing to `bytes`. \return false after an Error line; the range stays as it was.
+    /// Commits what is missing to `bytes`. \return false after an Error line; the range is unchanged.
     bool Ensure(size_t bytes);
 
-    /// Gives the whole reservation back.
+    /// Releases the whole reservation.
     void Release();
 };
 } // namespace Torvane

@@ -1,10 +1,10 @@
 #pragma once
 
 /// \file
-/// Reader of executable image files, 32-bit and 64-bit, in place in a read-only mapped view.
+/// Reader of executable image files, 32-bit and 64-bit, in place in a read-only mapped view. Any thread.
 ///
-/// Any thread may call these; nothing is shared. The reader trusts the file beyond the checks of `ParseImage`:
-/// offsets, counts and texts that it finds there are used as they stand.
+/// The reader trusts the file beyond the checks of `ParseImage`: offsets, counts and strings that it finds there are used
+/// unchecked.
 
 #include "Shared/Container/Array.h"
 #include "Shared/Container/DynamicArray.h"
@@ -26,7 +26,7 @@ struct ImageFile
     const IMAGE_SECTION_HEADER* sections;  ///< the first of `NumberOfSections`
 };
 
-/// What the section table tells of one section.
+/// One row of the section table.
 struct ImageSection
 {
     uint32_t rva;             ///< `VirtualAddress`
@@ -51,44 +51,36 @@ static_assert(sizeof(ImportedModuleName) == 1028);
 /// Names in the order of the import directory; the capacity is what the directory's size says.
 using ImportedModuleNameList = DynamicArray<ImportedModuleName>;
 
-/// Checks the headers of a mapped file and finds its section table.
+/// Checks the headers of a mapped file and finds its section table. `e_lfanew` is used unchecked.
 ///
-/// Takes over the mapped file. A failure closes it and clears its fields, except when the machine type is
-/// neither x86 nor x64: then the file stays open for good, and the fields stay as they are. `e_lfanew` is used
-/// unchecked.
+/// Takes over the mapped file. A failure closes it and clears its fields, except when the machine type is neither x86
+/// nor x64: then the file stays open permanently, and the fields are unchanged.
 /// \param path for the messages alone.
-/// \return the image, to be closed with `CloseImage`; failures have the code 0xFFFFFFFF and are logged at
-/// Debug level.
+/// \return the image, to be closed with `CloseImage`; failures have the code 0xFFFFFFFF and are logged at Debug level.
 Result<ImageFile> ParseImage(const wchar_t* path, MappedFile& file);
 
-/// Maps a file read-only and parses it.
-///
-/// \return what `ParseImage` gives; the failure of the mapping is returned as it is.
+/// Maps a file read-only and parses it. \return the failure of either step unchanged.
 Result<ImageFile> OpenImage(const wchar_t* path);
 
 /// Unmaps the view, closes the mapping and the file, and clears all fields.
 void CloseImage(ImageFile& image);
 
 /// Copies the section table out of the view.
-///
-/// \return as many sections as the headers say, owned by the caller.
 ImageSectionList GatherImageSections(const ImageFile& image);
 
-/// Finds where in the file the byte at an RVA lies.
+/// Finds where in the file the byte at an RVA is. The first section that contains the RVA decides.
 ///
-/// The first section that holds the RVA decides.
 /// \param count of sections; 0 maps nothing.
-/// \return bytes from the start of the file; 0 for memory that has no bytes in the file, and 0 after a Debug
-/// line if no section holds the RVA.
+/// \return bytes from the start of the file; 0 for memory that has no bytes in the file, and 0 after a Debug line if no
+/// section contains the RVA.
 uint32_t RvaToFileOffset(uint32_t rva, const ImageSection* sections, uint32_t count);
 
 /// Lists the modules that the import directory names.
 ///
-/// The walk ends at the first descriptor without a name, and nowhere else: neither the directory's size nor
-/// the length of a name is tested. A name whose RVA can't be mapped is read at the start of the file.
+/// The walk ends at the first descriptor without a name, and nowhere else: neither the directory's size nor the length
+/// of a name is tested. A name whose RVA can't be mapped is read at the start of the file.
 /// \param count of sections.
-/// \return the names, owned by the caller; empty if the directory has no room for a descriptor or can't be
-/// mapped.
+/// \return the names; empty if the directory has no room for a descriptor or can't be mapped.
 ImportedModuleNameList GatherImportedModuleNames(const ImageFile& image, const ImageSection* sections,
                                                  uint32_t count);
 
@@ -102,7 +94,7 @@ constexpr size_t imageOptionalHeaderSize = 240;
 void ReadImageHeaders(const ImageFile& image, void* fileHeader, void* optionalHeader);
 
 #if defined(_WIN32)
-/// \return the size of the image's file in bytes, 0 if the OS doesn't tell.
+/// \return the size of the image's file in bytes, 0 if the OS doesn't report it.
 uint64_t GetImageFileSize(const ImageFile& image);
 #endif
 } // namespace Torvane

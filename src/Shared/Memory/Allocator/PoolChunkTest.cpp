@@ -17,7 +17,7 @@ constexpr uint32_t megabyte = 0x100000;
 constexpr uint32_t alignment = 16;
 constexpr uint8_t untouched = 0xA5;
 
-/// Memory of a chunk that begins `offset` bytes behind an address that is aligned to 16. What follows it has to stay
+/// Memory of a chunk that begins `offset` bytes after an address that is aligned to 16. What follows it has to stay
 /// as it is.
 class TestChunk
 {
@@ -163,7 +163,7 @@ TEST(PoolChunk, MakesAListOfOneBlockWhereThereIsRoomForOne)
 
 TEST(PoolChunk, MakesAListOfOneBlockEvenWhereThereIsRoomForNone)
 {
-    const TestChunk memory(64); // twice the chunk's size: the block lies behind its end
+    const TestChunk memory(64); // twice the chunk's size: the block is beyond its end
     EXPECT_EQ(Follow(CarveChunk(memory.start, 32, 32, alignment), memory.start), std::vector<ptrdiff_t>{32});
     EXPECT_EQ(Follow(CarveChunk(memory.start, 63, 32, alignment), memory.start), std::vector<ptrdiff_t>{32});
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The front door of the memory system: the size alone decides which allocator a block comes from and goes back to.
+/// Chooses an allocator for each block, by its size alone. Any thread.
 
 #include "Shared/Memory/Allocation.h"
 

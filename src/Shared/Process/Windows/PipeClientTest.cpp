@@ -157,7 +157,7 @@ TEST_F(PipeClient, AClientThatConnectedBeforeTheCallIsASuccess)
 TEST_F(PipeClient, AClientThatComesMeanwhileEndsTheWaitAndTheWatcher)
 {
     ConnectStandIn standIn;
-    Result<bool> result = Failure{"the wait goes on", 0};
+    Result<bool> result = Failure{"still waiting", 0};
     TestThread server([&] { result = WaitForPipeClient(pipe, testPatience); });
     ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.begun));
     EXPECT_FALSE(server.HasEnded(testGrace));
@@ -269,7 +269,7 @@ TEST_F(PipeClient, WithoutAHandleOfTheWaitingThreadThereIsNoCancel)
                         SetLastError(ERROR_ACCESS_DENIED);
                         return nullptr;
                     });
-    Result<bool> result = Failure{"the wait goes on", 0};
+    Result<bool> result = Failure{"still waiting", 0};
     TestThread server([&] { result = WaitForPipeClient(pipe, 0); });
     ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.begun));
     ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.cancels));

@@ -176,7 +176,7 @@ TEST_F(ProcessHeapTest, FindsNothingInAHeaderOfNullWords)
     EXPECT_EQ(log.GetLines(), (Lines{UnreadableLine(), UnreadableLine(), notFoundLine}));
 }
 
-TEST_F(ProcessHeapTest, PassesOverReadableMemoryThatIsNoLockWithoutAWord)
+TEST_F(ProcessHeapTest, SkipsReadableMemoryThatIsNoLockSilently)
 {
     const HeldSection held;
     const uint32_t garbage[6] = {1, 2, 3, 4, 5, 6};

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Operations on the memory of a process at the level of the OS: careful reads, page ranges, code writes, the
+/// Operations on the memory of a process at the level of the OS: reads that don't fault, page ranges, code writes, the
 /// environment block. Any thread may call them after `StartupWindowsInternalAPI`; nothing here takes a lock.
 
 #include "Shared/Container/DynamicArray.h"
@@ -14,18 +14,17 @@
 
 namespace Torvane
 {
-/// A growable list of page ranges, owned by the caller.
 using PageRangeList = DynamicArray<PageRange>;
 
 /// Copies bytes out of a process; an address that can't be read is a failure, not a fault.
 ///
 /// \param count in bytes.
-/// \return false after one Error line if the OS gave a negative status, and true for every other status.
+/// \return false after one Error line for a negative status of the OS, and true for every other status.
 bool ReadProcessBytes(HANDLE process, const void* source, void* destination, uint32_t count);
 
 /// Lists the page ranges of [start, start + size) in this process, as the OS reports them.
 ///
-/// Ranges are not clipped to the asked range, so the last one can reach beyond its end. Reserved and free
+/// Ranges are not clipped to the requested range, so the last one can reach beyond its end. Reserved and free
 /// ranges are listed too. Logs every range at Debug level. The list is a snapshot.
 /// \param start any address; \param size in bytes, 0 gives an empty list without a query.
 /// \return the ranges found, in a list with room for at least 1024; a failed query ends the list early and
@@ -34,10 +33,10 @@ PageRangeList GatherPageRanges(const void* start, size_t size);
 
 /// Copies bytes over code of this process in place, and gives the pages their protection back.
 ///
-/// The copy is attempted even where the protection can't be changed, which logs one Debug line. Takes no
-/// measure against a thread that is executing the bytes.
+/// The copy is attempted even where the protection can't be changed, which logs one Debug line. Nothing keeps a thread
+/// from executing the bytes meanwhile.
 /// \param count in bytes.
-/// \return what `FlushInstructionCache` said of the written range.
+/// \return what `FlushInstructionCache` returned for the written range.
 bool WriteCode(void* address, const void* bytes, uint32_t count);
 
 /// Copies the environment block of a 32-bit process.
@@ -52,6 +51,6 @@ OwnedAllocation ReadEnvironmentBlock(HANDLE process);
 /// such as `PAGE_GUARD` included.
 ///
 /// A page that is executable already, reserved or free stays as it is. Logs the conversion at Debug level,
-/// and a failed query as one Error line; a failed change of the protection goes unnoticed.
+/// and a failed query as one Error line; a failed change of the protection is not reported.
 void MakePageExecutable(void* address);
 } // namespace Torvane

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// A place where a thread can be parked from outside. Nothing here calls it.
+/// Code on which a thread can be parked from outside. Nothing here calls it.
 
 extern "C"
 {

@@ -8,7 +8,7 @@ namespace Torvane::VirtualMemory
 {
 namespace
 {
-/// 0 until it was asked for. Threads that ask at the same time get and store the same answer.
+/// 0 until the first query. Threads that query at the same time store the same value.
 volatile LONG pageSize = 0;
 } // namespace
 

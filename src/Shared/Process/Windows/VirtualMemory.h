@@ -8,7 +8,7 @@
 
 namespace Torvane::VirtualMemory
 {
-/// The OS's page size, asked for once.
+/// The OS's page size.
 uint32_t GetPageSize();
 
 size_t RoundUpToPages(size_t size);
@@ -22,6 +22,6 @@ bool ReserveAt(void* address, size_t size);
 /// Commits reserved pages for reading and writing. \return false after an Error line.
 bool Commit(void* address, size_t size);
 
-/// Gives a whole reservation back.
+/// Releases a whole reservation.
 void Release(void* address);
 } // namespace Torvane::VirtualMemory

@@ -115,7 +115,7 @@ TEST_F(SystemTest, KeepsNothingOfTheAnswer)
     EXPECT_EQ(topology.buffers[2], topology.buffers[0]);
 }
 
-TEST_F(SystemTest, AsksTheOSForTheProcessorsWithoutAWord)
+TEST_F(SystemTest, QueriesTheProcessorsSilently)
 {
     uint32_t answers = 0;
     TestImport ask("GetLogicalProcessorInformationEx",

@@ -10,7 +10,7 @@
 
 namespace Torvane
 {
-/// A piece of a pool's memory: its first word links it to the one that came before.
+/// A piece of a pool's memory: its first word links it to the piece that was allocated before it.
 struct PoolChunkLink
 {
     PoolChunkLink* next;
@@ -22,7 +22,7 @@ class MicroPool
 public:
     void Startup(HANDLE poolHeap, uint32_t size);
 
-    /// Gives all chunks back to the heap, whether or not blocks are in use.
+    /// Frees all chunks, whether or not blocks are in use.
     void Shutdown();
 
     void* Allocate();
