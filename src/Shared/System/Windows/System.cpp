@@ -1,7 +1,7 @@
 #include "Shared/System/Windows/System.h"
 
 #include "Shared/Foundation/Logger.h"
-#include "Shared/Memory/MemorySystem.h"
+#include "Shared/Memory/OwnedAllocation.h"
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
 
 namespace Torvane
@@ -18,11 +18,10 @@ void QueryProcessorTopology()
     if (!GetLogicalProcessorInformationEx(RelationAll, nullptr, &size) &&
         GetLastError() == ERROR_INSUFFICIENT_BUFFER)
     {
-        Allocation answer = Allocate(size);
-        const bool answered = GetLogicalProcessorInformationEx(
-            RelationAll, static_cast<SYSTEM_LOGICAL_PROCESSOR_INFORMATION_EX*>(answer.pointer), &size);
-        Free(answer);
-        if (answered)
+        const OwnedAllocation answer(Allocate(size));
+        if (GetLogicalProcessorInformationEx(
+                RelationAll, static_cast<SYSTEM_LOGICAL_PROCESSOR_INFORMATION_EX*>(answer.Get().pointer),
+                &size))
         {
             return;
         }
