@@ -98,10 +98,10 @@ void PrependArgument(Digits& digits, ConversionKind kind, Arguments& arguments)
     }
     case ConversionKind::Unsigned:
         return digits.PrependNumber(va_arg(arguments.list, uint32_t), 10, 1);
-    case ConversionKind::Size:
-        return digits.PrependNumber(va_arg(arguments.list, size_t), 10, 1);
     case ConversionKind::Hexadecimal:
         return digits.PrependNumber(va_arg(arguments.list, uint32_t), 16, 1);
+    case ConversionKind::Size:
+        return digits.PrependNumber(va_arg(arguments.list, size_t), 10, 1);
     case ConversionKind::Hexadecimal64:
         return digits.PrependNumber(va_arg(arguments.list, uint64_t), 16, 1);
     case ConversionKind::Pointer:
@@ -128,16 +128,14 @@ void Convert(TextOutput<Character>& output, const Conversion<Character>& convers
         return;
     case ConversionKind::NarrowString:
         return AppendString(output, conversion, va_arg(arguments.list, const char*));
-    case ConversionKind::WideString:
-        return AppendString(output, conversion, va_arg(arguments.list, const wchar_t*));
-    case ConversionKind::OwnString:
-        return AppendString(output, conversion, va_arg(arguments.list, const Character*));
     case ConversionKind::BoundedString:
     {
         const int limit = va_arg(arguments.list, int);
         const auto* text = va_arg(arguments.list, const Character*);
         return AppendString(output, conversion, text, static_cast<uint32_t>(limit));
     }
+    case ConversionKind::WideString:
+        return AppendString(output, conversion, va_arg(arguments.list, const wchar_t*));
     default:
     {
         Digits digits;

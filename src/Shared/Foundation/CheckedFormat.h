@@ -36,7 +36,6 @@ enum class ConversionKind : uint8_t
     Hundredths,
     NarrowString,
     WideString,
-    OwnString,
     BoundedString,
     StringLimit, ///< the first argument of `BoundedString`, not a conversion of its own
 };
@@ -47,12 +46,17 @@ struct ConversionSpelling
     ConversionKind kind;
 };
 
+template<typename Character>
+inline constexpr ConversionKind ownStringKind =
+    std::is_same_v<Character, char> ? ConversionKind::NarrowString : ConversionKind::WideString;
+
+template<typename Character>
 inline constexpr ConversionSpelling conversionSpellings[] = {
     {"d", ConversionKind::Signed},          {"u", ConversionKind::Unsigned},
     {"zu", ConversionKind::Size},           {"X", ConversionKind::Hexadecimal},
     {"llX", ConversionKind::Hexadecimal64}, {"p", ConversionKind::Pointer},
     {".2f", ConversionKind::Hundredths},    {"hs", ConversionKind::NarrowString},
-    {"ls", ConversionKind::WideString},     {"s", ConversionKind::OwnString},
+    {"ls", ConversionKind::WideString},     {"s", ownStringKind<Character>},
     {".*s", ConversionKind::BoundedString},
 };
 
@@ -74,7 +78,7 @@ constexpr Conversion<Character> ParseConversion(const Character* text)
     {
         conversion.width = conversion.width * 10 + static_cast<uint32_t>(*text - '0');
     }
-    for (const ConversionSpelling& spelling : conversionSpellings)
+    for (const ConversionSpelling& spelling : conversionSpellings<Character>)
     {
         uint32_t length = 0;
         while (spelling.letters[length] != 0 &&
@@ -107,7 +111,6 @@ constexpr bool AcceptsArgument(ConversionKind kind)
            (kind == Kind::Hundredths && std::is_same_v<Argument, double>) ||
            (kind == Kind::NarrowString && isNarrow) ||
            (kind == Kind::WideString && std::is_same_v<Argument, const wchar_t*>) ||
-           (kind == Kind::OwnString && std::is_same_v<Argument, const Character*>) ||
            (kind == Kind::BoundedString && std::is_same_v<Argument, const Character*>) ||
            (kind == Kind::StringLimit && std::is_same_v<Argument, int>);
 }
