@@ -77,7 +77,7 @@ Cut FormatIntoBytes(size_t size, FormatOf<Arguments...> format, Arguments... arg
 {
     std::vector<char> buffer(size + 1, untouched);
     const int result = FormatBounded(buffer.data(), size, format, arguments...);
-    EXPECT_EQ(buffer[size], untouched) << "written behind the buffer";
+    EXPECT_EQ(buffer[size], untouched) << "written past the buffer";
     buffer.pop_back();
     return {result, buffer};
 }
@@ -259,7 +259,7 @@ TEST(BoundedFormat, HandlesBuffersWithoutRoom)
     EXPECT_EQ(byte, 0);
 }
 
-TEST(BoundedFormat, GetsThroughHugeWidths)
+TEST(BoundedFormat, HandlesHugeWidths)
 {
     const Cut cut = FormatIntoBytes(4, "%2147483647d", 1);
     EXPECT_LT(cut.result, 0);

@@ -27,7 +27,7 @@ struct Characters<FixedWideString>
     using Type = wchar_t;
 };
 
-/// What holds for the narrow text as well as for the wide one.
+/// What holds for both types.
 template<typename String>
 class FixedText : public testing::Test
 {
@@ -84,7 +84,7 @@ using BothWidths = testing::Types<FixedString, FixedWideString>;
 TYPED_TEST_SUITE(FixedText, BothWidths);
 } // namespace
 
-TEST(FixedString, IsALengthAndTheTextBehindIt)
+TEST(FixedString, IsALengthAndThenTheText)
 {
     EXPECT_EQ(sizeof(FixedString), 1028u);
     EXPECT_EQ(offsetof(FixedString, length), 0u);
@@ -165,7 +165,7 @@ TYPED_TEST(FixedText, FormatsInThePlaceOfTheEarlierText)
     this->string.Format(format, 42u);
     this->ExpectText(this->string, "a42b");
     EXPECT_EQ(this->string.text[5], static_cast<typename TestFixture::Character>('x'))
-        << "what lies behind the terminator stays";
+        << "what follows the terminator stays";
 }
 
 TYPED_TEST(FixedText, FormatsATextOf1023Characters)
@@ -191,13 +191,13 @@ TYPED_TEST(FixedText, CutsWithinItsOwnBytes)
     struct
     {
         TypeParam string;
-        typename TestFixture::Character behind;
+        typename TestFixture::Character next;
     } value = {};
     const typename TestFixture::Repeated tooLong('y', 3000);
     static constexpr typename TestFixture::Character format[] = {'%', 's', 0};
-    value.behind = 'b';
+    value.next = 'b';
     value.string.Format(format, tooLong.text);
-    EXPECT_EQ(value.behind, static_cast<typename TestFixture::Character>('b'));
+    EXPECT_EQ(value.next, static_cast<typename TestFixture::Character>('b'));
     EXPECT_EQ(value.string.length, 0u);
 }
 

@@ -113,7 +113,7 @@ TEST(Logger, GetsTheTextInThisThreadsBuffer)
     EXPECT_EQ(Only(log).text, GetMessageBuffer());
 }
 
-TEST(Logger, GetsWideTextAsUtf8)
+TEST(Logger, GetsUtf16AsUtf8)
 {
     const LogCalls log;
     LogDebug(TVN_HERE, "Loading patch from %ls", L"C:\\\x00E4\\\xD83D\xDE00.dll");

@@ -25,7 +25,7 @@ Result<void*> FailToOpen(CheckedFormat<const wchar_t*> format)
 }
 } // namespace
 
-TEST(Result, IsTheErrorsTextAndBehindItThePayloadOrTheCode)
+TEST(Result, IsTheErrorsFormatAndThenThePayloadOrTheCode)
 {
     using Word = Result<void*>;
     EXPECT_EQ(sizeof(Word), 2 * sizeof(void*)) << "two words";
@@ -85,7 +85,7 @@ TEST(MakeError, LogsTheCodeAsASignedNumberToo)
     EXPECT_EQ(result.code, 0xC0000005u);
 }
 
-TEST(Expect, HandsBackThePayloadOfASuccessSilently)
+TEST(Expect, ReturnsThePayloadOfASuccessSilently)
 {
     const LogCalls log;
     int object = 0;
@@ -105,7 +105,7 @@ TEST(Expect, PanicsAtAFailureUnderItsOwnHeadersPosition)
     EXPECT_EQ(log.Get()[0].separateText, 0u);
 }
 
-TEST(Expect, HandsBackTheCodeInThePlaceOfThePayload)
+TEST(Expect, ReturnsTheCodeInThePlaceOfThePayload)
 {
     const LogCalls log;
     const Result<void*> handle = Failure{"CreateEventW(%hs) failed.", 183};
@@ -117,7 +117,7 @@ TEST(Expect, HandsBackTheCodeInThePlaceOfThePayload)
     EXPECT_EQ(record.size, 0u);
 }
 
-TEST(Expect, HandsBackACodeOfZeroToo)
+TEST(Expect, ReturnsACodeOfZeroToo)
 {
     const LogCalls log;
     EXPECT_EQ(Expect(Result<void*>(Failure{"text", 0}), "Cannot create event"), nullptr);

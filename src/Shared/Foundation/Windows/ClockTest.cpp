@@ -44,7 +44,7 @@ TEST(Clock, SubtractsTheOriginAsAnUnsignedNumber)
     EXPECT_EQ(SecondsSinceStartup(), 18446744073709551616.0);
 }
 
-TEST(Clock, GoesOnByItself)
+TEST(Clock, AdvancesByItself)
 {
     SetTimeOrigin();
     const double first = SecondsSinceStartup();

@@ -39,7 +39,7 @@ LONG CALLBACK StepOverBreakpoint(EXCEPTION_POINTERS* exception)
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 
-/// A log of which every effect becomes a step. Its debugger is there or not, as told.
+/// A log of which every effect becomes a step. Its debugger is present or not, as set.
 class CompositeLoggerTest : public testing::Test
 {
 protected:
@@ -101,7 +101,7 @@ private:
 };
 } // namespace
 
-TEST_F(CompositeLoggerTest, HandsEachLevelToTheFileAndThenToTheDebugger)
+TEST_F(CompositeLoggerTest, PassesEachLevelToTheFileAndThenToTheDebugger)
 {
     logger.Debug("(ALL) ", "Debug", 5, "Agent.cpp", 1, 0);
     logger.Success("(ALL) ", "Success", 7, "Agent.cpp", 1, 0);
@@ -126,7 +126,7 @@ TEST_F(CompositeLoggerTest, KeepsTheFileWholeWhateverTheDebuggersMask)
     EXPECT_EQ(steps, Steps({"file Success", "file Info", "file Warning", "file Error", "file Panic"}));
 }
 
-TEST_F(CompositeLoggerTest, TellsTheDebuggerWithoutAFileToo)
+TEST_F(CompositeLoggerTest, WritesToTheDebuggerWithoutAFileToo)
 {
     fileSink.SetFile(INVALID_HANDLE_VALUE);
     logger.Error("(ALL) ", "Error", 5, "Agent.cpp", 1, 0);

@@ -62,13 +62,13 @@ const Texts everyLevel = {
 };
 } // namespace
 
-TEST_F(DebugOutputSinkTest, TellsTheDebuggerEveryLevelButDebug)
+TEST_F(DebugOutputSinkTest, WritesEveryLevelButDebug)
 {
     LogEveryLevel();
     EXPECT_EQ(debugger.GetTexts(), everyLevel);
 }
 
-TEST_F(DebugOutputSinkTest, NeverTellsDebugWhateverTheMask)
+TEST_F(DebugOutputSinkTest, NeverWritesDebugWhateverTheMask)
 {
     sink.SetLevelMask(UINT32_MAX);
     LogEveryLevel();
@@ -87,7 +87,7 @@ TEST_F(DebugOutputSinkTest, LetsEachBitThroughItsOwnLevel)
     }
 }
 
-TEST_F(DebugOutputSinkTest, TellsNothingWithoutAnyOfItsBits)
+TEST_F(DebugOutputSinkTest, WritesNothingWithoutAnyOfItsBits)
 {
     for (const uint32_t mask : {0u, 0xFFFFFFE0u})
     {
@@ -97,19 +97,19 @@ TEST_F(DebugOutputSinkTest, TellsNothingWithoutAnyOfItsBits)
     }
 }
 
-TEST_F(DebugOutputSinkTest, TellsNoMoreThanTheLengthOfAText)
+TEST_F(DebugOutputSinkTest, WritesNoMoreThanTheLengthOfAText)
 {
     sink.Error("(ALL) ", "message and more", 7, "Agent.cpp", 1, 0);
     EXPECT_EQ(debugger.GetTexts(), Texts({"[    12.35 Torvane Error  ] message\r\n"}));
 }
 
-TEST_F(DebugOutputSinkTest, MakesNothingOfASeparateText)
+TEST_F(DebugOutputSinkTest, IgnoresThatATextIsSeparate)
 {
     sink.Error("(ALL) ", "text", 4, "Agent.cpp", 1, 1);
     EXPECT_EQ(debugger.GetTexts(), Texts({"[    12.35 Torvane Error  ] text\r\n"}));
 }
 
-TEST_F(DebugOutputSinkTest, TellsTheLongestMessageAsAWhole)
+TEST_F(DebugOutputSinkTest, WritesTheLongestMessageAsAWhole)
 {
     const std::string message(messageBufferSize - 1, 'm');
     sink.Error("(ALL) ", message.c_str(), messageBufferSize, "Agent.cpp", 1, 0);

@@ -1,12 +1,12 @@
 // A structured exception frame, registered by hand.
 //
-// The OS keeps a list of frames for each thread. Its head stands at fs:[0], and a frame is a record on the stack that
+// The OS keeps a list of frames for each thread. Its head is at fs:[0], and a frame is a record on the stack that
 // begins with two words: the next outer frame and the handler. Ours has two more:
 //
 //   [frame + 0]   next outer frame
 //   [frame + 4]   handler
-//   [frame + 8]   where to go on after an exception
-//   [frame + 12]  the frame pointer to go on with
+//   [frame + 8]   where to continue after an exception
+//   [frame + 12]  the frame pointer to continue with
 
     .intel_syntax noprefix
     .text
@@ -32,7 +32,7 @@ _TorvaneRunInFrame:                     // int __cdecl (function, context)
     mov eax, 1
     jmp remove
 landing:                                // here with esp = frame, ebp = [frame + 12], all else undefined
-    cld                                 // the calling convention wants the direction flag clear
+    cld                                 // the calling convention requires a clear direction flag
     xor eax, eax
 remove:
     pop dword ptr fs:[0]                // the outer frame is the innermost again

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The assembly behind `RunInExceptionFrame`; used there alone.
+/// The assembly part of `RunInExceptionFrame`; used there alone.
 
 extern "C"
 {

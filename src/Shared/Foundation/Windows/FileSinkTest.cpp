@@ -126,7 +126,7 @@ TEST_F(FileSinkTest, EndsTheTextAtATerminatorWithinItsLength)
     EXPECT_EQ(file.Read().substr(beforeText), " | abc");
 }
 
-TEST_F(FileSinkTest, WritesASeparateTextBehindTheRecordUnformatted)
+TEST_F(FileSinkTest, WritesASeparateTextAfterTheRecordUnformatted)
 {
     const WriteJournal writes;
     Error(std::string("abc\0%hs", 7), "Agent.cpp", 1, 1);
@@ -211,7 +211,7 @@ TEST_F(FileSinkTest, DoesNothingAtAllWithoutAFile)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(FileSinkTest, TellsOfAFailedWriteThroughTheLog)
+TEST_F(FileSinkTest, ReportsAFailedWriteThroughTheLog)
 {
     const LogCalls log;
     const WriteJournal writes(0);
@@ -234,11 +234,11 @@ TEST_F(FileSinkTest, LosesTheFailedRecordAloneWhenItIsTheLogItself)
     SetCurrentLogger(before);
     const std::string bytes = file.Read();
     EXPECT_EQ(bytes.find("lost"), std::string::npos);
-    const size_t told = bytes.find(" | Cannot write to file.\r\n    12.35 | DBG | ");
+    const size_t report = bytes.find(" | Cannot write to file.\r\n    12.35 | DBG | ");
     const size_t kept = bytes.find("Agent.cpp(1) | kept");
-    EXPECT_NE(told, std::string::npos);
+    EXPECT_NE(report, std::string::npos);
     EXPECT_NE(kept, std::string::npos);
-    EXPECT_LT(told, kept);
+    EXPECT_LT(report, kept);
 }
 
 TEST_F(FileSinkTest, WritesASeparateTextEvenWhenItsRecordFailed)

@@ -144,7 +144,7 @@ TEST_F(LogTest, KeepsRecordsOfManyThreadsWhole)
     ExpectWholeRecords(file.Read(), threads, recordsOfEach, messageLength);
 }
 
-TEST_F(LogTest, GoesOnWhileAnotherThreadHoldsTheProcessHeap)
+TEST_F(LogTest, WritesWhileAnotherThreadHoldsTheProcessHeap)
 {
     enum Stage
     {
@@ -176,7 +176,7 @@ TEST_F(LogTest, GoesOnWhileAnotherThreadHoldsTheProcessHeap)
     EXPECT_EQ(CountOf(file.Read(), "Agent.cpp(1) | "), 4u);
 }
 
-TEST(Log, IsMuteInTheFileAndNotToTheDebuggerWithoutAFile)
+TEST(Log, WritesToTheDebuggerAloneWithoutAFile)
 {
     Logger* before = GetCurrentLogger();
     std::vector<std::string> texts;

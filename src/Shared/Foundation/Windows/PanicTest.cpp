@@ -18,8 +18,8 @@ using Events = std::vector<std::string>;
 
 constexpr DWORD failureCode = 183;
 
-/// Panics with a log of its own, and ends with what `Expect` handed back. The argument is the file that the log goes to,
-/// behind the debugger's mask as one digit to the base 32.
+/// Panics with a log of its own, and ends with what `Expect` returned. The argument is the file that the log goes to,
+/// after the debugger's mask as one digit to the base 32.
 const TestChildPart panickingProcess(L"panicking process", [](const wchar_t* argument) {
     SetDebugOutputLevelMask(argument[0] == L'V' ? 0x1F : 0x0F);
     SetTimeOrigin();
@@ -40,7 +40,7 @@ uint32_t GetImageSize(const void* image)
     return headers->OptionalHeader.SizeOfImage;
 }
 
-/// Debugs a child to its end, from the breakpoints in its own code on, which it lets go on.
+/// Debugs a child to its end, from the breakpoints in its own code on, after which it lets it continue.
 class ChildsDebugger
 {
 public:
@@ -119,7 +119,7 @@ private:
     void Keep(const std::string& event)
     {
         const bool isInFile = file.Read().find("Cannot create event 5") != std::string::npos;
-        events.push_back(event + (isInFile ? ", told in the file" : ", not told in the file"));
+        events.push_back(event + (isInFile ? ", written to the file" : ", not in the file"));
     }
 
     PROCESS_INFORMATION child;
@@ -160,9 +160,9 @@ TEST(Panic, StopsTwiceInADebuggerWhichMayGoOnFromBoth)
     ASSERT_NE(child.hProcess, nullptr);
     const ChildsDebugger debugger(child, file);
     EXPECT_EQ(debugger.GetEvents(),
-              Events({"break, told in the file",
-                      "text [ Torvane Panic  ] Cannot create event 5\r\n, told in the file",
-                      "break, told in the file"}));
+              Events({"break, written to the file",
+                      "text [ Torvane Panic  ] Cannot create event 5\r\n, written to the file",
+                      "break, written to the file"}));
     EXPECT_EQ(TestChildPart::WaitForEnd(child), failureCode);
     EXPECT_EQ(ReadRecords(file), allRecords);
 }
@@ -175,7 +175,7 @@ TEST(Panic, StopsTwiceInADebuggerThatIsToldNothing)
         panickingProcess.Start(ArgumentFor(L'F', file).c_str(), DEBUG_ONLY_THIS_PROCESS);
     ASSERT_NE(child.hProcess, nullptr);
     const ChildsDebugger debugger(child, file);
-    EXPECT_EQ(debugger.GetEvents(), Events({"break, told in the file", "break, told in the file"}));
+    EXPECT_EQ(debugger.GetEvents(), Events({"break, written to the file", "break, written to the file"}));
     EXPECT_EQ(TestChildPart::WaitForEnd(child), failureCode);
     EXPECT_EQ(ReadRecords(file), allRecords);
 }

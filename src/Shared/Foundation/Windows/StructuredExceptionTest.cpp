@@ -207,22 +207,22 @@ __attribute__((noinline)) void RaiseInFrameOfOwn(void*)
     __writefsdword(0, reinterpret_cast<DWORD>(frame.next));
 }
 
-/// Runs an inner frame, and may fault behind it.
+/// Runs an inner frame, and may fault after it.
 struct Nesting
 {
     void (*inside)(void* context);
     void* context;
-    bool faultsBehind;
+    bool faultsAfter;
     bool innerReturned;
-    bool reachedBehind;
+    bool reachedEnd;
 };
 
 void RunInner(void* context)
 {
     auto* nesting = static_cast<Nesting*>(context);
     nesting->innerReturned = RunInExceptionFrame(nesting->inside, nesting->context);
-    nesting->reachedBehind = true;
-    if (nesting->faultsBehind)
+    nesting->reachedEnd = true;
+    if (nesting->faultsAfter)
     {
         DivideByZero(nullptr);
     }
@@ -332,10 +332,10 @@ TEST_F(StructuredException, IsTheInnermostFramesAlone)
     Nesting nesting = {&Raise, CodeArgument(ownCode), false, true, false};
     EXPECT_TRUE(RunInExceptionFrame(&RunInner, &nesting));
     EXPECT_FALSE(nesting.innerReturned);
-    EXPECT_TRUE(nesting.reachedBehind);
+    EXPECT_TRUE(nesting.reachedEnd);
 }
 
-TEST_F(StructuredException, ReachesTheOuterFrameBehindTheInnerOne)
+TEST_F(StructuredException, ReachesTheOuterFrameAfterTheInnerOne)
 {
     Nesting nesting = {&DoNothing, nullptr, true, false, false};
     EXPECT_FALSE(RunInExceptionFrame(&RunInner, &nesting));
@@ -345,7 +345,7 @@ TEST_F(StructuredException, ReachesTheOuterFrameBehindTheInnerOne)
     nesting = {&ExecuteNoInstruction, nullptr, true, true, false};
     EXPECT_FALSE(RunInExceptionFrame(&RunInner, &nesting));
     EXPECT_FALSE(nesting.innerReturned);
-    EXPECT_TRUE(nesting.reachedBehind);
+    EXPECT_TRUE(nesting.reachedEnd);
 }
 
 TEST_F(StructuredException, NestsDeeply)

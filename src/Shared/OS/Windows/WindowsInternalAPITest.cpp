@@ -37,7 +37,7 @@ const char* ModuleOf(size_t entry)
     return entry == lastEntry ? "KernelBase.dll" : "ntdll.dll";
 }
 
-/// \return the bare addresses of the table, in its order.
+/// \return the addresses of the table, in its order.
 std::vector<void*> GetEntries()
 {
     std::vector<void*> entries(functions.size());
@@ -116,7 +116,7 @@ TEST_F(InternalAPI, HasNoThreadDescriptionOnASystemWithoutOneAndLogsNothing)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(InternalAPI, AnUnknownFunctionGivesANullEntryAndThoseBehindItAreFilled)
+TEST_F(InternalAPI, AnUnknownFunctionGivesANullEntryAndThoseAfterItAreFilled)
 {
     TestImport function("GetProcAddress",
                         [](decltype(&GetProcAddress) real, HMODULE module, LPCSTR name) -> FARPROC {
