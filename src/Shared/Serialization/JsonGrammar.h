@@ -1,14 +1,16 @@
 #pragma once
 
 /// \file
-/// What both passes of the JSON reader know of the grammar, and the parts of pass one. For the reader and its
-/// tests; any thread, each with its own state.
+/// The parts of the JSON grammar below a value: whitespace, escapes and numbers, once for both passes. For the reader
+/// and its tests; any thread, each with its own state.
 ///
-/// Within a pass a place in the text is a pointer, which a function takes and gives back moved on. The state's own
-/// `offset` is set where a pass ends or fails.
+/// A position in the source is a pointer. A function that reads takes the position where it begins and returns the one
+/// after what it has read. Null means failure, which `Fail` has recorded in the state.
 
 #include "Shared/Serialization/JsonReader.h"
 #include "Shared/Serialization/JsonRuns.h"
+
+#include <string.h>
 
 namespace Torvane
 {
@@ -17,98 +19,48 @@ inline bool IsSet(const JsonParseState& state, JsonOption::Bit option)
     return (state.flags & option) != 0;
 }
 
-/// A state during a pass.
+/// A state during a pass. Its `offset` is where the pass began, until it ends or fails.
 struct JsonPass : JsonParseState
 {
-    const uint8_t* end;      ///< of the text
-    uint32_t lastIndent = 0; ///< how far whitespace reached into the last group in which it ended
+    const uint8_t* end;  ///< of the source; once a comment without its end is found, the start of that
+    uint32_t valueSize;  ///< of a `JsonValue`, with its position if positions are recorded
+    uint32_t stringSize; ///< of a `JsonString`, likewise
 
     explicit JsonPass(const JsonParseState& state)
         : JsonParseState(state)
         , end(state.source + state.size)
+        , valueSize(IsSet(state, JsonOption::RecordPositions) ? sizeof(JsonPlacedValue) : sizeof(JsonValue))
+        , stringSize(IsSet(state, JsonOption::RecordPositions) ? sizeof(JsonPlacedString)
+                                                               : sizeof(JsonString))
     {
     }
 };
 
-/// Where the state's offset stands.
-inline const uint8_t* PlaceOf(const JsonParseState& state)
+/// In place of a character.
+inline constexpr int32_t endOfText = -1;
+
+inline int32_t CharacterAt(const JsonPass& pass, const uint8_t* at)
 {
-    return state.source + state.offset;
+    return at != pass.end ? *at : endOfText;
 }
 
-inline void StandAt(JsonParseState& state, const uint8_t* at)
+/// Records a failure. At the end of the text its error is `UnexpectedEnd`, whatever was expected there.
+/// \return null.
+inline const uint8_t* Fail(JsonPass& pass, const uint8_t* at, JsonError::Value error)
 {
-    state.offset = CountLeft(state.source, at);
-}
-
-/// \return null, which stands for the failure.
-inline const uint8_t* Fail(JsonParseState& state, const uint8_t* at, JsonError::Value error)
-{
-    StandAt(state, at);
-    state.error = error;
+    pass.offset = CountLeft(pass.source, at);
+    pass.error = at != pass.end ? error : JsonError::UnexpectedEnd;
     return nullptr;
 }
 
-/// \param at where the line feed stands.
-inline void NoteLineFeed(JsonParseState& state, const uint8_t* at)
+inline void CountLineFeed(JsonPass& pass, const uint8_t* lineFeed)
 {
-    ++state.lineNumber;
-    state.lineOffset = CountLeft(state.source, at);
+    ++pass.lineNumber;
+    pass.lineOffset = CountLeft(pass.source, lineFeed);
 }
 
-inline bool IsDigit(uint8_t character)
-{
-    return character >= '0' && character <= '9';
-}
-
-inline bool IsNameCharacter(uint8_t character)
-{
-    const uint8_t lower = character | 0x20;
-    return IsDigit(character) || (lower >= 'a' && lower <= 'z') || character == '_';
-}
-
-/// Whether a string begins with this character.
-inline bool IsQuote(const JsonParseState& state, uint8_t character)
-{
-    return character == '"' || (character == '\'' && IsSet(state, JsonOption::SingleQuotes));
-}
-
-/// Whether a value that begins with this character is a number.
-inline bool IsNumberStart(const JsonParseState& state, uint8_t character)
-{
-    if (IsDigit(character) || character == '-')
-    {
-        return true;
-    }
-    if (character == '.')
-    {
-        return IsSet(state, JsonOption::LoosePoint);
-    }
-    return ((character == '+' || character == 'I' || character == 'N') &&
-            IsSet(state, JsonOption::InfinityAndNaN)) ||
-           (character == '+' && IsSet(state, JsonOption::LeadingPlus));
-}
-
-/// Reads an escape of the form `\u`, with four hexadecimal digits.
-/// \return false if none stands there.
-bool ReadUnicodeEscape(const uint8_t* at, const uint8_t* end, uint32_t& unit);
-
-/// Length of `\u` with its digits.
-constexpr uint32_t unicodeEscapeLength = 6;
-
-inline bool IsHighSurrogate(uint32_t unit)
-{
-    return unit >= 0xD800 && unit <= 0xDBFF;
-}
-
-inline bool IsLowSurrogate(uint32_t unit)
-{
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
-/// Goes over whitespace and comments, from any character or the end of the text on.
-/// \return where a character stands. Null if none does, with `UnexpectedEnd` and the state's offset at the end of the
-/// text or at the start of a comment without its end.
+/// Skips whitespace and comments.
+/// \return where another character is, or the end of the text: a comment without its end is the end of the text.
 const uint8_t* SkipAnyWhitespace(JsonPass& pass, const uint8_t* at);
 
 inline bool IsSurelyNoWhitespace(uint8_t character)
@@ -130,15 +82,32 @@ inline const uint8_t* SkipWhitespace(JsonPass& pass, const uint8_t* at)
     return SkipAnyWhitespace(pass, at);
 }
 
-/// Goes over a number. Where the text ends, it ends as well.
-/// \return null with `BadNumber` if there is something wrong with it, with the offset at the byte that can't be.
-const uint8_t* ScanNumber(JsonPass& pass, const uint8_t* at);
+/// Whether the text continues with a word.
+template<uint32_t size>
+bool IsWord(const uint8_t* at, const uint8_t* end, const char (&word)[size])
+{
+    return CountLeft(at, end) >= size - 1 && memcmp(at, word, size - 1) == 0;
+}
 
-/// Pass one's part for a string in quotes: adds its text.
-/// \return what stands behind it. Null with `QuoteExpected`, `BadEscape`, `BadString` or `UnexpectedEnd` on failure.
-const uint8_t* SizeString(JsonPass& pass, const uint8_t* at);
+inline bool IsDigit(int32_t character)
+{
+    return character >= '0' && character <= '9';
+}
 
-/// Pass one's part for an object or an array, the latter unless `withoutBraces`.
-/// \return what stands behind it, or null on failure.
-const uint8_t* SizeContainer(JsonPass& pass, const uint8_t* at, bool withoutBraces);
+/// Whether an option makes a number of a value that begins with this character.
+bool IsExtendedNumberStart(const JsonPass& pass, int32_t character);
+
+/// Checks a number. The end of the text ends any number, even one that is only a sign.
+/// \return its end, which is the first of `NumberStops`, or null with `BadNumber` at the first byte that can't be.
+const uint8_t* CheckNumber(JsonPass& pass, const uint8_t* at);
+
+/// Length of `\u` with its digits.
+inline constexpr uint32_t unicodeEscapeLength = 6;
+
+/// Above all characters.
+inline constexpr uint32_t noCharacter = UINT32_MAX;
+
+/// Reads an escape of the form `\u`, with four hexadecimal digits, or two of them that are a surrogate pair.
+/// \return the character, from 0x10000 on if it is a pair; `noCharacter` if there is no such escape.
+uint32_t DecodeUnicodeEscape(const uint8_t* at, const uint8_t* end);
 } // namespace Torvane

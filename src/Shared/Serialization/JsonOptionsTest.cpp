@@ -1,4 +1,4 @@
-#include "Shared/Serialization/JsonGrammar.h"
+#include "Shared/Serialization/JsonSizePass.h"
 #include "tests/Support/JsonTestTree.h"
 
 #include <gtest/gtest.h>
@@ -318,13 +318,13 @@ TEST(JsonOptions, AnUnassignedBitChangesNothing)
 // the same.
 TEST(JsonParts, FailWhereTheirFirstCharacterIsMissing)
 {
-    JsonPass string(StartJsonParse("x", 1, 0));
-    EXPECT_EQ(SizeString(string, string.source), nullptr);
+    JsonSizer string(StartJsonParse("x", 1, 0));
+    EXPECT_EQ(ReadString(string, string.source, nullptr), nullptr);
     EXPECT_EQ(string.error, JsonError::QuoteExpected);
     EXPECT_EQ(string.offset, 0u);
 
-    JsonPass container(StartJsonParse("x", 1, 0));
-    EXPECT_EQ(SizeContainer(container, container.source, false), nullptr);
+    JsonSizer container(StartJsonParse("x", 1, 0));
+    EXPECT_EQ(ReadContainer(container, container.source, nullptr), nullptr);
     EXPECT_EQ(container.error, JsonError::BracketExpected);
     EXPECT_EQ(container.offset, 0u);
 }

@@ -4,32 +4,6 @@
 
 namespace Torvane
 {
-namespace
-{
-uint32_t RootSize(const JsonParseState& state)
-{
-    const bool placed = (state.flags & JsonOption::RecordPositions) != 0;
-    return static_cast<uint32_t>(placed ? sizeof(JsonPlacedValue) : sizeof(JsonValue));
-}
-
-void Rewind(JsonParseState& state)
-{
-    state.offset = 0;
-    state.lineNumber = 1;
-    state.lineOffset = 0;
-}
-
-/// Null if the tree's size can't be counted or the runtime doesn't give the memory.
-char* AllocateTree(const JsonParseState& state)
-{
-    if (state.domSize >= UINT32_MAX - state.dataSize)
-    {
-        return nullptr;
-    }
-    return static_cast<char*>(malloc(state.domSize + state.dataSize));
-}
-} // namespace
-
 JsonParseState StartJsonParse(const void* source, uint32_t size, uint32_t flags)
 {
     JsonParseState state = {};
@@ -48,17 +22,21 @@ JsonValue* ParseJson(JsonParseState& state)
         return nullptr;
     }
     SkipJsonWhitespace(state);
-    if (state.offset != state.size)
+    const bool isTooLarge = state.domSize >= UINT32_MAX - state.dataSize;
+    if (state.offset != state.size || isTooLarge)
     {
         return nullptr;
     }
-    char* block = AllocateTree(state);
+    char* block = static_cast<char*>(malloc(state.domSize + state.dataSize));
     if (block == nullptr)
     {
         return nullptr;
     }
-    Rewind(state);
-    state.dom = block + RootSize(state);
+    const bool placed = (state.flags & JsonOption::RecordPositions) != 0;
+    state.offset = 0;
+    state.lineNumber = 1;
+    state.lineOffset = 0;
+    state.dom = block + (placed ? sizeof(JsonPlacedValue) : sizeof(JsonValue));
     state.data = block + state.domSize;
     JsonValue* root = reinterpret_cast<JsonValue*>(block);
     BuildJson(state, withoutBraces, *root);

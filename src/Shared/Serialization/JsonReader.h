@@ -3,12 +3,11 @@
 /// \file
 /// Reads JSON text that is in memory into one tree in one block. Any number of threads, each with its own state.
 ///
-/// The text needs no terminator and is read in two passes: the first checks the grammar and counts the bytes of
-/// the tree, the second, which can't fail, builds the tree in a block of exactly that size. Each level of nesting
-/// takes one level of recursion in either pass, and the stack is the only limit: a thread with the usual
-/// megabyte reads 10,000 levels. What goes beyond the stack is a stack overflow of the calling thread (the OS's
-/// exception 0xC00000FD), which the reader neither foresees nor handles; the process ends of it unless somebody
-/// handles it.
+/// The text needs no terminator and is read in two passes: the first checks the grammar and counts the bytes of the
+/// tree, the second, which can't fail, builds the tree in a block of exactly that size. Each level of nesting takes
+/// one level of recursion in either pass, and the stack is the only limit: a thread with the usual megabyte reads
+/// 10,000 levels. Beyond that is a stack overflow of the calling thread (the OS's exception 0xC00000FD), which the
+/// reader neither prevents nor handles.
 
 #include <stdint.h>
 
@@ -34,14 +33,14 @@ struct JsonValue
 struct JsonString
 {
     const char* text; ///< UTF-8 as far as the source is, escapes resolved, zero-terminated
-    uint32_t length;  ///< bytes, without the terminator; the text can hold a byte 0 of its own
+    uint32_t length;  ///< in bytes, without the terminator; the text can contain a byte 0
 };
 
 /// Numbers aren't converted.
 struct JsonNumber
 {
-    const char* text; ///< as it stands in the source, zero-terminated
-    uint32_t length;  ///< bytes, without the terminator
+    const char* text; ///< as written in the source, zero-terminated
+    uint32_t length;  ///< in bytes, without the terminator
 };
 
 struct JsonObjectElement
@@ -51,7 +50,7 @@ struct JsonObjectElement
     JsonObjectElement* next; ///< null for the last
 };
 
-/// Its members in the order of the source. A name can stand twice.
+/// Its members in the order of the source. A name can occur more than once.
 struct JsonObject
 {
     JsonObjectElement* first; ///< null if there is none
@@ -70,7 +69,7 @@ struct JsonArray
     uint32_t count;
 };
 
-/// Where a value or a string begins, with `RecordPositions`.
+/// Where a value or a string begins.
 struct JsonPosition
 {
     uint32_t offset;     ///< bytes from the start of the text
@@ -78,14 +77,14 @@ struct JsonPosition
     uint32_t column;     ///< bytes since the last line feed: a line begins with 1, but the first one with 0
 };
 
-/// What each `JsonValue` of the tree is the first field of, with `RecordPositions`.
+/// With `RecordPositions`, each `JsonValue` of the tree is the first field of one of these.
 struct JsonPlacedValue
 {
     JsonValue value;
     JsonPosition position;
 };
 
-/// What each `JsonString` of the tree is the first field of, with `RecordPositions`.
+/// With `RecordPositions`, each `JsonString` of the tree is the first field of one of these.
 struct JsonPlacedString
 {
     JsonString string;
@@ -100,8 +99,8 @@ static_assert(sizeof(JsonPlacedValue) == sizeof(JsonValue) + 12);
 static_assert(sizeof(JsonPlacedString) == sizeof(JsonString) + 12);
 #endif
 
-/// Extensions of the grammar, to be combined; 0 is strict. They never refuse what is accepted without them, but
-/// for `RootWithoutBraces`.
+/// Extensions of the grammar, to be combined; 0 is strict. Only `RootWithoutBraces` rejects texts that are accepted
+/// without it.
 namespace JsonOption
 {
 enum Bit : uint32_t
@@ -112,13 +111,13 @@ enum Bit : uint32_t
     EqualsSign = 0x8,        ///< in place of a colon
     NoCommas = 0x10,         ///< they can be left out
     Comments = 0x20,         ///< `//` to the end of the line, and `/* */`
-    RecordPositions = 0x80,  ///< the tree holds `JsonPlacedValue` and `JsonPlacedString`
+    RecordPositions = 0x80,  ///< see `JsonPlacedValue` and `JsonPlacedString`
     SingleQuotes = 0x100,
-    Hexadecimal = 0x200, ///< behind `0x` or `0X`, and an optional sign
+    Hexadecimal = 0x200, ///< numbers with `0x` or `0X` after an optional sign
     LeadingPlus = 0x400,
     LoosePoint = 0x800,           ///< a number can begin or end with its point
     InfinityAndNaN = 0x1000,      ///< `Infinity` and `NaN`, with an optional sign of either kind
-    LineBreaksInStrings = 0x2000, ///< raw, or behind a backslash, which is dropped
+    LineBreaksInStrings = 0x2000, ///< raw, or after a backslash, which is dropped
 };
 }
 
@@ -128,32 +127,31 @@ enum Value : uint32_t
 {
     CommaExpected = 1, ///< or a closing bracket
     ColonExpected = 2,
-    QuoteExpected = 3, ///< an opening one. Not seen from outside: in a name it is told as `BadString`
+    QuoteExpected = 3, ///< an opening one. Never reported: in a name it becomes `BadString`
     BadEscape = 4,     ///< or a line break in a string
     BadNumber = 5,
     BadValue = 6,
     UnexpectedEnd = 7,
     BadString = 8,        ///< or a bad name, whatever is wrong with it
-    BracketExpected = 11, ///< not seen from outside: brackets are looked for before anything is sent to them
+    BracketExpected = 11, ///< never reported: a container is read only where its bracket is
 };
 }
 
-/// One parse's state. Lives as long as it.
+/// The state of one parse.
 struct JsonParseState
 {
     const uint8_t* source;
     uint32_t size; ///< of the source, in bytes
-    uint32_t
-        offset; ///< where the reader stands: after a failure at the byte (of an escape or a word, the first
-                ///< byte) that can't be, or at the end of the text
+    /// Of the next byte. After a failure of the byte that can't be (the first one of a word or an escape).
+    uint32_t offset;
     uint32_t flags;      ///< of `JsonOption`
     char* data;          ///< pass two: next free byte for text
     char* dom;           ///< pass two: next free byte for records
-    uint32_t domSize;    ///< counted by pass one, in bytes. Stays at the largest number when that is passed
+    uint32_t domSize;    ///< counted by pass one, in bytes. Stays at the largest number when that is exceeded
     uint32_t dataSize;   ///< likewise. Pass two may write to any of so many bytes from `data` on
-    uint32_t lineNumber; ///< from 1; goes up with every line feed
+    uint32_t lineNumber; ///< from 1
     uint32_t lineOffset; ///< of the last line feed
-    uint32_t error;      ///< of `JsonError`; has a meaning only after a failure
+    uint32_t error;      ///< of `JsonError`; valid only after a failure
 };
 
 /// A state at the start of a text.
@@ -164,9 +162,9 @@ JsonParseState StartJsonParse(const void* source, uint32_t size, uint32_t flags)
 /// \return 0, or 1 on failure with the state's `error` set.
 uint32_t SizeJson(JsonParseState& state, uint32_t withoutBraces);
 
-/// Goes over whitespace, and over comments if the state's flags allow them.
-/// \return 0 if a character stands at the offset, 1 with `UnexpectedEnd` if none does. A comment without its end
-/// counts as the latter, and the offset stays at its start.
+/// Skips whitespace, and comments if the state's flags allow them.
+/// \return 0 if there is a character at the offset, 1 with `UnexpectedEnd` at the end of the text. A comment without
+/// its end counts as the latter, and the offset stays at its start.
 uint32_t SkipJsonWhitespace(JsonParseState& state);
 
 /// Pass two: builds the tree of the value at the state's offset, which pass one must have accepted, through the
@@ -174,13 +172,13 @@ uint32_t SkipJsonWhitespace(JsonParseState& state);
 /// \param value the value's own record, inside the block, a `JsonPlacedValue` with `RecordPositions`.
 void BuildJson(JsonParseState& state, uint32_t withoutBraces, JsonValue& value);
 
-/// Both passes over a whole text, with nothing but whitespace behind the value.
+/// Both passes over a whole text, which has nothing but whitespace after the value.
 ///
-/// The block comes from the runtime's `malloc` and holds the root value, then all records in the order in which
-/// they are met (a value, its record, then for each member or element its link, its name and its value), then
-/// all texts; every pointer of the tree points into it. The text isn't needed any more.
-/// \return the root and with it the block, to be given back with `FreeJson`; null on failure, for which nothing
-/// was allocated. A tree that takes 4 GB or more is a failed allocation.
+/// The block comes from the runtime's `malloc` and contains the root value, then all records in the order in which they
+/// are read (a value, its record, then for each member or element its link, its name and its value), then all texts;
+/// every pointer of the tree points into it. The text isn't needed any more.
+/// \return the root and with it the block, to be freed with `FreeJson`; null on failure, with nothing allocated. A tree
+/// of 4 GB or more is a failure.
 JsonValue* ParseJson(JsonParseState& state);
 
 void FreeJson(JsonValue* root);
