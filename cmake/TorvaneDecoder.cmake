@@ -1,6 +1,6 @@
 # Chooses the instruction decoder of this preset.
 #   Torvane::InstructionDecoder   its library
-#   TORVANE_UNUSED_DECODERS       the sources of ours that belong to the others
+#   TORVANE_INSTRUCTION_DECODER   its name: XED or Zydis
 #
 # Intel XED if TORVANE_XED_ROOT names a kit of it (a folder with include/xed and lib/libxed.a), or if one is
 # installed for the target. Otherwise Zydis, from the distribution's source package.
@@ -11,11 +11,11 @@ find_path(TORVANE_ZYCORE_INCLUDE_DIR Zycore/Zycore.h
 
 function(torvane_use_xed headers library)
     message(STATUS "Instruction decoder: Intel XED (${library})")
-    add_library(InstructionDecoder INTERFACE)
-    target_include_directories(InstructionDecoder SYSTEM INTERFACE "${headers}")
-    target_link_libraries(InstructionDecoder INTERFACE "${library}")
+    add_library(TorvaneInstructionDecoder INTERFACE)
+    target_include_directories(TorvaneInstructionDecoder SYSTEM INTERFACE "${headers}")
+    target_link_libraries(TorvaneInstructionDecoder INTERFACE "${library}")
     if(WIN32)
-        target_link_libraries(InstructionDecoder INTERFACE -lssp)
+        target_link_libraries(TorvaneInstructionDecoder INTERFACE -lssp)
     endif()
 endfunction()
 
@@ -34,11 +34,11 @@ function(torvane_use_zydis)
     foreach(name Decoder DecoderData MetaInfo Mnemonic Register Segment SharedData Utils Zydis)
         list(APPEND decoderSources "${TORVANE_ZYDIS_DIR}/src/${name}.c")
     endforeach()
-    add_library(InstructionDecoder STATIC EXCLUDE_FROM_ALL ${decoderSources})
-    set_target_properties(InstructionDecoder PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
-    target_include_directories(InstructionDecoder SYSTEM PUBLIC "${TORVANE_ZYDIS_DIR}/include" "${zycore}")
-    target_include_directories(InstructionDecoder PRIVATE "${TORVANE_ZYDIS_DIR}/src")
-    target_compile_definitions(InstructionDecoder PUBLIC
+    add_library(TorvaneInstructionDecoder STATIC EXCLUDE_FROM_ALL ${decoderSources})
+    set_target_properties(TorvaneInstructionDecoder PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
+    target_include_directories(TorvaneInstructionDecoder SYSTEM PUBLIC "${TORVANE_ZYDIS_DIR}/include" "${zycore}")
+    target_include_directories(TorvaneInstructionDecoder PRIVATE "${TORVANE_ZYDIS_DIR}/src")
+    target_compile_definitions(TorvaneInstructionDecoder PUBLIC
         ZYDIS_STATIC_BUILD ZYCORE_STATIC_BUILD ZYDIS_DISABLE_FORMATTER ZYDIS_DISABLE_ENCODER)
 endfunction()
 
@@ -53,9 +53,9 @@ else()
 endif()
 if(TORVANE_XED_INCLUDE_DIR AND TORVANE_XED_LIBRARY)
     torvane_use_xed("${TORVANE_XED_INCLUDE_DIR}" "${TORVANE_XED_LIBRARY}")
-    set(TORVANE_UNUSED_DECODERS src/Agent/Exception/InstructionDecoderZydis.cpp)
+    set(TORVANE_INSTRUCTION_DECODER XED)
 else()
     torvane_use_zydis()
-    set(TORVANE_UNUSED_DECODERS src/Agent/Exception/InstructionDecoderXED.cpp)
+    set(TORVANE_INSTRUCTION_DECODER Zydis)
 endif()
-add_library(Torvane::InstructionDecoder ALIAS InstructionDecoder)
+add_library(Torvane::InstructionDecoder ALIAS TorvaneInstructionDecoder)

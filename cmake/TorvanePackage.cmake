@@ -4,7 +4,7 @@
 #   cmake --install build/windows-x86 --prefix FOLDER
 #   cmake --install build/windows-x64 --prefix FOLDER
 #
-# The target packageContents builds all of it and nothing else.
+# The target TorvanePackageContents builds all of it and nothing else.
 
 include(CMakePackageConfigHelpers)
 
@@ -35,12 +35,12 @@ function(torvane_install_license name)
 endfunction()
 
 set(documents /usr/share/doc)
-add_custom_target(packageContents)
+add_custom_target(TorvanePackageContents)
 if(TORVANE_ARCHITECTURE STREQUAL x86)
-    add_dependencies(packageContents Agent AgentImportLibrary)
+    add_dependencies(TorvanePackageContents TorvaneAgent TorvaneAgentImportLibrary)
     torvane_install_package_files(TorvaneAgent)
-    install(FILES "$<TARGET_FILE:Agent>" "${TORVANE_BIN_DIR}/${imageName}.pdb" DESTINATION bin)
-    install(FILES "$<TARGET_LINKER_FILE:Agent>" "${TORVANE_BIN_DIR}/${imageName}.lib" DESTINATION lib)
+    install(FILES "$<TARGET_FILE:TorvaneAgent>" "${TORVANE_BIN_DIR}/TVN_Agent_x86.pdb" DESTINATION bin)
+    install(FILES "$<TARGET_LINKER_FILE:TorvaneAgent>" "${TORVANE_BIN_DIR}/TVN_Agent_x86.lib" DESTINATION lib)
     install(FILES include/Torvane/Agent.h DESTINATION include/Torvane)
     install(FILES docs/host-guide.md DESTINATION docs)
     install(DIRECTORY samples DESTINATION . USE_SOURCE_PERMISSIONS)
@@ -57,14 +57,14 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     torvane_install_license(mingw-w64 "${documents}/mingw-w64-i686-dev/copyright")
     torvane_install_license(libgcc "${documents}/gcc-mingw-w64-i686-posix/copyright")
 elseif(TORVANE_ARCHITECTURE STREQUAL x64)
-    add_dependencies(packageContents TorvaneBridge TorvaneRecording DefaultBridge blobs)
+    add_dependencies(TorvanePackageContents TorvaneBridge TorvaneRecording TorvaneDefaultBridge TorvaneBlobs)
     torvane_install_package_files(TorvaneBridge)
     install(FILES "$<TARGET_FILE:TorvaneBridge>" "$<TARGET_FILE:TorvaneRecording>" DESTINATION lib/x64)
     install(DIRECTORY bridge DESTINATION include FILES_MATCHING PATTERN "*.h" PATTERN "Test*.h" EXCLUDE)
     install(FILES src/Agent/Protocol/Blob.h src/Agent/Protocol/ExceptionCodes.h src/Agent/Protocol/Names.h
         DESTINATION include/Agent/Protocol)
     # The default Bridge is installed beside the Agent; its source is a starting point for another one.
-    install(FILES "$<TARGET_FILE:DefaultBridge>" "$<TARGET_FILE:blobs>" DESTINATION bin)
+    install(FILES "$<TARGET_FILE:TorvaneDefaultBridge>" "$<TARGET_FILE:TorvaneBlobs>" DESTINATION bin)
     install(FILES bridge/Main.cpp DESTINATION bridge)
     install(FILES docs/protocol.md docs/recording.md docs/recording.png DESTINATION docs)
     install(DIRECTORY tools/blobs/Example/ DESTINATION samples/recordings)

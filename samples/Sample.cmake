@@ -1,37 +1,50 @@
 # Builds and tests samples. Each is in a folder of its own, where the Agent finds its Bridge.
 
-# torvane_add_sample_host(target folder source...): a host with the Agent's library beside it.
-function(torvane_add_sample_host target folder)
+# torvane_add_sample_host(name folder source...): the target TorvaneSample<name>, a host with the Agent's library beside it.
+function(torvane_add_sample_host name folder)
+    set(target TorvaneSample${name})
     add_executable(${target} ${ARGN})
     target_include_directories(${target} PRIVATE "${samplesRoot}")
     target_link_libraries(${target} PRIVATE Torvane::TestFlags)
-    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${folder}")
+    set_target_properties(${target} PROPERTIES
+        OUTPUT_NAME ${name}
+        RUNTIME_OUTPUT_DIRECTORY "${folder}")
     add_custom_command(TARGET ${target} POST_BUILD
         COMMAND "${CMAKE_COMMAND}" -E copy_if_different "$<TARGET_FILE:TorvaneAgent::TorvaneAgent>" "${folder}"
         VERBATIM)
     add_dependencies(${target} TorvaneAgent::TorvaneAgent)
+    torvane_add_to_demo(${target})
 endfunction()
 
-# torvane_add_sample_bridge(target folder source...): the Bridge for it.
-function(torvane_add_sample_bridge target folder)
+# torvane_add_sample_bridge(name folder source...): the target TorvaneSample<name>Bridge, the Bridge for it.
+function(torvane_add_sample_bridge name folder)
+    set(target TorvaneSample${name}Bridge)
     add_executable(${target} ${ARGN})
     target_include_directories(${target} PRIVATE "${samplesRoot}")
     target_link_libraries(${target} PRIVATE Torvane::Bridge Torvane::TestFlags)
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME TVN_Agent_Bridge_x64
         RUNTIME_OUTPUT_DIRECTORY "${folder}")
+    torvane_add_to_demo(${target})
 endfunction()
 
-# torvane_add_sample_test(target [argument...]): runs the host, and compares what it prints with the file expected.txt
+# The target that ./dev demo builds is not part of an installed package.
+function(torvane_add_to_demo target)
+    if(TARGET TorvaneDemo)
+        add_dependencies(TorvaneDemo ${target})
+    endif()
+endfunction()
+
+# torvane_add_sample_test(name [argument...]): runs the host, and compares what it prints with the file expected.txt
 # beside its source. The arguments are further ones for RunSample.cmake.
-function(torvane_add_sample_test target)
+function(torvane_add_sample_test name)
     if(TORVANE_BUILD_TESTS)
-        add_test(NAME ${target}.Sample
-            COMMAND "${CMAKE_COMMAND}" "-DPROGRAM=$<TARGET_FILE:${target}>"
+        add_test(NAME ${name}.Sample
+            COMMAND "${CMAKE_COMMAND}" "-DPROGRAM=$<TARGET_FILE:TorvaneSample${name}>"
                     "-DRUNNER=${PROJECT_SOURCE_DIR}/cmake/run-in-wine" "-DWINE_PREFIX=${TORVANE_WINE_PREFIX}"
                     "-DEXPECTED=${CMAKE_CURRENT_SOURCE_DIR}/expected.txt" ${ARGN}
                     -P "${PROJECT_SOURCE_DIR}/samples/RunSample.cmake")
-        set_tests_properties(${target}.Sample PROPERTIES TIMEOUT 300)
+        set_tests_properties(${name}.Sample PROPERTIES TIMEOUT 300)
     endif()
 endfunction()
 

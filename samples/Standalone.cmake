@@ -14,15 +14,15 @@ set(TORVANE_BIN_DIR "${CMAKE_BINARY_DIR}/bin" CACHE PATH "Folder for the program
 set(TORVANE_BUILD_TESTS OFF)
 set(CMAKE_CXX_STANDARD 17)
 
-add_library(SampleFlags INTERFACE)
-target_compile_definitions(SampleFlags INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
+add_library(TorvaneSampleFlags INTERFACE)
+target_compile_definitions(TorvaneSampleFlags INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
 if(MINGW)
     # Without exceptions, as the rest is built here; with frame pointers no changed function is shorter than a jump.
-    target_compile_options(SampleFlags INTERFACE
+    target_compile_options(TorvaneSampleFlags INTERFACE
         $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> -fno-omit-frame-pointer)
 endif()
 if(TORVANE_ARCHITECTURE STREQUAL x86)
-    target_link_libraries(SampleFlags INTERFACE TorvaneAgent::TorvaneAgent)
+    target_link_libraries(TorvaneSampleFlags INTERFACE TorvaneAgent::TorvaneAgent)
 endif()
-add_library(Torvane::TestFlags ALIAS SampleFlags)
-add_library(Torvane::CppLibrary ALIAS SampleFlags)
+add_library(Torvane::TestFlags ALIAS TorvaneSampleFlags)
+add_library(Torvane::CppLibrary ALIAS TorvaneSampleFlags)
