@@ -15,6 +15,21 @@ if(WIN32)
 endif()
 add_library(Torvane::GoogleTest ALIAS TorvaneGoogleTest)
 
+# torvane_add_test_suites(target prefix)
+# Each suite of a GoogleTest program becomes a test <prefix>.<suite>.
+function(torvane_add_test_suites target prefix)
+    set(script "${CMAKE_CURRENT_BINARY_DIR}/${target}Suites.cmake")
+    file(GENERATE OUTPUT "${script}" CONTENT "\
+set(program [[$<TARGET_FILE:${target}>]])
+set(command [[${CMAKE_CROSSCOMPILING_EMULATOR};$<TARGET_FILE:${target}>]])
+set(list [[${CMAKE_CURRENT_BINARY_DIR}/${target}Suites.txt]])
+set(prefix ${prefix})
+set(timeout 600)
+include([[${CMAKE_CURRENT_FUNCTION_LIST_DIR}/TorvaneTestSuites.cmake]])
+")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${script}")
+endfunction()
+
 # torvane_add_integration_tests(target [PROPERTIES name value...])
 # Each test of a GoogleTest program becomes a test of its own, in a process of its own.
 function(torvane_add_integration_tests target)
