@@ -51,8 +51,10 @@ if(WIN32)
     # The library is built with the headers of the older C runtime, whose mbstate_t, a part of each file stream, is
     # smaller than the universal one's. Code that uses the library needs the same; it can link either runtime.
     target_compile_options(TorvaneCppLibrary INTERFACE
-        $<$<COMPILE_LANGUAGE:CXX>:-U_UCRT> $<$<COMPILE_LANGUAGE:CXX>:-U__MSVCRT_VERSION__>)
+        $<BUILD_INTERFACE:$<$<COMPILE_LANGUAGE:CXX>:-U_UCRT>>
+        $<BUILD_INTERFACE:$<$<COMPILE_LANGUAGE:CXX>:-U__MSVCRT_VERSION__>>)
 endif()
+set_target_properties(TorvaneCppLibrary PROPERTIES EXPORT_NAME CppLibrary)
 add_library(Torvane::CppLibrary ALIAS TorvaneCppLibrary)
 
 # Not for hosts, who may build the Agent as a part of their own project.

@@ -4,11 +4,12 @@
 #   cmake --install build/windows-x86 --prefix FOLDER
 #   cmake --install build/windows-x64 --prefix FOLDER
 #
-# The target TorvanePackageContents builds all of it and nothing else.
+# The target TorvanePackageContents builds all of it and nothing else. CPack in the build folder of windows-x86 puts both
+# into one zip.
 
 include(CMakePackageConfigHelpers)
 
-# torvane_install_package_files(name): the files by which find_package(name) finds the package.
+# torvane_install_package_files(name): the files by which find_package(name) finds the exported targets of that name.
 function(torvane_install_package_files name)
     set(folder "${CMAKE_CURRENT_BINARY_DIR}/package")
     configure_package_config_file("${CMAKE_CURRENT_FUNCTION_LIST_DIR}/${name}Config.cmake.in"
@@ -19,6 +20,7 @@ function(torvane_install_package_files name)
     write_basic_package_version_file("${folder}/${name}ConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
     install(FILES "${folder}/${name}Config.cmake" "${folder}/${name}ConfigVersion.cmake"
         DESTINATION lib/cmake/${name})
+    install(EXPORT ${name} NAMESPACE ${name}:: FILE ${name}Targets.cmake DESTINATION lib/cmake/${name})
 endfunction()
 
 # torvane_install_license(name file...): the terms of something that is linked into what is installed. The first of the
@@ -39,9 +41,13 @@ add_custom_target(TorvanePackageContents)
 if(TORVANE_ARCHITECTURE STREQUAL x86)
     add_dependencies(TorvanePackageContents TorvaneAgent TorvaneAgentImportLibrary)
     torvane_install_package_files(TorvaneAgent)
-    install(FILES "$<TARGET_FILE:TorvaneAgent>" "${TORVANE_BIN_DIR}/TVN_Agent_x86.pdb" DESTINATION bin)
-    install(FILES "$<TARGET_LINKER_FILE:TorvaneAgent>" "${TORVANE_BIN_DIR}/TVN_Agent_x86.lib" DESTINATION lib)
-    install(FILES include/Torvane/Agent.h DESTINATION include/Torvane)
+    install(TARGETS TorvaneAgent EXPORT TorvaneAgent
+        RUNTIME DESTINATION bin
+        ARCHIVE DESTINATION lib
+        FILE_SET HEADERS DESTINATION include
+        INCLUDES DESTINATION include)
+    install(FILES "${TORVANE_BIN_DIR}/TVN_Agent_x86.pdb" DESTINATION bin)
+    install(FILES "${TORVANE_BIN_DIR}/TVN_Agent_x86.lib" DESTINATION lib)
     install(FILES docs/host-guide.md DESTINATION docs)
     install(DIRECTORY samples DESTINATION . USE_SOURCE_PERMISSIONS)
 
@@ -59,12 +65,13 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
 elseif(TORVANE_ARCHITECTURE STREQUAL x64)
     add_dependencies(TorvanePackageContents TorvaneBridge TorvaneRecording TorvaneDefaultBridge TorvaneBlobs)
     torvane_install_package_files(TorvaneBridge)
-    install(FILES "$<TARGET_FILE:TorvaneBridge>" "$<TARGET_FILE:TorvaneRecording>" DESTINATION lib/x64)
-    install(DIRECTORY bridge DESTINATION include FILES_MATCHING PATTERN "*.h" PATTERN "Test*.h" EXCLUDE)
-    install(FILES src/Agent/Protocol/Blob.h src/Agent/Protocol/ExceptionCodes.h src/Agent/Protocol/Names.h
-        DESTINATION include/Agent/Protocol)
+    install(TARGETS TorvaneBridge TorvaneRecording TorvaneCppLibrary EXPORT TorvaneBridge
+        ARCHIVE DESTINATION lib/x64
+        FILE_SET HEADERS DESTINATION include
+        FILE_SET agentHeaders DESTINATION include
+        INCLUDES DESTINATION include)
     # The default Bridge is installed beside the Agent; its source is a starting point for another one.
-    install(FILES "$<TARGET_FILE:TorvaneDefaultBridge>" "$<TARGET_FILE:TorvaneBlobs>" DESTINATION bin)
+    install(TARGETS TorvaneDefaultBridge TorvaneBlobs RUNTIME DESTINATION bin)
     install(FILES bridge/Main.cpp DESTINATION bridge)
     install(FILES docs/protocol.md docs/recording.md docs/recording.png DESTINATION docs)
     install(DIRECTORY tools/blobs/Example/ DESTINATION samples/recordings)
@@ -73,4 +80,15 @@ elseif(TORVANE_ARCHITECTURE STREQUAL x64)
     torvane_install_license(mingw-w64 "${documents}/mingw-w64-x86-64-dev/copyright")
     torvane_install_license(libgcc "${documents}/gcc-mingw-w64-x86-64-posix/copyright")
     torvane_install_license(libstdc++ "${documents}/g++-mingw-w64-x86-64-posix/copyright")
+endif()
+
+if(TORVANE_ARCHITECTURE STREQUAL x86 AND PROJECT_IS_TOP_LEVEL)
+    set(TORVANE_X64_BUILD_DIR "${CMAKE_BINARY_DIR}/../windows-x64" CACHE PATH "Build folder of the preset windows-x64")
+    set(CPACK_GENERATOR ZIP)
+    set(CPACK_PACKAGE_FILE_NAME "TorvaneAgent-${PROJECT_VERSION}-windows")
+    set(CPACK_INSTALL_CMAKE_PROJECTS
+        "${CMAKE_BINARY_DIR};TorvaneAgent;ALL;/"
+        "${TORVANE_X64_BUILD_DIR};TorvaneBridge;ALL;/")
+    set(CPACK_VERBATIM_VARIABLES ON)
+    include(CPack)
 endif()

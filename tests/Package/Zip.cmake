@@ -1,5 +1,5 @@
 # The zip contains each installed file, byte for byte.
-include("${MAKE_PACKAGE}")
+execute_process(COMMAND "${CPACK}" --config "${BUILD}/CPackConfig.cmake" -B "${OUTPUT}" COMMAND_ERROR_IS_FATAL ANY)
 set(unpacked "${OUTPUT}/unpacked")
 file(REMOVE_RECURSE "${unpacked}")
 file(ARCHIVE_EXTRACT INPUT "${OUTPUT}/TorvaneAgent-${VERSION}-windows.zip" DESTINATION "${unpacked}")
