@@ -15,6 +15,14 @@ if(WIN32)
 endif()
 add_library(Torvane::GoogleTest ALIAS TorvaneGoogleTest)
 
+# torvane_precompile_test_headers(target): for programs of many sources, most of whose time goes into these headers.
+function(torvane_precompile_test_headers target)
+    target_precompile_headers(${target} PRIVATE <gtest/gtest.h> <string> <vector>)
+    if(WIN32)
+        target_precompile_headers(${target} PRIVATE <windows.h>)
+    endif()
+endfunction()
+
 # torvane_add_test_suites(target prefix)
 # Each suite of a GoogleTest program becomes a test <prefix>.<suite>.
 function(torvane_add_test_suites target prefix)
