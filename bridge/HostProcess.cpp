@@ -24,7 +24,7 @@ AddressSlot HostProcess::ExecutableBase() const
 {
     HMODULE first = nullptr; // the executable: it is the first module of each process
     DWORD needed = 0;
-    return K32EnumProcessModulesEx(process, &first, sizeof(first), &needed, LIST_MODULES_32BIT)
+    return K32EnumProcessModulesEx(process, &first, sizeof(HMODULE), &needed, LIST_MODULES_32BIT)
                ? reinterpret_cast<AddressSlot>(first)
                : 0;
 }

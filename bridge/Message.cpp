@@ -55,7 +55,7 @@ std::vector<uint8_t> Message::Data(const RelativeOffset& field, uint64_t size) c
         return {};
     }
     const uint8_t* data = Follow<uint8_t>(field);
-    return std::vector<uint8_t>(data, data + size);
+    return {data, data + size};
 }
 
 template<typename Character>

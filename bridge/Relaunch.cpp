@@ -8,7 +8,7 @@ namespace
 {
 std::wstring ToString(const InlineWideText& text)
 {
-    return std::wstring(reinterpret_cast<const wchar_t*>(text.text), text.length);
+    return {reinterpret_cast<const wchar_t*>(text.text), text.length};
 }
 } // namespace
 

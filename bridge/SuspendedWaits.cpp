@@ -36,7 +36,7 @@ Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<
     const double end = link.Now() + milliseconds / 1000.0;
     while (link.Now() < end)
     {
-        const Message message = link.ReceiveOneOf(types, std::min(quietTime, milliseconds));
+        Message message = link.ReceiveOneOf(types, std::min(quietTime, milliseconds));
         if (!message)
         {
             RunBriefly(threads);

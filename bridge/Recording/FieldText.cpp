@@ -35,7 +35,7 @@ std::string Quoted(const std::string& text)
 std::string NumberText(const DecodedField& field)
 {
     const bool isHexadecimal = field.kind == FieldKind::Hexadecimal || field.kind == FieldKind::Address;
-    const std::string text = isHexadecimal ? HexNumber(field.number, DigitsOf(field))
+    std::string text = isHexadecimal ? HexNumber(field.number, DigitsOf(field))
                              : field.kind == FieldKind::SignedNumber
                                  ? std::to_string(static_cast<int64_t>(field.number))
                                  : std::to_string(field.number);
