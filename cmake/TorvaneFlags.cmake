@@ -67,8 +67,14 @@ if(NOT TORVANE_ARCHITECTURE STREQUAL x86)
     add_library(Torvane::Json ALIAS TorvaneJson)
 endif()
 
-# Natively everything runs under the sanitizers, the test library included.
-if(NOT WIN32)
-    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all)
-    add_link_options(-fsanitize=address,undefined)
+# For all code, the test library included.
+set(TORVANE_SANITIZERS "" CACHE STRING "Sanitizers that all code is built with, separated by commas; with them, fuzzers too")
+if(TORVANE_SANITIZERS)
+    add_compile_options(-fsanitize=${TORVANE_SANITIZERS} -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${TORVANE_SANITIZERS})
+endif()
+option(TORVANE_COVERAGE "Count how often code is executed; the target TorvaneCoverage runs the tests and reports" OFF)
+if(TORVANE_COVERAGE)
+    add_compile_options(-fprofile-instr-generate -fcoverage-mapping)
+    add_link_options(-fprofile-instr-generate)
 endif()
