@@ -24,7 +24,10 @@ void PrintHeaders(const NtHeaders& headers)
 bool PrintImage(const char* path)
 {
     FixedWideString widePath = {};
-    widePath.Format(L"%hs", path);
+    for (const char* character = path; *character != '\0'; ++character) // the libraries' paths are ASCII
+    {
+        widePath.text[widePath.length++] = static_cast<unsigned char>(*character);
+    }
     Result<ImageFile> opened = OpenImage(widePath.text);
     if (opened.error)
     {
