@@ -24,7 +24,7 @@ ROW = re.compile(r"^\| 0x(?P<offset>[0-9A-F]+) \| (?P<size>\d+) \| (?P<type>[^|]
 # As the document calls types. Those of its own have their name.
 TYPES = {"AddressSlot": "address", "uint64_t": "u64", "uint32_t": "u32", "uint16_t": "u16", "uint8_t": "u8",
          "int32_t": "i32", "BlobType": "u32", "BlobLogLevel": "u32"}
-UNTABLED = {"RelativeOffset"}  # described by a sentence
+UNTABLED = {"RelativeOffset", "AddressItem"}  # described by sentences
 SENDERS = {"both ways": "Both", "Agent to Bridge": "Agent", "Bridge to Agent": "Bridge"}
 
 # Records that the recorder's layouts have as kinds of fields, or not at all.
