@@ -20,7 +20,7 @@ void LatchRegistry::Create()
 {
     latchesDead.handle = Expect(Event::Create("Cannot wait for latches"), "Cannot create event for startup");
     InitializeCriticalSection(&lock);
-    list = Allocate(capacity * static_cast<uint32_t>(sizeof(Latch*)));
+    list = Allocate(capacity * static_cast<uint32_t>(sizeof(void*)));
     latches = static_cast<Latch**>(list.pointer);
     count = 0;
 }
