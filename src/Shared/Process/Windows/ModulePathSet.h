@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The set of the module paths that a walk has met already; one thread at a time.
+/// The set of the module paths that have been visited; one thread at a time.
 
 #include "Shared/Container/OwnedString.h"
 
@@ -10,10 +10,11 @@
 namespace Torvane
 {
 /// A hash table with open addressing, in groups of 16 slots. Two paths are equal if their characters are: case counts.
-/// Nothing is ever taken out.
+/// Paths are never removed.
 ///
 /// A slot has an entry and a control byte: `emptySlot`, or the low seven bits of the path's hash. A path's home group
-/// follows from the other bits. A path stands in the first group, from its home on, that had room when it came.
+/// follows from the other bits. A path is in the first group, from its home on, that had an empty slot when it was
+/// inserted.
 struct ModulePathSet
 {
     static constexpr uint32_t groupSize = 16;
@@ -53,8 +54,8 @@ private:
     uint32_t HomeGroup(uint64_t hash) const;
     uint32_t NextGroup(uint32_t group) const;
     uint32_t Find(uint64_t hash, const wchar_t* path, uint32_t length) const;
-    uint32_t FindRoom(uint64_t hash) const;
-    bool Holds(uint32_t slot, const wchar_t* path, uint32_t length) const;
+    uint32_t FindEmptySlot(uint64_t hash) const;
+    bool IsPath(uint32_t slot, const wchar_t* path, uint32_t length) const;
 
     /// Bit `i` is set if slot `i` of the group has this control byte.
     uint32_t Match(uint32_t group, uint8_t control) const;

@@ -147,7 +147,7 @@ TEST_F(ModulePathSetTest, HashesTheBytesOfThePathWithoutItsEndMarkAndWithoutASee
               0x429B29C665768F26u);
 }
 
-TEST_F(ModulePathSetTest, HoldsWhatWasInsertedAndNothingElse)
+TEST_F(ModulePathSetTest, ContainsWhatWasInsertedAndNothingElse)
 {
     ModulePathSet set;
     EXPECT_TRUE(Insert(set, MakePath("C:\\One.dll")));
@@ -157,7 +157,7 @@ TEST_F(ModulePathSetTest, HoldsWhatWasInsertedAndNothingElse)
     EXPECT_FALSE(Contains(set, MakePath("")));
 }
 
-TEST_F(ModulePathSetTest, HoldsAnEmptyPathIfItWasInserted)
+TEST_F(ModulePathSetTest, ContainsAnEmptyPathIfItWasInserted)
 {
     ModulePathSet set;
     EXPECT_TRUE(Insert(set, MakePath("")));
@@ -166,7 +166,7 @@ TEST_F(ModulePathSetTest, HoldsAnEmptyPathIfItWasInserted)
     EXPECT_EQ(set.count, 1u);
 }
 
-TEST_F(ModulePathSetTest, LeavesAPathThatItHoldsWithTheCaller)
+TEST_F(ModulePathSetTest, LeavesAPathThatItContainsWithTheCaller)
 {
     ModulePathSet set;
     OwnedWideString first = CopyWide(MakePath("C:\\One.dll").data());
@@ -206,7 +206,7 @@ TEST_F(ModulePathSetTest, PutsPathsOfOneHomeGroupIntoItsSlotsInAscendingOrderAnd
     }
 }
 
-TEST_F(ModulePathSetTest, WrapsAroundBehindTheLastGroup)
+TEST_F(ModulePathSetTest, WrapsAroundAfterTheLastGroup)
 {
     ModulePathSet set;
     const std::vector<Path> paths = FindCollisions(2048 / 16, 127, false, 18);
@@ -221,7 +221,7 @@ TEST_F(ModulePathSetTest, WrapsAroundBehindTheLastGroup)
     EXPECT_FALSE(Insert(set, paths[17]));
 }
 
-TEST_F(ModulePathSetTest, TellsPathsApartWhoseHomeGroupAndControlByteAgree)
+TEST_F(ModulePathSetTest, DistinguishesPathsWhoseHomeGroupAndControlByteAgree)
 {
     ModulePathSet set;
     const std::vector<Path> paths = FindCollisions(2048 / 16, 9, true, 19);
@@ -238,7 +238,7 @@ TEST_F(ModulePathSetTest, TellsPathsApartWhoseHomeGroupAndControlByteAgree)
     ExpectSoundTable(set);
 }
 
-TEST_F(ModulePathSetTest, TellsPathsApartThatDifferInOneCharacterAnywhere)
+TEST_F(ModulePathSetTest, DistinguishesPathsThatDifferInOneCharacterAnywhere)
 {
     for (uint32_t length = 1; length <= 34; ++length)
     {
@@ -262,7 +262,7 @@ TEST_F(ModulePathSetTest, LooksNoFurtherThanTheFirstGroupWithAnEmptySlot)
         ASSERT_TRUE(Insert(set, path));
     }
     ASSERT_EQ(SlotOf(set, paths[16]), 4u * 16);
-    // Nothing is taken out of a set; a test may do it to see where a look-up ends.
+    // Paths are never removed from a set; the test does it to see where a look-up ends.
     set.entries[3 * 16 + 7].~OwnedWideString();
     set.controls[3 * 16 + 7] = 0x80;
     --set.count;
@@ -281,7 +281,7 @@ TEST_F(ModulePathSetTest, DoublesBeforeThe1537thPath)
     ExpectSoundTable(set);
 }
 
-TEST_F(ModulePathSetTest, DoublesAtThreeQuartersAlsoForAPathThatItHolds)
+TEST_F(ModulePathSetTest, DoublesAtThreeQuartersAlsoForAPathThatItContains)
 {
     ModulePathSet set;
     InsertLibraries(set, 0, 1536);
@@ -303,7 +303,7 @@ TEST_F(ModulePathSetTest, GrowsFromNothingTo16Slots)
     ExpectSoundTable(set);
 }
 
-TEST_F(ModulePathSetTest, HoldsThePathsOf2000Libraries)
+TEST_F(ModulePathSetTest, ContainsThePathsOf2000Libraries)
 {
     ModulePathSet set;
     InsertLibraries(set, 0, 2000);
@@ -319,7 +319,7 @@ TEST_F(ModulePathSetTest, HoldsThePathsOf2000Libraries)
     ExpectSoundTable(set);
 }
 
-TEST_F(ModulePathSetTest, Holds100000Paths)
+TEST_F(ModulePathSetTest, Contains100000Paths)
 {
     ModulePathSet set;
     InsertLibraries(set, 0, 100000);
