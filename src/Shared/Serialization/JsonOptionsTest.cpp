@@ -14,8 +14,7 @@ struct Extension
 {
     std::string_view text;
     std::string_view written; ///< what the tree gives, written out
-    uint32_t
-        strictError; ///< how the text fails without the option; 0 if only by what stands behind its value
+    uint32_t strictError;     ///< how the text fails without the option; 0 if only by what follows its value
 };
 
 struct Broken
@@ -75,7 +74,7 @@ TEST(JsonOptions, HaveThePublishedBits)
     EXPECT_EQ(JsonOption::LineBreaksInStrings, 0x2000u);
 }
 
-TEST(JsonOptions, TrailingCommaIsOneCommaBehindTheLastMemberOrElement)
+TEST(JsonOptions, TrailingCommaIsOneCommaAfterTheLastMemberOrElement)
 {
     ExpectExtensions(JsonOption::TrailingComma, {{"[1,]", "[1]", JsonError::BadValue},
                                                  {"[1 , ]", "[1]", JsonError::BadValue},
@@ -128,7 +127,7 @@ TEST(JsonOptions, RootWithoutBracesIsAnObject)
                                                    {"[1]", JsonError::BadString, 0}});
 }
 
-TEST(JsonOptions, RootWithoutBracesMayHaveThemAllTheSame)
+TEST(JsonOptions, RootWithoutBracesMayHaveThemNevertheless)
 {
     for (const std::string_view text : {"{\"a\":1}", " { \"a\" : 1 } "})
     {
@@ -146,7 +145,7 @@ TEST(JsonOptions, RootWithoutBracesEndsInACommaIfThatIsAllowedToo)
                      {{"\"a\":1,", "\"a\":1", 0}, {"\"a\":1 , ", "\"a\":1", 0}});
 }
 
-TEST(JsonOptions, EqualsSignStandsForAColon)
+TEST(JsonOptions, EqualsSignReplacesAColon)
 {
     ExpectExtensions(JsonOption::EqualsSign, {{"{\"a\"=1,\"b\" : 2, \"c\" = 3}", "{\"a\":1,\"b\":2,\"c\":3}",
                                                JsonError::ColonExpected}});
@@ -190,7 +189,7 @@ TEST(JsonOptions, CommentsCountAsWhitespace)
                                           {"[/*/]", JsonError::UnexpectedEnd, 1}});
 }
 
-TEST(JsonOptions, ACommentWithoutItsEndFailsEvenBehindTheValue)
+TEST(JsonOptions, ACommentWithoutItsEndFailsEvenAfterTheValue)
 {
     for (const std::string_view text : {"1 /*", "1 /* *", "1 /*/", "1 /"})
     {
@@ -220,7 +219,7 @@ TEST(JsonOptions, SingleQuotesEncloseStringsAndNames)
                                               {"'\\''", JsonError::BadEscape, 1}});
 }
 
-TEST(JsonOptions, HexadecimalNumbersStandBehindAnX)
+TEST(JsonOptions, HexadecimalNumbersBeginWithZeroAndX)
 {
     ExpectExtensions(JsonOption::Hexadecimal, {{"0x1F", "0x1F", JsonError::BadNumber},
                                                {"[0X09af,-0xAF]", "[0X09af,-0xAF]", JsonError::BadNumber},
@@ -314,8 +313,7 @@ TEST(JsonOptions, AnUnassignedBitChangesNothing)
     }
 }
 
-// Values and names are looked at before the parts that read them are called, which have errors of their own all
-// the same.
+// Callers check the first character of strings and containers. The functions that read them check it as well.
 TEST(JsonParts, FailWhereTheirFirstCharacterIsMissing)
 {
     JsonSizer string(StartJsonParse("x", 1, 0));

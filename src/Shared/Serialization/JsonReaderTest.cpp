@@ -16,7 +16,7 @@ JsonTree Accept(std::string_view text)
 {
     JsonTree tree = ParseInSteps(text);
     EXPECT_TRUE(tree.sizePassed) << text << ": error " << tree.sized.error << " at " << tree.sized.offset;
-    EXPECT_TRUE(tree.accepted) << text << ": something stands behind the value";
+    EXPECT_TRUE(tree.accepted) << text << ": something follows the value";
     if (tree.accepted)
     {
         EXPECT_TRUE(tree.IsFilled()) << text;
@@ -71,7 +71,7 @@ void ExpectFailures(const Broken (&rows)[Count])
     }
 }
 
-TEST(JsonReader, TakesAnyValueAsTheRoot)
+TEST(JsonReader, AcceptsAnyValueAsTheRoot)
 {
     EXPECT_EQ(Accept("\"text\"").Root().type, JsonType::String);
     EXPECT_EQ(Accept("12").Root().type, JsonType::Number);
@@ -126,7 +126,7 @@ TEST(JsonReader, CountsLinesByTheirLineFeeds)
     EXPECT_EQ(Accept("[\r]").sized.lineNumber, 1u);
 }
 
-TEST(JsonReader, TellsWhetherAnythingStandsBehindTheWhitespace)
+TEST(JsonReader, ReportsWhetherAnythingFollowsTheWhitespace)
 {
     JsonParseState state = StartJsonParse(" \n x", 4, 0);
     EXPECT_EQ(SkipJsonWhitespace(state), 0u);
@@ -171,14 +171,14 @@ TEST(JsonReader, ReadsEmptyContainers)
     EXPECT_EQ(PayloadOf<JsonArray>(array.Root()).first, nullptr);
 }
 
-TEST(JsonReader, KeepsTheOrderOfMembersAndEvenTwoOfOneName)
+TEST(JsonReader, KeepsTheOrderOfMembersEvenWithTwoOfOneName)
 {
     const JsonTree tree = Accept("{\"b\":1,\"a\":2,\"b\":3}");
     EXPECT_EQ(PayloadOf<JsonObject>(tree.Root()).count, 3u);
     EXPECT_EQ(WriteTree(tree), "{\"b\":1,\"a\":2,\"b\":3}");
 }
 
-TEST(JsonReader, WantsCommasBetweenAndNoneBehind)
+TEST(JsonReader, RequiresCommasBetweenItemsAndNoneAfterTheLast)
 {
     EXPECT_EQ(Rewrite("[1, 2 ,3]"), "[1,2,3]");
     ExpectFailures({{"[1 2]", JsonError::CommaExpected, 3},
@@ -196,7 +196,7 @@ TEST(JsonReader, WantsCommasBetweenAndNoneBehind)
                     {"{,}", JsonError::BadString, 1}});
 }
 
-TEST(JsonReader, WantsAColonBehindANameAndAValueBehindTheColon)
+TEST(JsonReader, RequiresAColonAfterANameAndAValueAfterTheColon)
 {
     EXPECT_EQ(Rewrite("{\"a\" : 1}"), "{\"a\":1}");
     ExpectFailures({{"{\"a\" 1}", JsonError::ColonExpected, 5},
@@ -206,7 +206,7 @@ TEST(JsonReader, WantsAColonBehindANameAndAValueBehindTheColon)
                     {"{\"a\"::1}", JsonError::BadValue, 5}});
 }
 
-TEST(JsonReader, TellsOneErrorForEveryBadName)
+TEST(JsonReader, ReportsOneErrorForEveryBadName)
 {
     ExpectFailures({{"{a:1}", JsonError::BadString, 1},
                     {"{1:1}", JsonError::BadString, 1},
@@ -217,7 +217,7 @@ TEST(JsonReader, TellsOneErrorForEveryBadName)
                     {"{\"a\t\":1}", JsonError::BadString, 3}});
 }
 
-TEST(JsonReader, ComparesWordsInFullAndLooksNoFurther)
+TEST(JsonReader, ComparesWordsInFullAndNothingAfterThem)
 {
     EXPECT_EQ(Rewrite("[true,false,null]"), "[true,false,null]");
     ExpectFailures({{"tru", JsonError::BadValue, 0},
@@ -239,7 +239,7 @@ TEST(JsonReader, ComparesWordsInFullAndLooksNoFurther)
                     {"[\x80]", JsonError::BadValue, 1}});
 }
 
-TEST(JsonReader, FailsBehindTheSizePassWhereSomethingFollowsTheValue)
+TEST(JsonReader, FailsAfterTheSizePassWhereSomethingFollowsTheValue)
 {
     for (const std::string_view text :
          {"{\"a\":1} x"sv, "[] []"sv, "truex"sv, "1 2"sv, "\"a\"\""sv, "[],"sv, "{}\0"sv})
@@ -287,7 +287,7 @@ TEST(JsonReader, MakesOneCharacterOfASurrogatePair)
                     {R"("\udfff\ud83d")", JsonError::BadEscape, 1}});
 }
 
-TEST(JsonReader, KnowsNoOtherEscapes)
+TEST(JsonReader, RejectsOtherEscapes)
 {
     ExpectFailures({{R"("a\x")", JsonError::BadEscape, 2},
                     {R"("\'")", JsonError::BadEscape, 1},
@@ -301,7 +301,7 @@ TEST(JsonReader, KnowsNoOtherEscapes)
                     {R"("\u00 4")", JsonError::BadEscape, 1}});
 }
 
-TEST(JsonReader, RefusesRawTabsZeroesAndLineBreaksInStrings)
+TEST(JsonReader, RejectsRawTabsZeroesAndLineBreaksInStrings)
 {
     ExpectFailures({{"\"a\tb\"", JsonError::BadString, 2},
                     {"\"a\0b\""sv, JsonError::BadString, 2},
@@ -309,7 +309,7 @@ TEST(JsonReader, RefusesRawTabsZeroesAndLineBreaksInStrings)
                     {"\"a\rb\"", JsonError::BadEscape, 2}});
 }
 
-TEST(JsonReader, PassesAllOtherBytesInStringsAsTheyAre)
+TEST(JsonReader, KeepsAllOtherBytesInStringsUnchanged)
 {
     for (int byte = 1; byte < 256; ++byte)
     {
@@ -336,7 +336,7 @@ TEST(JsonReader, KeepsNumbersAsWritten)
     }
 }
 
-TEST(JsonReader, RefusesNumbersOutsideTheGrammar)
+TEST(JsonReader, RejectsNumbersOutsideTheGrammar)
 {
     ExpectFailures({{"01", JsonError::BadNumber, 1},
                     {"[-01]", JsonError::BadNumber, 3},
@@ -358,7 +358,7 @@ TEST(JsonReader, RefusesNumbersOutsideTheGrammar)
                     {"0x1F", JsonError::BadNumber, 1}});
 }
 
-TEST(JsonReader, WantsWhitespaceACommaOrAClosingBracketBehindANumber)
+TEST(JsonReader, RequiresWhitespaceACommaOrAClosingBracketAfterANumber)
 {
     for (const char* text : {"1\t", "1\n", "1\r", "1 ", "[1,2]", "[1]", "{\"a\":1}"})
     {
@@ -375,7 +375,7 @@ TEST(JsonReader, WantsWhitespaceACommaOrAClosingBracketBehindANumber)
                     {"1\0"sv, JsonError::BadNumber, 1},
                     {"1.5a", JsonError::BadNumber, 3},
                     {"1e5a", JsonError::BadNumber, 3}});
-    // Brackets that don't fit are found out later.
+    // Whether the bracket fits is checked later.
     ExpectFailure({"[1}", JsonError::CommaExpected, 2});
 }
 

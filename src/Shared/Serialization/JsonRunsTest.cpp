@@ -5,7 +5,7 @@
 
 /// \file
 /// Strings, numbers and whitespace of all lengths around one, two and three groups, with whatever ends or breaks
-/// them at every place. The texts lie in blocks of their exact size, as do the trees.
+/// them at every place. Texts and trees are in blocks of their exact size.
 
 namespace Torvane
 {
@@ -112,9 +112,9 @@ TEST(JsonRuns, EscapesAreResolvedAtEveryPlace)
                             {"\xFF", "\xFF"}};
     for (const Row& row : rows)
     {
-        ForEachPlace([&](const std::string& before, const std::string& behind) {
-            ExpectString(Quoted(before + std::string(row.written) + behind),
-                         before + std::string(row.meant) + behind);
+        ForEachPlace([&](const std::string& before, const std::string& after) {
+            ExpectString(Quoted(before + std::string(row.written) + after),
+                         before + std::string(row.meant) + after);
         });
     }
 }
@@ -132,13 +132,13 @@ TEST(JsonRuns, WhatBreaksAStringIsFoundAtEveryPlace)
                             {"\\ude00", JsonError::BadEscape}, {"\\ud83d", JsonError::BadEscape}};
     for (const Row& row : rows)
     {
-        ForEachPlace([&](const std::string& before, const std::string& behind) {
-            ExpectFailure(Quoted(before + std::string(row.broken) + behind), row.error, before.size() + 1);
+        ForEachPlace([&](const std::string& before, const std::string& after) {
+            ExpectFailure(Quoted(before + std::string(row.broken) + after), row.error, before.size() + 1);
         });
     }
 }
 
-TEST(JsonRuns, NumbersOfAllLengthsAreKeptAndEndWhereTheyEnd)
+TEST(JsonRuns, NumbersOfAllLengthsAreKeptUpToWhatFollows)
 {
     for (size_t length = 1; length <= longest; ++length)
     {
@@ -189,15 +189,15 @@ TEST(JsonRuns, WhatIsWrongWithANumberIsFoundWhateverItsLengthAndWhateverFollows)
         const std::string digits = Digits(length);
         for (size_t space = 1; space <= longest; ++space)
         {
-            const std::string behind(space, ' ');
-            ExpectFailure('0' + digits + behind, JsonError::BadNumber, 1);
-            ExpectFailure("-0" + digits + ".5" + behind, JsonError::BadNumber, 2);
-            ExpectFailure(digits + '.' + behind, JsonError::BadNumber, length + 1);
-            ExpectFailure('-' + digits + ".e5" + behind, JsonError::BadNumber, length + 2);
-            ExpectFailure("-." + digits + behind, JsonError::BadNumber, 1);
-            ExpectFailure("0." + digits + '.' + behind, JsonError::BadNumber, length + 2);
-            ExpectFailure("0." + digits + 'e' + behind, JsonError::BadNumber, length + 3);
-            ExpectFailure(digits + ".5x" + behind, JsonError::BadNumber, length + 2);
+            const std::string after(space, ' ');
+            ExpectFailure('0' + digits + after, JsonError::BadNumber, 1);
+            ExpectFailure("-0" + digits + ".5" + after, JsonError::BadNumber, 2);
+            ExpectFailure(digits + '.' + after, JsonError::BadNumber, length + 1);
+            ExpectFailure('-' + digits + ".e5" + after, JsonError::BadNumber, length + 2);
+            ExpectFailure("-." + digits + after, JsonError::BadNumber, 1);
+            ExpectFailure("0." + digits + '.' + after, JsonError::BadNumber, length + 2);
+            ExpectFailure("0." + digits + 'e' + after, JsonError::BadNumber, length + 3);
+            ExpectFailure(digits + ".5x" + after, JsonError::BadNumber, length + 2);
         }
     }
 }
@@ -206,15 +206,15 @@ TEST(JsonRuns, WhitespaceOfAllLengthsIsSkippedAndItsLinesCount)
 {
     for (size_t before = 0; before <= longest; ++before)
     {
-        for (size_t behind = 0; behind <= longest; ++behind)
+        for (size_t after = 0; after <= longest; ++after)
         {
-            const std::string space = std::string(before, ' ') + '\n' + std::string(behind, '\t');
+            const std::string space = std::string(before, ' ') + '\n' + std::string(after, '\t');
             const JsonTree tree = ParseInSteps(space + "true" + space, JsonOption::RecordPositions);
             ASSERT_TRUE(tree.accepted && tree.IsFilled());
-            const auto column = static_cast<uint32_t>(behind + 1);
+            const auto column = static_cast<uint32_t>(after + 1);
             ASSERT_TRUE(
                 IsSamePosition(PositionOf(tree.Root()), {static_cast<uint32_t>(before) + column, 2, column}))
-                << before << ", " << behind;
+                << before << ", " << after;
             ExpectFailure(space, JsonError::UnexpectedEnd, space.size());
             ExpectFailure(space + '\v', JsonError::BadValue, space.size());
             ExpectFailure(space + '\xA0', JsonError::BadValue, space.size());

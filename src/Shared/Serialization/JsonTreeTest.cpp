@@ -4,13 +4,13 @@
 #include <gtest/gtest.h>
 
 /// \file
-/// The tree: where its records and texts lie, what it takes, and that it can be written out again.
+/// The tree: where its records and texts are, its size, and that it can be written out again.
 
 namespace Torvane
 {
 namespace
 {
-/// Goes over a block in the order in which its records and texts are expected.
+/// Visits a block in the order in which its records and texts are expected.
 class BlockWalk
 {
 public:
@@ -84,7 +84,7 @@ void ExpectSizes(std::string_view text, const Counts& counts)
     EXPECT_EQ(placed.sized.dataSize, counts.textBytes) << text;
 }
 
-TEST(JsonTree, TakesWhatItsRecordsAndTextsTake)
+TEST(JsonTree, IsAsLargeAsItsRecordsAndTexts)
 {
     //                                 values, strings, numbers, objects, members, arrays, elements, texts
     ExpectSizes("true", {1, 0, 0, 0, 0, 0, 0, 0});
@@ -98,7 +98,7 @@ TEST(JsonTree, TakesWhatItsRecordsAndTextsTake)
     ExpectSizes("{\"ab\":{\"\":0},\"c\":\"d\"}", {4, 4, 1, 2, 3, 0, 0, 3 + 1 + 2 + 2 + 2});
 }
 
-TEST(JsonTree, HoldsRecordsInTheOrderOfTheTextAndTextsBehindThem)
+TEST(JsonTree, ContainsRecordsInTheOrderOfTheTextAndTextsAfterThem)
 {
     const JsonTree tree = ParseInSteps("{\"a\": [1, \"xy\", false], \"bc\": {}}");
     ASSERT_TRUE(tree.accepted);
@@ -130,7 +130,7 @@ TEST(JsonTree, HoldsRecordsInTheOrderOfTheTextAndTextsBehindThem)
     walk.ExpectEnd(tree);
 }
 
-TEST(JsonTree, HoldsPositionsBehindValuesAndStrings)
+TEST(JsonTree, ContainsPositionsAfterValuesAndStrings)
 {
     const JsonTree tree = ParseInSteps("{\n \"a\": [10,\n\"b\"]}", JsonOption::RecordPositions);
     ASSERT_TRUE(tree.accepted);
@@ -157,7 +157,7 @@ TEST(JsonTree, HoldsPositionsBehindValuesAndStrings)
     walk.Expect<char>(tree.block.get() + tree.sized.domSize);
 }
 
-TEST(JsonTree, HoldsThePositionOfARootBehindWhitespaceAndWithoutBraces)
+TEST(JsonTree, ContainsThePositionOfARootAfterWhitespaceAndWithoutBraces)
 {
     const JsonTree value = ParseInSteps("\n\n  true", JsonOption::RecordPositions);
     EXPECT_TRUE(IsSamePosition(PositionOf(value.Root()), {4, 3, 3}));
@@ -168,7 +168,7 @@ TEST(JsonTree, HoldsThePositionOfARootBehindWhitespaceAndWithoutBraces)
     EXPECT_TRUE(IsSamePosition(PositionOf(*PayloadOf<JsonObject>(members.Root()).first->name), {2, 2, 2}));
 }
 
-TEST(JsonTree, CopiesAllTextsSoThatTheSourceCanGo)
+TEST(JsonTree, CopiesAllTextsSoThatTheSourceCanBeFreed)
 {
     std::string source = "{\"name\":[\"text\",12]}";
     JsonParseState state = StartJsonParse(source.data(), static_cast<uint32_t>(source.size()), 0);
@@ -190,7 +190,7 @@ TEST(JsonTree, EndsPassTwoAtTheEndOfTheValue)
     EXPECT_EQ(tree.built.lineOffset, 6u);
 }
 
-TEST(JsonTree, IsTheSameIfPassTwoIsNotToldTheSizeOfTheTexts)
+TEST(JsonTree, IsTheSameIfPassTwoDoesNotKnowTheSizeOfTheTexts)
 {
     constexpr std::string_view text =
         "[\"a string of more than sixteen characters\", 12345678901234567890, \"\"]";
@@ -207,7 +207,7 @@ TEST(JsonTree, IsTheSameIfPassTwoIsNotToldTheSizeOfTheTexts)
     EXPECT_EQ(state.data, block.get() + size);
 }
 
-TEST(JsonTree, StopsCountingAtTheLargestNumberAndIsThenRefused)
+TEST(JsonTree, StopsCountingAtTheLargestNumberAndThenFails)
 {
     JsonParseState state = StartJsonParse("[\"abcdef\"]", 10, 0);
     state.domSize = UINT32_MAX - 4;

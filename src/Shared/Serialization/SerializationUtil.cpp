@@ -45,7 +45,7 @@ void ReadSection(const JsonObject& section, Preference& preference)
 template<typename Preference>
 void ReadRoot(const JsonValue& root, const char* section, Preference& preference)
 {
-    // Volatile, lest the compiler concludes from the access that the pointer isn't null, and so the root an object.
+    // Volatile: otherwise the compiler concludes from the access that the pointer isn't null, so the root an object.
     const JsonObject* const volatile object = AsJsonObject(root);
     for (const JsonObjectElement* member = object->first; member != nullptr; member = member->next)
     {

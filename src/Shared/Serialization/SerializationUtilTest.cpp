@@ -90,13 +90,13 @@ TEST(PreferenceNumber, KeepsItsLow32Bits)
     EXPECT_EQ(Integer("-18446744073709551617"), -1);
 }
 
-TEST_F(PreferenceTest, OfANumberTakesTheValueOfItsKey)
+TEST_F(PreferenceTest, OfANumberHasTheValueOfItsKey)
 {
     EXPECT_EQ(ReadNumber(R"({"Network":{"timeout":1500}})"), 1500);
     EXPECT_EQ(ReadNumber(R"({"General":{"timeout":1},"Network":{"x":2,"timeout":-3.5,"y":4},"Z":[]})"), -3);
 }
 
-TEST_F(PreferenceTest, OfATextTakesTheValueOfItsKey)
+TEST_F(PreferenceTest, OfAStringHasTheValueOfItsKey)
 {
     EXPECT_EQ(ReadText(R"({"General":{"directoryToBroker":"C:\\Tools\\Broker"}})"), "C:\\Tools\\Broker");
     EXPECT_EQ(text.value.Get().size, 16u);
@@ -104,7 +104,7 @@ TEST_F(PreferenceTest, OfATextTakesTheValueOfItsKey)
     EXPECT_EQ(text.value.Get().size, 1u);
 }
 
-TEST_F(PreferenceTest, StaysAsItIsWithoutItsKeyOrSection)
+TEST_F(PreferenceTest, IsUnchangedWithoutItsKeyOrSection)
 {
     for (const char* document : {"{}", R"({"Network":{}})", R"({"Network":{"other":1}})", R"({"timeout":1})",
                                  R"({"Other":{"timeout":1}})", R"({"Network":{"Network":{"timeout":1}}})",
@@ -127,7 +127,7 @@ TEST_F(PreferenceTest, ComparesNamesByteByByte)
     EXPECT_EQ(ReadNumber(R"({"\u004eetwork":{"time\u006fut":1}})"), 1);
 }
 
-TEST_F(PreferenceTest, PassesOverValuesOfOtherTypes)
+TEST_F(PreferenceTest, SkipsValuesOfOtherTypes)
 {
     for (const char* value : {"\"5\"", "true", "false", "null", "[5]", "{\"timeout\":5}"})
     {
@@ -141,7 +141,7 @@ TEST_F(PreferenceTest, PassesOverValuesOfOtherTypes)
     EXPECT_EQ(ReadNumber(R"({"Network":{"timeout":5,"timeout":"6"}})"), 5);
 }
 
-TEST_F(PreferenceTest, PassesOverSectionsThatAreNoObjects)
+TEST_F(PreferenceTest, SkipsSectionsThatAreNoObjects)
 {
     for (const char* section : {"5", "\"x\"", "true", "null", "[{\"timeout\":5}]", "[]"})
     {
@@ -150,7 +150,7 @@ TEST_F(PreferenceTest, PassesOverSectionsThatAreNoObjects)
     EXPECT_EQ(ReadNumber(R"({"Network":1,"Network":{"timeout":5},"Network":[6]})"), 5);
 }
 
-TEST_F(PreferenceTest, TakesTheLastOfSeveralKeysAndSections)
+TEST_F(PreferenceTest, UsesTheLastOfSeveralKeysAndSections)
 {
     EXPECT_EQ(ReadNumber(R"({"Network":{"timeout":1,"timeout":2}})"), 2);
     EXPECT_EQ(ReadNumber(R"({"Network":{"timeout":3},"Network":{"timeout":4}})"), 4);
@@ -159,7 +159,7 @@ TEST_F(PreferenceTest, TakesTheLastOfSeveralKeysAndSections)
     EXPECT_EQ(text.value.Get().size, 3u);
 }
 
-TEST_F(PreferenceTest, CopiesATextWithTheBytesThatItHolds)
+TEST_F(PreferenceTest, CopiesAStringWithAllItsBytes)
 {
     ReadText(R"({"General":{"directoryToBroker":"a\u0000b\u00e9"}})");
     EXPECT_EQ(text.value.Get().size, 6u);

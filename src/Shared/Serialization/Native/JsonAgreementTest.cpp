@@ -11,23 +11,22 @@
 
 /// \file
 /// Strict mode against a reader that others have written, for random documents, whole and broken: both accept the
-/// same texts and find the same in them. The grammars differ in two places on purpose:
+/// same texts and read the same values. The grammars differ in two places on purpose:
 ///
-/// - Inside strings we pass all bytes from 0x80 and all control characters but 0, tab, line feed and carriage
-///   return. The other reader wants UTF-8 and no control characters. It gets an `x` in place of each such byte,
-///   which like them belongs nowhere but in a string; the trees that are compared are those of texts with
-///   these.
-/// - A number that the end of the text cuts off behind its sign, point or exponent is whole to us. The other reader
-///   gets a 0 behind it.
+/// - In strings we accept all bytes from 0x80 on and all control characters but 0, tab, line feed and carriage
+///   return. The other reader requires UTF-8 and no control characters. It reads an `x` in place of each such byte,
+///   which like them is valid only in a string; the trees that are compared are those of texts with it.
+/// - A number that the end of the text cuts off after its sign, point or exponent is complete to us. The other
+///   reader reads a 0 after it.
 ///
-/// Two more are ways of the other reader alone. A number too large for a `double` is an error; texts with one aren't
-/// compared. A byte 0 ends the text, and is an error to both where it gets another control character for it.
+/// Two more differences are the other reader's. A number too large for a `double` is an error; texts with one aren't
+/// compared. A byte 0 ends the text; replaced by another control character it is an error to both.
 
 namespace Torvane
 {
 namespace
 {
-bool IsPassedByUsAlone(char character)
+bool IsAcceptedByUsOnly(char character)
 {
     const uint8_t byte = static_cast<uint8_t>(character);
     const bool control = byte < 0x20 && byte != '\0' && byte != '\t' && byte != '\n' && byte != '\r';
@@ -36,7 +35,7 @@ bool IsPassedByUsAlone(char character)
 
 std::string ReplaceBytes(std::string text)
 {
-    std::replace_if(text.begin(), text.end(), IsPassedByUsAlone, 'x');
+    std::replace_if(text.begin(), text.end(), IsAcceptedByUsOnly, 'x');
     std::replace(text.begin(), text.end(), '\0', '\x01');
     return text;
 }
@@ -164,7 +163,7 @@ private:
     }
 };
 
-/// Whether the number is one that the other reader takes for an integer, as which it takes what fits into 64 bits.
+/// Whether the other reader reads the number as an integer, as it does if the number fits into 64 bits.
 bool AddAsInteger(Findings& findings, const std::string& text)
 {
     if (text.find_first_of(".eE") != std::string::npos)

@@ -8,7 +8,7 @@
 
 namespace Torvane
 {
-/// Owned by whoever has opened it.
+/// Owned by the caller of `OpenJsonFile`.
 struct JsonFile
 {
     MappedFile file;
@@ -17,16 +17,16 @@ struct JsonFile
 
 /// Maps and parses a file.
 ///
-/// A file that isn't there, or was never written to by its times, is left alone without a word. One that can't be
-/// mapped, such as one of no bytes, leaves the Debug lines of the attempt. Malformed JSON logs one Error line with the
-/// path, and its mapping stays open for the rest of the process.
-/// \return whether `json` holds the document, to be given back with `CloseJsonFile`.
+/// A file that doesn't exist, or whose times say that it was never written, fails silently. One that can't be mapped,
+/// such as one of no bytes, logs the Debug lines of the attempt. Malformed JSON logs one Error line with the path, and
+/// its mapping stays open until the process ends.
+/// \return whether `json` has the document, to be closed with `CloseJsonFile`.
 bool OpenJsonFile(const wchar_t* path, JsonFile& json);
 
 void CloseJsonFile(JsonFile& json);
 
 /// Opens a file, reads a preference (see `ReadPreference`) and closes it.
-/// \return whether the file was read and parsed, and not whether it held the key.
+/// \return whether the file was read and parsed, with or without the key.
 template<typename Preference>
 bool LoadPreference(const wchar_t* path, const char* section, Preference& preference)
 {

@@ -31,7 +31,7 @@ protected:
     IntPreference timeout = {"timeout", 7};
 };
 
-TEST_F(JsonFileTest, IsReadAndClosedWithoutAWord)
+TEST_F(JsonFileTest, IsReadAndClosedWithoutLogging)
 {
     const std::wstring path = folder.MakeFile(L"a.json", R"({"Network":{"timeout":1500}})");
     EXPECT_TRUE(Load(path));
@@ -40,7 +40,7 @@ TEST_F(JsonFileTest, IsReadAndClosedWithoutAWord)
     EXPECT_TRUE(IsUnused(path));
 }
 
-TEST_F(JsonFileTest, HoldsItsDocumentAndTheFileUntilItIsClosed)
+TEST_F(JsonFileTest, KeepsItsDocumentAndTheFileUntilItIsClosed)
 {
     const std::wstring path = folder.MakeFile(L"a.json", " [1, 2]\r\n");
     JsonFile json = {};
@@ -62,7 +62,7 @@ TEST_F(JsonFileTest, IsASuccessEvenWithoutTheKey)
     EXPECT_TRUE(log.GetLines().empty());
 }
 
-TEST_F(JsonFileTest, IsPassedOverInSilenceIfItIsNotThere)
+TEST_F(JsonFileTest, IsSkippedSilentlyIfItDoesNotExist)
 {
     EXPECT_FALSE(Load(folder / L"none.json"));
     EXPECT_FALSE(Load(folder / L"no folder\\none.json"));
@@ -81,7 +81,7 @@ TEST_F(JsonFileTest, CannotBeMappedWithoutBytesWhichIsNoError)
     EXPECT_TRUE(IsUnused(path));
 }
 
-TEST_F(JsonFileTest, IsLeftAloneIfItIsAFolderOrInUse)
+TEST_F(JsonFileTest, IsSkippedIfItIsAFolderOrInUse)
 {
     EXPECT_FALSE(Load(folder.MakeFolder(L"folder.json")));
     const std::wstring path = folder.MakeFile(L"used.json", "{}");
@@ -122,9 +122,9 @@ TEST_F(JsonFileTest, IsReadInStrictMode)
     EXPECT_EQ(timeout.value, 7);
 }
 
-TEST_F(JsonFileTest, NeedsNothingBehindItsEndEvenAtTheEndOfAPage)
+TEST_F(JsonFileTest, NeedsNothingAfterItsEndEvenAtTheEndOfAPage)
 {
-    // A number as the last thing of a file of a whole page: the byte behind it can't be read.
+    // A file of a whole page ends with a number: the byte after it can't be read.
     JsonFile json = {};
     const std::wstring path = folder.MakeFile(L"page.json", std::string(4095, ' ') + "5");
     ASSERT_TRUE(OpenJsonFile(path.c_str(), json));

@@ -6,8 +6,8 @@
 #include <windows.h>
 
 /// \file
-/// Texts and trees that end where a page ends behind which there is nothing, as a mapped file can: what is read or
-/// written behind them faults.
+/// Texts and trees that end where the last accessible page ends, as a mapped file can: reading or writing after them
+/// faults.
 
 namespace Torvane
 {
@@ -89,7 +89,7 @@ protected:
     GuardedMemory tree;
 };
 
-TEST_F(JsonPageEnd, IsNotPassedWhateverStandsLast)
+TEST_F(JsonPageEnd, IsNotPassedWhateverIsLast)
 {
     for (const std::string_view last : {"\"\"",
                                         "\"a\"",
