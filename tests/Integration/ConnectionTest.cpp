@@ -38,11 +38,11 @@ HOST_TEST(Connection, GoesThroughItsStepsInOrder)
     UseScenario("DefaultBridge");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    const std::wstring bridge = AgentFolder() + L"\\" + bridgeFileName;
+    const std::wstring bridge = AgentFolder() + L"\\" + Torvane::bridgeFileName;
     const std::string path(bridge.begin(), bridge.end());
     const std::string identifier = std::to_string(GetCurrentProcessId());
     ExpectLogOrder({
-        std::string("Torvane version ") + apiVersion,
+        std::string("Torvane version ") + Torvane::apiVersion,
         "Initializing OS internal functions",
         "Initializing system",
         "Initializing hot-reload system",

@@ -3,11 +3,10 @@
 /// \file
 /// The wire records of the protocol between Agent and Bridge, for both sides; plain data, any thread.
 ///
-/// A Blob is a `BlobHeader`, a fixed part (one of the records below) and the variable items that the fixed
-/// part refers to, back to back in ascending order of the referring fields, without any alignment: an item can
-/// begin at any address, also in memory that is aligned itself. `Follow` therefore takes types of the alignment 1
-/// only; other items have to be copied to be read. Integers are little-endian. Addresses, handles and sizes travel in 64-bit slots; the 32-bit side writes the upper
-/// half as 0 and ignores it when it reads. Offsets in comments count from the first payload byte.
+/// A Blob is a `BlobHeader`, a fixed part (one of the records below) and the items that the fixed part refers to, back to
+/// back in ascending order of the referring fields. Items have no alignment: `Follow` takes types of alignment 1 only, and
+/// other items are copied to be read. Integers are little-endian. Addresses, handles and sizes travel in 64-bit slots; the
+/// 32-bit side writes the upper half as 0 and ignores it when it reads. Offsets count from the first payload byte.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -96,8 +95,6 @@ struct WirePageRange
     uint32_t padding;
 };
 static_assert(sizeof(WirePageRange) == 24);
-static_assert(offsetof(WirePageRange, size) == 8);
-static_assert(offsetof(WirePageRange, protection) == 16);
 
 #pragma pack(pop)
 
@@ -318,17 +315,6 @@ struct RegisterProcessBlob
     RelativeOffset commandLine;    ///< wide text
 };
 static_assert(sizeof(RegisterProcessBlob) == 328);
-static_assert(offsetof(RegisterProcessBlob, zero) == 0x110);
-static_assert(offsetof(RegisterProcessBlob, processId) == 0x114);
-static_assert(offsetof(RegisterProcessBlob, senderThreadId) == 0x118);
-static_assert(offsetof(RegisterProcessBlob, receiverThreadId) == 0x11C);
-static_assert(offsetof(RegisterProcessBlob, heartbeatThreadId) == 0x120);
-static_assert(offsetof(RegisterProcessBlob, watchdogThreadId) == 0x124);
-static_assert(offsetof(RegisterProcessBlob, spinForever) == 0x128);
-static_assert(offsetof(RegisterProcessBlob, loaderLock) == 0x130);
-static_assert(offsetof(RegisterProcessBlob, processHeapLock) == 0x138);
-static_assert(offsetof(RegisterProcessBlob, executablePath) == 0x140);
-static_assert(offsetof(RegisterProcessBlob, commandLine) == 0x144);
 
 // Log
 
@@ -350,7 +336,6 @@ struct LogBlob
     RelativeOffset text; ///< narrow or wide, by the Blob's type
 };
 static_assert(sizeof(LogBlob) == 8);
-static_assert(offsetof(LogBlob, text) == 4);
 
 // Modules
 
@@ -366,12 +351,6 @@ struct EnableModulesBlob
     AddressSlot latch;              ///< to be named back in `DecrementLatch`
 };
 static_assert(sizeof(EnableModulesBlob) == 56);
-static_assert(offsetof(EnableModulesBlob, executables) == 8);
-static_assert(offsetof(EnableModulesBlob, pageRangeCounts) == 16);
-static_assert(offsetof(EnableModulesBlob, pageRanges) == 24);
-static_assert(offsetof(EnableModulesBlob, zeros) == 32);
-static_assert(offsetof(EnableModulesBlob, secondPageRanges) == 40);
-static_assert(offsetof(EnableModulesBlob, latch) == 48);
 
 struct DisableModulesBlob
 {
@@ -431,16 +410,6 @@ struct PatchLoadedBlob
     uint8_t padding49[7];
 };
 static_assert(sizeof(PatchLoadedBlob) == 80);
-static_assert(offsetof(PatchLoadedBlob, secondText) == 0x04);
-static_assert(offsetof(PatchLoadedBlob, echo38) == 0x08);
-static_assert(offsetof(PatchLoadedBlob, base) == 0x10);
-static_assert(offsetof(PatchLoadedBlob, imageSize) == 0x18);
-static_assert(offsetof(PatchLoadedBlob, echo50) == 0x20);
-static_assert(offsetof(PatchLoadedBlob, echo58) == 0x28);
-static_assert(offsetof(PatchLoadedBlob, echo60) == 0x30);
-static_assert(offsetof(PatchLoadedBlob, pageRanges) == 0x38);
-static_assert(offsetof(PatchLoadedBlob, secondPageRanges) == 0x40);
-static_assert(offsetof(PatchLoadedBlob, echo68) == 0x48);
 
 struct UnloadPatchBlob
 {
@@ -465,14 +434,6 @@ struct CallHooksBlob
     uint32_t padding34;
 };
 static_assert(sizeof(CallHooksBlob) == 0x38);
-static_assert(offsetof(CallHooksBlob, first) == 0x08);
-static_assert(offsetof(CallHooksBlob, end) == 0x10);
-static_assert(offsetof(CallHooksBlob, firstText) == 0x18);
-static_assert(offsetof(CallHooksBlob, number) == 0x1C);
-static_assert(offsetof(CallHooksBlob, secondText) == 0x20);
-static_assert(offsetof(CallHooksBlob, thirdText) == 0x24);
-static_assert(offsetof(CallHooksBlob, kind7Text) == 0x28);
-static_assert(offsetof(CallHooksBlob, textList) == 0x2C);
 
 struct ReadMemoryBlob
 {
@@ -485,10 +446,6 @@ struct ReadMemoryBlob
     uint64_t token; ///< returned in the reply
 };
 static_assert(sizeof(ReadMemoryBlob) == 0x28);
-static_assert(offsetof(ReadMemoryBlob, elementSize) == 0x08);
-static_assert(offsetof(ReadMemoryBlob, elementCount) == 0x10);
-static_assert(offsetof(ReadMemoryBlob, addresses) == 0x18);
-static_assert(offsetof(ReadMemoryBlob, token) == 0x20);
 
 struct ReadMemoryResultBlob
 {
@@ -499,8 +456,6 @@ struct ReadMemoryResultBlob
     uint64_t token;
 };
 static_assert(sizeof(ReadMemoryResultBlob) == 24);
-static_assert(offsetof(ReadMemoryResultBlob, data) == 0x08);
-static_assert(offsetof(ReadMemoryResultBlob, token) == 0x10);
 
 struct WriteMemoryBlob
 {
@@ -512,10 +467,6 @@ struct WriteMemoryBlob
     RelativeOffset data;      ///< to the elements, back to back
 };
 static_assert(sizeof(WriteMemoryBlob) == 0x20);
-static_assert(offsetof(WriteMemoryBlob, elementSize) == 0x08);
-static_assert(offsetof(WriteMemoryBlob, elementCount) == 0x10);
-static_assert(offsetof(WriteMemoryBlob, addresses) == 0x18);
-static_assert(offsetof(WriteMemoryBlob, data) == 0x1C);
 
 struct CopyMemoryBlob
 {
@@ -527,9 +478,6 @@ struct CopyMemoryBlob
     RelativeOffset destinations; ///< to an array of address slots
 };
 static_assert(sizeof(CopyMemoryBlob) == 0x18);
-static_assert(offsetof(CopyMemoryBlob, elementCount) == 0x08);
-static_assert(offsetof(CopyMemoryBlob, sources) == 0x10);
-static_assert(offsetof(CopyMemoryBlob, destinations) == 0x14);
 
 struct SetPageProtectionWindowsBlob
 {
@@ -629,13 +577,6 @@ struct HandleExceptionWindowsBlob
     uint32_t padding2C;
 };
 static_assert(sizeof(HandleExceptionWindowsBlob) == 48);
-static_assert(offsetof(HandleExceptionWindowsBlob, action) == 0x08);
-static_assert(offsetof(HandleExceptionWindowsBlob, resumeRecord) == 0x10);
-static_assert(offsetof(HandleExceptionWindowsBlob, processId) == 0x18);
-static_assert(offsetof(HandleExceptionWindowsBlob, threadId) == 0x1C);
-static_assert(offsetof(HandleExceptionWindowsBlob, context) == 0x20);
-static_assert(offsetof(HandleExceptionWindowsBlob, record) == 0x24);
-static_assert(offsetof(HandleExceptionWindowsBlob, zero) == 0x28);
 
 /// Where a thread continues after an exception; only the low halves are used.
 struct ResumeRecord
@@ -682,7 +623,6 @@ struct SetBoolPreferencesBlob
     uint8_t padding05[3];
 };
 static_assert(sizeof(SetBoolPreferencesBlob) == 8);
-static_assert(offsetof(SetBoolPreferencesBlob, value) == 4);
 
 struct SetIntPreferencesBlob
 {
@@ -691,7 +631,6 @@ struct SetIntPreferencesBlob
     int32_t value;
 };
 static_assert(sizeof(SetIntPreferencesBlob) == 8);
-static_assert(offsetof(SetIntPreferencesBlob, value) == 4);
 
 struct SetStringPreferencesBlob
 {
@@ -700,7 +639,6 @@ struct SetStringPreferencesBlob
     RelativeOffset value; ///< narrow text
 };
 static_assert(sizeof(SetStringPreferencesBlob) == 8);
-static_assert(offsetof(SetStringPreferencesBlob, value) == 4);
 
 struct SetShortcutPreferencesBlob
 {
@@ -710,8 +648,6 @@ struct SetShortcutPreferencesBlob
     uint32_t secondArgument;
 };
 static_assert(sizeof(SetShortcutPreferencesBlob) == 12);
-static_assert(offsetof(SetShortcutPreferencesBlob, firstArgument) == 4);
-static_assert(offsetof(SetShortcutPreferencesBlob, secondArgument) == 8);
 
 // Latches and echoes
 
