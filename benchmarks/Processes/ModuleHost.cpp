@@ -38,8 +38,8 @@ void Compare(Board& board, const std::string& name, const Paths& paths, const st
     }
 }
 
-void WriteAndLoad(TestLibraries& libraries, const std::string& name, const std::vector<TestImportOf>& imports,
-                  uint32_t imageSize)
+void WriteAndLoad(Testing::TestLibraries& libraries, const std::string& name,
+                  const std::vector<Testing::LibraryImport>& imports, uint32_t imageSize)
 {
     if (!libraries.Write(name, imports, imageSize) || libraries.Load(name) == nullptr)
     {
@@ -51,7 +51,7 @@ void WriteAndLoad(TestLibraries& libraries, const std::string& name, const std::
 void MeasureModules(Board& board, TvnDefaultAgent& agent)
 {
     const uint32_t most = board.IsQuick() ? 50 : 500;
-    TestLibraries libraries(L"benchmark");
+    Testing::TestLibraries libraries(L"benchmark");
     std::vector<std::string> names;
     Paths all;
     std::vector<const wchar_t*> pointers;
@@ -83,7 +83,7 @@ void MeasureModules(Board& board, TvnDefaultAgent& agent)
         {
             break;
         }
-        std::vector<TestImportOf> imports;
+        std::vector<Testing::LibraryImport> imports;
         for (uint32_t i = 0; i < count; ++i)
         {
             imports.push_back({names[i].c_str()});

@@ -28,7 +28,7 @@ void WritePatches(Board& board, TvnDefaultAgent&)
     wcscpy(board->folder, folder.c_str());
     for (const uint32_t size : patchSizes)
     {
-        std::vector<uint8_t> bytes = BuildTestLibrary("image.dll", {}, size);
+        std::vector<uint8_t> bytes = Testing::BuildTestLibrary("image.dll", {}, size);
         auto* headers = reinterpret_cast<IMAGE_NT_HEADERS32*>(
             bytes.data() + reinterpret_cast<IMAGE_DOS_HEADER*>(bytes.data())->e_lfanew);
         IMAGE_SECTION_HEADER* section = IMAGE_FIRST_SECTION(headers);

@@ -5,7 +5,7 @@
 
 #include <stdio.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -98,10 +98,10 @@ void CheckAll(std::string_view text)
     }
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    Torvane::CheckAll({reinterpret_cast<const char*>(data), size});
+    Torvane::Testing::CheckAll({reinterpret_cast<const char*>(data), size});
     return 0;
 }

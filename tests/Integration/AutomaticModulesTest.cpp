@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -12,9 +12,10 @@ constexpr uint32_t rounds = 10;
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/Images.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Modules.h"
 #include "tests/Support/TestLibraries.h"
+#include "tests/Support/TestThread.h"
+#include "tests/Support/Utf8.h"
 
 #include <memory>
 
@@ -62,7 +63,7 @@ protected:
         FreeLibrary(module);
     }
 
-    Torvane::TestLibraries libraries;
+    TestLibraries libraries;
 };
 } // namespace
 
@@ -98,7 +99,7 @@ AUTOMATIC_HOST(AreLeftAloneIfTheyArePatches)
     UseScenario("AutomaticModules.AreLeftAloneWithoutTheCall");
     TvnDefaultAgent& agent = Connect();
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
-    Torvane::TestLibraries patches(L"builds.patch_1");
+    TestLibraries patches(L"builds.patch_1");
     ASSERT_TRUE(patches.Write("Tvn.dll"));
     ASSERT_TRUE(libraries.Write("TvnA.dll.patch_2.dll"));
     ASSERT_NE(nullptr, patches.Load("Tvn.dll"));
@@ -187,7 +188,7 @@ AUTOMATIC_HOST(AreEnabledOnManyThreads)
     }
     for (const auto& thread : threads)
     {
-        EXPECT_TRUE(thread->HasEnded(patience));
+        EXPECT_TRUE(thread->WaitForEnd(testTimeout));
     }
     SendEnd();
     EXPECT_EQ(threadCount * rounds, CountInLog("Automatically enabling module"));
@@ -211,7 +212,7 @@ protected:
         ASSERT_TRUE(Connect());
         for (;;)
         {
-            const Message message = link.Receive(patience);
+            const Message message = link.Receive(testTimeout);
             ASSERT_TRUE(message);
             if (message.Type() == BlobType::LogNarrow)
             {
@@ -301,12 +302,12 @@ AUTOMATIC_BRIDGE(DoNotWaitForTheBridge)
     ASSERT_TRUE(Await("loaded"));
     for (uint32_t i = 0; i < 2; ++i)
     {
-        const auto blob = link.Expect<EnableModulesBlob>(patience);
+        const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
         ASSERT_TRUE(blob);
         EXPECT_NE(0u, blob->latch);
         SendDecrementLatch(link, blob->latch);
     }
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }

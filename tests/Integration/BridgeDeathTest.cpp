@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -211,46 +211,46 @@ BRIDGE_SCENARIO(BridgeDeath, BeforeConnecting)
 
 BRIDGE_SCENARIO(BridgeDeath, BetweenTheTwoPipes)
 {
-    EXPECT_TRUE(link.ConnectAgentPipe(patience));
+    EXPECT_TRUE(link.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(Await("first pipe connected"));
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, WithTheSecondPipeAlone)
 {
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(Await("failed"));
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, BeforeItsVersion)
 {
-    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(Await("connected"));
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, WithinTheHeaderOfItsVersion)
 {
-    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 4)));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience)) << "The Agent has begun to read.";
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout)) << "The Agent has begun to read.";
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, BetweenHeaderAndPayloadOfItsVersion)
 {
-    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 8)));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience));
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout));
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfItsVersion)
 {
-    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, wholeVersion.size() - 1)));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience));
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout));
     Die();
 }
 
@@ -305,12 +305,12 @@ BRIDGE_SCENARIO(BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
 {
     // A link of its own reads the agent pipe, so that the other pipe's can be closed alone.
     Link reader(link.HostProcessId());
-    EXPECT_TRUE(reader.ConnectAgentPipe(patience));
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(reader.ConnectAgentPipe(testTimeout));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
-    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(patience));
+    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(testTimeout));
     link.Close();
-    const auto log = reader.Expect<LogBlob>(patience, BlobType::LogNarrow);
+    const auto log = reader.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(log);
     EXPECT_EQ("still here", log.AnsiString(log->text));
     Signal("taken");
@@ -320,10 +320,10 @@ BRIDGE_SCENARIO(BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
 BRIDGE_SCENARIO(BridgeDeath, OfTheAgentPipeAloneLeavesTheReceiverAtWork)
 {
     Link reader(link.HostProcessId());
-    EXPECT_TRUE(reader.ConnectAgentPipe(patience));
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(reader.ConnectAgentPipe(testTimeout));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
-    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(patience));
+    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(testTimeout));
     reader.Close();
     Signal("agent pipe closed");
     EXPECT_TRUE(Await("sender ended"));

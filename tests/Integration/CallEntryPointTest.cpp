@@ -1,13 +1,14 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/FaultCatcher.h"
-#include "tests/Harness/Images.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/FaultCatcher.h"
+#include "tests/Support/Modules.h"
+#include "tests/Support/TemporaryFolder.h"
+#include "tests/Support/TestThread.h"
 #else
-#include "tests/Harness/PatchBridge.h"
+#include "tests/Support/Integration/PatchBridge.h"
 #endif
 
 // CallEntryPoint: how the entry point is called, what stands there before and after, and what faults come to.
@@ -272,7 +273,7 @@ ENTRY_POINT_TEST(CallsItOutsideTheLoader)
     entryBody = [] {
         // In the loader no new thread would come to its first instruction.
         const TestThread thread([] { GetModuleHandleW(L"kernel32.dll"); });
-        ended = thread.HasEnded(patience);
+        ended = thread.WaitForEnd(testTimeout);
     };
     Start(entryPage);
     EXPECT_TRUE(Await("checked"));
@@ -369,7 +370,7 @@ HOST_TEST(CallEntryPoint, CallsThatOfAPatchOnceWhateverTheLoaderDoes)
 {
     const TemporaryFolder folder(L"entry point");
     PublishText("linked", ImagePath(L"EntryPoint"));
-    PublishText("path", folder.File(L"patch.dll"));
+    PublishText("path", folder / L"patch.dll");
     StartDefaultAgent();
     EXPECT_TRUE(Await("loaded"));
     const HMODULE module = GetModuleHandleW(L"patch.dll");
@@ -417,7 +418,7 @@ protected:
     {
         ASSERT_TRUE(SendCallEntryPoint(link, AwaitNumber("base") | upperHalf, AwaitNumber("offset"),
                                        Code(AwaitNumber("bytes")), Code(bytesAfter)));
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
         EXPECT_FALSE(link.Receive(0)) << "CallEntryPoint isn't answered.";
     }
 };
@@ -483,13 +484,13 @@ ENTRY_POINT_BRIDGE(CallsThatOfAPatchOnceWhateverTheLoaderDoes)
     {
         ASSERT_TRUE(Await("call" + word));
         ASSERT_TRUE(SendCallEntryPoint(link, loaded->base, image.EntryPoint(), code, idleEntryPoint));
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
         EXPECT_EQ(idle, host.Read(loaded->base + image.EntryPoint(), idle.size()));
         Signal("called" + word);
     }
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Finish();
 }
 

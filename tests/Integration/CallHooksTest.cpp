@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -442,7 +442,7 @@ bool CallOneHook(Link& link, uint32_t kind, AddressSlot hooks)
         {                                                     \
             EXPECT_TRUE(CallOneHook(link, kind, hooks));      \
         }                                                     \
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));       \
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));    \
         EXPECT_FALSE(link.Receive(0)) << "No reply is sent."; \
         Signal("called");                                     \
         StayUntilAgentGoes();                                 \
@@ -465,7 +465,7 @@ BRIDGE_SCENARIO(CallHooks, PassesAnEmptyListAsNull)
     arguments.textList.clear();
     EXPECT_TRUE(SendCallHooks(link, 8, hooks, hooks + 2 * entrySize, arguments));
     EXPECT_TRUE(SendCallHooks(link, 9, hooks, hooks + 2 * entrySize, arguments));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -477,7 +477,7 @@ BRIDGE_SCENARIO(CallHooks, PassesALongListToEachHookOfTheTable)
     HookArguments arguments = MakeArguments();
     arguments.textList = MakeTexts(longListSize);
     EXPECT_TRUE(SendCallHooks(link, 8, hooks, hooks + 2 * entrySize, arguments));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -492,7 +492,7 @@ BRIDGE_SCENARIO(CallHooks, PassesTextsWithoutRegardToTheirWidth)
     blob.String(&CallHooksBlob::firstText, std::wstring(L"wide \u20AC"));
     blob.String(&CallHooksBlob::secondText, std::string("narrow"));
     EXPECT_TRUE(link.Send(blob.Finish()));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -510,7 +510,7 @@ BRIDGE_SCENARIO(CallHooks, PassesOverWhatAKindDoesNotUse)
         blob.fixed.textList = {{0x7FFF0000}, 0x7FFFFFFF};
         EXPECT_TRUE(link.Send(blob.Finish()));
     }
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -520,7 +520,7 @@ BRIDGE_SCENARIO(CallHooks, CallsTheEntriesOfATableInOrderAndSkipsNullOnes)
     ASSERT_TRUE(Connect());
     const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(SendCallHooks(link, 5, hooks, hooks + 8 * entrySize, MakeArguments()));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -530,7 +530,7 @@ BRIDGE_SCENARIO(CallHooks, CallsFromFirstUpToEnd)
     ASSERT_TRUE(Connect());
     const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(SendCallHooks(link, 10, hooks + entrySize, hooks + 3 * entrySize));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -543,7 +543,7 @@ BRIDGE_SCENARIO(CallHooks, CallsNothingOfAnEmptyTable)
     {
         EXPECT_TRUE(SendCallHooks(link, kind, hooks, hooks, MakeArguments()));
     }
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -555,7 +555,7 @@ BRIDGE_SCENARIO(CallHooks, CleansUpTheStackAfterEachHookOfEachKind)
     for (uint32_t kind = 0; kind <= 11; ++kind)
     {
         EXPECT_TRUE(SendCallHooks(link, kind, hooks, hooks + 3 * entrySize, MakeArguments()));
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
         Signal("called " + std::to_string(kind));
         ASSERT_TRUE(Await("checked " + std::to_string(kind)));
     }
@@ -567,7 +567,7 @@ BRIDGE_SCENARIO(CallHooks, GivesEachHookItsOwnArguments)
     ASSERT_TRUE(Connect());
     const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(SendCallHooks(link, 4, hooks, hooks + 4 * entrySize, MakeArguments()));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }
@@ -576,7 +576,7 @@ BRIDGE_SCENARIO(CallHooks, CallsOnTheReceiverThread)
 {
     ASSERT_TRUE(Connect());
     EXPECT_TRUE(CallOneHook(link, 10, AwaitNumber("hooks")));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Publish("receiver thread", process->receiverThreadId);
     Signal("called");
     StayUntilAgentGoes();
@@ -588,7 +588,7 @@ BRIDGE_SCENARIO(CallHooks, IgnoresTheUpperHalvesOfAddresses)
     const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(
         SendCallHooks(link, 10, hooks | 0x1234567800000000, (hooks + 2 * entrySize) | 0x8765432100000000));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("called");
     StayUntilAgentGoes();
 }

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -82,7 +82,7 @@ void JoinAll(Caller (&callers)[threadCount])
 {
     for (Caller& caller : callers)
     {
-        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(caller.thread, patience));
+        EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(caller.thread, testTimeout));
         CloseHandle(caller.thread);
     }
 }
@@ -276,7 +276,7 @@ CONNECTION_CALLBACK(ThatBlocksHoldsUpOrdersAndOtherRegistrations)
     EXPECT_TRUE(Await("nothing obeyed"));
     EXPECT_EQ(0, caller.calls) << "The lock is held.";
     SetEvent(gate.open);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(caller.thread, patience));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(caller.thread, testTimeout));
     EXPECT_EQ(1, caller.report.count);
     EXPECT_EQ(ConnectionSucceeded, caller.report.status);
     EXPECT_EQ(caller.threadId, caller.report.threadId);
@@ -352,23 +352,23 @@ CONNECTION_CALLBACK(GetsAFailureAtOnceOnTheCallingThread)
 
 BRIDGE_SCENARIO(ConnectionCallback, WaitsForRegistrations)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
-    ASSERT_TRUE(link.ExchangeVersion(patience));
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(link.ExchangeVersion(testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("connected");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(ConnectionCallback, CanQueueBlobs)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
-    ASSERT_TRUE(link.ExchangeVersion(patience));
-    const auto log = link.Expect<LogBlob>(patience, BlobType::LogNarrow);
+    ASSERT_TRUE(link.ExchangeVersion(testTimeout));
+    const auto log = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(log);
     EXPECT_EQ("from the callback", log.AnsiString(log->text));
-    const auto preference = link.Expect<SetIntPreferencesBlob>(patience);
+    const auto preference = link.Expect<SetIntPreferencesBlob>(testTimeout);
     ASSERT_TRUE(preference);
     EXPECT_EQ(0, preference->value);
     Signal("taken");
@@ -378,14 +378,14 @@ BRIDGE_SCENARIO(ConnectionCallback, CanQueueBlobs)
 BRIDGE_SCENARIO(ConnectionCallback, ThatBlocksHoldsUpOrdersAndOtherRegistrations)
 {
     constexpr uint32_t longerLook = 200; // milliseconds
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
-    ASSERT_TRUE(link.ExchangeVersion(patience));
+    ASSERT_TRUE(link.ExchangeVersion(testTimeout));
     EXPECT_TRUE(SendEchoRequest(link, 5));
     EXPECT_FALSE(link.Expect<EchoReplyBlob>(longerLook)) << "The callback holds the receiver.";
     Signal("nothing obeyed");
     ASSERT_TRUE(Await("gate opened"));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }

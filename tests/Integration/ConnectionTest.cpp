@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -197,9 +197,9 @@ HOST_TEST(Connection, ShutdownRightAfterStartupWaitsForTheAttemptAndSucceeds)
 
 BRIDGE_SCENARIO(Connection, ReportsToACallbackThatComesBeforeTheOutcome)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
-    ASSERT_TRUE(link.ExchangeVersion(patience));
+    ASSERT_TRUE(link.ExchangeVersion(testTimeout));
     StayUntilAgentGoes();
 }
 
@@ -210,24 +210,24 @@ BRIDGE_SCENARIO(Connection, FailsWithABridgeThatNeverConnects)
 
 BRIDGE_SCENARIO(Connection, FailsWhenOnlyOnePipeIsConnected)
 {
-    EXPECT_TRUE(link.ConnectAgentPipe(patience));
+    EXPECT_TRUE(link.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(Await("failed"));
     EXPECT_FALSE(link.Receive(0)) << "Nothing is sent on a connection that has failed.";
 }
 
 BRIDGE_SCENARIO(Connection, RefusesAFirstBlobThatIsNoVersion)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience)) << "The Agent registers all the same.";
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout)) << "The Agent registers all the same.";
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(Connection, RefusesABridgeOfAnotherVersion)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(SendVersion(link, "2.4.1"));
-    const auto log = link.Expect<LogBlob>(patience, BlobType::LogNarrow);
+    const auto log = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(log);
     EXPECT_EQ("still sending", log.AnsiString(log->text));
     StayUntilAgentGoes();
@@ -235,7 +235,7 @@ BRIDGE_SCENARIO(Connection, RefusesABridgeOfAnotherVersion)
 
 BRIDGE_SCENARIO(Connection, FailsWithoutAnErrorLineWhenTheBridgeGoesBeforeItsVersion)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("connected"));
     link.Close();
 }

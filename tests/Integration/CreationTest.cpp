@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,9 +6,6 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/ReplacedImport.h"
-
-#include <memory>
 #include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -92,13 +89,6 @@ BOOL WINAPI NoteProcess(const wchar_t* path, wchar_t* commandLine, SECURITY_ATTR
 class CreationTest : public LinkTest
 {
 protected:
-    template<typename Function>
-    void Replace(const char* name, Function* function)
-    {
-        replaced.push_back(
-            std::make_unique<ReplacedImport>(Library().Module(), name, reinterpret_cast<void*>(function)));
-    }
-
     /// All requests of a run that connects, and shuts down.
     std::vector<std::string> Run()
     {
@@ -110,9 +100,6 @@ protected:
     }
 
     const std::string identifier = std::to_string(GetCurrentProcessId());
-
-private:
-    std::vector<std::unique_ptr<ReplacedImport>> replaced;
 };
 
 using Requests = std::vector<std::string>;
@@ -122,20 +109,20 @@ using Requests = std::vector<std::string>;
 
 CREATION(OfEventsIsManualAndClear)
 {
-    Replace("CreateEventW", NoteEvent);
+    ReplaceImport("CreateEventW", NoteEvent);
     // 14 of startup, and one for each pipe that is waited for.
     EXPECT_EQ(Requests(16, "event 00000000 1 0 unnamed"), Run());
 }
 
 CREATION(OfTheQueuesSemaphoresIsForAnEmptyQueue)
 {
-    Replace("CreateSemaphoreW", NoteSemaphore);
+    ReplaceImport("CreateSemaphoreW", NoteSemaphore);
     EXPECT_EQ((Requests{"semaphore 4096 4096 unnamed", "semaphore 0 4096 unnamed"}), Run());
 }
 
 CREATION(OfThePipesIsForMessages)
 {
-    Replace("CreateNamedPipeW", NotePipe);
+    ReplaceImport("CreateNamedPipeW", NotePipe);
     EXPECT_EQ(
         (Requests{"pipe \\\\.\\pipe\\TVN_Agent" + identifier + " 0x3 0x6 255 0x20000 0x20000 0 00000000",
                   "pipe \\\\.\\pipe\\TVN_Bridge" + identifier + " 0x3 0x6 255 0x20000 0x20000 0 00000000"}),
@@ -144,8 +131,8 @@ CREATION(OfThePipesIsForMessages)
 
 CREATION(OfSharedMemoryIsUnderTheHostsName)
 {
-    Replace("CreateFileMappingW", NoteMapping);
-    Replace("CreateMutexW", NoteMutex);
+    ReplaceImport("CreateFileMappingW", NoteMapping);
+    ReplaceImport("CreateMutexW", NoteMutex);
     const Requests all = Run();
     EXPECT_EQ((Requests{"mapping 0x0 0x100000 TVN_AgentBridge_Memory_" + identifier,
                         "mutex 0 TVN_AgentBridge_Mutex_" + identifier,
@@ -155,7 +142,7 @@ CREATION(OfSharedMemoryIsUnderTheHostsName)
 
 CREATION(OfThreadsIsWithTheirNamesAndStacks)
 {
-    Replace("_beginthreadex", NoteThread);
+    ReplaceImport("_beginthreadex", NoteThread);
     EXPECT_EQ(
         (Requests{"thread 0x4000 Torvane heartbeat", "thread 0x4000 Torvane watchdog",
                   "thread 0x10000 Torvane sender", "thread 0x10000 Torvane receiver",
@@ -165,7 +152,7 @@ CREATION(OfThreadsIsWithTheirNamesAndStacks)
 
 CREATION(OfTheBridgeIsInTheAgentsFolderForTheHostsProcess)
 {
-    Replace("CreateProcessW", NoteProcess);
+    ReplaceImport("CreateProcessW", NoteProcess);
     const std::wstring wide = AgentFolder();
     const std::string folder(wide.begin(), wide.end());
     EXPECT_EQ(

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,8 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/DebugOutput.h"
-#include "tests/Harness/StartupGate.h"
+#include "tests/Support/DebugOutput.h"
+#include "tests/Support/Integration/StartupGate.h"
 
 #include <algorithm>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <iterator>
 #include <stdio.h>
@@ -11,9 +11,9 @@
 // What becomes of a thread that faulted, for each decision but the one about frames.
 
 #if TORVANE_HOST_HALF
-#include "tests/Integration/Faults.h"
+#include "tests/Support/Integration/ExceptionHost.h"
 #else
-#include "tests/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionDialog.h"
 #endif
 
 namespace

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <string>
 #include <vector>
@@ -8,11 +8,10 @@
 // The exception handler's life: its place among others, a second one, its end, and what it does when the OS fails it.
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/Imports.h"
-#include "tests/Harness/TestThread.h"
-#include "tests/Integration/Faults.h"
+#include "tests/Support/Integration/ExceptionHost.h"
+#include "tests/Support/TestThread.h"
 #else
-#include "tests/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionDialog.h"
 #endif
 
 namespace
@@ -37,8 +36,8 @@ struct FailingCalls
     static inline volatile LONG waits; ///< of that thread that could not end at once
     static inline bool waitsFirst;     ///< whether a wait fails only when it would have ended
 
-    static HANDLE WINAPI CreateEventStandIn(SECURITY_ATTRIBUTES* attributes, BOOL manual, BOOL set,
-                                            const wchar_t* name)
+    static HANDLE WINAPI FakeCreateEvent(SECURITY_ATTRIBUTES* attributes, BOOL manual, BOOL set,
+                                         const wchar_t* name)
     {
         if (GetCurrentThreadId() != threadId)
         {
@@ -48,7 +47,7 @@ struct FailingCalls
         return nullptr;
     }
 
-    static DWORD WINAPI WaitStandIn(HANDLE handle, DWORD milliseconds)
+    static DWORD WINAPI FakeWait(HANDLE handle, DWORD milliseconds)
     {
         if (GetCurrentThreadId() != threadId)
         {
@@ -72,17 +71,6 @@ struct FailingCalls
 class ExceptionInstallHost : public ExceptionHost
 {
 protected:
-    /// From now on the Agent calls `standIn`. \return the OS's function.
-    template<typename Function>
-    Function* Replace(const char* name, Function* standIn)
-    {
-        void** place = FindImport(Library().Module(), name);
-        EXPECT_NE(nullptr, place) << name;
-        Function* function = reinterpret_cast<Function*>(*place);
-        ReplaceImport(place, reinterpret_cast<void*>(standIn));
-        return function;
-    }
-
     void ExpectTag(const std::string& message, const std::string& tag)
     {
         for (const LogRecord& record : ReadLog())
@@ -184,7 +172,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, BeforeItAFaultTakesItsOrdin
 HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AFailedWaitPassesOnWhatNobodyHasDecided)
 {
     ASSERT_TRUE(Start());
-    FailingCalls::waitForSingleObject = Replace("WaitForSingleObject", &FailingCalls::WaitStandIn);
+    FailingCalls::waitForSingleObject = ReplaceImport("WaitForSingleObject", &FailingCalls::FakeWait);
     LastHandler handler;
     const CodePages code(faultingCode);
     FailingCalls::threadId = GetCurrentThreadId();
@@ -200,7 +188,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AFailedWaitPassesOnWhatNobo
 HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AfterAFailedWaitAStoredDecisionCounts)
 {
     ASSERT_TRUE(Start());
-    FailingCalls::waitForSingleObject = Replace("WaitForSingleObject", &FailingCalls::WaitStandIn);
+    FailingCalls::waitForSingleObject = ReplaceImport("WaitForSingleObject", &FailingCalls::FakeWait);
     FailingCalls::waitsFirst = true;
     const CodePages code(faultingCode);
     TestThread thread([&code] {
@@ -210,14 +198,14 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AfterAFailedWaitAStoredDeci
     });
     ASSERT_TRUE(WaitUntil([] { return FailingCalls::waits == 1; }));
     Signal("waiting");
-    EXPECT_TRUE(thread.HasEnded(patience));
+    EXPECT_TRUE(thread.WaitForEnd(testTimeout));
     ExpectLogOrder({"Could not wait for event in exception handler", "Received exception handler action 2"});
 }
 
 HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, WithoutAnEventItGoesOnWithWhatIsInHand)
 {
     ASSERT_TRUE(Start());
-    FailingCalls::createEvent = Replace("CreateEventW", &FailingCalls::CreateEventStandIn);
+    FailingCalls::createEvent = ReplaceImport("CreateEventW", &FailingCalls::FakeCreateEvent);
     LastHandler handler;
     const CodePages code(faultingCode);
     FailingCalls::threadId = GetCurrentThreadId();

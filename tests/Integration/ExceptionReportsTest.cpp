@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 #include "tests/Support/TestExceptions.h"
 
 #include <stdio.h>
@@ -10,14 +10,11 @@
 // What the Bridge and the log are told of an exception, and which exceptions nobody is told of.
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/TestThread.h"
-#include "tests/Integration/Faults.h"
+#include "tests/Support/Integration/ExceptionHost.h"
+#include "tests/Support/TestThread.h"
 #else
-#include "tests/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionDialog.h"
 #endif
-
-using Torvane::TestException;
-using Torvane::testExceptions;
 
 namespace
 {
@@ -171,7 +168,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionReports, OtherCodesReachNeitherTheLockNorTh
     EXPECT_EQ(before, ReadLog().size());
     EXPECT_FALSE(thread.HasEnded());
     Signal("raised");
-    EXPECT_TRUE(thread.HasEnded(patience));
+    EXPECT_TRUE(thread.WaitForEnd(testTimeout));
     EXPECT_EQ(1u, CountInLog("Received exception handler action 2"));
 }
 

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <functional>
 #include <iterator>
@@ -11,10 +11,10 @@
 // Exceptions one behind the other, one within the other, and where there is hardly a place for them.
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/TestThread.h"
-#include "tests/Integration/Faults.h"
+#include "tests/Support/Integration/ExceptionHost.h"
+#include "tests/Support/TestThread.h"
 #else
-#include "tests/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionDialog.h"
 #endif
 
 namespace
@@ -114,11 +114,11 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, TakeTheirTurns)
         << "The second one has faulted as well.";
     Publish("first", first.Id());
     Publish("second", second.Id());
-    EXPECT_TRUE(first.HasEnded(patience));
+    EXPECT_TRUE(first.WaitForEnd(testTimeout));
     ASSERT_TRUE(Await("second dialog"));
     EXPECT_FALSE(second.HasEnded());
     Signal("go on");
-    EXPECT_TRUE(second.HasEnded(patience));
+    EXPECT_TRUE(second.WaitForEnd(testTimeout));
 
     // Each one's lines are together: the lock is held from the first to the last of them.
     std::vector<std::string> lines;
@@ -157,7 +157,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, AFaultWhileTheInstructionIsReadTak
     // Nothing is left of the lock on this thread.
     const CodePages code(faultingCode);
     TestThread other([&code] { code.Run(); });
-    EXPECT_TRUE(other.HasEnded(patience));
+    EXPECT_TRUE(other.WaitForEnd(testTimeout));
 }
 
 HOST_TEST_OF(ExceptionHost, ExceptionThreads, APatchesEntryPointIsNotTheirAffair)
@@ -187,7 +187,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, APatchesEntryPointIsNotTheirAffair
     Publish("entry point", entryPoint.Start());
     Publish("function", reinterpret_cast<const void*>(&EntryPoint::Run));
 
-    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(meeting.entered, patience));
+    ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(meeting.entered, testTimeout));
     const CodePages code(faultingCode);
     EXPECT_FALSE(EndsByItself([&code] { code.Run(); })) << "declined";
     EXPECT_EQ(1u, handler.Count());
@@ -210,7 +210,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, HardlyAnyStackIsEnoughForAReport)
     for (const size_t left : nearlyNoStack)
     {
         TestThread thread([&] { CallNearTheEnd(left, [&code] { code.Run(); }); });
-        ASSERT_TRUE(thread.HasEnded(patience)) << left;
+        ASSERT_TRUE(thread.WaitForEnd(testTimeout)) << left;
     }
     EXPECT_EQ(std::size(nearlyNoStack), CountInLog("Received exception handler action 2"));
 }
@@ -230,7 +230,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, AStackOverflowIsReportedWithoutALo
         code = handler.Latest().record.ExceptionCode;
         id = GetCurrentThreadId();
     });
-    ASSERT_TRUE(thread.HasEnded(patience));
+    ASSERT_TRUE(thread.WaitForEnd(testTimeout));
     EXPECT_EQ(static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW), code);
     Publish("thread", id);
     ASSERT_TRUE(Await("answered"));

@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <string.h>
 #include <windows.h>
@@ -165,9 +165,9 @@ GARBAGE(LaterEndsTheReceiverAlone)
 
 BRIDGE_SCENARIO(Garbage, ComesFirst)
 {
-    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(AwaitBytes("bytes")));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(patience)) << "The Agent registers all the same.";
+    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout)) << "The Agent registers all the same.";
     Signal("taken");
     EXPECT_TRUE(Await("judged"));
     EXPECT_FALSE(link.IsClosed()) << "The sender goes on.";

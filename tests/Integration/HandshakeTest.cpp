@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -172,12 +172,12 @@ void ExpectThreadsOfProcess(const std::vector<uint32_t>& threads, uint32_t proce
 
 BRIDGE_SCENARIO(Handshake, SendsFourBlobsInOrder)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(SendVersion(link));
-    const Message version = link.Receive(patience);
-    const Message preferences = link.Receive(patience);
-    const Message agentBlob = link.Receive(patience);
-    const Received<RegisterProcessBlob> processBlob(link.Receive(patience));
+    const Message version = link.Receive(testTimeout);
+    const Message preferences = link.Receive(testTimeout);
+    const Message agentBlob = link.Receive(testTimeout);
+    const Received<RegisterProcessBlob> processBlob(link.Receive(testTimeout));
     ASSERT_TRUE(version && preferences && agentBlob && processBlob);
 
     const uint8_t versionBytes[] = {10, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0, '2', '.', '4', '.', '0', 0};

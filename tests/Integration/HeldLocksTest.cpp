@@ -1,5 +1,5 @@
-#include "tests/Harness/Harness.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Integration/IntegrationTest.h"
+#include "tests/Support/TestThread.h"
 
 #include <windows.h>
 
@@ -137,7 +137,7 @@ BRIDGE_SCENARIO(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
     uint32_t count[4] = {};
     for (uint32_t i = 0; i < 4 * 2 * pushCount; ++i)
     {
-        const Message message = link.Receive(patience);
+        const Message message = link.Receive(testTimeout);
         ASSERT_TRUE(message) << "after " << i << " Blobs";
         count[0] += message.Type() == BlobType::SetIntPreferences;
         count[1] += message.Type() == BlobType::SetStringPreferences;
@@ -149,12 +149,12 @@ BRIDGE_SCENARIO(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
         EXPECT_EQ(2 * pushCount, ofEach);
     }
     ASSERT_TRUE(SendReadMemory(link, 4, {source}, 1));
-    const auto read = link.Expect<ReadMemoryResultBlob>(patience);
+    const auto read = link.Expect<ReadMemoryResultBlob>(testTimeout);
     ASSERT_TRUE(read);
     const std::vector<uint8_t> expected = {0x78, 0x56, 0x34, 0x12};
     EXPECT_EQ(expected, read.Data(read->data, 4));
     ASSERT_TRUE(SendCopyMemory(link, 4, {source}, {copy}));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_EQ(expected, host.Read(copy, 4));
     const auto* word = reinterpret_cast<const uint8_t*>(&written);
     ASSERT_TRUE(SendWriteMemory(link, {release}, std::vector<uint8_t>(word, word + sizeof(written))));

@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -121,7 +121,7 @@ BRIDGE_SCENARIO(HostCalls, SendLogMessages)
     };
     for (const std::vector<uint8_t>& blob : expected)
     {
-        EXPECT_EQ(blob, link.Receive(patience).Bytes());
+        EXPECT_EQ(blob, link.Receive(testTimeout).Bytes());
     }
     StayUntilAgentGoes();
 }
@@ -139,7 +139,7 @@ BRIDGE_SCENARIO(HostCalls, SendPreferences)
     };
     for (const std::vector<uint8_t>& blob : expected)
     {
-        EXPECT_EQ(blob, link.Receive(patience).Bytes());
+        EXPECT_EQ(blob, link.Receive(testTimeout).Bytes());
     }
     StayUntilAgentGoes();
 }
@@ -147,7 +147,7 @@ BRIDGE_SCENARIO(HostCalls, SendPreferences)
 BRIDGE_SCENARIO(HostCalls, SendSchedulesOfReloadsAndRestarts)
 {
     ASSERT_TRUE(Connect());
-    const Message message = link.Receive(patience);
+    const Message message = link.Receive(testTimeout);
     ASSERT_TRUE(message);
     EXPECT_EQ(BlobType::ScheduleReload, message.Type());
     EXPECT_EQ(4u, message.PayloadSize());
@@ -160,7 +160,7 @@ BRIDGE_SCENARIO(HostCalls, KeepTheirOrderAmongOneAnotherAndBehindTheHandshake)
     const uint64_t count = AwaitNumber("count");
     for (uint64_t i = 0; i < count; ++i)
     {
-        const Received<SetIntPreferencesBlob> blob(link.Receive(patience));
+        const Received<SetIntPreferencesBlob> blob(link.Receive(testTimeout));
         ASSERT_TRUE(blob);
         ASSERT_EQ(BlobType::SetIntPreferences, blob.Type());
         ASSERT_EQ(i, static_cast<uint64_t>(blob->value));

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,7 +6,7 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/LogOrder.h"
+#include "tests/Support/Integration/LogOrder.h"
 
 namespace
 {

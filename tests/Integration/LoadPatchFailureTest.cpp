@@ -1,11 +1,13 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/Images.h"
+#include "tests/Support/Modules.h"
+#include "tests/Support/TemporaryFolder.h"
+#include "tests/Support/Utf8.h"
 #else
-#include "tests/Harness/PatchBridge.h"
+#include "tests/Support/Integration/PatchBridge.h"
 #endif
 
 // LoadPatchWindows of what can't be loaded.
@@ -92,13 +94,13 @@ FAILING_LOAD_TEST(ReportsAPathWithForeignLetters)
 FAILING_LOAD_TEST(ReportsAFileThatIsNoImage)
 {
     const TemporaryFolder folder(L"broken");
-    ExpectFailure(folder.Write(L"text.dll", std::string(5000, 't')), ERROR_BAD_EXE_FORMAT);
+    ExpectFailure(folder.MakeFile(L"text.dll", std::string(5000, 't')), ERROR_BAD_EXE_FORMAT);
 }
 
 FAILING_LOAD_TEST(ReportsAnImageThatIsCutOff)
 {
     const TemporaryFolder folder(L"broken");
-    ExpectFailure(folder.Write(L"cut.dll", ReadFileText(ImagePath(L"PlainPatch")).substr(0, 0x80)),
+    ExpectFailure(folder.MakeFile(L"cut.dll", ReadFileText(ImagePath(L"PlainPatch")).substr(0, 0x80)),
                   ERROR_BAD_EXE_FORMAT);
 }
 

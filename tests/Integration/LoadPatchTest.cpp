@@ -1,12 +1,14 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/Images.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Modules.h"
+#include "tests/Support/TemporaryFolder.h"
+#include "tests/Support/TestThread.h"
+#include "tests/Support/Utf8.h"
 #else
-#include "tests/Harness/PatchBridge.h"
+#include "tests/Support/Integration/PatchBridge.h"
 #endif
 
 // LoadPatchWindows of images that can be loaded.

@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -84,7 +84,7 @@ protected:
     void Finish()
     {
         EXPECT_TRUE(DebugActiveProcessStop(link.HostProcessId()));
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
         EXPECT_FALSE(link.Receive(0)) << "Log Blobs aren't answered.";
         Signal("checked");
         StayUntilAgentGoes();
@@ -95,7 +95,7 @@ private:
     bool GoOn()
     {
         DEBUG_EVENT event = {};
-        if (!WaitForDebugEvent(&event, patience))
+        if (!WaitForDebugEvent(&event, testTimeout))
         {
             return false;
         }

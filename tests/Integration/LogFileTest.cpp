@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,8 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/DebugOutput.h"
-#include "tests/Harness/ReplacedImport.h"
+#include "tests/Support/DebugOutput.h"
+#include "tests/Support/FakeImport.h"
 
 #include <algorithm>
 #include <ctype.h>
@@ -170,8 +170,7 @@ LOG_FILE(IsMissingWhenItsFolderIs)
     GetTempPathW(MAX_PATH, temporary);
     replacedFolder = temporary + (L"TorvaneTestData_" + std::to_wstring(GetCurrentProcessId()));
     ASSERT_TRUE(CreateDirectoryW(replacedFolder.c_str(), nullptr));
-    const ReplacedImport replaced(Library().Module(), "SHGetKnownFolderPath",
-                                  reinterpret_cast<void*>(&GetFolder));
+    const ReplacedImport replaced(Library().Module(), "SHGetKnownFolderPath", &GetFolder);
     ExpectRunWithoutAFile();
     EXPECT_TRUE(askedForLocalApplicationData);
     EXPECT_TRUE(RemoveDirectoryW(replacedFolder.c_str())) << "The Agent makes nothing there.";

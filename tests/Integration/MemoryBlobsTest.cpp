@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -93,8 +93,8 @@ BRIDGE_SCENARIO(MemoryBlobs, EchoComesBackBehindWhatWasOrderedBefore)
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendReadMemory(link, 4, {AwaitNumber("first")}, 1));
     ASSERT_TRUE(SendEchoRequest(link, 0x0123456789ABCDEF));
-    EXPECT_EQ(BlobType::ReadMemoryResult, link.Receive(patience).Type());
-    EXPECT_EQ(ByteImage(8).U64(0, 0x0123456789ABCDEF).Blob(75), link.Receive(patience).Bytes());
+    EXPECT_EQ(BlobType::ReadMemoryResult, link.Receive(testTimeout).Type());
+    EXPECT_EQ(ByteImage(8).U64(0, 0x0123456789ABCDEF).Blob(75), link.Receive(testTimeout).Bytes());
     StayUntilAgentGoes();
 }
 
@@ -104,7 +104,7 @@ BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
     const std::vector<AddressSlot> addresses = {AwaitNumber("third"), 0, AwaitNumber("first"),
                                                 AwaitNumber("second")};
     ASSERT_TRUE(SendReadMemory(link, 4, addresses, 0xFEDCBA9876543210));
-    auto reply = link.Expect<ReadMemoryResultBlob>(patience);
+    auto reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
     ASSERT_TRUE(reply);
     std::vector<uint8_t> bytes = reply.Bytes();
     ASSERT_EQ(8u + 24u + 16u, bytes.size());
@@ -115,7 +115,7 @@ BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
     EXPECT_EQ(expected.Blob(26), bytes);
 
     ASSERT_TRUE(SendReadMemory(link, 4, {}, 5));
-    reply = link.Expect<ReadMemoryResultBlob>(patience);
+    reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
     EXPECT_EQ(ByteImage(24).U32(8, 16).U64(16, 5).Blob(26), reply.Bytes());
     Signal("read");
     StayUntilAgentGoes();
@@ -127,7 +127,7 @@ BRIDGE_SCENARIO(MemoryBlobs, ReadsMoreThanAPipeBufferHolds)
     const uint64_t size = AwaitNumber("size");
     const AddressSlot address = AwaitNumber("bytes");
     ASSERT_TRUE(SendReadMemory(link, size, {address}, 1));
-    const auto reply = link.Expect<ReadMemoryResultBlob>(patience);
+    const auto reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
     ASSERT_TRUE(reply);
     EXPECT_EQ(size, reply->totalSize);
     const std::vector<uint8_t> expected = host.Read(address, size);
@@ -141,7 +141,7 @@ BRIDGE_SCENARIO(MemoryBlobs, WritesElementsWhereTheyBelong)
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(
         SendWriteMemory(link, {AwaitNumber("first"), AwaitNumber("third")}, {1, 2, 3, 4, 5, 6, 7, 8}));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(link.Receive(0)) << "WriteMemory isn't answered.";
     Signal("written");
     StayUntilAgentGoes();
@@ -153,7 +153,7 @@ BRIDGE_SCENARIO(MemoryBlobs, CopiesElementsInOrder)
     const AddressSlot first = AwaitNumber("first");
     const AddressSlot second = AwaitNumber("second");
     ASSERT_TRUE(SendCopyMemory(link, 4, {first, second}, {second, AwaitNumber("third")}));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("copied");
     StayUntilAgentGoes();
 }

@@ -1,6 +1,6 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/FaultCatcher.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/FaultCatcher.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -220,7 +220,7 @@ protected:
     {
         const uint64_t token = ++lastToken * 0x0100000001000001;
         EXPECT_TRUE(SendReadMemory(link, elementSize, addresses, token));
-        const auto reply = link.Expect<ReadMemoryResultBlob>(patience);
+        const auto reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
         if (!reply)
         {
             ADD_FAILURE() << "No ReadMemoryResult has come.";
@@ -235,7 +235,7 @@ protected:
     /// All has been obeyed, and nothing has been answered.
     void ExpectObeyed()
     {
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
         EXPECT_FALSE(link.Receive(0));
     }
 
@@ -328,7 +328,7 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsNothingOfTheBytesInBetween)
     EXPECT_TRUE(link.Send(blob.Finish()));
     ByteImage expected(24);
     expected.U64(0, 4).U32(8, 16).U64(16, 0xFFFFFFFFFFFFFFFF).Put(24, Pattern(4).data(), 4);
-    EXPECT_EQ(expected.Blob(26), link.Receive(patience).Bytes());
+    EXPECT_EQ(expected.Blob(26), link.Receive(testTimeout).Bytes());
     Finish();
 }
 

@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -7,9 +7,9 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/Images.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Modules.h"
 #include "tests/Support/TestLibraries.h"
+#include "tests/Support/TestThread.h"
 
 #include <functional>
 
@@ -74,14 +74,13 @@ protected:
     {
         const TestThread caller(call);
         EXPECT_TRUE(Await("nearly"));
-        EXPECT_FALSE(caller.HasEnded(testGrace));
+        EXPECT_FALSE(caller.WaitForEnd(quietPeriod));
         Signal("waits");
-        EXPECT_TRUE(caller.HasEnded(patience));
+        EXPECT_TRUE(caller.WaitForEnd(testTimeout));
     }
 
-    static constexpr DWORD testGrace = 50;
     const wchar_t* three[3] = {L"TvnSmall.dll", L"TvnLarge.dll", L"TvnMiddle.dll"};
-    Torvane::TestLibraries libraries;
+    TestLibraries libraries;
 };
 
 /// The path by which the OS knows an open file.
@@ -143,7 +142,7 @@ MODULE_HOST(WaitsAlsoForModulesThatTheFilterRefuses)
 MODULE_HOST(PassesOverFilesThatCannotBeReadAndWaitsForThem)
 {
     LoadThree();
-    ASSERT_TRUE(libraries.TakeAway("TvnLarge.dll"));
+    ASSERT_TRUE(libraries.Rename("TvnLarge.dll"));
     const HANDLE lock = libraries.Lock("TvnSmall.dll");
     ASSERT_NE(INVALID_HANDLE_VALUE, lock);
     TvnDefaultAgent& agent = Connect();
@@ -162,7 +161,7 @@ MODULE_HOST(SendsAnEmptyListIfNoFileCanBeRead)
     LoadThree();
     for (const char* name : {"TvnLarge.dll", "TvnSmall.dll", "TvnMiddle.dll"})
     {
-        ASSERT_TRUE(libraries.TakeAway(name));
+        ASSERT_TRUE(libraries.Rename(name));
     }
     TvnDefaultAgent& agent = Connect();
     ExpectToWaitForLast([&] { agent.TvnEnableModules(three, 3, ExactlyTheseModules, nullptr, nullptr); });
@@ -266,7 +265,7 @@ MODULE_HOST(DisablesWhatIsLoadedInTheOrderOfTheCall)
         PublishText(name, FinalPath(libraries.PathOf(name)));
         Publish(std::string(name) + " base", GetModuleHandleA(name));
     }
-    ASSERT_TRUE(libraries.TakeAway("TvnLarge.dll"));
+    ASSERT_TRUE(libraries.Rename("TvnLarge.dll"));
     TvnDefaultAgent& agent = Connect();
     agent.TvnDisableModules(three, 3, ExactlyTheseModules, nullptr, nullptr);
     const std::string gone = Narrow(libraries.PathOf("TvnLarge.dll"));
@@ -347,7 +346,7 @@ protected:
     template<typename Record>
     Received<Record> ExpectModules(const FileNames& names)
     {
-        const auto blob = link.Expect<Record>(patience);
+        const auto blob = link.Expect<Record>(testTimeout);
         EXPECT_TRUE(blob);
         if (blob)
         {
@@ -372,7 +371,7 @@ protected:
     {
         ASSERT_TRUE(blob);
         SendDecrementLatch(link, blob->latch, count - 1);
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
         Signal("nearly");
         ASSERT_TRUE(Await("waits"));
         SendDecrementLatch(link, blob->latch);
@@ -428,7 +427,7 @@ std::vector<uint8_t> ExecutableBytes(const std::vector<uint8_t>& file)
 MODULE_BRIDGE(SendsWhatTheBrokerHasToKnowAndWaitsForIt)
 {
     ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<EnableModulesBlob>(patience);
+    const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(blob);
     const std::wstring path = AwaitText("path");
     const AddressSlot base = AwaitNumber("base");
@@ -478,7 +477,7 @@ MODULE_BRIDGE(PassesOverFilesThatCannotBeReadAndWaitsForThem)
 MODULE_BRIDGE(SendsAnEmptyListIfNoFileCanBeRead)
 {
     ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<EnableModulesBlob>(patience);
+    const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(blob);
     ByteImage expected(56);
     for (size_t field = 0; field < 48; field += 8)
@@ -494,7 +493,7 @@ MODULE_BRIDGE(SendsAnEmptyListIfNoFileCanBeRead)
 MODULE_BRIDGE(SendsNothingIfNothingIsLeft)
 {
     ASSERT_TRUE(Connect());
-    const Message message = link.Receive(patience);
+    const Message message = link.Receive(testTimeout);
     ASSERT_TRUE(message);
     EXPECT_EQ("LogNarrow", BlobName(message.Type()));
     StayUntilAgentGoes();
@@ -517,7 +516,7 @@ MODULE_BRIDGE(TakesAllFormsOfTheCall)
 MODULE_BRIDGE(DisablesWhatIsLoadedInTheOrderOfTheCall)
 {
     ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<DisableModulesBlob>(patience);
+    const auto blob = link.Expect<DisableModulesBlob>(testTimeout);
     ASSERT_TRUE(blob);
     std::vector<uint8_t> modules;
     std::vector<uint8_t> executables;

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -12,8 +12,8 @@ constexpr uint32_t rounds = 10;
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/TestThread.h"
 #include "tests/Support/TestLibraries.h"
+#include "tests/Support/TestThread.h"
 
 #include <memory>
 
@@ -39,8 +39,7 @@ protected:
         return "Enabling module " + std::string(path.begin(), path.end());
     }
 
-    static constexpr DWORD testGrace = 50;
-    Torvane::TestLibraries libraries;
+    TestLibraries libraries;
 };
 } // namespace
 
@@ -51,12 +50,12 @@ WAITING_HOST(LastUntilTheBridgeHasConnectedAndAnswered)
     StartDefaultAgent();
     const TestThread caller([this] { Enable(); });
     EXPECT_TRUE(WaitForLog(EnablingLine()));
-    EXPECT_FALSE(caller.HasEnded(testGrace));
+    EXPECT_FALSE(caller.WaitForEnd(quietPeriod));
     Signal("called");
     EXPECT_TRUE(Await("received"));
-    EXPECT_FALSE(caller.HasEnded(testGrace));
+    EXPECT_FALSE(caller.WaitForEnd(quietPeriod));
     Signal("waits");
-    EXPECT_TRUE(caller.HasEnded(patience));
+    EXPECT_TRUE(caller.WaitForEnd(testTimeout));
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
 }
 
@@ -66,11 +65,11 @@ WAITING_HOST(EndIfThereIsNoBridge)
     StartDefaultAgent();
     {
         const TestThread caller([this] { Enable(); });
-        EXPECT_TRUE(caller.HasEnded(patience));
+        EXPECT_TRUE(caller.WaitForEnd(testTimeout));
     }
     EXPECT_EQ(ConnectionFailed, WaitForConnection());
     const TestThread late([this] { Enable(); });
-    EXPECT_TRUE(late.HasEnded(patience));
+    EXPECT_TRUE(late.WaitForEnd(testTimeout));
     EXPECT_EQ(2u, CountInLog(EnablingLine()));
 }
 
@@ -82,15 +81,15 @@ WAITING_HOST(EndWithTheLink)
         const TestThread first([this] { Enable(); });
         const TestThread second([this] { Enable(); });
         EXPECT_TRUE(Await("received"));
-        EXPECT_FALSE(first.HasEnded(testGrace));
-        EXPECT_FALSE(second.HasEnded(testGrace));
+        EXPECT_FALSE(first.WaitForEnd(quietPeriod));
+        EXPECT_FALSE(second.WaitForEnd(quietPeriod));
         Signal("waits");
-        EXPECT_TRUE(first.HasEnded(patience));
-        EXPECT_TRUE(second.HasEnded(patience));
+        EXPECT_TRUE(first.WaitForEnd(testTimeout));
+        EXPECT_TRUE(second.WaitForEnd(testTimeout));
     }
     // And from now on there is nothing to wait for.
     const TestThread late([this] { Enable(); });
-    EXPECT_TRUE(late.HasEnded(patience));
+    EXPECT_TRUE(late.WaitForEnd(testTimeout));
     EXPECT_EQ(3u, CountInLog(EnablingLine()));
 }
 
@@ -104,9 +103,9 @@ WAITING_HOST(AreNotMovedByStaleAcknowledgements)
         Enable(); // its latch lies where the first one lay
     });
     EXPECT_TRUE(Await("received"));
-    EXPECT_FALSE(caller.HasEnded(testGrace));
+    EXPECT_FALSE(caller.WaitForEnd(quietPeriod));
     Signal("waits");
-    EXPECT_TRUE(caller.HasEnded(patience));
+    EXPECT_TRUE(caller.WaitForEnd(testTimeout));
     ExpectNoErrorsInLog();
 }
 
@@ -133,7 +132,7 @@ WAITING_HOST(OfManyThreadsEndOneByOne)
     }
     for (const auto& thread : threads)
     {
-        EXPECT_TRUE(thread->HasEnded(patience));
+        EXPECT_TRUE(thread->WaitForEnd(testTimeout));
     }
     EXPECT_EQ(threadCount * rounds, CountInLog("API TvnEnableModuleANSI"));
     ExpectNoErrorsInLog();
@@ -150,7 +149,7 @@ WAITING_BRIDGE(LastUntilTheBridgeHasConnectedAndAnswered)
 {
     ASSERT_TRUE(Await("called"));
     ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<EnableModulesBlob>(patience);
+    const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(blob);
     Signal("received");
     ASSERT_TRUE(Await("waits"));
@@ -161,8 +160,8 @@ WAITING_BRIDGE(LastUntilTheBridgeHasConnectedAndAnswered)
 WAITING_BRIDGE(EndWithTheLink)
 {
     ASSERT_TRUE(Connect());
-    EXPECT_TRUE(link.Expect<EnableModulesBlob>(patience));
-    EXPECT_TRUE(link.Expect<EnableModulesBlob>(patience));
+    EXPECT_TRUE(link.Expect<EnableModulesBlob>(testTimeout));
+    EXPECT_TRUE(link.Expect<EnableModulesBlob>(testTimeout));
     Signal("received");
     ASSERT_TRUE(Await("waits"));
     Die();
@@ -171,18 +170,18 @@ WAITING_BRIDGE(EndWithTheLink)
 WAITING_BRIDGE(AreNotMovedByStaleAcknowledgements)
 {
     ASSERT_TRUE(Connect());
-    const auto first = link.Expect<EnableModulesBlob>(patience);
+    const auto first = link.Expect<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(first);
     SendDecrementLatch(link, first->latch, 10);
     SendDecrementLatch(link, 0, 10);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("stale");
-    const auto second = link.Expect<EnableModulesBlob>(patience);
+    const auto second = link.Expect<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(second);
     EXPECT_EQ(first->latch, second->latch);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("received");
     ASSERT_TRUE(Await("waits"));
     SendDecrementLatch(link, second->latch);
@@ -199,7 +198,7 @@ WAITING_BRIDGE(OfManyThreadsEndOneByOne)
         std::set<uint32_t> sizes;
         for (uint32_t i = 0; i < threadCount; ++i)
         {
-            const auto blob = link.Expect<EnableModulesBlob>(patience);
+            const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
             ASSERT_EQ(1u, ModulesOf(blob).size());
             latches.push_back(blob->latch);
             sizes.insert(ModulesOf(blob).front().imageSize);

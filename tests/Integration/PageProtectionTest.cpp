@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -199,7 +199,7 @@ protected:
     void Set(const std::vector<WirePageRange>& ranges)
     {
         ASSERT_TRUE(SendSetPageProtection(link, ranges));
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
         EXPECT_FALSE(link.Receive(0)) << "SetPageProtectionWindows isn't answered.";
     }
 
@@ -294,7 +294,7 @@ PROTECTION_BRIDGE(OpensAPageOfCodeWhichIsRunOnceItIsFlushed)
     ASSERT_TRUE(SendWriteMemory(link, {code + 1}, {43}));
     ASSERT_TRUE(SendSetPageProtection(link, {Pages(code, 0, 1, PAGE_EXECUTE_READ)}));
     ASSERT_TRUE(SendFlushInstructionCache(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(link.Receive(0)) << "None of these is answered.";
     Finish("patched");
 }
@@ -305,7 +305,7 @@ PROTECTION_BRIDGE(FlushingReadsNothingOfItsBlob)
     const std::vector<uint8_t> payload(1000, 0xFF);
     ASSERT_TRUE(SendFlushInstructionCache(link));
     ASSERT_TRUE(link.Send(MakeBlob(BlobType::FlushInstructionCache, payload.data(), payload.size())));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(link.Receive(0));
     Finish("flushed");
 }

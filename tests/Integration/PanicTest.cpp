@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,7 +6,7 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/ReplacedImport.h"
+#include "tests/Support/FakeImport.h"
 
 namespace
 {
@@ -55,10 +55,10 @@ protected:
     {
         UseScenario("DefaultBridge");
         void* const module = Library().Module();
-        const ReplacedImport event(module, "CreateEventW", reinterpret_cast<void*>(&RefuseEvent));
-        const ReplacedImport output(module, "OutputDebugStringA", reinterpret_cast<void*>(&TakeText));
+        const ReplacedImport event(module, "CreateEventW", &RefuseEvent);
+        const ReplacedImport output(module, "OutputDebugStringA", &TakeText);
         const ReplacedImport presence(module, "IsDebuggerPresent",
-                                      reinterpret_cast<void*>(debugged ? &SayDebugged : &IsDebuggerPresent));
+                                      debugged ? &SayDebugged : &IsDebuggerPresent);
         void* const handler = AddVectoredExceptionHandler(1, &TakeBreak);
         eventsUntilRefusal = 7;
         const TvnLogFilter filter = {levels};

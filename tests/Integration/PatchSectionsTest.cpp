@@ -1,13 +1,15 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <algorithm>
 
 #include <windows.h>
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/Images.h"
+#include "tests/Support/Modules.h"
+#include "tests/Support/TemporaryFolder.h"
+#include "tests/Support/Utf8.h"
 #else
-#include "tests/Harness/PatchBridge.h"
+#include "tests/Support/Integration/PatchBridge.h"
 #endif
 
 // What LoadPatchWindows does to the sections of the loaded image.

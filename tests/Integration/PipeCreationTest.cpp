@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,7 +6,7 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/MessageBoxWatcher.h"
+#include "tests/Support/MessageBoxWatcher.h"
 
 namespace
 {
@@ -96,7 +96,7 @@ PIPE_CREATION(LeavesAShutdownThatWaitsForGood)
     StartInVain();
     const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
     EXPECT_TRUE(WaitForLog("Shutting down agent-bridge communication"));
-    EXPECT_FALSE(shutdown->HasEnded(longerLook));
+    EXPECT_FALSE(shutdown->WaitForEnd(longerLook));
     EXPECT_EQ("Shutting down agent-bridge communication", ReadLog().back().message);
 }
 

@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <algorithm>
 #include <windows.h>
@@ -144,35 +144,35 @@ std::vector<size_t> FindBlobs(const Bytes& bytes)
 
 BRIDGE_SCENARIO(PipeMessages, CanHoldAllBlobsTogether)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(VersionAndOrders(AwaitNumber("numbers"))));
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(PipeMessages, CanHoldOneByteEach)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 1);
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(PipeMessages, CanEndAnywhereInABlob)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     // No multiple of a Blob's size, so that the ends move through header and payload.
     SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 61);
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(PipeMessages, CanSplitHeaderAndPayload)
 {
-    ASSERT_TRUE(link.Connect(patience));
+    ASSERT_TRUE(link.Connect(testTimeout));
     const Bytes bytes = VersionAndOrders(AwaitNumber("numbers"));
     const std::vector<size_t> begins = FindBlobs(bytes);
     for (size_t i = 0; i + 1 < begins.size(); ++i)
@@ -182,14 +182,14 @@ BRIDGE_SCENARIO(PipeMessages, CanSplitHeaderAndPayload)
         ASSERT_TRUE(link.Send(Bytes(begin, begin + 8)));
         ASSERT_TRUE(link.Send(Bytes(begin + 8, end)));
     }
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(PipeMessages, CanBeEmptyInBetween)
 {
-    ASSERT_TRUE(link.ConnectAgentPipe(patience));
+    ASSERT_TRUE(link.ConnectAgentPipe(testTimeout));
     RawPipe bridgePipe(bridgePipePrefix, link.HostProcessId());
     ASSERT_TRUE(bridgePipe);
     const Bytes bytes = VersionAndOrders(AwaitNumber("numbers"));
@@ -201,7 +201,7 @@ BRIDGE_SCENARIO(PipeMessages, CanBeEmptyInBetween)
                                            bytes.begin() + static_cast<ptrdiff_t>(end))));
     }
     EXPECT_TRUE(bridgePipe.Write(BlobWriter<EchoRequestBlob>().Finish()));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
@@ -215,7 +215,7 @@ BRIDGE_SCENARIO(PipeMessages, CanBeLongerThanThePipesBuffer)
         data[i] = static_cast<uint8_t>(i * 7);
     }
     EXPECT_TRUE(SendWriteMemory(link, {AwaitNumber("block")}, data));
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("obeyed");
     StayUntilAgentGoes();
 }
@@ -224,7 +224,7 @@ BRIDGE_SCENARIO(PipeMessages, OfTheAgentHoldOneBlobEach)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     EXPECT_TRUE(Await("pushed"));
     for (int i = 0; i < 8; ++i)

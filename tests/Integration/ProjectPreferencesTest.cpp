@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,8 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/FaultCatcher.h"
-#include "tests/Harness/PreferenceTest.h"
+#include "tests/Support/FaultCatcher.h"
+#include "tests/Support/Integration/PreferenceTest.h"
 
 namespace
 {

@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <stdio.h>
 #include <string>
@@ -12,9 +12,9 @@
 // program does: EveryKnownCodeIsReported raises them.
 
 #if TORVANE_HOST_HALF
-#include "tests/Integration/Faults.h"
+#include "tests/Support/Integration/ExceptionHost.h"
 #else
-#include "tests/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionDialog.h"
 #endif
 
 namespace

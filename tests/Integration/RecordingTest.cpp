@@ -1,5 +1,4 @@
-#include "tests/Harness/Harness.h"
-#include "tests/Harness/Utf8.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <string>
 #include <vector>
@@ -66,7 +65,7 @@ BlobsRun RunBlobs(const std::wstring& arguments)
     EXPECT_TRUE(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                                &startup, &process))
         << "blobs.exe is missing: build the preset windows-x64 first.";
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process.hProcess, patience));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process.hProcess, testTimeout));
     GetExitCodeProcess(process.hProcess, &run.exitCode);
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
@@ -197,15 +196,15 @@ BRIDGE_SCENARIO(Recording, HoldsAMemoryExchangeAndAReload)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendReadMemory(link, 4, {AwaitNumber("number")}, 0xFEDCBA9876543210));
-    ASSERT_TRUE(link.Expect<ReadMemoryResultBlob>(patience));
+    ASSERT_TRUE(link.Expect<ReadMemoryResultBlob>(testTimeout));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(link.Expect<ReloadBlob>(patience));
+    ASSERT_TRUE(link.Expect<ReloadBlob>(testTimeout));
     PatchCommand order;
     order.path = L"C:\\no such patch.dll";
     ASSERT_TRUE(SendLoadPatch(link, order));
-    ASSERT_TRUE(link.Expect<LogBlob>(patience, BlobType::LogNarrow));
+    ASSERT_TRUE(link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("exchanged");
     StayUntilAgentGoes();
 }

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -99,7 +99,7 @@ class RefusedBlobBridge : public BridgeTest
         // Nobody reads these any more.
         link.Send(MakeBlob(BlobType::Synchronize, nullptr, 0));
         SendEchoRequest(link, 1);
-        const auto message = link.Expect<LogBlob>(patience, BlobType::LogNarrow);
+        const auto message = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
         ASSERT_TRUE(message);
         EXPECT_EQ("The other direction goes on.", message.AnsiString(message->text));
         EXPECT_FALSE(link.Receive(0)) << "The echo isn't answered.";

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -53,7 +53,7 @@ bool ComesToPass(const std::string& step)
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/Images.h"
+#include "tests/Support/Modules.h"
 
 namespace
 {
@@ -227,7 +227,7 @@ class DyingBridge : public BridgeTest
     {
         if (ComesToPass(step))
         {
-            EXPECT_TRUE(link.ReceiveOneOf({type}, patience)) << step;
+            EXPECT_TRUE(link.ReceiveOneOf({type}, testTimeout)) << step;
         }
     }
 };
@@ -246,7 +246,7 @@ BRIDGE_SCENARIO(ReloadDeath, LeavesAPatchToBeHandedOver)
 {
     EXPECT_TRUE(Connect());
     EXPECT_TRUE(SendRequestReload(link));
-    EXPECT_TRUE(WaitUntilExecuted(link, patience));
+    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     EXPECT_TRUE(Await("accepted"));
     PatchCommand patch;

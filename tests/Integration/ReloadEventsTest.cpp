@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,9 +6,9 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/HandleTrace.h"
-#include "tests/Harness/Images.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Integration/HandleTrace.h"
+#include "tests/Support/Modules.h"
+#include "tests/Support/TestThread.h"
 
 namespace
 {
@@ -163,7 +163,7 @@ RELOAD_EVENTS(OfAPatchThatWaitsAreClearedByASecondRequest)
     agent.TvnReload(NoWait);
     EXPECT_EQ((Counts{2, 2, 1, 0, 2, 0}), Signals());
     const TestThread look([] { Sleep(longerLook); });
-    EXPECT_TRUE(look.HasEnded(patience));
+    EXPECT_TRUE(look.WaitForEnd(testTimeout));
     EXPECT_FALSE(IsPatchThere());
     EXPECT_EQ(0u, CountInLog("Processing Blob::Synchronize"));
 }
@@ -184,14 +184,14 @@ BRIDGE_SCENARIO(ReloadEvents, OfBothRoads)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
-    EXPECT_TRUE(link.ReceiveOneOf({BlobType::Reload}, patience));
+    EXPECT_TRUE(link.ReceiveOneOf({BlobType::Reload}, testTimeout));
     ASSERT_TRUE(LoadPublishedPatch(link, AwaitText("patch")));
-    EXPECT_TRUE(link.Expect<PatchLoadedBlob>(patience));
+    EXPECT_TRUE(link.Expect<PatchLoadedBlob>(testTimeout));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("finished");
     StayUntilAgentGoes();
 }
@@ -200,7 +200,7 @@ BRIDGE_SCENARIO(ReloadEvents, OfAPatchThatWaitsAreClearedByASecondRequest)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(SendRequestReload(link));

@@ -1,6 +1,6 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
+#include "tests/Support/TestThread.h"
 
 #include <windows.h>
 
@@ -110,7 +110,7 @@ HOST_TEST(Reload, WithoutARequestAWaitLastsUntilAReloadIsFinished)
     EXPECT_TRUE(WaitForLog("API TvnReload"));
     EXPECT_FALSE(thread.HasEnded());
     Signal("waiting");
-    EXPECT_TRUE(thread.HasEnded(patience));
+    EXPECT_TRUE(thread.WaitForEnd(testTimeout));
     agent.TvnReload(WaitUntilFinished); // that of before is still finished
     Signal("returned");
 }
@@ -204,7 +204,7 @@ HOST_TEST(Reload, ASecondRequestClearsWhatTheFirstHasLeft)
     ASSERT_TRUE(Await("second granted"));
     EXPECT_FALSE(thread.HasEnded()) << "The end of the first reload doesn't count for the second.";
     Signal("waiting");
-    EXPECT_TRUE(thread.HasEnded(patience));
+    EXPECT_TRUE(thread.WaitForEnd(testTimeout));
 }
 
 HOST_TEST(Reload, TheNextPollAcceptsARequestThatCameDuringAReload)
@@ -262,7 +262,7 @@ protected:
     /// Whether a `Reload` of the host's comes, with nothing but the process id in it.
     bool IsGranted()
     {
-        const Message reload = link.ReceiveOneOf({BlobType::Reload}, patience);
+        const Message reload = link.ReceiveOneOf({BlobType::Reload}, testTimeout);
         EXPECT_EQ(ByteImage(4).U32(0, link.HostProcessId()).Blob(43), reload.Bytes());
         return static_cast<bool>(reload);
     }
@@ -270,7 +270,7 @@ protected:
     /// Whether none has come for all that the host has called so far.
     bool IsNotGranted()
     {
-        return WaitUntilExecuted(link, patience) && !link.ReceiveOneOf({BlobType::Reload}, 0);
+        return WaitUntilExecuted(link, testTimeout) && !link.ReceiveOneOf({BlobType::Reload}, 0);
     }
 
     bool Load(const wchar_t* path, bool watchdog = false)
@@ -283,7 +283,7 @@ protected:
 
     bool IsPatchLoaded(const wchar_t* path)
     {
-        const auto loaded = link.Expect<PatchLoadedBlob>(patience);
+        const auto loaded = link.Expect<PatchLoadedBlob>(testTimeout);
         return loaded && loaded.Utf16String(loaded->patchPath) == path;
     }
 
@@ -302,7 +302,7 @@ RELOAD_BRIDGE(DefaultAgentAgreesAtOnce)
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("reloaded");
     StayUntilAgentGoes();
 }
@@ -313,7 +313,7 @@ RELOAD_BRIDGE(DefaultAgentSignalsNoEvent)
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     ASSERT_TRUE(Await("polled"));
     EXPECT_TRUE(IsNotGranted());
@@ -332,13 +332,13 @@ RELOAD_BRIDGE(DefaultAgentLoadsWithoutAHost)
 RELOAD_BRIDGE(AHostAsksForOne)
 {
     ASSERT_TRUE(Connect());
-    const Message schedule = link.ReceiveOneOf({BlobType::ScheduleReload}, patience);
+    const Message schedule = link.ReceiveOneOf({BlobType::ScheduleReload}, testTimeout);
     ASSERT_TRUE(schedule);
     EXPECT_EQ(4u, schedule.PayloadSize());
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("reloaded");
     StayUntilAgentGoes();
 }
@@ -354,7 +354,7 @@ RELOAD_BRIDGE(BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(Load(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
@@ -400,7 +400,7 @@ RELOAD_BRIDGE(AfterACycleBeforeCompileEachFurtherCallSendsAgainUntilACycleBefore
     EXPECT_TRUE(IsGranted() && IsGranted() && IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested again");
     ASSERT_TRUE(Await("sent once"));
     EXPECT_TRUE(IsGranted());
@@ -424,7 +424,7 @@ RELOAD_BRIDGE(BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
     ASSERT_TRUE(Await("seen"));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(secondPatch));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
@@ -436,7 +436,7 @@ RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
@@ -452,7 +452,7 @@ RELOAD_BRIDGE(APatchForHeldThreadsIsNotHandedOver)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch, true));
@@ -473,7 +473,7 @@ RELOAD_BRIDGE(ASecondRequestClearsWhatTheFirstHasLeft)
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("first finished, second requested");
     EXPECT_TRUE(IsGranted());
     Signal("second granted");
@@ -487,13 +487,13 @@ RELOAD_BRIDGE(TheNextPollAcceptsARequestThatCameDuringAReload)
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested twice");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("granted, requested a third time");
     ASSERT_TRUE(Await("accepted again"));
     EXPECT_TRUE(IsGranted());
@@ -515,7 +515,7 @@ RELOAD_BRIDGE(AHostThatStopsPollingStopsTheAgent)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch));
@@ -523,7 +523,7 @@ RELOAD_BRIDGE(AHostThatStopsPollingStopsTheAgent)
     ASSERT_TRUE(SendEchoRequest(link, 1));
     Signal("everything sent");
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
     StayUntilAgentGoes();
 }
 

@@ -1,11 +1,12 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/Images.h"
+#include "tests/Support/Modules.h"
+#include "tests/Support/Utf8.h"
 #else
-#include "tests/Harness/PatchBridge.h"
+#include "tests/Support/Integration/PatchBridge.h"
 #endif
 
 // Address space that LoadPatchWindows gives up for the load, and takes again if there was none.
@@ -246,8 +247,8 @@ protected:
         order.path = AwaitText(image);
         order.reservations = reservations;
         EXPECT_TRUE(SendLoadPatch(link, order));
-        const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, patience);
-        EXPECT_TRUE(WaitUntilExecuted(link, patience));
+        const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
+        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
         return answer && answer.Type() == BlobType::PatchLoaded;
     }
 };

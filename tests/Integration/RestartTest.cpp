@@ -1,7 +1,7 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 #if TORVANE_HOST_HALF
-#include "tests/Harness/RestartHost.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Integration/RestartHost.h"
+#include "tests/Support/TestThread.h"
 #endif
 
 #include <stdlib.h>
@@ -275,7 +275,7 @@ RESTART_HOST(WithoutAMeaningfulBehaviourReturnsAfterTheAnswer)
     {
         TestThread caller([&] { agent.TvnRestart(noSuchBehaviour, exitCode); });
         EXPECT_TRUE(Await("asked"));
-        EXPECT_FALSE(caller.HasEnded(100)) << "It returned before the answer.";
+        EXPECT_FALSE(caller.WaitForEnd(100)) << "It returned before the answer.";
         Signal("still waiting");
     }
     // A second restart is as good as the first.
@@ -292,7 +292,7 @@ RESTART_HOST(WaitsForeverWhenTheLinkIsLost)
         const uint64_t event = AwaitNumber("event");
         EXPECT_TRUE(WaitForBridge());
         EXPECT_TRUE(WaitForLog("Thread 'Torvane receiver' exited with result 8"));
-        EXPECT_FALSE(caller.HasEnded(500));
+        EXPECT_FALSE(caller.WaitForEnd(500));
         SetEvent(reinterpret_cast<HANDLE>(static_cast<uintptr_t>(event)));
     }
 }
@@ -341,7 +341,7 @@ protected:
     void Restart(bool compare)
     {
         ASSERT_TRUE(SendRequestRestart(link));
-        const auto restart = link.Expect<RestartBlob>(patience);
+        const auto restart = link.Expect<RestartBlob>(testTimeout);
         ASSERT_TRUE(restart);
         if (compare)
         {
@@ -367,7 +367,7 @@ RESTART_BRIDGE(IsScheduledForThisProcessOrForAll)
     const uint32_t expected[] = {host.Id(), 0, 0};
     for (const uint32_t processId : expected)
     {
-        const auto schedule = link.Expect<ScheduleRestartBlob>(patience);
+        const auto schedule = link.Expect<ScheduleRestartBlob>(testTimeout);
         ASSERT_TRUE(schedule);
         EXPECT_EQ(sizeof(ScheduleRestartBlob), schedule.PayloadSize());
         EXPECT_EQ(processId, schedule->processId);
@@ -384,7 +384,7 @@ RESTART_BRIDGE(IsWantedOncePerRequest)
     ASSERT_TRUE(Await("wanted"));
     ASSERT_TRUE(SendRequestRestart(link));
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested twice");
     StayUntilAgentGoes();
 }
@@ -393,7 +393,7 @@ RESTART_BRIDGE(RequestThatNobodyPollsChangesNothing)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("requested");
     StayUntilAgentGoes();
 }
@@ -412,7 +412,7 @@ RESTART_BRIDGE(HandsOverAnEnvironmentOf30Kilobytes)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestRestart(link));
-    const auto restart = link.Expect<RestartBlob>(patience);
+    const auto restart = link.Expect<RestartBlob>(testTimeout);
     ASSERT_TRUE(restart);
     EXPECT_LT(30000u, restart->environmentSize);
     ExpectProcess(restart);
@@ -451,12 +451,12 @@ RESTART_BRIDGE(OfADefaultAgentTerminatesTheProcessOnAThreadOfItsOwn)
 RESTART_BRIDGE(WithoutAMeaningfulBehaviourReturnsAfterTheAnswer)
 {
     ASSERT_TRUE(Connect());
-    const auto first = link.Expect<RestartBlob>(patience);
+    const auto first = link.Expect<RestartBlob>(testTimeout);
     ASSERT_TRUE(first);
     Signal("asked");
     ASSERT_TRUE(Await("still waiting"));
     ASSERT_TRUE(SendExitProcessForHotRestart(link, first->event));
-    const auto second = link.Expect<RestartBlob>(patience);
+    const auto second = link.Expect<RestartBlob>(testTimeout);
     ASSERT_TRUE(second);
     ASSERT_TRUE(SendExitProcessForHotRestart(link, second->event));
     StayUntilAgentGoes();
@@ -465,7 +465,7 @@ RESTART_BRIDGE(WithoutAMeaningfulBehaviourReturnsAfterTheAnswer)
 RESTART_BRIDGE(WaitsForeverWhenTheLinkIsLost)
 {
     ASSERT_TRUE(Connect());
-    const auto restart = link.Expect<RestartBlob>(patience);
+    const auto restart = link.Expect<RestartBlob>(testTimeout);
     ASSERT_TRUE(restart);
     Publish("event", restart->event);
 }

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <iterator>
 #include <stdio.h>
@@ -14,9 +14,9 @@
 // faults. Around them stands the base, which is where most tests go on, and which looks at the state there.
 
 #if TORVANE_HOST_HALF
-#include "tests/Integration/Faults.h"
+#include "tests/Support/Integration/ExceptionHost.h"
 #else
-#include "tests/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionDialog.h"
 #endif
 
 namespace

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,7 +6,7 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/TestThread.h"
 
 namespace
 {
@@ -199,7 +199,7 @@ SENDER_FAILURE(DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
     ExpectReceiverEnd(8);
     EXPECT_FALSE(shutdown.HasEnded()) << "What is in the pipe has to be read first.";
     Signal("shutting down");
-    EXPECT_TRUE(shutdown.HasEnded(patience));
+    EXPECT_TRUE(shutdown.WaitForEnd(testTimeout));
     LeaveAgentRunning(); // it has been shut down
     ExpectSenderEnd(0);
     ExpectErrorLines({});
@@ -224,7 +224,7 @@ BRIDGE_SCENARIO(SenderFailure, EndsWith3AtTheVersion)
     ASSERT_TRUE(agentPipe);
     EXPECT_TRUE(Await("first pipe connected"));
     agentPipe.Close();
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     EXPECT_TRUE(Await("sender ended"));
     Die();
@@ -234,7 +234,7 @@ BRIDGE_SCENARIO(SenderFailure, DiesWhileTheSenderWrites)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     EXPECT_TRUE(agentPipe.WaitForBytes(AwaitNumber("blocked")));
     Die();
@@ -244,7 +244,7 @@ BRIDGE_SCENARIO(SenderFailure, EndsWith7InTheMiddleOfAQueuedBlob)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     TakeHandshake(agentPipe);
     EXPECT_TRUE(Await("pushed"));
@@ -257,7 +257,7 @@ BRIDGE_SCENARIO(SenderFailure, TakesSomeBlobsAndDies)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     const uint64_t count = AwaitNumber("count");
     for (uint64_t i = 0; i < count; ++i)
     {
@@ -271,7 +271,7 @@ BRIDGE_SCENARIO(SenderFailure, IsSilentWhenShutdownCancelsTheWrite)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     TakeHandshake(agentPipe);
     EXPECT_TRUE(agentPipe.WaitForBytes(0x40000));
@@ -289,7 +289,7 @@ BRIDGE_SCENARIO(SenderFailure, DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(patience));
+    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     TakeHandshake(agentPipe);
     EXPECT_TRUE(agentPipe.WaitForBytes(8 + 8 + sizeof("read late")));

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,8 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/StartupGate.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Integration/StartupGate.h"
+#include "tests/Support/TestThread.h"
 
 namespace
 {
@@ -22,41 +22,37 @@ public:
         : agent(usedAgent)
         , preference(usedPreference)
         , count(pushes)
-        , thread(CreateThread(nullptr, 0, &Run, this, 0, nullptr))
     {
     }
 
-    Producer(const Producer&) = delete;
-    Producer& operator=(const Producer&) = delete;
-
-    /// How many pushes have come through.
+    /// How many pushes have returned.
     long Done() const
     {
         return done;
     }
 
-    bool HasEnded(DWORD milliseconds = patience) const
+    bool WaitForEnd(uint32_t milliseconds = testTimeout) const
     {
-        return WaitForSingleObject(thread, milliseconds) == WAIT_OBJECT_0;
+        return thread.WaitForEnd(milliseconds);
     }
 
 private:
-    static DWORD WINAPI Run(void* context)
+    void Push()
     {
-        Producer& self = *static_cast<Producer*>(context);
-        for (long i = 0; i < self.count; ++i)
+        for (long i = 0; i < count; ++i)
         {
-            self.agent.TvnSetIntPreferences(self.preference, i);
-            InterlockedIncrement(&self.done);
+            agent.TvnSetIntPreferences(preference, i);
+            InterlockedIncrement(&done);
         }
-        return 0;
     }
 
     const TvnDefaultAgent& agent;
     uint32_t preference;
     long count;
     volatile long done = 0;
-    HANDLE thread;
+    TestThread thread{[this] {
+        Push();
+    }};
 };
 
 class SendingQueueTest : public LinkTest
@@ -68,7 +64,7 @@ protected:
         EXPECT_TRUE(WaitUntil([&] { return producer.Done() == capacity; }));
         EXPECT_TRUE(
             WaitUntil([&] { return CountInLog("API TvnSetIntPreferences") == size_t(capacity) + 1; }));
-        EXPECT_FALSE(producer.HasEnded(longerLook)) << "There is no room for this one.";
+        EXPECT_FALSE(producer.WaitForEnd(longerLook)) << "There is no room for this one.";
         EXPECT_EQ(capacity, producer.Done());
     }
 
@@ -95,7 +91,7 @@ SENDING_QUEUE(TakesAllThatItHoldsBeforeTheBridgeConnectsAndNotOneMore)
     EXPECT_EQ(0u, CountInLog("Spawned bridge process"));
     gate.Open();
     ExpectStatus(ConnectionSucceeded);
-    EXPECT_TRUE(producer.HasEnded());
+    EXPECT_TRUE(producer.WaitForEnd());
     EXPECT_EQ(capacity + 1, producer.Done());
     EXPECT_TRUE(Await("all taken"));
     ExpectErrorLines({});
@@ -110,7 +106,7 @@ SENDING_QUEUE(BlocksWhileTheBridgeDoesNotRead)
     const Producer producer(started, 1, capacity + 1);
     ExpectBlocked(producer);
     Signal("full");
-    EXPECT_TRUE(producer.HasEnded());
+    EXPECT_TRUE(producer.WaitForEnd());
     EXPECT_EQ(capacity + 1, producer.Done());
     EXPECT_TRUE(Await("all taken"));
     Shutdown();
@@ -125,7 +121,7 @@ SENDING_QUEUE(KeepsTheOrderOfEachOfManyThreads)
         {started, 0, pushes}, {started, 1, pushes}, {started, 2, pushes}, {started, 3, pushes}};
     for (const Producer& producer : producers)
     {
-        EXPECT_TRUE(producer.HasEnded());
+        EXPECT_TRUE(producer.WaitForEnd());
     }
     EXPECT_TRUE(Await("all taken"));
     ExpectErrorLines({});
@@ -134,8 +130,8 @@ SENDING_QUEUE(KeepsTheOrderOfEachOfManyThreads)
 SENDING_QUEUE(TakesAllThatItHoldsWithoutAConsumerAndBlocksForGood)
 {
     StartWithoutABridge();
-    const Producer producer(*agent, 1, capacity + 1);
-    ExpectBlocked(producer);
+    const auto* const producer = new Producer(*agent, 1, capacity + 1); // never ends
+    ExpectBlocked(*producer);
     LeaveAgentRunning(); // it has no room for the stop mark
 }
 
@@ -143,7 +139,7 @@ SENDING_QUEUE(HasRoomForTheStopMarkWhenAllButOneAreTaken)
 {
     StartWithoutABridge();
     const Producer producer(*agent, 1, capacity - 1);
-    EXPECT_TRUE(producer.HasEnded());
+    EXPECT_TRUE(producer.WaitForEnd());
     Shutdown();
     ExpectSenderEnd(3);
 }
@@ -152,11 +148,11 @@ SENDING_QUEUE(HoldsUpAShutdownWhenItIsFullAndHasNoConsumer)
 {
     StartWithoutABridge();
     const Producer producer(*agent, 1, capacity);
-    EXPECT_TRUE(producer.HasEnded());
+    EXPECT_TRUE(producer.WaitForEnd());
     const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
     LeaveAgentRunning();                                                              // half shut down
     ExpectSenderEnd(3);
-    EXPECT_FALSE(shutdown->HasEnded(longerLook));
+    EXPECT_FALSE(shutdown->WaitForEnd(longerLook));
     EXPECT_EQ("Thread 'Torvane sender' exited with result 3", ReadLog().back().message)
         << "What follows the sender's end doesn't happen.";
 }
@@ -170,7 +166,7 @@ void ExpectNumbers(Link& link, int32_t count)
 {
     for (int32_t i = 0; i < count; ++i)
     {
-        const Received<SetIntPreferencesBlob> blob(link.Receive(patience));
+        const Received<SetIntPreferencesBlob> blob(link.Receive(testTimeout));
         ASSERT_TRUE(blob);
         ASSERT_EQ(BlobType::SetIntPreferences, blob.Type());
         ASSERT_EQ(1u, blob->preference);
@@ -191,7 +187,7 @@ BRIDGE_SCENARIO(SendingQueue, BlocksWhileTheBridgeDoesNotRead)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
-    ASSERT_TRUE(link.ConnectBridgePipe(patience));
+    ASSERT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     for (int i = 0; i < 4; ++i)
     {
@@ -217,7 +213,7 @@ BRIDGE_SCENARIO(SendingQueue, KeepsTheOrderOfEachOfManyThreads)
     int32_t next[4] = {};
     for (int i = 0; i < 4 * 3000; ++i)
     {
-        const Received<SetIntPreferencesBlob> blob(link.Receive(patience));
+        const Received<SetIntPreferencesBlob> blob(link.Receive(testTimeout));
         ASSERT_TRUE(blob);
         ASSERT_EQ(BlobType::SetIntPreferences, blob.Type());
         ASSERT_GT(4u, blob->preference);

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,8 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/StartupGate.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Integration/StartupGate.h"
+#include "tests/Support/TestThread.h"
 
 namespace
 {
@@ -31,10 +31,10 @@ protected:
         const TestThread shutdown([this] { Library().TvnShutdown(); });
         LeaveAgentRunning(); // the thread shuts it down
         EXPECT_TRUE(WaitForLog("Shutting down agent-bridge communication"));
-        EXPECT_FALSE(shutdown.HasEnded(longerLook));
+        EXPECT_FALSE(shutdown.WaitForEnd(longerLook));
         EXPECT_EQ("Shutting down agent-bridge communication", LastMessageOfShutdown());
         gate.Open();
-        EXPECT_TRUE(shutdown.HasEnded(patience));
+        EXPECT_TRUE(shutdown.WaitForEnd(testTimeout));
         EXPECT_EQ("Shutting down default allocators for memory system", ReadLog().back().message);
     }
 
@@ -159,7 +159,7 @@ BRIDGE_SCENARIO(Shutdown, WaitsForTheTimeoutOfPipesThatNobodyConnects)
 BRIDGE_SCENARIO(Shutdown, LeavesTheBridgeAlone)
 {
     EXPECT_TRUE(Connect());
-    EXPECT_TRUE(link.WaitUntilClosed(patience));
+    EXPECT_TRUE(link.WaitUntilClosed(testTimeout));
     EXPECT_TRUE(Await("shut down"));
     Signal("still alive");
 }

@@ -1,5 +1,5 @@
-#include "tests/Harness/ByteImage.h"
-#include "tests/Harness/Harness.h"
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -72,7 +72,7 @@ BRIDGE_SCENARIO(SmallBlobs, IgnoresLatchesThatNobodyWaitsFor)
     {
         ASSERT_TRUE(SendDecrementLatch(link, latch));
     }
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(link.Receive(0));
     Signal("checked");
     StayUntilAgentGoes();
@@ -84,7 +84,7 @@ BRIDGE_SCENARIO(SmallBlobs, SynchronizeIsAnsweredByNothingButALogLine)
     const std::vector<uint8_t> payload(100, 0xFF);
     ASSERT_TRUE(SendSynchronize(link));
     ASSERT_TRUE(link.Send(MakeBlob(BlobType::Synchronize, payload.data(), payload.size())));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(link.Receive(0));
     Signal("checked");
     StayUntilAgentGoes();
@@ -105,7 +105,7 @@ BRIDGE_SCENARIO(SmallBlobs, EchoesEachTokenInOrder)
     }
     for (const uint64_t token : tokens)
     {
-        ASSERT_EQ(ByteImage(8).U64(0, token).Blob(75), link.Receive(patience).Bytes());
+        ASSERT_EQ(ByteImage(8).U64(0, token).Blob(75), link.Receive(testTimeout).Bytes());
     }
     EXPECT_FALSE(link.Receive(0));
     Signal("checked");
@@ -127,7 +127,7 @@ BRIDGE_SCENARIO(SmallBlobs, TellsOfEachBlobInTheOrderSent)
     ASSERT_TRUE(SendLogWide(link, L""));
     ASSERT_TRUE(SendUnloadPatch(link, 0));
     ASSERT_TRUE(SendSynchronize(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("checked");
     StayUntilAgentGoes();
 }

@@ -1,4 +1,4 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
@@ -6,8 +6,7 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Harness/ReplacedImport.h"
-#include "tests/Harness/StartupGate.h"
+#include "tests/Support/Integration/StartupGate.h"
 
 namespace
 {
@@ -82,18 +81,11 @@ FARPROC WINAPI GetRefusingProcAddress(HMODULE module, const char* name)
 class StartupFailureTest : public LinkTest
 {
 protected:
-    /// The function in place of one that the Agent imports, as long as the test runs.
-    template<typename Function>
-    void Replace(const char* name, Function* function)
-    {
-        static const ReplacedImport replaced(Library().Module(), name, reinterpret_cast<void*>(function));
-    }
-
     /// Starts an Agent that doesn't get the `number`th event, counted from 1.
     void StartWithoutEvent(long number, const char* name, const char* panicWord)
     {
         callsUntilRefusal = number;
-        Replace("CreateEventW", RefuseEvent);
+        ReplaceImport("CreateEventW", RefuseEvent);
         UseScenario("DefaultBridge");
         StartWatchedAgent();
         ExpectPanic(std::string("CreateEventW(") + name + ") failed.", panicWord);
@@ -208,7 +200,7 @@ STARTUP_FAILURE(OfTheEventSenderConnectedLeavesAnAgentThatOnlyReceives)
 STARTUP_FAILURE(OfTheQueuesFirstSemaphoreLeavesAnAgentThatSendsNothingOfItsHost)
 {
     callsUntilRefusal = 1;
-    Replace("CreateSemaphoreW", RefuseSemaphore);
+    ReplaceImport("CreateSemaphoreW", RefuseSemaphore);
     UseScenario("DefaultBridge");
     TvnDefaultAgent& agent = StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
@@ -224,7 +216,7 @@ STARTUP_FAILURE(OfTheQueuesFirstSemaphoreLeavesAnAgentThatSendsNothingOfItsHost)
 STARTUP_FAILURE(OfTheQueuesSecondSemaphoreEndsTheSender)
 {
     callsUntilRefusal = 2;
-    Replace("CreateSemaphoreW", RefuseSemaphore);
+    ReplaceImport("CreateSemaphoreW", RefuseSemaphore);
     UseScenario("DefaultBridge");
     TvnDefaultAgent& agent = StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
@@ -241,7 +233,7 @@ STARTUP_FAILURE(OfTheMutexOfTheSharedMemoryIsNotTheEnd)
 {
     const std::string identifier = std::to_string(GetCurrentProcessId());
     callsUntilRefusal = 1;
-    Replace("CreateMutexW", RefuseMutex);
+    ReplaceImport("CreateMutexW", RefuseMutex);
     UseScenario("DefaultBridge");
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
@@ -257,7 +249,7 @@ STARTUP_FAILURE(OfTheHeartbeatThreadIsNotTheEnd)
     beginThread = reinterpret_cast<BeginThread>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ucrtbase.dll"), "_beginthreadex")));
     ASSERT_NE(nullptr, beginThread);
-    Replace("_beginthreadex", RefuseThread);
+    ReplaceImport("_beginthreadex", RefuseThread);
     UseScenario("DefaultBridge");
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
@@ -270,7 +262,7 @@ STARTUP_FAILURE(OfTheHeartbeatThreadIsNotTheEnd)
 STARTUP_FAILURE(ToOpenTheWaitingThreadMakesItWaitWithoutATimeout)
 {
     UseOwnAgentFolder();
-    Replace("OpenThread", RefuseToOpenThread);
+    ReplaceImport("OpenThread", RefuseToOpenThread);
     StartWatchedAgent();
     EXPECT_TRUE(WaitUntil([&] { return HasFailedToOpenAThread(); }));
     EXPECT_TRUE(WaitForLog("Thread 'Torvane connect named pipe' exited with result 0"));
@@ -283,7 +275,7 @@ STARTUP_FAILURE(ToOpenTheWaitingThreadMakesItWaitWithoutATimeout)
 
 STARTUP_FAILURE(OfTheOSVersionIsToldAndLeavesZeros)
 {
-    Replace("GetProcAddress", GetRefusingProcAddress);
+    ReplaceImport("GetProcAddress", GetRefusingProcAddress);
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     ExpectLogOrder({"Initializing system", "Call to function RtlGetVersion failed. Error: 0xC0000123",
@@ -293,7 +285,7 @@ STARTUP_FAILURE(OfTheOSVersionIsToldAndLeavesZeros)
 
 STARTUP_FAILURE(ToOpenTheExecutableEndsTheReceiverWith12)
 {
-    Replace("CreateFileW", RefuseExecutable);
+    ReplaceImport("CreateFileW", RefuseExecutable);
     StartWatchedAgent();
     ExpectStatus(ConnectionFailed);
     ExpectReceiverEnd(12);
@@ -329,7 +321,7 @@ BRIDGE_SCENARIO(StartupFailure, OfTheOSVersionIsToldAndLeavesZeros)
 
 BRIDGE_SCENARIO(StartupFailure, ToOpenTheExecutableEndsTheReceiverWith12)
 {
-    EXPECT_TRUE(link.Connect(patience));
+    EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(Await("failed"));
     EXPECT_FALSE(link.Receive(0)) << "Nothing is sent on a connection that has failed.";
 }

@@ -1,7 +1,6 @@
-#include "tests/Harness/Harness.h"
-#include "tests/Harness/Imports.h"
-#include "tests/Harness/TestThread.h"
-#include "tests/Integration/LostSuspension.h"
+#include "tests/Support/Integration/IntegrationTest.h"
+#include "tests/Support/Integration/LostSuspension.h"
+#include "tests/Support/TestThread.h"
 
 #include <windows.h>
 
@@ -65,18 +64,8 @@ protected:
     /// Puts the gate between the Agent and a function that it imports.
     void PutGateBefore(const char* import)
     {
-        void** place = FindImport(Library().Module(), import);
-        ASSERT_NE(nullptr, place) << import;
-        behindTheGate = *place;
-        ReplaceImport(place, reinterpret_cast<void*>(&Gate));
+        behindTheGate = reinterpret_cast<void*>(ReplaceImport(import, &Gate));
         Publish("gate", reinterpret_cast<const void*>(&Gate));
-    }
-
-    static std::wstring OwnPath()
-    {
-        wchar_t path[MAX_PATH] = {};
-        GetModuleFileNameW(nullptr, path, MAX_PATH);
-        return path;
     }
 
     /// Threads that do something again and again until the Bridge half has set `stop`.
@@ -93,6 +82,10 @@ protected:
             }));
         }
         Publish("thread", uint64_t(threads.front()->Id()));
+        for (const auto& thread : threads)
+        {
+            thread->WaitForEnd(INFINITE); // within the time limit of the test
+        }
     }
 };
 } // namespace
@@ -181,7 +174,7 @@ HELD_HOST(AThreadInTheConnectionCallback)
 HELD_HOST(AThreadInTheWaitForEnabledModules)
 {
     TvnDefaultAgent& agent = Start();
-    const std::wstring executable = OwnPath();
+    const std::wstring executable = ProgramPath();
     RunUntilStopped(1, [&] {
         words.inside = 1;
         agent.TvnEnableModule(executable.c_str(), ExactlyTheseModules, nullptr, nullptr);
@@ -195,7 +188,7 @@ HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
 {
     SetTimeLimit(600);
     TvnDefaultAgent& agent = Start();
-    const std::wstring executable = OwnPath();
+    const std::wstring executable = ProgramPath();
     static volatile LONG next;
     RunUntilStopped(20, [&] {
         const LONG number = InterlockedIncrement(&next);
@@ -340,7 +333,7 @@ protected:
     {
         ASSERT_TRUE(OrderLoad());
         const Received<PatchLoadedBlob> loaded(
-            ReceiveWhileSuspended(link, *threads, {BlobType::PatchLoaded}, patience));
+            ReceiveWhileSuspended(link, *threads, {BlobType::PatchLoaded}, testTimeout));
         ASSERT_TRUE(loaded);
         // The watchdog may have asked for them, and they may have come into the Agent again
         threads->Suspend();
@@ -354,15 +347,15 @@ protected:
         ASSERT_TRUE(SendFlushInstructionCache(link));
         ASSERT_TRUE(SendReadMemory(link, sizeof(number), {place}, number));
         const Received<ReadMemoryResultBlob> read(
-            ReceiveWhileSuspended(link, *threads, {BlobType::ReadMemoryResult}, patience));
+            ReceiveWhileSuspended(link, *threads, {BlobType::ReadMemoryResult}, testTimeout));
         ASSERT_TRUE(read);
         EXPECT_EQ(number, read->token);
         EXPECT_EQ(expected, read.Data(read->data, sizeof(number)));
-        ASSERT_TRUE(WaitUntilExecutedWhileSuspended(link, *threads, patience));
+        ASSERT_TRUE(WaitUntilExecutedWhileSuspended(link, *threads, testTimeout));
         threads->Resume();
         ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
         ASSERT_TRUE(SendFinishAfterHotReload(link));
-        ASSERT_TRUE(WaitUntilExecuted(link, patience));
+        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     }
 
     void AcknowledgeModules()
@@ -402,14 +395,15 @@ HELD_BRIDGE(AThreadInTheProcessHeapBehindTheLoad)
     ASSERT_TRUE(Prepare());
     HoldInside();
     ASSERT_TRUE(OrderLoad());
-    ASSERT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, patience)) << "The loader needs the heap.";
+    ASSERT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout))
+        << "The loader needs the heap.";
     threads->Resume();
-    ASSERT_TRUE(link.ReceiveOneOf({BlobType::SuspendHeldThreads}, patience));
+    ASSERT_TRUE(link.ReceiveOneOf({BlobType::SuspendHeldThreads}, testTimeout));
     HoldInside();
     // Without care: what is left to do behind the load needs the heap as well, and nobody watches that.
     const bool hasCome = static_cast<bool>(link.ReceiveOneOf({BlobType::PatchLoaded}, 2000));
     threads->Resume();
-    EXPECT_TRUE(hasCome || link.ReceiveOneOf({BlobType::PatchLoaded}, patience));
+    EXPECT_TRUE(hasCome || link.ReceiveOneOf({BlobType::PatchLoaded}, testTimeout));
     End();
 }
 
@@ -427,7 +421,7 @@ HELD_BRIDGE(AThreadInALogCall)
     HoldInGate();
     // Without care: a log call owns nothing.
     ASSERT_TRUE(SendReadMemory(link, 4, {words}, 1));
-    EXPECT_TRUE(link.Expect<ReadMemoryResultBlob>(patience));
+    EXPECT_TRUE(link.Expect<ReadMemoryResultBlob>(testTimeout));
     Reload(1);
     End();
 }
@@ -440,13 +434,13 @@ HELD_BRIDGE(AThreadInAPush)
     ASSERT_TRUE(SendEchoRequest(link, 1));
     EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
     threads->Resume();
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
 
     // With care.
     HoldInGate();
     EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
     Reload(2);
     End();
 }
@@ -459,13 +453,13 @@ HELD_BRIDGE(AThreadInAnAllocation)
     ASSERT_TRUE(SendEchoRequest(link, 1));
     EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
     threads->Resume();
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
 
     // With care.
     HoldInGate();
     EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
     Reload(2);
     End();
 }
@@ -476,7 +470,7 @@ HELD_BRIDGE(AThreadInTheConnectionCallback)
     HoldInside();
     // Without care: the Agent owns nothing while it calls back.
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
     Reload(1);
     End();
 }
@@ -484,17 +478,17 @@ HELD_BRIDGE(AThreadInTheConnectionCallback)
 HELD_BRIDGE(AThreadInTheWaitForEnabledModules)
 {
     ASSERT_TRUE(Prepare());
-    const auto enabled = link.Expect<EnableModulesBlob>(patience);
+    const auto enabled = link.Expect<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(enabled);
     threads->Suspend();
     EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
     // Without care: a waiting thread owns nothing, and its answer is taken in while it is held.
     ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(patience));
+    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
     Reload(1);
     // The next call of the thread that has been let go shows that it came through.
-    const auto next = link.Expect<EnableModulesBlob>(patience);
+    const auto next = link.Expect<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(next);
     Stop();
     ASSERT_TRUE(SendDecrementLatch(link, next->latch));
@@ -506,7 +500,7 @@ HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
     ASSERT_TRUE(Prepare());
     {
         // What waits for the Agent in a reload takes less than that.
-        LostSuspension lostSuspension(host.Id(), 5 * patience);
+        LostSuspension lostSuspension(host.Id(), 5 * testTimeout);
         for (uint32_t number = 1; number <= 100 && !HasFatalFailure(); ++number)
         {
             lostSuspension.NoteProgress();

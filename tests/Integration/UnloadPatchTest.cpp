@@ -1,11 +1,11 @@
-#include "tests/Harness/Harness.h"
+#include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
 
 #if TORVANE_HOST_HALF
-#include "tests/Harness/Images.h"
+#include "tests/Support/Modules.h"
 #else
-#include "tests/Harness/PatchBridge.h"
+#include "tests/Support/Integration/PatchBridge.h"
 #endif
 
 // UnloadPatch.
@@ -72,7 +72,7 @@ UNLOAD_PATCH_BRIDGE(FreesThePatch)
     Publish("base", loaded->base);
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base | 0x1234567800000000));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(link.Receive(0)) << "UnloadPatch isn't answered.";
     Finish("unloaded");
 }
@@ -85,11 +85,11 @@ UNLOAD_PATCH_BRIDGE(FreesOneLoadOfSeveral)
     ASSERT_TRUE(loaded);
     Publish("base", loaded->base);
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Signal("unloaded once");
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     Finish("unloaded");
 }
 
@@ -103,7 +103,7 @@ UNLOAD_PATCH_BRIDGE(SaysNothingOfWhatIsNoModule)
     {
         ASSERT_TRUE(SendUnloadPatch(link, base));
     }
-    ASSERT_TRUE(WaitUntilExecuted(link, patience));
+    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
     EXPECT_FALSE(link.Receive(0));
     Finish("unloaded");
 }

@@ -1,5 +1,5 @@
-#include "tests/Harness/Harness.h"
-#include "tests/Harness/TestThread.h"
+#include "tests/Support/Integration/IntegrationTest.h"
+#include "tests/Support/TestThread.h"
 
 #include <windows.h>
 
@@ -183,7 +183,7 @@ protected:
                 break;
             }
         }
-        EXPECT_TRUE(WaitUntilExecuted(link, patience));
+        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
         return outcome;
     }
 
@@ -229,9 +229,9 @@ protected:
         order.watchdog = true;
         ASSERT_TRUE(SendLoadPatch(link, order));
         EXPECT_EQ(ByteCount(BlobType::ResumeHeldThreads), 12u);
-        EXPECT_TRUE(link.ReceiveOneOf({answer}, patience));
+        EXPECT_TRUE(link.ReceiveOneOf({answer}, testTimeout));
         EXPECT_EQ(ByteCount(BlobType::SuspendHeldThreads), 12u);
-        EXPECT_TRUE(WaitUntilExecuted(link, patience));
+        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
         EXPECT_FALSE(link.Receive(0)) << "That is all.";
         Signal("checked");
         StayUntilAgentGoes();
@@ -242,13 +242,13 @@ private:
     {
         return link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow, BlobType::ResumeHeldThreads,
                                   BlobType::SuspendHeldThreads},
-                                 patience);
+                                 testTimeout);
     }
 
     /// Size of the next Blob of that type, its header included. 0 if none comes.
     size_t ByteCount(BlobType type)
     {
-        return link.ReceiveOneOf({type}, patience).Bytes().size();
+        return link.ReceiveOneOf({type}, testTimeout).Bytes().size();
     }
 };
 } // namespace
@@ -330,7 +330,7 @@ WATCHDOG_BRIDGE(ShutdownWakesItWhileItWaitsForAHangingLoad)
     order.path = AwaitText("path");
     order.watchdog = true;
     ASSERT_TRUE(SendLoadPatch(link, order));
-    EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, patience));
+    EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout));
     StayUntilAgentGoes();
 }
 
@@ -344,7 +344,7 @@ WATCHDOG_BRIDGE(HeartbeatGoesOnUntilShutdown)
     const uint64_t begin = uint64_t(before.dwHighDateTime) << 32 | before.dwLowDateTime;
     uint64_t beats = 0;
     uint64_t last = 0;
-    for (const double end = link.Now() + patience / 1000.0; beats < 20 && link.Now() < end; Sleep(1))
+    for (const double end = link.Now() + testTimeout / 1000.0; beats < 20 && link.Now() < end; Sleep(1))
     {
         const uint64_t beat = heartbeat.LastBeat();
         EXPECT_GE(beat, last);

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 constexpr uint32_t agentQueueCapacity = 4096;
 using AgentQueue = FixedSizeQueue<Allocation, agentQueueCapacity>;
@@ -82,4 +82,4 @@ protected:
     RecordedLog log;
     AgentQueue* queue = AgentQueue::Create();
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 /// The parts of an image file; `Build` puts them where the format wants them.
 struct ImageBuilder
@@ -119,4 +119,4 @@ private:
         }
     }
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

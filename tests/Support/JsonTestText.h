@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 class RandomJson
 {
@@ -261,4 +261,4 @@ private:
 
     std::mt19937 random;
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

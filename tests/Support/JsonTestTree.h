@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 /// A copy in a block of its exact size, for the sanitizers to see every byte that is read behind it.
 class ExactCopy
@@ -287,4 +287,4 @@ inline std::string WriteTree(const JsonTree& tree)
     }
     return text;
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,26 +1,20 @@
 #pragma once
 
 /// \file
-/// A file that a test's log goes to. Tests only.
+/// A file that a test's log is written to; one thread.
 
-#include <string>
+#include "tests/Support/TemporaryFile.h"
 
-#include <gtest/gtest.h>
-#include <windows.h>
-
-namespace Torvane
+namespace Torvane::Testing
 {
-/// A new file in the folder of temporary files, gone when its life ends.
+/// A temporary file that is open for writing.
 class LogFile
 {
 public:
     LogFile()
+        : handle(CreateFileW(file.GetPath(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
+                             FILE_ATTRIBUTE_NORMAL, nullptr))
     {
-        wchar_t folder[MAX_PATH];
-        GetTempPathW(MAX_PATH, folder);
-        GetTempFileNameW(folder, L"tvn", 0, path);
-        handle = CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS,
-                             FILE_ATTRIBUTE_NORMAL, nullptr);
         EXPECT_NE(handle, INVALID_HANDLE_VALUE);
     }
 
@@ -30,7 +24,6 @@ public:
         {
             CloseHandle(handle);
         }
-        DeleteFileW(path);
     }
 
     LogFile(const LogFile&) = delete;
@@ -41,35 +34,27 @@ public:
         return handle;
     }
 
-    /// Leaves the open handle to another, who closes it.
-    HANDLE Give()
+    /// \return the open handle, which the caller closes.
+    HANDLE Release()
     {
-        const HANDLE given = handle;
+        const HANDLE released = handle;
         handle = INVALID_HANDLE_VALUE;
-        return given;
+        return released;
     }
 
     const wchar_t* GetPath() const
     {
-        return path;
+        return file.GetPath();
     }
 
     /// \return all bytes of the file, which may still be open.
     std::string Read() const
     {
-        const HANDLE reader = CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-        EXPECT_NE(reader, INVALID_HANDLE_VALUE);
-        std::string bytes(GetFileSize(reader, nullptr), '\0');
-        DWORD count = 0;
-        EXPECT_TRUE(ReadFile(reader, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr));
-        EXPECT_EQ(count, bytes.size());
-        CloseHandle(reader);
-        return bytes;
+        return ReadWholeFile(file.GetPath());
     }
 
 private:
-    wchar_t path[MAX_PATH] = {};
+    TemporaryFile file;
     HANDLE handle;
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

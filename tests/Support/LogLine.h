@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 /// \param format begins with the level's tag; the filled line has at most 1023 bytes.
 template<typename... Arguments>
@@ -17,4 +17,4 @@ std::string LogLine(FormatOf<Arguments...> format, Arguments... arguments)
     line.Format(format, arguments...);
     return line.text;
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

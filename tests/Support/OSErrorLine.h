@@ -8,7 +8,7 @@
 
 #include <string>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 /// \param tag the tag of the level in the log file.
 inline std::string OSErrorLine(DWORD code, const char* tag = "DBG")
@@ -17,4 +17,4 @@ inline std::string OSErrorLine(DWORD code, const char* tag = "DBG")
     text.Format("%hs Error: %u, 0x%X: %hs", tag, code, code, OSErrorText(code).Get());
     return text.text;
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -11,7 +11,7 @@
 #include <stdint.h>
 #include <windows.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 constexpr uint32_t testPageSize = 4096;
 
@@ -68,7 +68,7 @@ private:
 };
 
 /// Counts the queries of memory, and answers them as the test says.
-struct QueryDouble
+struct FakeQuery
 {
     static inline uint32_t calls = 0;
     static inline uint32_t firstFailure =
@@ -108,10 +108,10 @@ protected:
     {
         StartupMemorySystem();
         StartupWindowsInternalAPI();
-        QueryDouble::calls = 0;
-        QueryDouble::firstFailure = 0;
-        QueryDouble::protection = 0;
-        QueryDouble::real = GetWindowsInternalAPI();
+        FakeQuery::calls = 0;
+        FakeQuery::firstFailure = 0;
+        FakeQuery::protection = 0;
+        FakeQuery::real = GetWindowsInternalAPI();
         log.Clear();
     }
 
@@ -123,4 +123,4 @@ protected:
     TestInternalAPI internalAPI;
     RecordedLog log;
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,26 +1,43 @@
 #pragma once
 
 /// \file
-/// A log that keeps its lines, for tests. Any thread may write to it; its lines are read when the test has waited for
-/// those that do.
+/// A logger that records what is logged. Any thread may log to it; its records are read when the test has waited for
+/// those threads.
 
 #include "Shared/Foundation/Logger.h"
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <stdint.h>
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
-/// Takes the place of the current logger as long as it lives.
-class RecordedLog final : private Logger
+/// One call of a logger's operation.
+struct LogCall
+{
+    std::string level; ///< the level's tag in the log file, as in "DBG"
+    const char* channel;
+    int32_t number; ///< of `Info`; 0 otherwise
+    const char* text;
+    std::string bytes; ///< the text, by its length
+    uint32_t length;
+    std::string file;
+    int32_t line;
+    uint32_t separateText;
+};
+
+/// Is the current logger as long as it lives.
+class RecordedLog final : public Logger
 {
 public:
-    RecordedLog()
+    /// \param afterEachCall is called at the end of each call of the logger.
+    explicit RecordedLog(std::function<void()> afterEachCall = [] {})
         : before(GetCurrentLogger())
+        , afterCall(std::move(afterEachCall))
     {
         SetCurrentLogger(this);
     }
@@ -33,7 +50,13 @@ public:
     RecordedLog(const RecordedLog&) = delete;
     RecordedLog& operator=(const RecordedLog&) = delete;
 
-    /// \return all lines so far: the level's tag in the log file, a blank, the text.
+    /// \return every call so far, with all its arguments.
+    const std::vector<LogCall>& GetCalls() const
+    {
+        return calls;
+    }
+
+    /// \return the level's tag and the text of each call so far, with a blank between them.
     const std::vector<std::string>& GetLines() const
     {
         return lines;
@@ -47,51 +70,63 @@ public:
 
     void Clear()
     {
+        calls.clear();
         lines.clear();
     }
 
-private:
-    void Debug(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t) override
+    void Debug(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
+               uint32_t separateText) override
     {
-        Keep("DBG ", text, length);
+        Record("DBG", channel, 0, text, length, file, line, separateText);
     }
-    void Success(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t) override
+    void Success(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
+                 uint32_t separateText) override
     {
-        Keep("SCS ", text, length);
+        Record("SCS", channel, 0, text, length, file, line, separateText);
     }
-    void Info(const char*, int32_t, const char* text, uint32_t length, const char*, int32_t,
-              uint32_t) override
+    void Info(const char* channel, int32_t number, const char* text, uint32_t length, const char* file,
+              int32_t line, uint32_t separateText) override
     {
-        Keep("INF ", text, length);
+        Record("INF", channel, number, text, length, file, line, separateText);
     }
-    void Warning(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t) override
+    void Warning(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
+                 uint32_t separateText) override
     {
-        Keep("WRN ", text, length);
+        Record("WRN", channel, 0, text, length, file, line, separateText);
     }
-    void Error(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t) override
+    void Error(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
+               uint32_t separateText) override
     {
-        Keep("ERR ", text, length);
+        Record("ERR", channel, 0, text, length, file, line, separateText);
     }
-    void Panic(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t) override
+    void Panic(const char* channel, const char* text, uint32_t length, const char* file, int32_t line,
+               uint32_t separateText) override
     {
-        Keep("PNC ", text, length);
+        Record("PNC", channel, 0, text, length, file, line, separateText);
     }
     void Reserved() override
     {
+        Record("Reserved", nullptr, 0, "", 0, "", 0, 0);
     }
 
-    void Keep(const char* tag, const char* text, uint32_t length)
+private:
+    void Record(const char* level, const char* channel, int32_t number, const char* text, uint32_t length,
+                const char* file, int32_t line, uint32_t separateText)
     {
-        std::string line = tag + std::string(text, length);
+        const std::string bytes(text, length);
         while (busy.test_and_set(std::memory_order_acquire))
         {
         }
-        lines.push_back(std::move(line));
+        calls.push_back({level, channel, number, text, bytes, length, file, line, separateText});
+        lines.push_back(std::string(level) + " " + bytes);
         busy.clear(std::memory_order_release);
+        afterCall();
     }
 
     Logger* before;
+    std::function<void()> afterCall;
     std::atomic_flag busy = ATOMIC_FLAG_INIT;
+    std::vector<LogCall> calls;
     std::vector<std::string> lines;
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 /// One exception with the texts that stand in the log.
 struct TestException
@@ -64,4 +64,4 @@ constexpr TestException testExceptions[] = {
     {0xC0000194, "EXCEPTION_POSSIBLE_DEADLOCK",
      "Wait operation on a critical section timed out, possible deadlock"},
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -5,7 +5,7 @@
 
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
 
-namespace Torvane
+namespace Torvane::Testing
 {
 /// Restores the table's entries at the end of its life.
 class TestInternalAPI
@@ -32,4 +32,4 @@ public:
 private:
     WindowsInternalAPI before;
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,21 +1,18 @@
 #pragma once
 
 /// \file
-/// Libraries that import each other in whatever way a test wants; one thread.
+/// Libraries that import each other as a test specifies; one thread.
+
+#include "tests/Support/Files.h"
 
 #include <stdint.h>
 #include <string.h>
-
-#include <string>
-#include <utility>
 #include <vector>
 
-#include <windows.h>
-
-namespace Torvane
+namespace Torvane::Testing
 {
 /// What a library imports: a function of a module. Every library here exports "Value".
-struct TestImportOf
+struct LibraryImport
 {
     const char* module;
     const char* function = "Value";
@@ -23,7 +20,7 @@ struct TestImportOf
 
 /// Lays out the file of a library without code, which the loader takes.
 inline std::vector<uint8_t> BuildTestLibrary(const std::string& name,
-                                             const std::vector<TestImportOf>& imports,
+                                             const std::vector<LibraryImport>& imports,
                                              uint32_t imageSize = 0x3000)
 {
     constexpr uint32_t headersSize = 0x400;
@@ -105,16 +102,14 @@ inline std::vector<uint8_t> BuildTestLibrary(const std::string& name,
     return file;
 }
 
-/// A folder of this process's own with such libraries. At the end they are freed, and the folder is gone.
+/// A folder of this process's own with such libraries. At the end they are freed, and the folder is removed.
 class TestLibraries
 {
 public:
     explicit TestLibraries(const std::wstring& folderName = L"libraries")
     {
-        wchar_t temporary[MAX_PATH] = {};
         wchar_t longForm[MAX_PATH] = {};
-        GetTempPathW(MAX_PATH, temporary);
-        GetLongPathNameW(temporary, longForm, MAX_PATH);
+        GetLongPathNameW(TemporaryFilesFolder().c_str(), longForm, MAX_PATH);
         folder = longForm + std::to_wstring(GetCurrentProcessId()) + L" " + folderName;
         CreateDirectoryW(folder.c_str(), nullptr);
     }
@@ -126,11 +121,7 @@ public:
             FreeLibrary(loaded.back());
             loaded.pop_back();
         }
-        for (const std::wstring& file : files)
-        {
-            DeleteFileW(file.c_str());
-        }
-        RemoveDirectoryW(folder.c_str());
+        RemoveFolder(folder);
     }
 
     TestLibraries(const TestLibraries&) = delete;
@@ -142,17 +133,11 @@ public:
     }
 
     /// \return whether the file was written.
-    bool Write(const std::string& name, const std::vector<TestImportOf>& imports = {},
-               uint32_t imageSize = 0x3000)
+    bool Write(const std::string& name, const std::vector<LibraryImport>& imports = {},
+               uint32_t imageSize = 0x3000) const
     {
         const std::vector<uint8_t> bytes = BuildTestLibrary(name, imports, imageSize);
-        const std::wstring path = PathOf(name);
-        files.push_back(path);
-        const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-        DWORD written = 0;
-        WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-        CloseHandle(file);
-        return written == bytes.size();
+        return WriteWholeFile(PathOf(name), bytes.data(), bytes.size());
     }
 
     /// Loads a library, and what it imports out of the same folder, until the end.
@@ -166,11 +151,10 @@ public:
         return module;
     }
 
-    /// Takes a file away from its place, which the OS allows for one that is loaded as well.
-    bool TakeAway(const std::string& name)
+    /// Renames a file, which the OS allows for one that is loaded as well.
+    bool Rename(const std::string& name) const
     {
-        files.push_back(PathOf(name) + L".gone");
-        return MoveFileW(PathOf(name).c_str(), files.back().c_str());
+        return MoveFileW(PathOf(name).c_str(), (PathOf(name) + L".renamed").c_str());
     }
 
     /// Opens a file so that nobody else can. The caller closes it.
@@ -181,7 +165,6 @@ public:
 
 private:
     std::wstring folder;
-    std::vector<std::wstring> files;
     std::vector<HMODULE> loaded;
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -8,7 +8,7 @@
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
 #endif
 
-namespace Torvane
+namespace Torvane::Testing
 {
 /// Natively there is nothing to start: blocks come from the runtime's heap, which the sanitizers watch. On the target
 /// the log goes nowhere meanwhile.
@@ -45,4 +45,4 @@ private:
     Logger* earlierLogger;
 #endif
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

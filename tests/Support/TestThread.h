@@ -1,54 +1,36 @@
 #pragma once
 
 /// \file
-/// Threads of tests, and the limits of their waits. Tests only.
+/// A thread of a test; each object belongs to one thread.
+
+#include "tests/Support/Wait.h"
 
 #include <functional>
-#include <stdint.h>
 #include <utility>
 
 #include <gtest/gtest.h>
 #include <process.h>
-#include <windows.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
-/// Milliseconds until a test gives up on what has to come.
-constexpr DWORD testPatience = 60000;
-
-/// Milliseconds that a test grants to what must not come.
-constexpr DWORD testGrace = 50;
-
-/// Waits for a condition that another thread brings about. \return whether it came in time.
-template<typename Condition>
-bool WaitUntil(Condition condition)
-{
-    const DWORD start = GetTickCount();
-    while (!condition())
-    {
-        if (GetTickCount() - start > testPatience)
-        {
-            return false;
-        }
-        Sleep(1);
-    }
-    return true;
-}
-
-/// Runs a function, and is waited for when its life ends. A thread that doesn't end by then ends the program, since
-/// what it uses is about to go.
+/// Runs a function on a thread of its own, which the destructor waits for. A thread that doesn't end by then ends the
+/// process, since what it uses is about to be destroyed.
 class TestThread
 {
 public:
     explicit TestThread(std::function<void()> threadBody)
         : body(std::move(threadBody))
-        , handle(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &Run, this, 0, nullptr)))
     {
+        handle = reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &Run, this, 0, &id));
     }
 
     ~TestThread()
     {
-        if (!HasEnded(testPatience))
+        if (handle == nullptr)
+        {
+            return;
+        }
+        if (!WaitForEnd())
         {
             GTEST_LOG_(FATAL) << "a test's thread doesn't end";
         }
@@ -58,10 +40,31 @@ public:
     TestThread(const TestThread&) = delete;
     TestThread& operator=(const TestThread&) = delete;
 
-    /// Waits for the thread's end, at most this long. \return whether it has ended.
-    bool HasEnded(DWORD milliseconds = testPatience) const
+    /// Waits for the end of the function, at most this long. \return whether it has ended.
+    bool WaitForEnd(uint32_t milliseconds = testTimeout) const
     {
         return WaitForSingleObject(handle, milliseconds) == WAIT_OBJECT_0;
+    }
+
+    bool HasEnded() const
+    {
+        return WaitForEnd(0);
+    }
+
+    DWORD Id() const
+    {
+        return id;
+    }
+
+    HANDLE Handle() const
+    {
+        return handle;
+    }
+
+    /// For a thread that never ends: this object must then live as long as the process.
+    void Abandon()
+    {
+        handle = nullptr;
     }
 
 private:
@@ -72,6 +75,7 @@ private:
     }
 
     std::function<void()> body;
-    HANDLE handle;
+    HANDLE handle = nullptr;
+    unsigned id = 0;
 };
-} // namespace Torvane
+} // namespace Torvane::Testing

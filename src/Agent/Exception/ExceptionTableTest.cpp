@@ -8,6 +8,7 @@
 #include <string>
 
 using namespace Torvane;
+using namespace Torvane::Testing;
 
 namespace
 {

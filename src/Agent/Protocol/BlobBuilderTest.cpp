@@ -10,7 +10,7 @@
 #include <string.h>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -173,4 +173,4 @@ TEST_F(BlobBuilderTest, FinishLeavesTheBuilderEmpty)
     EXPECT_EQ(builder.Finish().Get().pointer, nullptr);
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,8 +1,8 @@
 #include "Shared/Concurrency/LatchRegistry.h"
 
 #include "Shared/Memory/MemorySystem.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
 
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -74,33 +74,33 @@ TEST(LatchRegistry, IsMadeAndUnmadeInOneOrder)
     const TestMemorySystem memory;
     Lines calls;
     HANDLE event = nullptr;
-    const TestImport createEvent("CreateEventW",
+    const FakeImport createEvent("CreateEventW",
                                  [&](decltype(&CreateEventW) real, LPSECURITY_ATTRIBUTES attributes,
                                      BOOL manualReset, BOOL signalled, LPCWSTR name) {
                                      calls.push_back("CreateEventW");
                                      return event = real(attributes, manualReset, signalled, name);
                                  });
-    const TestImport closeHandle("CloseHandle", [&](decltype(&CloseHandle) real, HANDLE handle) {
+    const FakeImport closeHandle("CloseHandle", [&](decltype(&CloseHandle) real, HANDLE handle) {
         EXPECT_EQ(handle, event);
         calls.push_back("CloseHandle");
         return real(handle);
     });
-    const TestImport initialize("InitializeCriticalSection",
+    const FakeImport initialize("InitializeCriticalSection",
                                 [&](decltype(&InitializeCriticalSection) real, LPCRITICAL_SECTION lock) {
                                     calls.push_back("InitializeCriticalSection");
                                     real(lock);
                                 });
-    const TestImport remove("DeleteCriticalSection",
+    const FakeImport remove("DeleteCriticalSection",
                             [&](decltype(&DeleteCriticalSection) real, LPCRITICAL_SECTION lock) {
                                 calls.push_back("DeleteCriticalSection");
                                 real(lock);
                             });
-    const TestImport allocate("HeapAlloc",
+    const FakeImport allocate("HeapAlloc",
                               [&](decltype(&HeapAlloc) real, HANDLE heap, DWORD flags, SIZE_T size) {
                                   calls.push_back("HeapAlloc " + std::to_string(size));
                                   return real(heap, flags, size);
                               });
-    const TestImport free("HeapFree", [&](decltype(&HeapFree) real, HANDLE heap, DWORD flags, LPVOID block) {
+    const FakeImport free("HeapFree", [&](decltype(&HeapFree) real, HANDLE heap, DWORD flags, LPVOID block) {
         calls.push_back("HeapFree");
         return real(heap, flags, block);
     });
@@ -118,7 +118,7 @@ TEST(LatchRegistry, PanicsWithoutAnEvent)
     const RecordedLog log;
     LatchRegistry registry;
     {
-        const TestImport create(
+        const FakeImport create(
             "CreateEventW",
             [](decltype(&CreateEventW), LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE {
                 SetLastError(0x7FFFFF11);
@@ -214,9 +214,9 @@ TEST_F(LatchRegistryTest, WakesTheThreadThatWaits)
     RegisteredLatch latch(registry, 2);
     const TestThread waiting([&] { latch.Wait(); });
     registry.DecrementByAddress(&latch);
-    EXPECT_FALSE(waiting.HasEnded(testGrace));
+    EXPECT_FALSE(waiting.WaitForEnd(quietPeriod));
     registry.DecrementByAddress(&latch);
-    EXPECT_TRUE(waiting.HasEnded());
+    EXPECT_TRUE(waiting.WaitForEnd());
 }
 
 // Unregistering
@@ -300,8 +300,8 @@ TEST_F(LatchRegistryTest, ReleasesAllLatchesAtOnce)
     const TestThread waiting([&] { first.Wait(); });
     const TestThread alsoWaiting([&] { second.Wait(); });
     registry.ReleaseAll();
-    EXPECT_TRUE(waiting.HasEnded());
-    EXPECT_TRUE(alsoWaiting.HasEnded());
+    EXPECT_TRUE(waiting.WaitForEnd());
+    EXPECT_TRUE(alsoWaiting.WaitForEnd());
     EXPECT_EQ(first.count, 0);
     EXPECT_EQ(second.count, 0);
 }
@@ -348,9 +348,9 @@ TEST_F(LatchRegistryTest, HoldsItsLockForEveryOperation)
     {
         EnterCriticalSection(lock);
         const TestThread thread(operation);
-        EXPECT_FALSE(thread.HasEnded(testGrace));
+        EXPECT_FALSE(thread.WaitForEnd(quietPeriod));
         LeaveCriticalSection(lock);
-        EXPECT_TRUE(thread.HasEnded());
+        EXPECT_TRUE(thread.WaitForEnd());
     }
     EXPECT_EQ(registered.count, 0);
     EXPECT_EQ(late.count, 0);
@@ -401,8 +401,8 @@ TEST_F(LatchRegistryTest, ServesManyWaitersWhileStaleAddressesComeIn)
         }
     }
     ends = true;
-    EXPECT_TRUE(bridge.HasEnded());
+    EXPECT_TRUE(bridge.WaitForEnd());
     EXPECT_EQ(served, threadCount * rounds);
     EXPECT_EQ(log.GetLines(), Lines());
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,13 +1,13 @@
 #include "Shared/Concurrency/Latch.h"
 
+#include "tests/Support/FakeWait.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestThread.h"
-#include "tests/Support/WaitStandIn.h"
 
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -27,7 +27,7 @@ TEST(Latch, HasACountAndAnEventThatIsNotSignalled)
 TEST(Latch, PanicsWithoutAnEventAndKeepsTheErrorInItsPlace)
 {
     const RecordedLog log;
-    const TestImport create(
+    const FakeImport create(
         "CreateEventW", [](decltype(&CreateEventW), LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE {
             SetLastError(0x7FFFFF11);
             return nullptr;
@@ -44,14 +44,14 @@ TEST(Latch, WaitsWithoutALimitForItsEvent)
     const RecordedLog log;
     Latch latch(1);
     {
-        const WaitStandIn wait(latch.event.handle, WAIT_OBJECT_0);
+        const FakeWait wait(latch.event.handle, WAIT_OBJECT_0);
         latch.Wait();
         EXPECT_EQ(wait.GetTimeOuts(), std::vector<DWORD>{INFINITE});
     }
     const TestThread waiting([&] { latch.Wait(); });
-    EXPECT_FALSE(waiting.HasEnded(testGrace));
+    EXPECT_FALSE(waiting.WaitForEnd(quietPeriod));
     latch.event.Signal();
-    EXPECT_TRUE(waiting.HasEnded());
+    EXPECT_TRUE(waiting.WaitForEnd());
     EXPECT_EQ(log.GetLines(), Lines());
     latch.event.Destroy();
 }
@@ -72,10 +72,10 @@ TEST(Latch, ReportsAWaitThatTimesOut)
     const RecordedLog log;
     Latch latch(1);
     {
-        const WaitStandIn wait(latch.event.handle, WAIT_TIMEOUT);
+        const FakeWait wait(latch.event.handle, WAIT_TIMEOUT);
         latch.Wait();
     }
     EXPECT_EQ(log.GetLines(), (Lines{"ERR Event timed out", "ERR Could not wait for event in latch"}));
     latch.event.Destroy();
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -9,7 +9,7 @@
 
 #include <utility>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -91,4 +91,4 @@ TEST_F(ArrayTest, GivesItsBlockBackOnceWithItsSize)
     EXPECT_NE(Allocate(40).pointer, block);
 }
 #endif
-} // namespace Torvane
+} // namespace Torvane::Testing

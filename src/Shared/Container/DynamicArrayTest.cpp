@@ -6,7 +6,7 @@
 
 #include <utility>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -215,4 +215,4 @@ TEST_F(DynamicArrayTest, IsEmptyAfterItsDestructionAndCanBeFilledAgain)
     EXPECT_EQ(array.capacity, 16u);
     EXPECT_EQ(array[0].number, 7u);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,7 +1,7 @@
 #include "Shared/Container/DynamicRangeArray.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 
 #include <string.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -57,7 +57,7 @@ TEST_F(DynamicRangeArrayTest, ReservesItsMaximumAndCommitsNone)
 
 TEST_F(DynamicRangeArrayTest, AsksForAGibibyteAtOnce)
 {
-    const TestImport allocate("VirtualAlloc", [](decltype(&VirtualAlloc) real, LPVOID address, SIZE_T size,
+    const FakeImport allocate("VirtualAlloc", [](decltype(&VirtualAlloc) real, LPVOID address, SIZE_T size,
                                                  DWORD type, DWORD protection) {
         EXPECT_EQ(address, nullptr);
         EXPECT_EQ(size, 0x40000000u);
@@ -142,7 +142,7 @@ TEST_F(DynamicRangeArrayTest, CutsTheCapacityButNotTheCopyAtItsMaximum)
 
 TEST_F(DynamicRangeArrayTest, PanicsWithoutMemoryAndTakesTheCapacityAllTheSame)
 {
-    const TestImport allocate(
+    const FakeImport allocate(
         "VirtualAlloc",
         [](decltype(&VirtualAlloc), LPVOID, SIZE_T, DWORD, DWORD) -> LPVOID { return nullptr; });
     array.Resize(3 * pageSize);
@@ -166,4 +166,4 @@ TEST_F(DynamicRangeArrayTest, IsEmptyAfterItsDestructionAndCanBeMadeAgain)
     AppendByte(2, 5);
     EXPECT_EQ(array.range.base[4], 2);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,14 +1,14 @@
 #include "Shared/Container/FixedSizeQueue.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/FixedSizeQueueFixture.h"
 #include "tests/Support/OSErrorLine.h"
-#include "tests/Support/TestImport.h"
 
 #include <stddef.h>
 
 #include <memory>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -265,7 +265,7 @@ TEST(FixedSizeQueueLife, CreatesAFullAndAnEmptySemaphoreWithoutNames)
     };
     const TestMemorySystem memory;
     std::vector<Arguments> calls;
-    const TestImport create("CreateSemaphoreW",
+    const FakeImport create("CreateSemaphoreW",
                             [&](decltype(&CreateSemaphoreW) real, LPSECURITY_ATTRIBUTES attributes,
                                 LONG initial, LONG maximum, LPCWSTR name) {
                                 calls.push_back({attributes == nullptr && name == nullptr, initial, maximum});
@@ -283,7 +283,7 @@ TEST(FixedSizeQueueLife, PanicsWithoutSemaphoresAndKeepsTheErrorInTheirPlace)
     constexpr DWORD error = 0x7FFFFF11; // a code that is no handle, and that the OS has no text for
     const TestMemorySystem memory;
     const RecordedLog log;
-    const TestImport create("CreateSemaphoreW",
+    const FakeImport create("CreateSemaphoreW",
                             [](decltype(&CreateSemaphoreW), LPSECURITY_ATTRIBUTES, LONG, LONG, LPCWSTR) {
                                 SetLastError(error);
                                 return HANDLE{nullptr};
@@ -312,7 +312,7 @@ TEST(FixedSizeQueueLife, ClosesItsSemaphoresBeforeItGivesItsBlockBack)
     EXPECT_TRUE(GetHandleInformation(before.producerSemaphore, &information));
     EXPECT_TRUE(GetHandleInformation(before.consumerSemaphore, &information));
     {
-        const TestImport free("HeapFree",
+        const FakeImport free("HeapFree",
                               [&](decltype(&HeapFree) real, HANDLE heap, DWORD flags, LPVOID pointer) {
                                   if (pointer == block)
                                   {
@@ -340,4 +340,4 @@ TEST(FixedSizeQueueLife, DoesNotLookAtElementsThatWereNeverTaken)
     AgentQueue::Destroy(queue);
     EXPECT_EQ(queue, nullptr);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

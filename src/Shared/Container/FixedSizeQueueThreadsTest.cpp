@@ -1,12 +1,12 @@
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/FixedSizeQueueFixture.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestThread.h"
 
 #include <atomic>
 #include <memory>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -64,7 +64,7 @@ TEST_F(FixedSizeQueueThreads, PushBlocksWhenFullUntilAPop)
 
     std::atomic<bool> waits = false;
     const HANDLE producer = Producer();
-    const TestImport wait("WaitForSingleObject",
+    const FakeImport wait("WaitForSingleObject",
                           [&](decltype(&WaitForSingleObject) real, HANDLE object, DWORD milliseconds) {
                               if (object == producer)
                               {
@@ -75,13 +75,13 @@ TEST_F(FixedSizeQueueThreads, PushBlocksWhenFullUntilAPop)
                           });
     const TestThread pusher([&] { EXPECT_TRUE(PushNumber(queue, agentQueueCapacity)); });
     EXPECT_TRUE(WaitUntil([&] { return waits.load(); }));
-    EXPECT_FALSE(pusher.HasEnded(testGrace));
+    EXPECT_FALSE(pusher.WaitForEnd(quietPeriod));
     EXPECT_EQ(Look(queue).writeCounter, agentQueueCapacity);
 
     Allocation popped = {};
     EXPECT_TRUE(queue->Pop(popped));
     EXPECT_TRUE(Is(popped, 0));
-    EXPECT_TRUE(pusher.HasEnded());
+    EXPECT_TRUE(pusher.WaitForEnd());
     EXPECT_TRUE(Is(Look(queue).slots[0], agentQueueCapacity));
     for (uint32_t i = 1; i <= agentQueueCapacity; ++i)
     {
@@ -94,7 +94,7 @@ TEST_F(FixedSizeQueueThreads, PopBlocksWhenEmptyUntilAPush)
 {
     std::atomic<bool> waits = false;
     const HANDLE consumer = Consumer();
-    const TestImport wait("WaitForSingleObject",
+    const FakeImport wait("WaitForSingleObject",
                           [&](decltype(&WaitForSingleObject) real, HANDLE object, DWORD milliseconds) {
                               if (object == consumer)
                               {
@@ -106,11 +106,11 @@ TEST_F(FixedSizeQueueThreads, PopBlocksWhenEmptyUntilAPush)
     Allocation popped = {};
     const TestThread popper([&] { EXPECT_TRUE(queue->Pop(popped)); });
     EXPECT_TRUE(WaitUntil([&] { return waits.load(); }));
-    EXPECT_FALSE(popper.HasEnded(testGrace));
+    EXPECT_FALSE(popper.WaitForEnd(quietPeriod));
     EXPECT_EQ(Look(queue).readCounter, 0u);
 
     EXPECT_TRUE(PushNumber(queue, 4711));
-    EXPECT_TRUE(popper.HasEnded());
+    EXPECT_TRUE(popper.WaitForEnd());
     EXPECT_TRUE(Is(popped, 4711));
 }
 
@@ -119,10 +119,10 @@ TEST_F(FixedSizeQueueThreads, AdmitsOnePusherAtATimeToTheSlots)
     SRWLOCK* producerLock = reinterpret_cast<SRWLOCK*>(queue);
     AcquireSRWLockExclusive(producerLock);
     const TestThread pusher([&] { EXPECT_TRUE(PushNumber(queue, 1)); });
-    EXPECT_FALSE(pusher.HasEnded(testGrace));
+    EXPECT_FALSE(pusher.WaitForEnd(quietPeriod));
     EXPECT_EQ(Look(queue).writeCounter, 0u);
     ReleaseSRWLockExclusive(producerLock);
-    EXPECT_TRUE(pusher.HasEnded());
+    EXPECT_TRUE(pusher.WaitForEnd());
     EXPECT_EQ(Look(queue).writeCounter, 1u);
 }
 
@@ -133,10 +133,10 @@ TEST_F(FixedSizeQueueThreads, AdmitsOnePopperAtATimeToTheSlots)
     AcquireSRWLockExclusive(consumerLock);
     Allocation popped = {};
     const TestThread popper([&] { EXPECT_TRUE(queue->Pop(popped)); });
-    EXPECT_FALSE(popper.HasEnded(testGrace));
+    EXPECT_FALSE(popper.WaitForEnd(quietPeriod));
     EXPECT_EQ(Look(queue).readCounter, 0u);
     ReleaseSRWLockExclusive(consumerLock);
-    EXPECT_TRUE(popper.HasEnded());
+    EXPECT_TRUE(popper.WaitForEnd());
     EXPECT_TRUE(Is(popped, 1));
 }
 
@@ -194,4 +194,4 @@ TEST_F(SmallQueueThreads, GivesEachElementToExactlyOneOfSeveralPoppers)
         }
     }
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -14,7 +14,7 @@
 // One seed is one comparison with the runtime's printf. A failure prints its seed; TORVANE_TEST_SEED=<seed> in the
 // environment makes the seeds begin there instead of at a place that differs from run to run.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -305,4 +305,4 @@ TEST(BoundedFormatAtRandom, WritesUtf16AsTheRuntimeWritesNarrowStrings)
         }
     });
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

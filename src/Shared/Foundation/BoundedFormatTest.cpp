@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -291,4 +291,4 @@ TEST(BoundedFormatWide, CutsAndTerminatesWhatDoesNotFit)
     EXPECT_EQ(Units(buffer, 5), Units(L"4321\0", 5));
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

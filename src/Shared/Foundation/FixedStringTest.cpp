@@ -6,7 +6,7 @@
 #include <string>
 #include <type_traits>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -225,4 +225,4 @@ TEST(FixedWideString, IsCopiedAsAWhole)
     const FixedWideString copy = string;
     EXPECT_EQ(memcmp(&copy, &string, sizeof(string)), 0);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,7 +1,7 @@
 #include "Shared/Foundation/Logger.h"
 
 #include "Shared/Foundation/ThreadBuffers.h"
-#include "tests/Support/LogCalls.h"
+#include "tests/Support/RecordedLog.h"
 
 #include <gtest/gtest.h>
 #include <stddef.h>
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -23,10 +23,10 @@ size_t SlotOf(Operation operation)
 }
 
 /// The one call that was logged.
-LogCall Only(const LogCalls& log)
+LogCall Only(const RecordedLog& log)
 {
-    EXPECT_EQ(log.Get().size(), 1u);
-    return log.Get().empty() ? LogCall() : log.Get().front();
+    EXPECT_EQ(log.GetCalls().size(), 1u);
+    return log.GetCalls().empty() ? LogCall() : log.GetCalls().front();
 }
 
 void ExpectCall(const LogCall& call, const char* level, const std::string& text, const char* file,
@@ -62,67 +62,67 @@ TEST(Logger, TakesEachFrontEndAtItsOwnLevel)
                     uint32_t number, const char* string);
     };
     const FrontEnd frontEnds[] = {
-        {"Debug", &LogDebug<uint32_t, const char*>},
-        {"Success", &LogSuccess<uint32_t, const char*>},
-        {"Error", &LogError<uint32_t, const char*>},
-        {"Panic", &LogPanic<uint32_t, const char*>},
+        {"DBG", &LogDebug<uint32_t, const char*>},
+        {"SCS", &LogSuccess<uint32_t, const char*>},
+        {"ERR", &LogError<uint32_t, const char*>},
+        {"PNC", &LogPanic<uint32_t, const char*>},
     };
     for (const FrontEnd& frontEnd : frontEnds)
     {
-        const LogCalls log;
+        const RecordedLog log;
         frontEnd.log("Sender.cpp", 12, "Pipe %u is %hs", 3u, "broken");
         ExpectCall(Only(log), frontEnd.level, "Pipe 3 is broken", "Sender.cpp", 12);
     }
-    const LogCalls log;
+    const RecordedLog log;
     LogInfo(0, "Sender.cpp", 12, "Pipe %u is %hs", 3u, "broken");
-    ExpectCall(Only(log), "Info", "Pipe 3 is broken", "Sender.cpp", 12);
+    ExpectCall(Only(log), "INF", "Pipe 3 is broken", "Sender.cpp", 12);
 }
 
 TEST(Logger, GetsTheIntegerOfInfo)
 {
-    const LogCalls log;
+    const RecordedLog log;
     LogInfo(-7, "Sender.cpp", 12, "text");
     EXPECT_EQ(Only(log).number, -7);
 }
 
 TEST(Logger, GetsTheSourceFilesBaseNameAndTheLine)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const int32_t line = __LINE__ + 1;
     LogDebug(TVN_HERE, "API");
-    ExpectCall(Only(log), "Debug", "API", "LoggerTest.cpp", line);
+    ExpectCall(Only(log), "DBG", "API", "LoggerTest.cpp", line);
 }
 
 TEST(Logger, GetsTheChannelOfAllUntilAnotherIsSet)
 {
-    const LogCalls log;
+    const RecordedLog log;
     LogDebug(TVN_HERE, "before");
     SetLogChannel("(WIN) ");
     LogDebug(TVN_HERE, "after");
     LogInfo(0, TVN_HERE, "after");
-    SetLogChannel(log.Get().at(0).channel);
-    EXPECT_STREQ(log.Get().at(0).channel, "(ALL) ");
-    EXPECT_STREQ(log.Get().at(1).channel, "(WIN) ");
-    EXPECT_STREQ(log.Get().at(2).channel, "(WIN) ");
+    SetLogChannel(log.GetCalls().at(0).channel);
+    EXPECT_STREQ(log.GetCalls().at(0).channel, "(ALL) ");
+    EXPECT_STREQ(log.GetCalls().at(1).channel, "(WIN) ");
+    EXPECT_STREQ(log.GetCalls().at(2).channel, "(WIN) ");
 }
 
 TEST(Logger, GetsTheTextInThisThreadsBuffer)
 {
-    const LogCalls log;
+    const RecordedLog log;
     LogError(TVN_HERE, "text");
     EXPECT_EQ(Only(log).text, GetMessageBuffer());
 }
 
 TEST(Logger, GetsUtf16AsUtf8)
 {
-    const LogCalls log;
+    const RecordedLog log;
     LogDebug(TVN_HERE, "Loading patch from %ls", L"C:\\\x00E4\\\xD83D\xDE00.dll");
     EXPECT_EQ(Only(log).bytes, "Loading patch from C:\\\xC3\xA4\\\xF0\x9F\x98\x80.dll");
 }
 
 TEST(Logger, GetsAnEmptyText)
 {
-    const LogCalls log;
+    const RecordedLog log;
     LogDebug(TVN_HERE, "%hs", "");
     EXPECT_EQ(Only(log).length, 0u);
 }
@@ -130,7 +130,7 @@ TEST(Logger, GetsAnEmptyText)
 TEST(Logger, GetsAMessageThatJustFitsAsAWhole)
 {
     const std::string longest(messageBufferSize - 1, 'm');
-    const LogCalls log;
+    const RecordedLog log;
     LogDebug(TVN_HERE, "%hs", longest.c_str());
     EXPECT_EQ(Only(log).length, 32767u);
     EXPECT_EQ(Only(log).bytes, longest);
@@ -139,10 +139,10 @@ TEST(Logger, GetsAMessageThatJustFitsAsAWhole)
 TEST(Logger, GetsTheBuffersSizeAsTheLengthOfACutMessage)
 {
     const std::string tooLong(messageBufferSize, 'm');
-    const LogCalls log;
+    const RecordedLog log;
     LogDebug(TVN_HERE, "%hs", tooLong.c_str());
     LogInfo(0, TVN_HERE, "%hs and more", tooLong.c_str());
-    for (const LogCall& call : log.Get())
+    for (const LogCall& call : log.GetCalls())
     {
         EXPECT_EQ(call.length, 32768u);
         EXPECT_EQ(call.bytes, tooLong.substr(1) + '\0') << "the last of them is the terminator";
@@ -152,15 +152,15 @@ TEST(Logger, GetsTheBuffersSizeAsTheLengthOfACutMessage)
 TEST(Logger, ForgetsTheCutOfAnEarlierMessage)
 {
     const std::string tooLong(messageBufferSize, 'm');
-    const LogCalls log;
+    const RecordedLog log;
     LogDebug(TVN_HERE, "%hs", tooLong.c_str());
     LogDebug(TVN_HERE, "short");
-    EXPECT_EQ(log.Get().at(1).bytes, "short");
+    EXPECT_EQ(log.GetCalls().at(1).bytes, "short");
 }
 
 TEST(NullLogger, DoesNothingWithWhatIsLogged)
 {
-    const LogCalls outer;
+    const RecordedLog outer;
     NullLogger nullLogger;
     SetCurrentLogger(&nullLogger);
     LogDebug(TVN_HERE, "%hs", "nowhere");
@@ -170,7 +170,7 @@ TEST(NullLogger, DoesNothingWithWhatIsLogged)
     LogPanic(TVN_HERE, "nowhere");
     GetCurrentLogger()->Warning("", nullptr, UINT32_MAX, nullptr, 0, 1);
     GetCurrentLogger()->Reserved();
-    SetCurrentLogger(const_cast<LogCalls*>(&outer));
-    EXPECT_TRUE(outer.Get().empty());
+    SetCurrentLogger(const_cast<RecordedLog*>(&outer));
+    EXPECT_TRUE(outer.GetCalls().empty());
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

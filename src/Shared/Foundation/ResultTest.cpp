@@ -1,13 +1,13 @@
 #include "Shared/Foundation/Result.h"
 
-#include "tests/Support/LogCalls.h"
+#include "tests/Support/RecordedLog.h"
 
 #include <gtest/gtest.h>
 #include <stddef.h>
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -36,7 +36,7 @@ TEST(Result, IsTheErrorsFormatAndThenThePayloadOrTheCode)
 
 TEST(Result, IsASuccessByItsNullErrorAlone)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const Result<bool> isFalse = Success(false);
     EXPECT_EQ(isFalse.error, nullptr);
     EXPECT_FALSE(isFalse.payload);
@@ -58,7 +58,7 @@ TEST(Result, CarriesARecord)
 
 TEST(Result, OfAFailureHoldsTheUnfilledFormatItselfAndTheCode)
 {
-    const LogCalls log;
+    const RecordedLog log;
     static constexpr char format[] = "Cannot open file %ls.";
     const Result<void*> result = FailToOpen(format);
     EXPECT_EQ(result.error, format);
@@ -67,10 +67,10 @@ TEST(Result, OfAFailureHoldsTheUnfilledFormatItselfAndTheCode)
 
 TEST(MakeError, LogsTheFilledTextAndTheCodeUnderItsOwnHeadersPosition)
 {
-    const LogCalls log;
+    const RecordedLog log;
     FailToOpen("Cannot open file %ls.");
-    EXPECT_EQ(log.GetLines(), Lines({"Debug Cannot open file C:\\log.txt.", "Debug Error: 87, 0x57"}));
-    for (const LogCall& call : log.Get())
+    EXPECT_EQ(log.GetLines(), Lines({"DBG Cannot open file C:\\log.txt.", "DBG Error: 87, 0x57"}));
+    for (const LogCall& call : log.GetCalls())
     {
         EXPECT_EQ(call.file, "Result.h");
         EXPECT_GT(call.line, 0);
@@ -79,15 +79,15 @@ TEST(MakeError, LogsTheFilledTextAndTheCodeUnderItsOwnHeadersPosition)
 
 TEST(MakeError, LogsTheCodeAsASignedNumberToo)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const Result<void*> result = MakeError(0xC0000005u, "text");
-    EXPECT_EQ(log.GetLines(), Lines({"Debug text", "Debug Error: -1073741819, 0xC0000005"}));
+    EXPECT_EQ(log.GetLines(), Lines({"DBG text", "DBG Error: -1073741819, 0xC0000005"}));
     EXPECT_EQ(result.code, 0xC0000005u);
 }
 
 TEST(Expect, ReturnsThePayloadOfASuccessSilently)
 {
-    const LogCalls log;
+    const RecordedLog log;
     int object = 0;
     EXPECT_EQ(Expect(Success<void*>(&object), "Cannot create event"), &object);
     EXPECT_FALSE(Expect(Success(false), "Cannot wait")) << "a success all the same";
@@ -96,18 +96,18 @@ TEST(Expect, ReturnsThePayloadOfASuccessSilently)
 
 TEST(Expect, PanicsAtAFailureUnderItsOwnHeadersPosition)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const Result<void*> result = Failure{"CreateMutexW(%ls) failed.", 5};
     Expect(result, "Cannot create heart beat mutex for process %ls", L"\x00E4");
-    ASSERT_EQ(log.GetLines(), Lines({"Panic Cannot create heart beat mutex for process \xC3\xA4"}));
-    EXPECT_EQ(log.Get()[0].file, "Result.h");
-    EXPECT_GT(log.Get()[0].line, 0);
-    EXPECT_EQ(log.Get()[0].separateText, 0u);
+    ASSERT_EQ(log.GetLines(), Lines({"PNC Cannot create heart beat mutex for process \xC3\xA4"}));
+    EXPECT_EQ(log.GetCalls()[0].file, "Result.h");
+    EXPECT_GT(log.GetCalls()[0].line, 0);
+    EXPECT_EQ(log.GetCalls()[0].separateText, 0u);
 }
 
 TEST(Expect, ReturnsTheCodeInThePlaceOfThePayload)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const Result<void*> handle = Failure{"CreateEventW(%hs) failed.", 183};
     EXPECT_EQ(Expect(handle, "Cannot create event"), reinterpret_cast<void*>(uintptr_t{183}));
     const Result<uint32_t> number = Failure{"text", 0xC0000005u};
@@ -119,8 +119,8 @@ TEST(Expect, ReturnsTheCodeInThePlaceOfThePayload)
 
 TEST(Expect, ReturnsACodeOfZeroToo)
 {
-    const LogCalls log;
+    const RecordedLog log;
     EXPECT_EQ(Expect(Result<void*>(Failure{"text", 0}), "Cannot create event"), nullptr);
-    EXPECT_EQ(log.GetLines(), Lines({"Panic Cannot create event"})) << "a failure by its error alone";
+    EXPECT_EQ(log.GetLines(), Lines({"PNC Cannot create event"})) << "a failure by its error alone";
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -9,7 +9,7 @@
 #include <thread>
 #endif
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -107,4 +107,4 @@ TEST(ThreadBuffers, AreEachThreadsOwn)
     }
     ExpectFilled(ours, 'a');
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,7 +1,7 @@
 #include "Shared/Memory/VirtualMemoryRange.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 
 #include <string.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -71,7 +71,7 @@ protected:
     std::vector<AllocateCall> calls;
     bool fails = false;
     RecordedLog log;
-    TestImport<RecordAllocate> allocate{"VirtualAlloc", RecordAllocate{*this}};
+    FakeImport<RecordAllocate> allocate{"VirtualAlloc", RecordAllocate{*this}};
     VirtualMemoryRange range = {};
 };
 } // namespace
@@ -195,4 +195,4 @@ TEST_F(VirtualMemoryRangeTest, GivesTheWholeReservationBack)
     EXPECT_EQ(range.committedEnd, nullptr);
     EXPECT_EQ(range.end, nullptr);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -6,7 +6,7 @@
 /// \file
 /// The extensions of the grammar: each is accepted with its option and with that alone.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -327,4 +327,4 @@ TEST(JsonParts, FailWhereTheirFirstCharacterIsMissing)
     EXPECT_EQ(container.offset, 0u);
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -5,7 +5,7 @@
 /// \file
 /// The strict grammar. See JsonOptionsTest.cpp for its extensions and JsonTreeTest.cpp for the tree.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -388,4 +388,4 @@ TEST(JsonReader, EndsANumberWhereTheTextEnds)
     }
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -7,7 +7,7 @@
 /// Strings, numbers and whitespace of all lengths around one, two and three groups, with whatever ends or breaks
 /// them at every place. Texts and trees are in blocks of their exact size.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -259,4 +259,4 @@ TEST(JsonRuns, LinesOfAnyDepthFollowEachOther)
     }
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

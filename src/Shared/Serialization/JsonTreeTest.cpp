@@ -6,7 +6,7 @@
 /// \file
 /// The tree: where its records and texts are, its size, and that it can be written out again.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -324,4 +324,4 @@ TEST(JsonTree, NestsTenThousandLevelsEvenIfTheTextIsBroken)
     EXPECT_EQ(tree.sized.offset, 2 * supportedLevels);
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

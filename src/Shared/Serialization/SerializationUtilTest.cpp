@@ -9,7 +9,7 @@
 #include <windows.h>
 #endif
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -219,4 +219,4 @@ TEST(PreferenceDeathTest, ReadsARootThatIsNoObjectThroughANullPointer)
     }
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -9,6 +9,7 @@
 #include <vector>
 
 using namespace Torvane;
+using namespace Torvane::Testing;
 
 // Both are found by the assembly below.
 extern "C"
@@ -163,10 +164,10 @@ CONTEXT ContextOfDistinctBytes()
 }
 
 /// Takes the place of the OS's function, and returns, as that does only after a failure.
-class ContinueStandIn
+class FakeContinue
 {
 public:
-    explicit ContinueStandIn(NTSTATUS wanted)
+    explicit FakeContinue(NTSTATUS wanted)
     {
         status = wanted;
         calls = 0;
@@ -266,12 +267,12 @@ TEST(ResumeAtFrame, ContinuesWithTheLowHalvesOfTheThreeWords)
     expected.Ebp = 0x99AABBCC;
     EXCEPTION_POINTERS exception = {&record, &context};
     const RecordedLog log;
-    const ContinueStandIn standIn(0);
+    const FakeContinue fake(0);
     ResumeAtFrame(exception, {0xFFFFFFFF11223344, 0xEEEEEEEE55667788, 0xDDDDDDDD99AABBCC});
-    EXPECT_EQ(1u, ContinueStandIn::calls);
-    EXPECT_EQ(0, memcmp(&expected, &ContinueStandIn::context, sizeof(expected)));
-    EXPECT_EQ(0, ContinueStandIn::testAlert);
-    EXPECT_EQ(frame.next, ContinueStandIn::topFrame) << "Unwound before the thread continues.";
+    EXPECT_EQ(1u, FakeContinue::calls);
+    EXPECT_EQ(0, memcmp(&expected, &FakeContinue::context, sizeof(expected)));
+    EXPECT_EQ(0, FakeContinue::testAlert);
+    EXPECT_EQ(frame.next, FakeContinue::topFrame) << "Unwound before the thread continues.";
     EXPECT_TRUE(log.GetLines().empty());
 }
 
@@ -283,7 +284,7 @@ TEST(ResumeAtFrame, TellsThatAThreadCannotGoOn)
     CONTEXT context = ContextOfDistinctBytes();
     EXCEPTION_POINTERS exception = {&record, &context};
     const RecordedLog log;
-    const ContinueStandIn standIn(static_cast<NTSTATUS>(0xC000000D));
+    const FakeContinue fake(static_cast<NTSTATUS>(0xC000000D));
     ResumeAtFrame(exception, {0x1000, 0x2000, 0x3000});
     EXPECT_EQ(std::vector<std::string>{"ERR Call to function NtContinue failed. Error: 0xC000000D"},
               log.GetLines());

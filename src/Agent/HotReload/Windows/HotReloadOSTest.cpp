@@ -3,12 +3,12 @@
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Process/Windows/ProcessMemory.h"
 #include "tests/Support/ImageBuilder.h"
+#include "tests/Support/MappedTestFile.h"
 #include "tests/Support/ProcessMemoryFixture.h"
-#include "tests/Support/TestFile.h"
 
 #include <map>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -80,8 +80,8 @@ class HotReloadOS : public ProcessMemoryFixture
 
 TEST_F(HotReloadOS, MakesThePageInFrontOfEachExecutableSectionExecutable)
 {
-    const TestFile file(ImageOf({Section(0x1000, executable), Section(0x2000, readOnly),
-                                 Section(0x4000, executable | IMAGE_SCN_MEM_WRITE)}));
+    const TemporaryFile file(ImageOf({Section(0x1000, executable), Section(0x2000, readOnly),
+                                      Section(0x4000, executable | IMAGE_SCN_MEM_WRITE)}));
     const TestPages pages(6);
     pages.Protect(0, PAGE_READONLY);
     pages.Protect(3, PAGE_NOACCESS);
@@ -99,11 +99,11 @@ TEST_F(HotReloadOS, MakesThePageInFrontOfEachExecutableSectionExecutable)
 
 TEST_F(HotReloadOS, MakesNoQueryForAnImageWithoutExecutableSections)
 {
-    const TestFile file(ImageOf({Section(0x1000, readOnly), Section(0x2000, IMAGE_SCN_CNT_CODE)}));
+    const TemporaryFile file(ImageOf({Section(0x1000, readOnly), Section(0x2000, IMAGE_SCN_CNT_CODE)}));
     const TestPages pages(3);
-    QueryDouble::Install();
+    FakeQuery::Install();
     PrepareSectionsForPatching(file.GetPath(), pages.At(0));
-    EXPECT_EQ(QueryDouble::calls, 0u);
+    EXPECT_EQ(FakeQuery::calls, 0u);
     EXPECT_EQ(log.GetLines(), Lines());
     EXPECT_EQ(pages.GetProtection(0), static_cast<DWORD>(PAGE_READWRITE));
     EXPECT_EQ(pages.GetProtection(1), static_cast<DWORD>(PAGE_READWRITE));
@@ -111,7 +111,7 @@ TEST_F(HotReloadOS, MakesNoQueryForAnImageWithoutExecutableSections)
 
 TEST_F(HotReloadOS, KeepsThePageBetweenTwoExecutableSectionsInARow)
 {
-    const TestFile file(ImageOf({Section(0x1000, executable), Section(0x2000, executable)}));
+    const TemporaryFile file(ImageOf({Section(0x1000, executable), Section(0x2000, executable)}));
     const TestPages pages(3, PAGE_EXECUTE_READ);
     pages.Protect(0, PAGE_READONLY);
     PrepareSectionsForPatching(file.GetPath(), pages.At(0));
@@ -122,7 +122,7 @@ TEST_F(HotReloadOS, KeepsThePageBetweenTwoExecutableSectionsInARow)
 
 TEST_F(HotReloadOS, FollowsTheOrderOfTheSectionTable)
 {
-    const TestFile file(ImageOf({Section(0x3000, executable), Section(0x1000, executable)}));
+    const TemporaryFile file(ImageOf({Section(0x3000, executable), Section(0x1000, executable)}));
     const TestPages pages(4);
     PrepareSectionsForPatching(file.GetPath(), pages.At(0));
     EXPECT_EQ(log.GetLines(), (Lines{PreparingLine(0x3000), ConversionLine(pages.At(2), 0x04, 0x40),
@@ -131,7 +131,7 @@ TEST_F(HotReloadOS, FollowsTheOrderOfTheSectionTable)
 
 TEST_F(HotReloadOS, KeepsAGuardThatStandsInFrontOfASection)
 {
-    const TestFile file(ImageOf({Section(0x1000, executable)}));
+    const TemporaryFile file(ImageOf({Section(0x1000, executable)}));
     const TestPages pages(2);
     pages.Protect(0, PAGE_READWRITE | PAGE_GUARD);
     PrepareSectionsForPatching(file.GetPath(), pages.At(0));
@@ -141,12 +141,12 @@ TEST_F(HotReloadOS, KeepsAGuardThatStandsInFrontOfASection)
 TEST_F(HotReloadOS, ChangesThePageThatHoldsTheFiveBytesInFrontOfAnUnalignedSection)
 {
     const TestPages pages(3);
-    const TestFile inItsOwnPage(ImageOf({Section(0x1800, executable)}));
+    const TemporaryFile inItsOwnPage(ImageOf({Section(0x1800, executable)}));
     PrepareSectionsForPatching(inItsOwnPage.GetPath(), pages.At(0));
     EXPECT_EQ(pages.GetProtection(0), static_cast<DWORD>(PAGE_READWRITE));
     EXPECT_EQ(pages.GetProtection(1), static_cast<DWORD>(PAGE_EXECUTE_READWRITE));
 
-    const TestFile acrossTwoPages(ImageOf({Section(0x2004, executable), Section(0x1004, executable)}));
+    const TemporaryFile acrossTwoPages(ImageOf({Section(0x2004, executable), Section(0x1004, executable)}));
     pages.Protect(1, PAGE_READWRITE);
     PrepareSectionsForPatching(acrossTwoPages.GetPath(), pages.At(0));
     EXPECT_EQ(pages.GetProtection(0), static_cast<DWORD>(PAGE_EXECUTE_READWRITE));
@@ -156,11 +156,11 @@ TEST_F(HotReloadOS, ChangesThePageThatHoldsTheFiveBytesInFrontOfAnUnalignedSecti
 
 TEST_F(HotReloadOS, GoesOnToTheNextSectionAfterAFailedQuery)
 {
-    const TestFile file(ImageOf({Section(0x1000, executable), Section(0x3000, executable)}));
+    const TemporaryFile file(ImageOf({Section(0x1000, executable), Section(0x3000, executable)}));
     const TestPages pages(4);
-    QueryDouble::Install();
-    QueryDouble::firstFailure = 1;
-    QueryDouble::failure = static_cast<NTSTATUS>(0xC0000005);
+    FakeQuery::Install();
+    FakeQuery::firstFailure = 1;
+    FakeQuery::failure = static_cast<NTSTATUS>(0xC0000005);
     PrepareSectionsForPatching(file.GetPath(), pages.At(0));
     EXPECT_EQ(pages.GetProtection(0), static_cast<DWORD>(PAGE_READWRITE));
     EXPECT_EQ(pages.GetProtection(2), static_cast<DWORD>(PAGE_EXECUTE_READWRITE));
@@ -170,9 +170,9 @@ TEST_F(HotReloadOS, GoesOnToTheNextSectionAfterAFailedQuery)
 TEST_F(HotReloadOS, DoesNothingForAFileThatCannotBeRead)
 {
     const TestPages pages(2);
-    QueryDouble::Install();
+    FakeQuery::Install();
     PrepareSectionsForPatching(L"C:\\no-such-folder\\no-such-file.dll", pages.At(0));
-    EXPECT_EQ(QueryDouble::calls, 0u);
+    EXPECT_EQ(FakeQuery::calls, 0u);
     EXPECT_EQ(log.Count("DBG Cannot open file C:\\no-such-folder\\no-such-file.dll with open mode "
                         "0x80000000."),
               1u);
@@ -181,17 +181,17 @@ TEST_F(HotReloadOS, DoesNothingForAFileThatCannotBeRead)
 
 TEST_F(HotReloadOS, DoesNothingForAFileThatIsNotAnImage)
 {
-    const TestFile file(std::vector<uint8_t>(0x1000, 'x'));
+    const TemporaryFile file(std::vector<uint8_t>(0x1000, 'x'));
     const TestPages pages(2);
-    QueryDouble::Install();
+    FakeQuery::Install();
     PrepareSectionsForPatching(file.GetPath(), pages.At(0));
-    EXPECT_EQ(QueryDouble::calls, 0u);
+    EXPECT_EQ(FakeQuery::calls, 0u);
     EXPECT_EQ(log.GetLines().back(), "DBG Error: -1, 0xFFFFFFFF");
 }
 
 TEST_F(HotReloadOS, ClosesTheImageFile)
 {
-    const TestFile file(ImageOf({Section(0x1000, executable)}));
+    const TemporaryFile file(ImageOf({Section(0x1000, executable)}));
     const TestPages pages(2);
     PrepareSectionsForPatching(file.GetPath(), pages.At(0));
     const HANDLE exclusive = CreateFileW(file.GetPath(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
@@ -241,4 +241,4 @@ TEST_F(HotReloadOS, PreparesRealLibrariesAndChangesNoOtherPage)
         FreeLibrary(module);
     }
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

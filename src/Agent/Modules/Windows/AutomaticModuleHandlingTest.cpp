@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -191,4 +191,4 @@ TEST_F(AutomaticModuleHandlingTest, KeepsItsRecordIfItCannotRegister)
     EXPECT_EQ(log.GetLines(),
               Lines{"ERR Call to function LdrUnregisterDllNotification failed. Error: 0xC000000D"});
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,12 +1,12 @@
 #include "Agent/Preferences/Windows/AgentGlobalPreferences.h"
 
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestFolder.h"
+#include "tests/Support/TemporaryFolder.h"
 #include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -38,7 +38,7 @@ protected:
         return std::string(path.begin(), path.end());
     }
 
-    TestFolder folder;
+    TemporaryFolder folder;
     TestMemorySystem memory;
     RecordedLog log;
 };
@@ -121,4 +121,4 @@ TEST_F(AgentGlobalPreferencesTest, CanBeNegativeAndLoseTheirFraction)
     EXPECT_EQ(LoadAll(), -1);
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

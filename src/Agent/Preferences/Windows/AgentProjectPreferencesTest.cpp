@@ -1,16 +1,16 @@
 #include "Agent/Preferences/Windows/AgentProjectPreferences.h"
 
 #include "Shared/Filesystem/Windows/Filesystem.h"
-#include "tests/Support/LastingTestFile.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestFolder.h"
+#include "tests/Support/TemporaryFile.h"
+#include "tests/Support/TemporaryFolder.h"
 #include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 #include <stddef.h>
 #include <string.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -62,7 +62,7 @@ protected:
         return MakeBrokerFolder(directory, library).text;
     }
 
-    TestFolder folder;
+    TemporaryFolder folder;
 
 private:
     TestMemorySystem memory;
@@ -147,7 +147,7 @@ TEST_F(AgentProjectPreferencesTest, KeepTheDefaultAndTellOfAFileThatIsNotThere)
 
 TEST_F(AgentProjectPreferencesTest, KeepTheDefaultAndTellOfAMalformedFile)
 {
-    const std::wstring path = MakeLastingFile(R"({"General":{"directoryToBroker":"x"})");
+    const std::wstring path = MakePersistentFile(R"({"General":{"directoryToBroker":"x"})");
     ReadFromFile(path);
     EXPECT_STREQ(directory.GetText(), "../../Broker");
     const std::vector<std::string> expected = {"DBG Trying to load project preferences from " + Narrow(path),
@@ -193,4 +193,4 @@ TEST_F(AgentProjectPreferencesTest, AreCutIfTheyAreTooLong)
     EXPECT_EQ(relative, L"C:\\Host\\Agent\\" + std::wstring(1023 - 14, L'n'));
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

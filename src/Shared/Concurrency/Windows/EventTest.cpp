@@ -1,14 +1,14 @@
 #include "Shared/Concurrency/Windows/Event.h"
 
+#include "tests/Support/FakeWait.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestThread.h"
-#include "tests/Support/WaitStandIn.h"
 
 #include <atomic>
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -34,7 +34,7 @@ HANDLE CreateAbandonedMutex()
 {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
     const TestThread owner([mutex] { WaitForSingleObject(mutex, INFINITE); });
-    EXPECT_TRUE(owner.HasEnded());
+    EXPECT_TRUE(owner.WaitForEnd());
     return mutex;
 }
 } // namespace
@@ -45,7 +45,7 @@ TEST(Event, IsMadeForManualResetUnsignalledAndWithoutAName)
 {
     const RecordedLog log;
     uint32_t calls = 0;
-    const TestImport create("CreateEventW",
+    const FakeImport create("CreateEventW",
                             [&](decltype(&CreateEventW) real, LPSECURITY_ATTRIBUTES attributes,
                                 BOOL manualReset, BOOL signalled, LPCWSTR name) {
                                 ++calls;
@@ -66,7 +66,7 @@ TEST(Event, IsMadeForManualResetUnsignalledAndWithoutAName)
 TEST(Event, TellsWhichOneCouldNotBeMade)
 {
     const RecordedLog log;
-    const TestImport create(
+    const FakeImport create(
         "CreateEventW", [](decltype(&CreateEventW), LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE {
             SetLastError(0x7FFFFF11);
             return nullptr;
@@ -116,7 +116,7 @@ TEST_F(EventTest, ReleasesAllThreadsThatWait)
         const TestThread second(body);
         const TestThread third(body);
         EXPECT_TRUE(WaitUntil([&] { return waiting == 3; }));
-        EXPECT_FALSE(first.HasEnded(testGrace));
+        EXPECT_FALSE(first.WaitForEnd(quietPeriod));
         event.Signal();
     }
     EXPECT_EQ(released, 3u);
@@ -136,7 +136,7 @@ TEST_F(EventTest, HoldsTheInvalidHandleAfterItsDestruction)
 
 TEST_F(EventTest, WaitsAsLongAsItIsTold)
 {
-    const WaitStandIn wait(event.handle, WAIT_OBJECT_0);
+    const FakeWait wait(event.handle, WAIT_OBJECT_0);
     EXPECT_TRUE(event.Wait());
     EXPECT_TRUE(event.Wait(0));
     EXPECT_TRUE(event.Wait(4711));
@@ -160,14 +160,14 @@ TEST_F(EventTest, SaysNothingOfAFiniteTimeOut)
 
 TEST_F(EventTest, SaysNothingOfALongFiniteTimeOut)
 {
-    const WaitStandIn wait(event.handle, WAIT_TIMEOUT);
+    const FakeWait wait(event.handle, WAIT_TIMEOUT);
     EXPECT_FALSE(event.Wait(INFINITE - 1));
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
 TEST_F(EventTest, ReportsTheTimeOutOfAWaitThatHasNone)
 {
-    const WaitStandIn wait(event.handle, WAIT_TIMEOUT);
+    const FakeWait wait(event.handle, WAIT_TIMEOUT);
     EXPECT_FALSE(event.Wait());
     EXPECT_EQ(log.GetLines(), Lines{"ERR Event timed out"});
     EXPECT_FALSE(event.Wait(INFINITE));
@@ -213,10 +213,10 @@ TEST(Event, ReportsAWaitForAnEventThatIsGone)
 
 TEST_F(EventTest, SaysNothingOfAResultThatIsUnknown)
 {
-    const WaitStandIn wait(event.handle, WAIT_IO_COMPLETION);
+    const FakeWait wait(event.handle, WAIT_IO_COMPLETION);
     EXPECT_FALSE(event.Wait());
     EXPECT_FALSE(event.Wait(1000));
     EXPECT_FALSE(event.TryWait());
     EXPECT_EQ(log.GetLines(), Lines());
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,16 +1,16 @@
 #include "Shared/Concurrency/Windows/InterprocessMutex.h"
 
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/FakeWait.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestChild.h"
 #include "tests/Support/TestThread.h"
-#include "tests/Support/WaitStandIn.h"
 
 #include <atomic>
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -62,7 +62,7 @@ std::wstring MutexNameOf(const wchar_t* section)
 }
 
 /// Dies between the changes of the two fields, with the mutex.
-const TestChildPart dyingOwner(L"dying owner", [](const wchar_t* name) {
+const ChildRole dyingOwner(L"dying owner", [](const wchar_t* name) {
     const SharedSection section(name);
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, MutexNameOf(name).c_str());
     WaitForSingleObject(mutex, INFINITE);
@@ -71,7 +71,7 @@ const TestChildPart dyingOwner(L"dying owner", [](const wchar_t* name) {
 });
 
 /// Changes both fields as it should.
-const TestChildPart orderlyOwner(L"orderly owner", [](const wchar_t* name) {
+const ChildRole orderlyOwner(L"orderly owner", [](const wchar_t* name) {
     const SharedSection section(name);
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, MutexNameOf(name).c_str());
     WaitForSingleObject(mutex, INFINITE);
@@ -123,7 +123,7 @@ TEST(InterprocessMutex, IsMadeWithItsNameAndWithoutAnOwner)
     const RecordedLog log;
     const std::wstring wanted = OwnName(L"Made");
     uint32_t calls = 0;
-    const TestImport create("CreateMutexW", [&](decltype(&CreateMutexW) real,
+    const FakeImport create("CreateMutexW", [&](decltype(&CreateMutexW) real,
                                                 LPSECURITY_ATTRIBUTES attributes, BOOL owned, LPCWSTR name) {
         ++calls;
         EXPECT_EQ(attributes, nullptr);
@@ -193,7 +193,7 @@ TEST_F(InterprocessMutexTest, CanBeTakenAgainByItsOwner)
 TEST_F(InterprocessMutexTest, WaitsWithoutALimitUntilItIsFree)
 {
     {
-        const WaitStandIn wait(mutex.handle, WAIT_OBJECT_0);
+        const FakeWait wait(mutex.handle, WAIT_OBJECT_0);
         const ScopedInterprocessLock lock(mutex);
         EXPECT_EQ(wait.GetTimeOuts(), std::vector<DWORD>{INFINITE});
     }
@@ -203,10 +203,10 @@ TEST_F(InterprocessMutexTest, WaitsWithoutALimitUntilItIsFree)
         const ScopedInterprocessLock lock(mutex);
         held = true;
     });
-    EXPECT_FALSE(waiting.HasEnded(testGrace));
+    EXPECT_FALSE(waiting.WaitForEnd(quietPeriod));
     EXPECT_FALSE(held);
     ReleaseMutex(mutex.handle);
-    EXPECT_TRUE(waiting.HasEnded());
+    EXPECT_TRUE(waiting.WaitForEnd());
     EXPECT_TRUE(held);
 }
 
@@ -295,7 +295,7 @@ TEST_F(InterprocessMutexTest, GoesOnAfterAFailedWaitAndReleasesAllTheSame)
                         {WAIT_OBJECT_0, {}},
                         {WAIT_IO_COMPLETION, {}}};
     std::vector<HANDLE> released;
-    const TestImport release("ReleaseMutex", [&](decltype(&ReleaseMutex) real, HANDLE object) {
+    const FakeImport release("ReleaseMutex", [&](decltype(&ReleaseMutex) real, HANDLE object) {
         released.push_back(object);
         return real(object);
     });
@@ -304,7 +304,7 @@ TEST_F(InterprocessMutexTest, GoesOnAfterAFailedWaitAndReleasesAllTheSame)
         SCOPED_TRACE(row.result);
         log.Clear();
         released.clear();
-        const WaitStandIn wait(mutex.handle, row.result);
+        const FakeWait wait(mutex.handle, row.result);
         {
             const ScopedInterprocessLock lock(mutex);
             EXPECT_EQ(log.GetLines(), row.lines);
@@ -324,4 +324,4 @@ TEST(InterprocessMutex, ReportsALockWithoutAHandle)
     }
     EXPECT_EQ(log.GetLines(), Lines{"ERR Failed to Wait() on a mutex"});
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

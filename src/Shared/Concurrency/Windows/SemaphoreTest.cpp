@@ -1,15 +1,15 @@
 #include "Shared/Concurrency/Windows/Semaphore.h"
 
+#include "tests/Support/FakeWait.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestThread.h"
-#include "tests/Support/WaitStandIn.h"
 
 #include <atomic>
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -49,7 +49,7 @@ TEST(Semaphore, IsMadeWithItsCountsAndWithoutAName)
 {
     const RecordedLog log;
     uint32_t calls = 0;
-    const TestImport create("CreateSemaphoreW",
+    const FakeImport create("CreateSemaphoreW",
                             [&](decltype(&CreateSemaphoreW) real, LPSECURITY_ATTRIBUTES attributes,
                                 LONG initial, LONG maximum, LPCWSTR name) {
                                 ++calls;
@@ -100,9 +100,9 @@ TEST_F(SemaphoreTest, WaitsUntilASignal)
     WaitForSemaphore(semaphore);
     std::atomic<bool> acquired = false;
     const TestThread waiting([&] { acquired = WaitForSemaphore(semaphore).payload; });
-    EXPECT_FALSE(waiting.HasEnded(testGrace));
+    EXPECT_FALSE(waiting.WaitForEnd(quietPeriod));
     SignalSemaphore(semaphore);
-    EXPECT_TRUE(waiting.HasEnded());
+    EXPECT_TRUE(waiting.WaitForEnd());
     EXPECT_TRUE(acquired);
 }
 
@@ -117,7 +117,7 @@ TEST_F(SemaphoreTest, ReportsASignalBeyondItsMaximum)
 
 TEST_F(SemaphoreTest, SignalsByOne)
 {
-    const TestImport release("ReleaseSemaphore", [this](decltype(&ReleaseSemaphore) real, HANDLE object,
+    const FakeImport release("ReleaseSemaphore", [this](decltype(&ReleaseSemaphore) real, HANDLE object,
                                                         LONG count, LPLONG before) {
         EXPECT_EQ(object, semaphore);
         EXPECT_EQ(count, 1);
@@ -130,7 +130,7 @@ TEST_F(SemaphoreTest, SignalsByOne)
 
 TEST_F(SemaphoreTest, WaitsWithoutALimit)
 {
-    const WaitStandIn wait(semaphore, WAIT_OBJECT_0);
+    const FakeWait wait(semaphore, WAIT_OBJECT_0);
     EXPECT_TRUE(WaitForSemaphore(semaphore).payload);
     EXPECT_EQ(wait.GetTimeOuts(), std::vector<DWORD>{INFINITE});
 }
@@ -141,7 +141,7 @@ TEST_F(SemaphoreTest, FailsWithTheCodeAndTheWordsOfTheWait)
     {
         SCOPED_TRACE(failed.text);
         log.Clear();
-        const WaitStandIn wait(semaphore, failed.code);
+        const FakeWait wait(semaphore, failed.code);
         const Result<bool> result = WaitForSemaphore(semaphore);
         EXPECT_STREQ(result.error, failed.text);
         EXPECT_EQ(result.code, failed.code);
@@ -151,7 +151,7 @@ TEST_F(SemaphoreTest, FailsWithTheCodeAndTheWordsOfTheWait)
 
 TEST_F(SemaphoreTest, SucceedsWithoutAValueAfterAResultThatIsUnknown)
 {
-    const WaitStandIn wait(semaphore, WAIT_IO_COMPLETION);
+    const FakeWait wait(semaphore, WAIT_IO_COMPLETION);
     const Result<bool> result = WaitForSemaphore(semaphore);
     EXPECT_EQ(result.error, nullptr);
     EXPECT_FALSE(result.payload);
@@ -181,4 +181,4 @@ TEST(Semaphore, FailsForAMutexOfAThreadThatIsGone)
     EXPECT_NE(result.error, nullptr);
     CloseHandle(mutex);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -11,7 +11,7 @@
 #include <string>
 #include <utility>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -155,4 +155,4 @@ TEST(OwnedStringWithoutMemory, HasNothingToGiveBackWithoutABlockOrACapacity)
     }
     EXPECT_EQ(block, 'x');
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,8 +1,8 @@
 #include "Shared/Executable/Windows/PE.h"
 
 #include "tests/Support/ImageBuilder.h"
+#include "tests/Support/MappedTestFile.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestFile.h"
 
 #if defined(_WIN32)
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -220,7 +220,7 @@ TEST_F(PE, TellsAnUnknownMachineTypeBeforeAWrongNtSignature)
 
 TEST_F(PE, OpensAndClosesAnImageFile)
 {
-    const TestFile file(ImageBuilder().Build());
+    const TemporaryFile file(ImageBuilder().Build());
     Result<ImageFile> image = OpenImage(file.GetPath());
     ASSERT_EQ(image.error, nullptr);
     EXPECT_NE(image.payload.ntHeaders32, nullptr);
@@ -247,7 +247,7 @@ TEST_F(PE, HandsOnTheFailureToOpenAFile)
 
 TEST_F(PE, FailsToMapAnEmptyFile)
 {
-    const TestFile file({});
+    const TemporaryFile file({});
     const Result<ImageFile> image = OpenImage(file.GetPath());
     EXPECT_STREQ(image.error, "Cannot create mapped file %ls with open mode 0x%X.");
 }
@@ -256,7 +256,7 @@ TEST_F(PE, RejectsATinyFile)
 {
     for (const char* text : {"M", "Z", "ZM"})
     {
-        const TestFile file(std::vector<uint8_t>(text, text + strlen(text)));
+        const TemporaryFile file(std::vector<uint8_t>(text, text + strlen(text)));
         const Result<ImageFile> image = OpenImage(file.GetPath());
         EXPECT_STREQ(image.error, "Image '%ls' has wrong DOS header signature");
     }
@@ -469,7 +469,7 @@ TEST_F(PE, TellsTheSizeOfTheFile)
 {
     std::vector<uint8_t> bytes = ImageBuilder().Build();
     bytes.resize(0x12345);
-    const TestFile file(bytes);
+    const TemporaryFile file(bytes);
     Result<ImageFile> image = OpenImage(file.GetPath());
     ASSERT_EQ(image.error, nullptr);
     EXPECT_EQ(GetImageFileSize(image.payload), 0x12345u);
@@ -495,4 +495,4 @@ TEST_F(PE, ReadsASystemLibrary)
     CloseImage(image.payload);
 }
 #endif
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,11 +1,11 @@
 #include "Shared/Filesystem/Windows/Filesystem.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestFolder.h"
-#include "tests/Support/TestImport.h"
+#include "tests/Support/TemporaryFolder.h"
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -46,7 +46,7 @@ class FileForWriting : public testing::Test
 {
 protected:
     RecordedLog log;
-    TestFolder folder;
+    TemporaryFolder folder;
 };
 } // namespace
 
@@ -87,7 +87,7 @@ TEST_F(FileForWriting, CanBeReadByOthersMeanwhileButNotWrittenOrDeleted)
 
 TEST_F(FileForWriting, IsOpenedForWritingAloneAsAnOrdinaryFile)
 {
-    TestImport create("CreateFileW",
+    FakeImport create("CreateFileW",
                       [](decltype(&CreateFileW), LPCWSTR path, DWORD access, DWORD sharing,
                          LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD attributes,
                          HANDLE pattern) -> HANDLE {
@@ -128,4 +128,4 @@ TEST_F(FileForWriting, FailsAsLongAsSomebodyElseHoldsTheFile)
     EXPECT_EQ(log.GetLines(), FailureLines(path, ERROR_SHARING_VIOLATION));
     CloseHandle(first.payload);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,16 +1,16 @@
 #include "Shared/Filesystem/MappedFile.h"
 #include "Shared/Filesystem/Windows/Filesystem.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestFolder.h"
-#include "tests/Support/TestImport.h"
+#include "tests/Support/TemporaryFolder.h"
 
 #include <string.h>
 
 #include <winioctl.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -128,18 +128,18 @@ private:
         }
     };
 
-    TestImport<Open> open{"CreateFileW", Open{*this}};
-    TestImport<CreateMapping> createMapping{"CreateFileMappingW", CreateMapping{*this}};
-    TestImport<MapView> mapView{"MapViewOfFile", MapView{*this}};
-    TestImport<UnmapView> unmapView{"UnmapViewOfFile", UnmapView{*this}};
-    TestImport<Close> close{"CloseHandle", Close{*this}};
+    FakeImport<Open> open{"CreateFileW", Open{*this}};
+    FakeImport<CreateMapping> createMapping{"CreateFileMappingW", CreateMapping{*this}};
+    FakeImport<MapView> mapView{"MapViewOfFile", MapView{*this}};
+    FakeImport<UnmapView> unmapView{"UnmapViewOfFile", UnmapView{*this}};
+    FakeImport<Close> close{"CloseHandle", Close{*this}};
 };
 
 class MappedFiles : public testing::Test
 {
 protected:
     RecordedLog log;
-    TestFolder folder;
+    TemporaryFolder folder;
 };
 } // namespace
 
@@ -282,7 +282,7 @@ TEST_F(MappedFiles, AReadOnlyFileCanBeMapped)
 namespace
 {
 /// Makes a file of so many bytes, of which the last is `last`. It takes little room on the disk.
-std::wstring MakeLargeFile(const TestFolder& folder, int64_t size, char last)
+std::wstring MakeLargeFile(const TemporaryFolder& folder, int64_t size, char last)
 {
     const std::wstring path = folder.MakeFile(L"large");
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -350,4 +350,4 @@ TEST_F(MappedFiles, AFailureAtTheViewClosesTheMappingAndThenTheFile)
     EXPECT_FALSE(IsOpenHandle(journal.file));
     EXPECT_FALSE(IsOpenHandle(journal.mapping));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,15 +1,15 @@
 #include "Shared/Filesystem/Windows/NamedSharedMemory.h"
 
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestChild.h"
-#include "tests/Support/TestFolder.h"
-#include "tests/Support/TestImport.h"
+#include "tests/Support/TemporaryFolder.h"
 
 #include <algorithm>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -26,7 +26,7 @@ bool IsMapped(const void* address)
 }
 
 /// Writes into the section whose name it is given.
-const TestChildPart writer(L"shared memory writer", [](const wchar_t* name) {
+const ChildRole writer(L"shared memory writer", [](const wchar_t* name) {
     const HANDLE section = OpenFileMappingW(FILE_MAP_WRITE, FALSE, name);
     uint8_t* view = static_cast<uint8_t*>(MapViewOfFile(section, FILE_MAP_WRITE, 0, 0, 0));
     view[0] = 0xAB;
@@ -108,7 +108,7 @@ TEST_F(NamedSharedMemories, IsMadeInThePageFileAndMappedForEverything)
 {
     const HANDLE section = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     uint8_t view[16];
-    TestImport create("CreateFileMappingW",
+    FakeImport create("CreateFileMappingW",
                       [&](decltype(&CreateFileMappingW), HANDLE file, LPSECURITY_ATTRIBUTES security,
                           DWORD protection, DWORD sizeHigh, DWORD sizeLow, LPCWSTR sectionName) -> HANDLE {
                           EXPECT_EQ(file, INVALID_HANDLE_VALUE);
@@ -119,7 +119,7 @@ TEST_F(NamedSharedMemories, IsMadeInThePageFileAndMappedForEverything)
                           EXPECT_EQ(std::wstring(sectionName), name);
                           return section;
                       });
-    TestImport map("MapViewOfFile",
+    FakeImport map("MapViewOfFile",
                    [&](decltype(&MapViewOfFile), HANDLE mapping, DWORD access, DWORD offsetHigh,
                        DWORD offsetLow, SIZE_T size) -> LPVOID {
                        EXPECT_EQ(mapping, section);
@@ -179,7 +179,7 @@ TEST_F(NamedSharedMemories, AnEarlierSectionThatIsSmallerFailsAtTheView)
 TEST_F(NamedSharedMemories, AFailureAtTheViewClosesTheSection)
 {
     HANDLE section = nullptr;
-    TestImport map("MapViewOfFile",
+    FakeImport map("MapViewOfFile",
                    [&](decltype(&MapViewOfFile), HANDLE mapping, DWORD, DWORD, DWORD, SIZE_T) -> LPVOID {
                        section = mapping;
                        EXPECT_TRUE(IsOpenHandle(section));
@@ -195,4 +195,4 @@ TEST_F(NamedSharedMemories, AFailureAtTheViewClosesTheSection)
                OSErrorLine(ERROR_NOT_ENOUGH_MEMORY)}));
     EXPECT_FALSE(IsOpenHandle(section));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

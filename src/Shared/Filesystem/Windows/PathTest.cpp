@@ -1,16 +1,16 @@
 #include "Shared/Filesystem/Windows/Filesystem.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestFolder.h"
-#include "tests/Support/TestImport.h"
+#include "tests/Support/TemporaryFolder.h"
 
 #include <algorithm>
 
 #include <objbase.h>
 #include <shlobj.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -73,7 +73,7 @@ protected:
     }
 
     RecordedLog log;
-    TestFolder folder;
+    TemporaryFolder folder;
     std::wstring file;
     std::wstring normalFolder;
     std::wstring normalFile;
@@ -149,7 +149,7 @@ TEST_F(Paths, APathThatDoesNotExistIsReturnedUnchangedAndNothingIsLogged)
 TEST_F(Paths, APathThatMayNotBeOpenedIsReturnedUnchangedAndNothingIsLogged)
 {
     const std::wstring path = normalFolder + L"\\.\\some file.txt";
-    TestImport refuse("CreateFileW",
+    FakeImport refuse("CreateFileW",
                       [](decltype(&CreateFileW), LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD,
                          HANDLE) -> HANDLE {
                           SetLastError(ERROR_ACCESS_DENIED);
@@ -162,7 +162,7 @@ TEST_F(Paths, APathThatMayNotBeOpenedIsReturnedUnchangedAndNothingIsLogged)
 TEST_F(Paths, NormalizingOpensForTheNameAloneAndClosesWhatItOpened)
 {
     HANDLE opened = nullptr;
-    TestImport create("CreateFileW",
+    FakeImport create("CreateFileW",
                       [&](decltype(&CreateFileW) real, LPCWSTR path, DWORD access, DWORD sharing,
                           LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
                           HANDLE pattern) -> HANDLE {
@@ -176,7 +176,7 @@ TEST_F(Paths, NormalizingOpensForTheNameAloneAndClosesWhatItOpened)
                           opened = real(path, access, sharing, security, disposition, flags, pattern);
                           return opened;
                       });
-    TestImport ask("GetFinalPathNameByHandleW",
+    FakeImport ask("GetFinalPathNameByHandleW",
                    [&](decltype(&GetFinalPathNameByHandleW) real, HANDLE handle, LPWSTR buffer, DWORD size,
                        DWORD flags) -> DWORD {
                        EXPECT_EQ(handle, opened);
@@ -193,7 +193,7 @@ TEST_F(Paths, NormalizingOpensForTheNameAloneAndClosesWhatItOpened)
 TEST_F(Paths, AFailureToGetTheFinalPathIsLoggedAndGivesThePathAsItIs)
 {
     HANDLE opened = nullptr;
-    TestImport ask("GetFinalPathNameByHandleW",
+    FakeImport ask("GetFinalPathNameByHandleW",
                    [&](decltype(&GetFinalPathNameByHandleW), HANDLE handle, LPWSTR, DWORD, DWORD) -> DWORD {
                        opened = handle;
                        SetLastError(ERROR_PATH_NOT_FOUND);
@@ -278,7 +278,7 @@ TEST(ExecutablePath, IsThePathOfTheMainExecutable)
 
 TEST(ExecutablePath, IsAskedForWithAClearedBuffer)
 {
-    TestImport ask("GetModuleFileNameW",
+    FakeImport ask("GetModuleFileNameW",
                    [](decltype(&GetModuleFileNameW), HMODULE module, LPWSTR buffer, DWORD size) -> DWORD {
                        EXPECT_EQ(module, nullptr);
                        EXPECT_EQ(size, 1024u);
@@ -311,7 +311,7 @@ TEST(LogFilePath, GivesTheTextOfTheOSBack)
         0xF1B32785, 0x6FBA, 0x4FCF, {0x9D, 0x55, 0x7B, 0x8E, 0x7F, 0x15, 0x70, 0x91}};
     void* lent = nullptr;
     uint32_t givenBack = 0;
-    TestImport ask("SHGetKnownFolderPath",
+    FakeImport ask("SHGetKnownFolderPath",
                    [&](decltype(&SHGetKnownFolderPath), REFKNOWNFOLDERID folder, DWORD flags, HANDLE token,
                        PWSTR* path) -> HRESULT {
                        EXPECT_TRUE(IsEqualGUID(folder, expectedFolder));
@@ -322,11 +322,11 @@ TEST(LogFilePath, GivesTheTextOfTheOSBack)
                        lent = *path;
                        return E_FAIL; // nobody looks at it
                    });
-    TestImport free("CoTaskMemFree", [&](decltype(&CoTaskMemFree) real, LPVOID block) -> void {
+    FakeImport free("CoTaskMemFree", [&](decltype(&CoTaskMemFree) real, LPVOID block) -> void {
         givenBack += block == lent;
         real(block);
     });
     EXPECT_EQ(TextOf(GetLogFilePath(L"name")), L"X:\\me\\Torvane 2\\Logs\\name");
     EXPECT_EQ(givenBack, 1u);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

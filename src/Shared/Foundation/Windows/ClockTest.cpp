@@ -1,13 +1,13 @@
 #include "Shared/Foundation/Windows/Clock.h"
 
-#include "tests/Support/TestClock.h"
+#include "tests/Support/FakeClock.h"
 #include "tests/Support/TestThread.h"
 
-namespace Torvane
+namespace Torvane::Testing
 {
 TEST(Clock, CountsSecondsFromTheOrigin)
 {
-    TestClock clock(10000000, 10000000);
+    FakeClock clock(10000000, 10000000);
     EXPECT_EQ(SecondsSinceStartup(), 1.0);
     clock.Set(12500000);
     EXPECT_EQ(SecondsSinceStartup(), 1.25);
@@ -19,7 +19,7 @@ TEST(Clock, CountsSecondsFromTheOrigin)
 
 TEST(Clock, DividesInDoublePrecision)
 {
-    TestClock clock(1, 3);
+    FakeClock clock(1, 3);
     EXPECT_EQ(SecondsSinceStartup(), 1.0 / 3.0);
     clock.Set(int64_t{1} << 52);
     EXPECT_EQ(SecondsSinceStartup(), static_cast<double>(int64_t{1} << 52) / 3.0);
@@ -27,7 +27,7 @@ TEST(Clock, DividesInDoublePrecision)
 
 TEST(Clock, ReadsCounterAndFrequencyOnEveryCall)
 {
-    TestClock clock(3000, 1000);
+    FakeClock clock(3000, 1000);
     const uint32_t before = clock.GetCounterReads();
     EXPECT_EQ(SecondsSinceStartup(), 3.0);
     clock.SetFrequency(2000);
@@ -38,7 +38,7 @@ TEST(Clock, ReadsCounterAndFrequencyOnEveryCall)
 
 TEST(Clock, SubtractsTheOriginAsAnUnsignedNumber)
 {
-    TestClock clock(1000, 1);
+    FakeClock clock(1000, 1);
     SetTimeOrigin();
     clock.Set(999);
     EXPECT_EQ(SecondsSinceStartup(), 18446744073709551616.0);
@@ -51,4 +51,4 @@ TEST(Clock, AdvancesByItself)
     EXPECT_GE(first, 0.0);
     EXPECT_TRUE(WaitUntil([first] { return SecondsSinceStartup() > first; }));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

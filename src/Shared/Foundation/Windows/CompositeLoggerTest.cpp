@@ -3,12 +3,12 @@
 #include "Shared/Foundation/Windows/DebugOutputSink.h"
 #include "Shared/Foundation/Windows/Debugger.h"
 #include "Shared/Foundation/Windows/FileSink.h"
-#include "tests/Support/TestImport.h"
+#include "tests/Support/FakeImport.h"
 
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -95,9 +95,9 @@ private:
     };
 
     void* handler;
-    TestImport<Present> present{"IsDebuggerPresent", Present{debuggerIsPresent}};
-    TestImport<Write> write{"WriteFile", Write{}};
-    TestImport<Output> output{"OutputDebugStringA", Output{}};
+    FakeImport<Present> present{"IsDebuggerPresent", Present{debuggerIsPresent}};
+    FakeImport<Write> write{"WriteFile", Write{}};
+    FakeImport<Output> output{"OutputDebugStringA", Output{}};
 };
 } // namespace
 
@@ -170,4 +170,4 @@ TEST_F(CompositeLoggerTest, AsksForTheDebuggerBeforeEachBreak)
     BreakIntoDebugger();
     EXPECT_EQ(steps, Steps({"break"}));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,12 +1,12 @@
 #include "Shared/Foundation/Windows/DebugOutputSink.h"
 
 #include "Shared/Foundation/ThreadBuffers.h"
-#include "tests/Support/TestClock.h"
+#include "tests/Support/FakeClock.h"
 
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -33,7 +33,7 @@ private:
     };
 
     Texts texts;
-    TestImport<Output> output{"OutputDebugStringA", Output{*this}};
+    FakeImport<Output> output{"OutputDebugStringA", Output{*this}};
 };
 
 class DebugOutputSinkTest : public testing::Test
@@ -50,7 +50,7 @@ protected:
         sink.Reserved();
     }
 
-    TestClock clock{12347, 1000};
+    FakeClock clock{12347, 1000};
     DebugOutputSink sink{255};
     Debugger debugger;
 };
@@ -131,4 +131,4 @@ TEST_F(DebugOutputSinkTest, ReadsNoTimeForWhatTheMaskHoldsBack)
     LogEveryLevel();
     EXPECT_EQ(clock.GetCounterReads(), reads);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

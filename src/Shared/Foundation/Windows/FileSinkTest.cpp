@@ -1,15 +1,15 @@
 #include "Shared/Foundation/Windows/FileSink.h"
 
 #include "Shared/Foundation/ThreadBuffers.h"
-#include "tests/Support/LogCalls.h"
+#include "tests/Support/FakeClock.h"
 #include "tests/Support/LogFile.h"
 #include "tests/Support/OSErrorLine.h"
-#include "tests/Support/TestClock.h"
+#include "tests/Support/RecordedLog.h"
 
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -53,7 +53,7 @@ private:
 
     int failing;
     std::vector<DWORD> sizes;
-    TestImport<Write> write{"WriteFile", Write{*this}};
+    FakeImport<Write> write{"WriteFile", Write{*this}};
 };
 
 /// 12.345 seconds after the origin, whose second decimal is a 5 rounded from below.
@@ -65,7 +65,7 @@ protected:
         sink.Error("(ALL) ", text.data(), static_cast<uint32_t>(text.size()), source, line, separateText);
     }
 
-    TestClock clock{12347, 1000};
+    FakeClock clock{12347, 1000};
     LogFile file;
     FileSink sink{file.Get()};
 };
@@ -194,7 +194,7 @@ TEST_F(FileSinkTest, GetsWholeMessagesOf32767CharactersAndCutsLongerOnes)
 
 TEST_F(FileSinkTest, DoesNothingAtAllWithoutAFile)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const WriteJournal writes;
     const uint32_t reads = clock.GetCounterReads();
     sink.SetFile(INVALID_HANDLE_VALUE);
@@ -213,12 +213,11 @@ TEST_F(FileSinkTest, DoesNothingAtAllWithoutAFile)
 
 TEST_F(FileSinkTest, ReportsAFailedWriteThroughTheLog)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const WriteJournal writes(0);
     Error("lost", "Agent.cpp", 1);
     Error("kept", "Agent.cpp", 1);
-    EXPECT_EQ(log.GetLines(),
-              Lines({"Debug Cannot write to file.", "Debug " + OSErrorLine(ERROR_DISK_FULL).substr(4)}));
+    EXPECT_EQ(log.GetLines(), Lines({"DBG Cannot write to file.", OSErrorLine(ERROR_DISK_FULL)}));
     EXPECT_EQ(file.Read().substr(beforeText), " | kept");
 }
 
@@ -243,10 +242,10 @@ TEST_F(FileSinkTest, LosesTheFailedRecordAloneWhenItIsTheLogItself)
 
 TEST_F(FileSinkTest, WritesASeparateTextEvenWhenItsRecordFailed)
 {
-    const LogCalls log;
+    const RecordedLog log;
     const WriteJournal writes(0);
     Error("text", "Agent.cpp", 1, 1);
     EXPECT_EQ(file.Read(), "text");
-    EXPECT_EQ(log.Get().size(), 2u);
+    EXPECT_EQ(log.GetCalls().size(), 2u);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -2,8 +2,8 @@
 
 #include "Shared/Foundation/Logger.h"
 #include "Shared/Foundation/ThreadBuffers.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogFile.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestThread.h"
 
 #include <atomic>
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -51,7 +51,7 @@ protected:
         : before(GetCurrentLogger())
     {
         SetDebugOutputLevelMask(0);
-        StartupLog(file.Give());
+        StartupLog(file.Release());
     }
 
     ~LogTest() override
@@ -153,7 +153,7 @@ TEST_F(LogTest, WritesWhileAnotherThreadHoldsTheProcessHeap)
         Logged
     };
     std::atomic<int> stage = -1;
-    const TestImport output("OutputDebugStringA", [](decltype(&OutputDebugStringA), LPCSTR) {});
+    const FakeImport output("OutputDebugStringA", [](decltype(&OutputDebugStringA), LPCSTR) {});
     SetDebugOutputLevelMask(255);
     {
         // The start and the end of a thread need the heap themselves.
@@ -180,7 +180,7 @@ TEST(Log, WritesToTheDebuggerAloneWithoutAFile)
 {
     Logger* before = GetCurrentLogger();
     std::vector<std::string> texts;
-    const TestImport output("OutputDebugStringA",
+    const FakeImport output("OutputDebugStringA",
                             [&](decltype(&OutputDebugStringA), LPCSTR text) { texts.emplace_back(text); });
     SetDebugOutputLevelMask(0x08);
     StartupLog(INVALID_HANDLE_VALUE);
@@ -199,9 +199,9 @@ TEST(Log, ClosesItsFileAfterItHasTakenTheLoggerAway)
 {
     Logger* before = GetCurrentLogger();
     LogFile file;
-    const HANDLE handle = file.Give();
+    const HANDLE handle = file.Release();
     uint32_t closed = 0;
-    const TestImport close("CloseHandle", [&](decltype(&CloseHandle) real, HANDLE object) {
+    const FakeImport close("CloseHandle", [&](decltype(&CloseHandle) real, HANDLE object) {
         if (object == handle)
         {
             ++closed;
@@ -229,4 +229,4 @@ TEST(ThreadBuffers, LieInTheThreadsNativeStorage)
     expectAll();
     const TestThread other(expectAll);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,8 +1,8 @@
 #include "Shared/Foundation/Result.h"
 #include "Shared/Foundation/Windows/Clock.h"
 #include "Shared/Foundation/Windows/Log.h"
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/LogFile.h"
-#include "tests/Support/TestChild.h"
 #include "tests/Support/TestThread.h"
 
 #include <string>
@@ -10,7 +10,7 @@
 
 // Panics in real processes, with a real debugger and without one.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -20,7 +20,7 @@ constexpr DWORD failureCode = 183;
 
 /// Panics with a log of its own, and ends with what `Expect` returned. The argument is the file that the log goes to,
 /// after the debugger's mask as one digit to the base 32.
-const TestChildPart panickingProcess(L"panicking process", [](const wchar_t* argument) {
+const ChildRole panickingProcess(L"panicking process", [](const wchar_t* argument) {
     SetDebugOutputLevelMask(argument[0] == L'V' ? 0x1F : 0x0F);
     SetTimeOrigin();
     StartupLog(CreateFileW(argument + 1, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
@@ -52,7 +52,7 @@ public:
         while (goesOn)
         {
             DEBUG_EVENT event = {};
-            if (!WaitForDebugEvent(&event, testPatience))
+            if (!WaitForDebugEvent(&event, testTimeout))
             {
                 ADD_FAILURE() << "nothing comes from the child";
                 TerminateProcess(child.hProcess, 1);
@@ -154,7 +154,7 @@ std::wstring ArgumentFor(wchar_t mask, const LogFile& file)
 TEST(Panic, StopsTwiceInADebuggerWhichMayGoOnFromBoth)
 {
     LogFile file;
-    CloseHandle(file.Give());
+    CloseHandle(file.Release());
     const PROCESS_INFORMATION child =
         panickingProcess.Start(ArgumentFor(L'V', file).c_str(), DEBUG_ONLY_THIS_PROCESS);
     ASSERT_NE(child.hProcess, nullptr);
@@ -163,30 +163,30 @@ TEST(Panic, StopsTwiceInADebuggerWhichMayGoOnFromBoth)
               Events({"break, written to the file",
                       "text [ Torvane Panic  ] Cannot create event 5\r\n, written to the file",
                       "break, written to the file"}));
-    EXPECT_EQ(TestChildPart::WaitForEnd(child), failureCode);
+    EXPECT_EQ(WaitForChild(child), failureCode);
     EXPECT_EQ(ReadRecords(file), allRecords);
 }
 
 TEST(Panic, StopsTwiceInADebuggerThatIsToldNothing)
 {
     LogFile file;
-    CloseHandle(file.Give());
+    CloseHandle(file.Release());
     const PROCESS_INFORMATION child =
         panickingProcess.Start(ArgumentFor(L'F', file).c_str(), DEBUG_ONLY_THIS_PROCESS);
     ASSERT_NE(child.hProcess, nullptr);
     const ChildsDebugger debugger(child, file);
     EXPECT_EQ(debugger.GetEvents(), Events({"break, written to the file", "break, written to the file"}));
-    EXPECT_EQ(TestChildPart::WaitForEnd(child), failureCode);
+    EXPECT_EQ(WaitForChild(child), failureCode);
     EXPECT_EQ(ReadRecords(file), allRecords);
 }
 
 TEST(Panic, ReturnsWithoutADebuggerAndTheCodeTakesThePlaceOfTheValue)
 {
     LogFile file;
-    CloseHandle(file.Give());
+    CloseHandle(file.Release());
     const PROCESS_INFORMATION child = panickingProcess.Start(ArgumentFor(L'V', file).c_str());
     ASSERT_NE(child.hProcess, nullptr);
-    EXPECT_EQ(TestChildPart::WaitForEnd(child), failureCode);
+    EXPECT_EQ(WaitForChild(child), failureCode);
     EXPECT_EQ(ReadRecords(file), allRecords);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,91 +1,20 @@
 #include "Shared/Foundation/Windows/ResultOS.h"
 
-#include "tests/Support/LogCalls.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/OSErrorLine.h"
-#include "tests/Support/TestImport.h"
+#include "tests/Support/RecordedLog.h"
 
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
 using Lines = std::vector<std::string>;
 
 constexpr DWORD unknownCode = 0x2BADC0DE;
-
-/// The text of an error at Error level, in the words of the log.
-std::string ErrorLine(DWORD code)
-{
-    return "Error " + OSErrorLine(code).substr(4);
-}
-
-std::string DebugLine(DWORD code)
-{
-    return "Debug " + OSErrorLine(code).substr(4);
-}
-
-/// Changes the last error in each call, as a write to a file can.
-class DisturbingLogger final : public Logger
-{
-public:
-    explicit DisturbingLogger(DWORD codeToLeave)
-        : code(codeToLeave)
-        , before(GetCurrentLogger())
-    {
-        SetCurrentLogger(this);
-    }
-
-    ~DisturbingLogger()
-    {
-        SetCurrentLogger(before);
-    }
-
-    DisturbingLogger(const DisturbingLogger&) = delete;
-    DisturbingLogger& operator=(const DisturbingLogger&) = delete;
-
-    const Lines& GetLines() const
-    {
-        return lines;
-    }
-
-    void Debug(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t) override
-    {
-        Keep("Debug ", text, length);
-    }
-    void Success(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Info(const char*, int32_t, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Warning(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Error(const char*, const char* text, uint32_t length, const char*, int32_t, uint32_t) override
-    {
-        Keep("Error ", text, length);
-    }
-    void Panic(const char*, const char*, uint32_t, const char*, int32_t, uint32_t) override
-    {
-    }
-    void Reserved() override
-    {
-    }
-
-private:
-    void Keep(const char* level, const char* text, uint32_t length)
-    {
-        lines.push_back(level + std::string(text, length));
-        SetLastError(code);
-    }
-
-    DWORD code;
-    Logger* before;
-    Lines lines;
-};
 } // namespace
 
 TEST(OSErrorText, IsTheSystemsTextAsItComes)
@@ -107,7 +36,7 @@ TEST(OSErrorText, IsUnknownWhereTheSystemHasNone)
 TEST(OSErrorText, IsAskedForInAClearedBuffer)
 {
     uint32_t calls = 0;
-    const TestImport format("FormatMessageA",
+    const FakeImport format("FormatMessageA",
                             [&](decltype(&FormatMessageA), DWORD flags, LPCVOID source, DWORD code,
                                 DWORD language, LPSTR buffer, DWORD size, va_list* arguments) -> DWORD {
                                 ++calls;
@@ -127,14 +56,14 @@ TEST(OSErrorText, IsAskedForInAClearedBuffer)
 
 TEST(MakeOSError, LogsTextAndLastErrorUnderItsOwnHeadersPosition)
 {
-    const LogCalls log;
+    const RecordedLog log;
     static constexpr char format[] = "Cannot open file %ls.";
     SetLastError(ERROR_ACCESS_DENIED);
     const Result<HANDLE> result = MakeOSError(format, L"C:\\log.txt");
     EXPECT_EQ(result.error, format) << "the unfilled text itself";
     EXPECT_EQ(result.code, 5u);
-    EXPECT_EQ(log.GetLines(), Lines({"Debug Cannot open file C:\\log.txt.", DebugLine(ERROR_ACCESS_DENIED)}));
-    for (const LogCall& call : log.Get())
+    EXPECT_EQ(log.GetLines(), Lines({"DBG Cannot open file C:\\log.txt.", OSErrorLine(ERROR_ACCESS_DENIED)}));
+    for (const LogCall& call : log.GetCalls())
     {
         EXPECT_EQ(call.file, "ResultOS.h");
         EXPECT_GT(call.line, 0);
@@ -143,30 +72,30 @@ TEST(MakeOSError, LogsTextAndLastErrorUnderItsOwnHeadersPosition)
 
 TEST(MakeOSError, WritesTheCodeTwiceAndTheText)
 {
-    const LogCalls log;
+    const RecordedLog log;
     SetLastError(unknownCode);
     MakeOSError("text");
-    EXPECT_EQ(log.GetLines(), Lines({"Debug text", "Debug Error: 732807390, 0x2BADC0DE: unknown"}));
+    EXPECT_EQ(log.GetLines(), Lines({"DBG text", "DBG Error: 732807390, 0x2BADC0DE: unknown"}));
 }
 
 TEST(MakeOSError, ReadsTheLastErrorAfterItsFirstLogCall)
 {
-    const DisturbingLogger log(ERROR_DISK_FULL);
+    const RecordedLog log([] { SetLastError(ERROR_DISK_FULL); });
     SetLastError(ERROR_ACCESS_DENIED);
     const Failure failure = MakeOSError("text");
     EXPECT_EQ(failure.code, DWORD{ERROR_DISK_FULL});
-    EXPECT_EQ(log.GetLines(), Lines({"Debug text", DebugLine(ERROR_DISK_FULL)}));
+    EXPECT_EQ(log.GetLines(), Lines({"DBG text", OSErrorLine(ERROR_DISK_FULL)}));
 }
 
 TEST(LogLastError, LogsTextAndLastErrorUnderTheCallersPosition)
 {
-    const LogCalls log;
+    const RecordedLog log;
     SetLastError(ERROR_FILE_NOT_FOUND);
     const int32_t line = __LINE__ + 1;
     LogLastError(TVN_HERE, "LoadLibraryW(%ls) failed.", L"patch.dll");
     EXPECT_EQ(log.GetLines(),
-              Lines({"Error LoadLibraryW(patch.dll) failed.", ErrorLine(ERROR_FILE_NOT_FOUND)}));
-    for (const LogCall& call : log.Get())
+              Lines({"ERR LoadLibraryW(patch.dll) failed.", OSErrorLine(ERROR_FILE_NOT_FOUND, "ERR")}));
+    for (const LogCall& call : log.GetCalls())
     {
         EXPECT_EQ(call.file, "ResultOSTest.cpp");
         EXPECT_EQ(call.line, line);
@@ -175,17 +104,17 @@ TEST(LogLastError, LogsTextAndLastErrorUnderTheCallersPosition)
 
 TEST(LogLastError, WritesTheCodeTwiceAndTheText)
 {
-    const LogCalls log;
+    const RecordedLog log;
     SetLastError(unknownCode);
     LogLastError(TVN_HERE, "text");
-    EXPECT_EQ(log.GetLines(), Lines({"Error text", "Error Error: 732807390, 0x2BADC0DE: unknown"}));
+    EXPECT_EQ(log.GetLines(), Lines({"ERR text", "ERR Error: 732807390, 0x2BADC0DE: unknown"}));
 }
 
 TEST(LogLastError, ReadsTheLastErrorFirstOfAll)
 {
-    const DisturbingLogger log(ERROR_DISK_FULL);
+    const RecordedLog log([] { SetLastError(ERROR_DISK_FULL); });
     SetLastError(ERROR_ACCESS_DENIED);
     LogLastError(TVN_HERE, "text");
-    EXPECT_EQ(log.GetLines(), Lines({"Error text", ErrorLine(ERROR_ACCESS_DENIED)}));
+    EXPECT_EQ(log.GetLines(), Lines({"ERR text", OSErrorLine(ERROR_ACCESS_DENIED, "ERR")}));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -376,4 +376,4 @@ TEST_F(StructuredException, IsEachThreadsOwn)
     const TestThread second(faultOften);
     faultOften();
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

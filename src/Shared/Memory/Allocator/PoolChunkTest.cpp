@@ -9,7 +9,7 @@
 
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -174,4 +174,4 @@ TEST(PoolChunk, LeavesARestThatIsTooSmallForABlock)
     EXPECT_EQ(Follow(CarveChunk(chunk.start, 127, 32, alignment), chunk.start),
               (std::vector<ptrdiff_t>{32, 64}));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -94,4 +94,4 @@ TEST_F(SegregatedAllocatorTest, KeepsItsThresholdInAField)
     EXPECT_EQ(small.allocated, Sizes{100});
     EXPECT_EQ(large.allocated, Sizes{101});
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

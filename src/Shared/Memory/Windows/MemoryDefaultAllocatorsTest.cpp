@@ -1,7 +1,7 @@
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
 
 #include "Shared/Memory/MemorySystem.h"
-#include "tests/Support/HeapJournal.h"
+#include "tests/Support/RecordedHeapCalls.h"
 #include "tests/Support/RecordedLog.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -67,33 +67,33 @@ TEST(MemoryDefaultAllocators, StartAndEndInTheirOrder)
 {
     const RecordedLog log;
     Journal journal(log);
-    const TestImport create("HeapCreate",
+    const FakeImport create("HeapCreate",
                             [&](decltype(&HeapCreate) real, DWORD options, SIZE_T initial, SIZE_T maximum) {
                                 const HANDLE heap = real(options, initial, maximum);
                                 journal.Add("HeapCreate", heap);
                                 return heap;
                             });
-    const TestImport destroy("HeapDestroy", [&](decltype(&HeapDestroy) real, HANDLE heap) {
+    const FakeImport destroy("HeapDestroy", [&](decltype(&HeapDestroy) real, HANDLE heap) {
         journal.Add("HeapDestroy", heap);
         return real(heap);
     });
-    const TestImport allocate("HeapAlloc",
+    const FakeImport allocate("HeapAlloc",
                               [&](decltype(&HeapAlloc) real, HANDLE heap, DWORD flags, SIZE_T size) {
                                   journal.Add("HeapAlloc", heap);
                                   return real(heap, flags, size);
                               });
-    const TestImport free("HeapFree", [&](decltype(&HeapFree) real, HANDLE heap, DWORD flags, LPVOID block) {
+    const FakeImport free("HeapFree", [&](decltype(&HeapFree) real, HANDLE heap, DWORD flags, LPVOID block) {
         journal.Add("HeapFree", heap);
         return real(heap, flags, block);
     });
-    const TestImport initialize(
+    const FakeImport initialize(
         "InitializeCriticalSection", [&](decltype(&InitializeCriticalSection) real, LPCRITICAL_SECTION lock) {
             const char* cleared = reinterpret_cast<const char*>(lock);
             EXPECT_TRUE(std::all_of(cleared, cleared + sizeof(*lock), [](char byte) { return byte == 0; }));
             journal.Add("InitializeCriticalSection", lock);
             real(lock);
         });
-    const TestImport remove("DeleteCriticalSection",
+    const FakeImport remove("DeleteCriticalSection",
                             [&](decltype(&DeleteCriticalSection) real, LPCRITICAL_SECTION lock) {
                                 EXPECT_EQ(lock->OwningThread, nullptr);
                                 journal.Add("DeleteCriticalSection", lock);
@@ -130,7 +130,7 @@ TEST(MemoryDefaultAllocators, StartAndEndInTheirOrder)
 TEST(MemoryDefaultAllocators, CreateTwoHeapsThatCanGrow)
 {
     const RecordedLog log;
-    const HeapJournal heaps;
+    const RecordedHeapCalls heaps;
     StartupMemorySystem();
     const auto created = heaps.GetCalls();
     ShutdownMemorySystem();
@@ -149,7 +149,7 @@ TEST(MemoryDefaultAllocators, CreateTwoHeapsThatCanGrow)
 TEST(MemoryDefaultAllocators, EndOnlyOnce)
 {
     const RecordedLog log;
-    const HeapJournal heaps;
+    const RecordedHeapCalls heaps;
     StartupMemorySystem();
     ShutdownMemorySystem();
     const size_t calls = heaps.GetCalls().size();
@@ -162,7 +162,7 @@ TEST(MemoryDefaultAllocators, EndOnlyOnce)
 TEST(MemoryDefaultAllocators, StartAfreshAfterTheirEnd)
 {
     const RecordedLog log;
-    const HeapJournal heaps;
+    const RecordedHeapCalls heaps;
     for (uint32_t round = 1; round <= 3; ++round)
     {
         StartupMemorySystem();
@@ -177,4 +177,4 @@ TEST(MemoryDefaultAllocators, StartAfreshAfterTheirEnd)
         EXPECT_EQ(heaps.GetCalls("HeapDestroy").size(), 2 * round);
     }
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,6 +1,6 @@
 #include "Shared/Memory/MemorySystem.h"
 
-#include "tests/Support/HeapJournal.h"
+#include "tests/Support/RecordedHeapCalls.h"
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
 
@@ -12,7 +12,7 @@
 #include <memory>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -52,7 +52,7 @@ struct FilledBlock
 
 TEST_F(MemorySystemTest, SendsBlocksAboveTheThresholdToAHeapWithTheirExactSize)
 {
-    HeapJournal heaps;
+    RecordedHeapCalls heaps;
     Allocation block = Allocate(1025);
     ASSERT_EQ(heaps.GetCalls().size(), 1u);
     HeapCall call = heaps.GetCalls()[0];
@@ -75,7 +75,7 @@ TEST_F(MemorySystemTest, SendsBlocksAboveTheThresholdToAHeapWithTheirExactSize)
 
 TEST_F(MemorySystemTest, SendsBlocksUpToTheThresholdToThePools)
 {
-    HeapJournal heaps;
+    RecordedHeapCalls heaps;
     const HANDLE large = [&] {
         Allocation block = Allocate(1025);
         Free(block);
@@ -234,10 +234,10 @@ TEST_F(MemorySystemTest, WorksWhileAnotherThreadIsInsideTheProcessHeap)
     const TestThread owner([&] {
         HeapLock(GetProcessHeap());
         SetEvent(parked);
-        inTime = WaitForSingleObject(done, testPatience / 2) == WAIT_OBJECT_0;
+        inTime = WaitForSingleObject(done, testTimeout / 2) == WAIT_OBJECT_0;
         HeapUnlock(GetProcessHeap());
     });
-    ASSERT_EQ(WaitForSingleObject(parked, testPatience), WAIT_OBJECT_0);
+    ASSERT_EQ(WaitForSingleObject(parked, testTimeout), WAIT_OBJECT_0);
     bool allocated = true;
     for (const uint32_t size : sizes)
     {
@@ -254,10 +254,10 @@ TEST_F(MemorySystemTest, WorksWhileAnotherThreadIsInsideTheProcessHeap)
         }
     }
     SetEvent(done);
-    EXPECT_TRUE(owner.HasEnded());
+    EXPECT_TRUE(owner.WaitForEnd());
     EXPECT_TRUE(inTime);
     EXPECT_TRUE(allocated);
     CloseHandle(parked);
     CloseHandle(done);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,14 +1,14 @@
 #include "Shared/OS/Windows/WindowsInternalAPI.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestInternalAPI.h"
 
 #include <string.h>
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -81,11 +81,11 @@ TEST_F(InternalAPI, HoldsTheFunctionsOfTheOSInTheirOrderAndLogsNothing)
 TEST_F(InternalAPI, LooksForTheModuleAfreshForEachEntry)
 {
     Lines calls;
-    TestImport module("GetModuleHandleA", [&](decltype(&GetModuleHandleA) real, LPCSTR name) -> HMODULE {
+    FakeImport module("GetModuleHandleA", [&](decltype(&GetModuleHandleA) real, LPCSTR name) -> HMODULE {
         calls.push_back(name);
         return real(name);
     });
-    TestImport function("GetProcAddress",
+    FakeImport function("GetProcAddress",
                         [&](decltype(&GetProcAddress) real, HMODULE, LPCSTR name) -> FARPROC {
                             calls.push_back(name);
                             return real(GetModuleHandleW(L"ntdll.dll"), name);
@@ -102,7 +102,7 @@ TEST_F(InternalAPI, LooksForTheModuleAfreshForEachEntry)
 
 TEST_F(InternalAPI, HasNoThreadDescriptionOnASystemWithoutOneAndLogsNothing)
 {
-    TestImport function("GetProcAddress",
+    FakeImport function("GetProcAddress",
                         [](decltype(&GetProcAddress) real, HMODULE module, LPCSTR name) -> FARPROC {
                             return strcmp(name, "SetThreadDescription") == 0 ? nullptr : real(module, name);
                         });
@@ -118,7 +118,7 @@ TEST_F(InternalAPI, HasNoThreadDescriptionOnASystemWithoutOneAndLogsNothing)
 
 TEST_F(InternalAPI, AnUnknownFunctionGivesANullEntryAndThoseAfterItAreFilled)
 {
-    TestImport function("GetProcAddress",
+    FakeImport function("GetProcAddress",
                         [](decltype(&GetProcAddress) real, HMODULE module, LPCSTR name) -> FARPROC {
                             const bool isMissing = strcmp(name, "NtReadVirtualMemory") == 0;
                             return real(module, isMissing ? "NoSuchFunctionAnywhere" : name);
@@ -134,7 +134,7 @@ TEST_F(InternalAPI, AnUnknownFunctionGivesANullEntryAndThoseAfterItAreFilled)
 
 TEST_F(InternalAPI, AMissingModuleIsLoggedForEachOfItsEntriesWhichAreNull)
 {
-    TestImport module("GetModuleHandleA", [](decltype(&GetModuleHandleA) real, LPCSTR name) -> HMODULE {
+    FakeImport module("GetModuleHandleA", [](decltype(&GetModuleHandleA) real, LPCSTR name) -> HMODULE {
         return strcmp(name, "ntdll.dll") == 0 ? nullptr : real(name);
     });
     StartupWindowsInternalAPI();
@@ -148,7 +148,7 @@ TEST_F(InternalAPI, AMissingModuleIsLoggedForEachOfItsEntriesWhichAreNull)
 
 TEST_F(InternalAPI, AMissingModuleOfTheLastEntryIsLoggedOnce)
 {
-    TestImport module("GetModuleHandleA", [](decltype(&GetModuleHandleA) real, LPCSTR name) -> HMODULE {
+    FakeImport module("GetModuleHandleA", [](decltype(&GetModuleHandleA) real, LPCSTR name) -> HMODULE {
         return strcmp(name, "KernelBase.dll") == 0 ? nullptr : real(name);
     });
     StartupWindowsInternalAPI();
@@ -173,4 +173,4 @@ TEST_F(InternalAPI, AFunctionIsCalledThroughItsEntry)
     ASSERT_TRUE(multiplyDivide);
     EXPECT_EQ(multiplyDivide(6, 14, 2), 42);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

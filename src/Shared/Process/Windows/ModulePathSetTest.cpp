@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -332,4 +332,4 @@ TEST_F(ModulePathSetTest, Contains100000Paths)
     }
     ExpectSoundTable(set);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,9 +1,9 @@
 #include "Shared/Process/Windows/Process.h"
 #include "Shared/Process/Windows/Thread.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestChild.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -22,7 +22,7 @@ const Lines usualLines = {"DBG Thread 'Torvane stdout drain' started",
                           "DBG Thread 'Torvane stdout drain' exited with result 0"};
 
 /// Writes to its standard output.
-const TestChildPart writer(L"drained writer", [](const wchar_t*) {
+const ChildRole writer(L"drained writer", [](const wchar_t*) {
     const char bytes[] = "output of a child";
     DWORD count = 0;
     WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), bytes, sizeof(bytes) - 1, &count, nullptr);
@@ -52,7 +52,7 @@ struct SmallerRange
     static constexpr uint32_t reservedSize = 0x100000;
 
     uint32_t gibibytes = 0; ///< how many were asked for
-    TestImport<Allocate> allocate{"VirtualAlloc", Allocate{gibibytes}};
+    FakeImport<Allocate> allocate{"VirtualAlloc", Allocate{gibibytes}};
 };
 
 /// A pipe whose read end is drained.
@@ -107,7 +107,7 @@ protected:
 };
 
 /// Answers reads from the pipe, one after the other; the last answer for all that follow.
-struct ReadStandIn
+struct FakeRead
 {
     struct Answer
     {
@@ -118,19 +118,19 @@ struct ReadStandIn
 
     struct Read
     {
-        ReadStandIn& standIn;
+        FakeRead& fake;
 
         BOOL operator()(decltype(&ReadFile), HANDLE pipe, LPVOID buffer, DWORD size, LPDWORD count,
                         LPOVERLAPPED overlapped) const
         {
-            EXPECT_EQ(pipe, standIn.pipe);
+            EXPECT_EQ(pipe, fake.pipe);
             EXPECT_EQ(size, 16384u);
             EXPECT_EQ(overlapped, nullptr);
             char* bytes = static_cast<char*>(buffer);
             EXPECT_EQ(std::count(bytes, bytes + size, '\0'), 16384);
-            const size_t number = std::min(standIn.calls, standIn.answers.size() - 1);
-            ++standIn.calls;
-            const Answer& answer = standIn.answers[number];
+            const size_t number = std::min(fake.calls, fake.answers.size() - 1);
+            ++fake.calls;
+            const Answer& answer = fake.answers[number];
             memcpy(bytes, answer.bytes.data(), answer.bytes.size());
             *count = static_cast<DWORD>(answer.bytes.size());
             SetLastError(answer.error);
@@ -141,7 +141,7 @@ struct ReadStandIn
     HANDLE pipe;
     std::vector<Answer> answers;
     size_t calls = 0;
-    TestImport<Read> read{"ReadFile", Read{*this}};
+    FakeImport<Read> read{"ReadFile", Read{*this}};
 };
 } // namespace
 
@@ -202,7 +202,7 @@ TEST_F(OutputDrain, ReadsTheOutputOfAChildToItsEnd)
     startup.hStdOutput = writeEnd;
     EXPECT_TRUE(CreateProcessW(program, nullptr, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                                &process.information));
-    TestChildPart::Withdraw();
+    ChildRole::Withdraw();
     CloseWriteEnd();
     WaitForThread(process.drainThread);
     EXPECT_EQ(GetOutput(process), "output of a child");
@@ -242,11 +242,11 @@ TEST_F(OutputDrain, EndsSilentlyWhenTheReadIsCancelled)
 
 TEST_F(OutputDrain, GoesOnAfterAReadOfNoBytes)
 {
-    ReadStandIn standIn = {
-        readEnd, {{TRUE, ERROR_GEN_FAILURE, ""}, {TRUE, 0, "later"}, {FALSE, ERROR_BROKEN_PIPE, ""}}};
+    FakeRead fake = {readEnd,
+                     {{TRUE, ERROR_GEN_FAILURE, ""}, {TRUE, 0, "later"}, {FALSE, ERROR_BROKEN_PIPE, ""}}};
     SpawnedProcess process = StartDrain();
     WaitForThread(process.drainThread);
-    EXPECT_EQ(standIn.calls, 3u);
+    EXPECT_EQ(fake.calls, 3u);
     EXPECT_EQ(GetOutput(process), "later");
     EXPECT_EQ(log.GetLines(), usualLines);
     ReleaseSpawnedProcess(process);
@@ -255,7 +255,7 @@ TEST_F(OutputDrain, GoesOnAfterAReadOfNoBytes)
 TEST_F(OutputDrain, TakesAWholeStepAtOnce)
 {
     const std::string step(16384, 's');
-    ReadStandIn standIn = {readEnd, {{TRUE, 0, step}, {TRUE, 0, step}, {FALSE, ERROR_BROKEN_PIPE, ""}}};
+    FakeRead fake = {readEnd, {{TRUE, 0, step}, {TRUE, 0, step}, {FALSE, ERROR_BROKEN_PIPE, ""}}};
     SpawnedProcess process = StartDrain();
     WaitForThread(process.drainThread);
     EXPECT_EQ(GetOutput(process), step + step);
@@ -264,10 +264,10 @@ TEST_F(OutputDrain, TakesAWholeStepAtOnce)
 
 TEST_F(OutputDrain, KeepsBytesThatComeWithAFailedRead)
 {
-    ReadStandIn standIn = {readEnd, {{TRUE, 0, "one "}, {FALSE, ERROR_OPERATION_ABORTED, "two"}}};
+    FakeRead fake = {readEnd, {{TRUE, 0, "one "}, {FALSE, ERROR_OPERATION_ABORTED, "two"}}};
     SpawnedProcess process = StartDrain();
     WaitForThread(process.drainThread);
-    EXPECT_EQ(standIn.calls, 2u);
+    EXPECT_EQ(fake.calls, 2u);
     EXPECT_EQ(GetOutput(process), "one two");
     EXPECT_EQ(log.GetLines(), usualLines);
     ReleaseSpawnedProcess(process);
@@ -275,7 +275,7 @@ TEST_F(OutputDrain, KeepsBytesThatComeWithAFailedRead)
 
 TEST_F(OutputDrain, LogsEveryOtherFailureWithTheErrorOfTheRead)
 {
-    ReadStandIn standIn = {readEnd, {{FALSE, ERROR_NOT_ENOUGH_QUOTA, "kept"}}};
+    FakeRead fake = {readEnd, {{FALSE, ERROR_NOT_ENOUGH_QUOTA, "kept"}}};
     SpawnedProcess process = StartDrain();
     WaitForThread(process.drainThread);
     EXPECT_EQ(GetOutput(process), "kept");
@@ -316,7 +316,7 @@ TEST_F(OutputDrain, ReleasingGivesTheOutputBackAndLeavesThePipe)
 
 TEST_F(OutputDrain, ADrainThatCannotStartLeavesTheHandleZero)
 {
-    TestImport begin("_beginthreadex",
+    FakeImport begin("_beginthreadex",
                      [](decltype(&_beginthreadex), void*, unsigned size, _beginthreadex_proc_type, void*,
                         unsigned, unsigned*) -> uintptr_t {
                          EXPECT_EQ(size, 16384u);
@@ -330,4 +330,4 @@ TEST_F(OutputDrain, ADrainThatCannotStartLeavesTheHandleZero)
               Lines({"ERR Failed to create thread", OSErrorLine(ERROR_NOT_ENOUGH_MEMORY, "ERR")}));
     ReleaseSpawnedProcess(process);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,9 +1,9 @@
 #include "Shared/Process/Windows/PipeClient.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
 
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -87,30 +87,30 @@ protected:
 };
 
 /// Tells when a connect is about to block; cancels a call that has begun, however early the cancel comes.
-struct ConnectStandIn
+struct FakeConnect
 {
     struct Connect
     {
-        ConnectStandIn& standIn;
+        FakeConnect& fake;
 
         BOOL operator()(decltype(&ConnectNamedPipe) real, HANDLE pipe, LPOVERLAPPED overlapped) const
         {
             EXPECT_EQ(overlapped, nullptr);
-            standIn.threadId = GetCurrentThreadId();
-            InterlockedExchange(&standIn.begun, 1);
+            fake.threadId = GetCurrentThreadId();
+            InterlockedExchange(&fake.begun, 1);
             return real(pipe, overlapped);
         }
     };
 
     struct Cancel
     {
-        ConnectStandIn& standIn;
+        FakeConnect& fake;
 
         BOOL operator()(decltype(&CancelSynchronousIo) real, HANDLE thread) const
         {
-            standIn.cancelled.push_back(thread);
-            standIn.cancelledThreadId = GetThreadId(thread);
-            InterlockedIncrement(&standIn.cancels);
+            fake.cancelled.push_back(thread);
+            fake.cancelledThreadId = GetThreadId(thread);
+            InterlockedIncrement(&fake.cancels);
             return thread == INVALID_HANDLE_VALUE || WaitUntil([&] { return real(thread); });
         }
     };
@@ -125,8 +125,8 @@ struct ConnectStandIn
     DWORD threadId = 0;
     std::vector<HANDLE> cancelled;
     DWORD cancelledThreadId = 0;
-    TestImport<Connect> connect{"ConnectNamedPipe", Connect{*this}};
-    TestImport<Cancel> cancel{"CancelSynchronousIo", Cancel{*this}};
+    FakeImport<Connect> connect{"ConnectNamedPipe", Connect{*this}};
+    FakeImport<Cancel> cancel{"CancelSynchronousIo", Cancel{*this}};
 };
 
 bool IsOpen(HANDLE handle)
@@ -139,7 +139,7 @@ bool IsOpen(HANDLE handle)
 TEST_F(PipeClient, AClientThatConnectedBeforeTheCallIsASuccess)
 {
     DWORD error = 0;
-    TestImport connect("ConnectNamedPipe",
+    FakeImport connect("ConnectNamedPipe",
                        [&](decltype(&ConnectNamedPipe) real, HANDLE server, LPOVERLAPPED overlapped) -> BOOL {
                            const BOOL connected = real(server, overlapped);
                            EXPECT_FALSE(connected);
@@ -147,7 +147,7 @@ TEST_F(PipeClient, AClientThatConnectedBeforeTheCallIsASuccess)
                            return connected;
                        });
     ConnectClient();
-    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    const Result<bool> result = WaitForPipeClient(pipe, testTimeout);
     EXPECT_EQ(result.error, nullptr);
     EXPECT_TRUE(result.payload);
     EXPECT_EQ(error, 535u);
@@ -156,23 +156,23 @@ TEST_F(PipeClient, AClientThatConnectedBeforeTheCallIsASuccess)
 
 TEST_F(PipeClient, AClientThatComesMeanwhileEndsTheWaitAndTheWatcher)
 {
-    ConnectStandIn standIn;
+    FakeConnect fake;
     Result<bool> result = Failure{"still waiting", 0};
-    TestThread server([&] { result = WaitForPipeClient(pipe, testPatience); });
-    ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.begun));
-    EXPECT_FALSE(server.HasEnded(testGrace));
+    TestThread server([&] { result = WaitForPipeClient(pipe, testTimeout); });
+    ASSERT_TRUE(FakeConnect::WaitFor(fake.begun));
+    EXPECT_FALSE(server.WaitForEnd(quietPeriod));
     ConnectClient();
-    ASSERT_TRUE(server.HasEnded());
+    ASSERT_TRUE(server.WaitForEnd());
     EXPECT_EQ(result.error, nullptr);
     EXPECT_TRUE(result.payload);
-    EXPECT_TRUE(standIn.cancelled.empty());
+    EXPECT_TRUE(fake.cancelled.empty());
     ExpectLines({});
 }
 
 TEST_F(PipeClient, TheConnectedPipeCarriesBytes)
 {
     ConnectClient();
-    ASSERT_EQ(WaitForPipeClient(pipe, testPatience).error, nullptr);
+    ASSERT_EQ(WaitForPipeClient(pipe, testTimeout).error, nullptr);
     DWORD count = 0;
     EXPECT_TRUE(WriteFile(clients[0], "ping", 4, &count, nullptr));
     char bytes[8] = {};
@@ -182,21 +182,21 @@ TEST_F(PipeClient, TheConnectedPipeCarriesBytes)
 
 TEST_F(PipeClient, WithoutAClientTheWaitFailsAfterItsTimeOut)
 {
-    ConnectStandIn standIn;
+    FakeConnect fake;
     const Result<bool> result = WaitForPipeClient(pipe, 30);
     ASSERT_NE(result.error, nullptr);
     EXPECT_STREQ(result.error, connectFailure);
     EXPECT_EQ(result.code, 995u);
     ExpectLines(FailureLines(995));
-    EXPECT_EQ(standIn.threadId, GetCurrentThreadId());
-    EXPECT_EQ(standIn.cancelledThreadId, GetCurrentThreadId());
-    ASSERT_EQ(standIn.cancelled.size(), 1u);
-    EXPECT_FALSE(IsOpen(standIn.cancelled[0]));
+    EXPECT_EQ(fake.threadId, GetCurrentThreadId());
+    EXPECT_EQ(fake.cancelledThreadId, GetCurrentThreadId());
+    ASSERT_EQ(fake.cancelled.size(), 1u);
+    EXPECT_FALSE(IsOpen(fake.cancelled[0]));
 }
 
 TEST_F(PipeClient, ATimeOutOfZeroCancelsTheWait)
 {
-    ConnectStandIn standIn;
+    FakeConnect fake;
     const Result<bool> result = WaitForPipeClient(pipe, 0);
     EXPECT_STREQ(result.error, connectFailure);
     EXPECT_EQ(result.code, 995u);
@@ -215,18 +215,18 @@ TEST_F(PipeClient, ATimeOutOfZeroIsASuccessIfAClientIsThere)
 TEST_F(PipeClient, APipeCanBeWaitedForAgainAfterATimeOut)
 {
     {
-        ConnectStandIn standIn;
+        FakeConnect fake;
         EXPECT_EQ(WaitForPipeClient(pipe, 0).code, 995u);
     }
     ConnectClient();
-    EXPECT_EQ(WaitForPipeClient(pipe, testPatience).error, nullptr);
+    EXPECT_EQ(WaitForPipeClient(pipe, testTimeout).error, nullptr);
 }
 
 TEST_F(PipeClient, AClientThatIsGoneAlreadyIsAFailure)
 {
     ConnectClient();
     DisconnectClient();
-    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    const Result<bool> result = WaitForPipeClient(pipe, testTimeout);
     EXPECT_STREQ(result.error, connectFailure);
     EXPECT_EQ(result.code, static_cast<uint32_t>(ERROR_NO_DATA));
     ExpectLines(FailureLines(ERROR_NO_DATA));
@@ -234,7 +234,7 @@ TEST_F(PipeClient, AClientThatIsGoneAlreadyIsAFailure)
 
 TEST_F(PipeClient, AHandleThatIsNoPipeIsAFailure)
 {
-    const Result<bool> result = WaitForPipeClient(reinterpret_cast<HANDLE>(0xABCDE0), testPatience);
+    const Result<bool> result = WaitForPipeClient(reinterpret_cast<HANDLE>(0xABCDE0), testTimeout);
     EXPECT_STREQ(result.error, connectFailure);
     EXPECT_EQ(result.code, static_cast<uint32_t>(ERROR_INVALID_HANDLE));
     ExpectLines(FailureLines(ERROR_INVALID_HANDLE));
@@ -242,16 +242,16 @@ TEST_F(PipeClient, AHandleThatIsNoPipeIsAFailure)
 
 TEST_F(PipeClient, TheFailureIsTheOneOfTheConnectWhateverTheSignalLeaves)
 {
-    TestImport connect("ConnectNamedPipe", [](decltype(&ConnectNamedPipe), HANDLE, LPOVERLAPPED) -> BOOL {
+    FakeImport connect("ConnectNamedPipe", [](decltype(&ConnectNamedPipe), HANDLE, LPOVERLAPPED) -> BOOL {
         SetLastError(ERROR_BAD_PIPE);
         return FALSE;
     });
-    TestImport signal("SetEvent", [](decltype(&SetEvent) real, HANDLE event) -> BOOL {
+    FakeImport signal("SetEvent", [](decltype(&SetEvent) real, HANDLE event) -> BOOL {
         const BOOL signalled = real(event);
         SetLastError(ERROR_PIPE_CONNECTED);
         return signalled;
     });
-    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    const Result<bool> result = WaitForPipeClient(pipe, testTimeout);
     EXPECT_STREQ(result.error, connectFailure);
     EXPECT_EQ(result.code, static_cast<uint32_t>(ERROR_BAD_PIPE));
     ExpectLines(FailureLines(ERROR_BAD_PIPE));
@@ -259,9 +259,9 @@ TEST_F(PipeClient, TheFailureIsTheOneOfTheConnectWhateverTheSignalLeaves)
 
 TEST_F(PipeClient, WithoutAHandleOfTheWaitingThreadThereIsNoCancel)
 {
-    ConnectStandIn standIn;
+    FakeConnect fake;
     DWORD waitingThreadId = 0;
-    TestImport open("OpenThread",
+    FakeImport open("OpenThread",
                     [&](decltype(&OpenThread), DWORD access, BOOL inherited, DWORD id) -> HANDLE {
                         EXPECT_EQ(access, 0x1FFFFFu);
                         EXPECT_FALSE(inherited);
@@ -271,15 +271,15 @@ TEST_F(PipeClient, WithoutAHandleOfTheWaitingThreadThereIsNoCancel)
                     });
     Result<bool> result = Failure{"still waiting", 0};
     TestThread server([&] { result = WaitForPipeClient(pipe, 0); });
-    ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.begun));
-    ASSERT_TRUE(ConnectStandIn::WaitFor(standIn.cancels));
-    EXPECT_FALSE(server.HasEnded(testGrace));
+    ASSERT_TRUE(FakeConnect::WaitFor(fake.begun));
+    ASSERT_TRUE(FakeConnect::WaitFor(fake.cancels));
+    EXPECT_FALSE(server.WaitForEnd(quietPeriod));
     ConnectClient();
-    ASSERT_TRUE(server.HasEnded());
+    ASSERT_TRUE(server.WaitForEnd());
     EXPECT_EQ(result.error, nullptr);
     EXPECT_TRUE(result.payload);
-    EXPECT_EQ(waitingThreadId, standIn.threadId);
-    EXPECT_EQ(standIn.cancelled, std::vector<HANDLE>({INVALID_HANDLE_VALUE}));
+    EXPECT_EQ(waitingThreadId, fake.threadId);
+    EXPECT_EQ(fake.cancelled, std::vector<HANDLE>({INVALID_HANDLE_VALUE}));
     ExpectLines(
         {LogLine("ERR Failed to open thread %u", waitingThreadId), OSErrorLine(ERROR_ACCESS_DENIED, "ERR")});
 }
@@ -287,13 +287,13 @@ TEST_F(PipeClient, WithoutAHandleOfTheWaitingThreadThereIsNoCancel)
 TEST_F(PipeClient, WithoutAnEventTheWaitPanicsAndGoesOn)
 {
     constexpr DWORD code = 0x2000F00F; // no handle, either
-    TestImport create("CreateEventW",
+    FakeImport create("CreateEventW",
                       [](decltype(&CreateEventW), LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE {
                           SetLastError(code);
                           return nullptr;
                       });
     ConnectClient();
-    const Result<bool> result = WaitForPipeClient(pipe, testPatience);
+    const Result<bool> result = WaitForPipeClient(pipe, testTimeout);
     EXPECT_EQ(result.error, nullptr);
     EXPECT_TRUE(result.payload);
     ASSERT_GE(log.GetLines().size(), 3u);
@@ -307,7 +307,7 @@ TEST_F(PipeClient, TheEventAndTheWatcherAreGoneWhenTheWaitEnds)
 {
     HANDLE event = nullptr;
     HANDLE thread = nullptr;
-    TestImport create("CreateEventW",
+    FakeImport create("CreateEventW",
                       [&](decltype(&CreateEventW) real, LPSECURITY_ATTRIBUTES security, BOOL manual,
                           BOOL signalled, LPCWSTR eventName) -> HANDLE {
                           EXPECT_TRUE(manual);
@@ -315,7 +315,7 @@ TEST_F(PipeClient, TheEventAndTheWatcherAreGoneWhenTheWaitEnds)
                           event = real(security, manual, signalled, eventName);
                           return event;
                       });
-    TestImport begin("_beginthreadex",
+    FakeImport begin("_beginthreadex",
                      [&](decltype(&_beginthreadex) real, void* security, unsigned size,
                          _beginthreadex_proc_type body, void* block, unsigned flags,
                          unsigned* id) -> uintptr_t {
@@ -325,10 +325,10 @@ TEST_F(PipeClient, TheEventAndTheWatcherAreGoneWhenTheWaitEnds)
                          return started;
                      });
     ConnectClient();
-    EXPECT_EQ(WaitForPipeClient(pipe, testPatience).error, nullptr);
+    EXPECT_EQ(WaitForPipeClient(pipe, testTimeout).error, nullptr);
     ASSERT_NE(event, nullptr);
     ASSERT_NE(thread, nullptr);
     EXPECT_FALSE(IsOpen(event));
     EXPECT_FALSE(IsOpen(thread));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -9,7 +9,7 @@
 
 #include <memory>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -249,7 +249,7 @@ TEST_F(ProcessHeapTest, AnswersForTheRealHeapAndLeavesItFree)
         }
         EXPECT_TRUE(HeapUnlock(heap));
     });
-    EXPECT_TRUE(other.HasEnded());
+    EXPECT_TRUE(other.WaitForEnd());
 }
 
 TEST_F(ProcessHeapTest, FindsNoLockThatTheThreadHolds)
@@ -260,4 +260,4 @@ TEST_F(ProcessHeapTest, FindsNoLockThatTheThreadHolds)
     EXPECT_TRUE(HeapUnlock(heap));
     EXPECT_EQ(log.GetLines().back(), notFoundLine);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

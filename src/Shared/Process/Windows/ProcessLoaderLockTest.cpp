@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -45,4 +45,4 @@ TEST(ProcessLoaderLock, IsTheSectionThatTheLoaderWorksUnder)
     EXPECT_EQ(recursion, 1);
     EXPECT_EQ(lock->OwningThread, nullptr);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

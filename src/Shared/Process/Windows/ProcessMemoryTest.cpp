@@ -6,7 +6,7 @@
 
 #include <string.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -67,7 +67,7 @@ struct ReadDouble
         {
             return status;
         }
-        return QueryDouble::real.NtReadVirtualMemory(process, address, buffer, size, read);
+        return FakeQuery::real.NtReadVirtualMemory(process, address, buffer, size, read);
     }
 
     static void Install(uint32_t answeredCall, NTSTATUS answer)
@@ -168,32 +168,32 @@ TEST_F(ProcessMemory, LetsTheLastRangeReachBeyondTheEnd)
 {
     const TestPages pages(8);
     pages.Protect(0, PAGE_READONLY);
-    QueryDouble::Install();
+    FakeQuery::Install();
     const PageRangeList list = GatherPageRanges(pages.At(0), testPageSize + 1);
     ASSERT_EQ(list.count, 2u);
     ExpectRange(list[1], pages.At(1), 7 * testPageSize, 0x04);
-    EXPECT_EQ(QueryDouble::calls, 2u);
+    EXPECT_EQ(FakeQuery::calls, 2u);
 }
 
 TEST_F(ProcessMemory, StopsWhereARangeEndsExactlyAtTheEnd)
 {
     const TestPages pages(2);
     pages.Protect(0, PAGE_READONLY);
-    QueryDouble::Install();
+    FakeQuery::Install();
     EXPECT_EQ(GatherPageRanges(pages.At(0), testPageSize).count, 1u);
-    EXPECT_EQ(QueryDouble::calls, 1u);
+    EXPECT_EQ(FakeQuery::calls, 1u);
 }
 
 TEST_F(ProcessMemory, GivesAnEmptyListWithRoomFor1024RangesForSizeZeroWithoutAQuery)
 {
     const TestPages pages(1);
-    QueryDouble::Install();
+    FakeQuery::Install();
     const PageRangeList list = GatherPageRanges(pages.At(0), 0);
     EXPECT_EQ(list.count, 0u);
     EXPECT_EQ(list.capacity, 1024u);
     EXPECT_EQ(list.size, 24576u);
     EXPECT_NE(list.pointer, nullptr);
-    EXPECT_EQ(QueryDouble::calls, 0u);
+    EXPECT_EQ(FakeQuery::calls, 0u);
     EXPECT_EQ(log.GetLines(), Lines{GatherLine(pages.At(0), 0)});
 }
 
@@ -202,23 +202,23 @@ TEST_F(ProcessMemory, KeepsTheRangesSoFarWhenAQueryFailsHalfway)
     const TestPages pages(4);
     pages.Protect(1, PAGE_READONLY);
     pages.Protect(3, PAGE_READONLY);
-    QueryDouble::Install();
-    QueryDouble::firstFailure = 3;
-    QueryDouble::failure = accessViolation;
+    FakeQuery::Install();
+    FakeQuery::firstFailure = 3;
+    FakeQuery::failure = accessViolation;
     const PageRangeList list = GatherPageRanges(pages.At(0), 4 * testPageSize);
     ASSERT_EQ(list.count, 2u);
     ExpectRange(list[0], pages.At(0), testPageSize, 0x04);
     ExpectRange(list[1], pages.At(1), testPageSize, 0x02);
-    EXPECT_EQ(QueryDouble::calls, 3u);
+    EXPECT_EQ(FakeQuery::calls, 3u);
     EXPECT_EQ(log.GetLines().back(), "ERR Call to function NtQueryVirtualMemory failed. Error: 0xC0000005");
 }
 
 TEST_F(ProcessMemory, TakesEveryStatusOfAQueryButZeroForAFailure)
 {
     const TestPages pages(1);
-    QueryDouble::Install();
-    QueryDouble::firstFailure = 1;
-    QueryDouble::failure = 0x40000000;
+    FakeQuery::Install();
+    FakeQuery::firstFailure = 1;
+    FakeQuery::failure = 0x40000000;
     EXPECT_EQ(GatherPageRanges(pages.At(0), testPageSize).count, 0u);
     EXPECT_EQ(log.GetLines().back(), "ERR Call to function NtQueryVirtualMemory failed. Error: 0x40000000");
 }
@@ -440,13 +440,13 @@ TEST_F(ProcessMemory, FreesTheBufferWhenTheEnvironmentCannotBeRead)
 
 TEST_F(ProcessMemory, GivesNoEnvironmentWithoutALineIfItsRegionCannotBeQueried)
 {
-    QueryDouble::Install();
-    QueryDouble::firstFailure = 1;
-    QueryDouble::failure = accessViolation;
+    FakeQuery::Install();
+    FakeQuery::firstFailure = 1;
+    FakeQuery::failure = accessViolation;
     const OwnedAllocation buffer = ReadEnvironmentBlock(GetCurrentProcess());
     EXPECT_EQ(buffer.Get().pointer, nullptr);
     EXPECT_EQ(buffer.Get().size, 0u);
-    EXPECT_EQ(QueryDouble::calls, 1u);
+    EXPECT_EQ(FakeQuery::calls, 1u);
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
@@ -550,15 +550,15 @@ TEST_F(ProcessMemory, LeavesReservedPagesAlone)
 TEST_F(ProcessMemory, LooksAtTheLowByteAloneForTheBaseProtection)
 {
     const TestPages pages(1);
-    QueryDouble::Install();
-    QueryDouble::protection = 0x602; // read-only, not cached, write-combined
+    FakeQuery::Install();
+    FakeQuery::protection = 0x602; // read-only, not cached, write-combined
     MakePageExecutable(pages.At(0));
     EXPECT_EQ(log.GetLines(), Lines{ConversionLine(pages.At(0), 0x602, 0x620)});
 
     log.Clear();
-    QueryDouble::protection = 0x03; // no single base protection
+    FakeQuery::protection = 0x03; // no single base protection
     MakePageExecutable(pages.At(0));
-    QueryDouble::protection = 0x100;
+    FakeQuery::protection = 0x100;
     MakePageExecutable(pages.At(0));
     EXPECT_EQ(log.GetLines(), Lines());
 }
@@ -569,10 +569,10 @@ TEST_F(ProcessMemory, ReportsAPageThatCannotBeQueried)
     for (const NTSTATUS status : {accessViolation, NTSTATUS{0x40000000}})
     {
         log.Clear();
-        QueryDouble::Install();
-        QueryDouble::calls = 0;
-        QueryDouble::firstFailure = 1;
-        QueryDouble::failure = status;
+        FakeQuery::Install();
+        FakeQuery::calls = 0;
+        FakeQuery::firstFailure = 1;
+        FakeQuery::failure = status;
         MakePageExecutable(pages.At(0));
         EXPECT_EQ(pages.GetProtection(0), static_cast<DWORD>(PAGE_READWRITE));
         EXPECT_EQ(log.GetLines(),
@@ -596,4 +596,4 @@ TEST_F(ProcessMemory, LogsNothingIfTheProtectionCannotBeChanged)
     UnmapViewOfFile(view);
     CloseHandle(mapping);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -186,7 +186,7 @@ TEST_F(ProcessModulesTest, PassesOverAnImportThatIsNotLoaded)
     ASSERT_TRUE(libraries.Write("TvnA.dll"));
     ASSERT_TRUE(libraries.Write("TvnB.dll"));
     ASSERT_NE(libraries.Load("TvnA.dll"), nullptr);
-    ASSERT_TRUE(libraries.TakeAway("TvnA.dll"));
+    ASSERT_TRUE(libraries.Rename("TvnA.dll"));
     ASSERT_TRUE(libraries.Write("TvnA.dll", {{"TvnNoFile.dll"}, {"TvnB.dll"}}));
     EXPECT_EQ(GatherNames({L"TvnA.dll"}), Names{"TvnA.dll"});
     EXPECT_TRUE(Errors().empty());
@@ -200,7 +200,7 @@ TEST_F(ProcessModulesTest, ListsAModuleWhoseFileIsGoneAndFollowsNoneOfItsImports
     ASSERT_TRUE(libraries.Write("TvnC.dll", {{"TvnD.dll"}}));
     ASSERT_TRUE(libraries.Write("TvnD.dll"));
     ASSERT_NE(libraries.Load("TvnA.dll"), nullptr);
-    ASSERT_TRUE(libraries.TakeAway("TvnC.dll"));
+    ASSERT_TRUE(libraries.Rename("TvnC.dll"));
     EXPECT_EQ(GatherNames({L"TvnA.dll"}), (Names{"TvnA.dll", "TvnC.dll", "TvnB.dll"}));
     EXPECT_TRUE(Errors().empty());
 }
@@ -271,4 +271,4 @@ TEST_F(ProcessModulesTest, ListsEverythingThatThisProgramImportsOnce)
     }
     EXPECT_TRUE(Errors().empty());
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

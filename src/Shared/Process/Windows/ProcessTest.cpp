@@ -1,17 +1,17 @@
 #include "Shared/Process/Windows/Process.h"
 
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestChild.h"
-#include "tests/Support/TestFolder.h"
-#include "tests/Support/TestImport.h"
+#include "tests/Support/TemporaryFolder.h"
 #include "tests/Support/TestThread.h"
 
 #include <algorithm>
 #include <stdlib.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -32,7 +32,7 @@ struct ChildReport
 };
 
 /// Writes a report to the file that it is given.
-const TestChildPart reporter(L"spawned reporter", [](const wchar_t* path) {
+const ChildRole reporter(L"spawned reporter", [](const wchar_t* path) {
     static ChildReport report = {};
     STARTUPINFOW startup = {};
     GetStartupInfoW(&startup);
@@ -55,9 +55,9 @@ const TestChildPart reporter(L"spawned reporter", [](const wchar_t* path) {
 });
 
 /// Lives until the event of the given name is signalled, and ends with 5 then.
-const TestChildPart waiter(L"spawned waiter", [](const wchar_t* name) {
+const ChildRole waiter(L"spawned waiter", [](const wchar_t* name) {
     const HANDLE event = OpenEventW(SYNCHRONIZE, FALSE, name);
-    WaitForSingleObject(event, testPatience);
+    WaitForSingleObject(event, testTimeout);
     ExitProcess(5);
 });
 
@@ -82,7 +82,7 @@ protected:
         const std::wstring path = folder / L"report";
         reporter.Announce(path.c_str());
         const Result<SpawnedProcess> result = Spawn(program.c_str(), directory, commandLine);
-        TestChildPart::Withdraw();
+        ChildRole::Withdraw();
         ChildReport report = {};
         EXPECT_EQ(result.error, nullptr);
         if (result.error != nullptr)
@@ -90,7 +90,7 @@ protected:
             return report;
         }
         SpawnedProcess process = result.payload;
-        EXPECT_EQ(WaitForSingleObject(process.information.hProcess, testPatience),
+        EXPECT_EQ(WaitForSingleObject(process.information.hProcess, testTimeout),
                   static_cast<DWORD>(WAIT_OBJECT_0));
         ReleaseSpawnedProcess(process);
         const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -113,7 +113,7 @@ protected:
 
     std::wstring program = GetProgram();
     RecordedLog log;
-    TestFolder folder;
+    TemporaryFolder folder;
 };
 } // namespace
 
@@ -174,7 +174,7 @@ TEST_F(Spawning, TheChildInheritsNoHandle)
 
 TEST_F(Spawning, ARecordHoldsWhatTheOSGaveAndNoDrain)
 {
-    TestImport create(
+    FakeImport create(
         "CreateProcessW",
         [](decltype(&CreateProcessW), LPCWSTR, LPWSTR, LPSECURITY_ATTRIBUTES, LPSECURITY_ATTRIBUTES, BOOL,
            DWORD, LPVOID, LPCWSTR, LPSTARTUPINFOW, LPPROCESS_INFORMATION information) -> BOOL {
@@ -217,7 +217,7 @@ void ExpectUsualArguments(LPCWSTR path, LPSECURITY_ATTRIBUTES processSecurity,
 
 TEST_F(Spawning, ANullCommandLineIsAClearedBufferAndANullWorkingDirectoryIsNull)
 {
-    TestImport create("CreateProcessW",
+    FakeImport create("CreateProcessW",
                       [](decltype(&CreateProcessW), LPCWSTR path, LPWSTR commandLine,
                          LPSECURITY_ATTRIBUTES processSecurity, LPSECURITY_ATTRIBUTES threadSecurity,
                          BOOL inherited, DWORD flags, LPVOID environment, LPCWSTR directory,
@@ -234,7 +234,7 @@ TEST_F(Spawning, ANullCommandLineIsAClearedBufferAndANullWorkingDirectoryIsNull)
 TEST_F(Spawning, ACommandLineIsCopiedToABufferThatTheOSMayWriteIn)
 {
     static const wchar_t given[] = L"child one two";
-    TestImport create("CreateProcessW",
+    FakeImport create("CreateProcessW",
                       [](decltype(&CreateProcessW), LPCWSTR path, LPWSTR commandLine,
                          LPSECURITY_ATTRIBUTES processSecurity, LPSECURITY_ATTRIBUTES threadSecurity,
                          BOOL inherited, DWORD flags, LPVOID environment, LPCWSTR directory,
@@ -255,7 +255,7 @@ TEST_F(Spawning, ACommandLineIsCopiedToABufferThatTheOSMayWriteIn)
 TEST_F(Spawning, TheLongestCommandLineArrivesWhole)
 {
     const std::wstring longest(32767, L'c');
-    TestImport create("CreateProcessW",
+    FakeImport create("CreateProcessW",
                       [](decltype(&CreateProcessW), LPCWSTR, LPWSTR commandLine, LPSECURITY_ATTRIBUTES,
                          LPSECURITY_ATTRIBUTES, BOOL, DWORD, LPVOID, LPCWSTR, LPSTARTUPINFOW,
                          LPPROCESS_INFORMATION) -> BOOL {
@@ -286,7 +286,7 @@ TEST_F(Spawning, AReleasedChildLivesOn)
     const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, name.c_str());
     waiter.Announce(name.c_str());
     const Result<SpawnedProcess> result = Spawn(program.c_str(), nullptr, nullptr);
-    TestChildPart::Withdraw();
+    ChildRole::Withdraw();
     ASSERT_EQ(result.error, nullptr);
     SpawnedProcess process = result.payload;
     const PROCESS_INFORMATION information = process.information;
@@ -298,14 +298,14 @@ TEST_F(Spawning, AReleasedChildLivesOn)
     EXPECT_EQ(process.information.hThread, nullptr);
     EXPECT_FALSE(IsOpenHandle(information.hProcess));
     EXPECT_FALSE(IsOpenHandle(information.hThread));
-    EXPECT_EQ(WaitForSingleObject(child, testGrace), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(WaitForSingleObject(child, quietPeriod), static_cast<DWORD>(WAIT_TIMEOUT));
 
     SetEvent(event);
-    EXPECT_EQ(WaitForSingleObject(child, testPatience), static_cast<DWORD>(WAIT_OBJECT_0));
+    EXPECT_EQ(WaitForSingleObject(child, testTimeout), static_cast<DWORD>(WAIT_OBJECT_0));
     DWORD code = 0;
     EXPECT_TRUE(GetExitCodeProcess(child, &code));
     EXPECT_EQ(code, 5u);
     CloseHandle(child);
     CloseHandle(event);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

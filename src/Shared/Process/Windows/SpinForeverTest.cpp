@@ -5,7 +5,7 @@
 #include <stdint.h>
 #include <string.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -40,7 +40,7 @@ TEST(SpinForever, KeepsAThreadInPlace)
         EXPECT_EQ(InstructionOf(thread), place);
     }
     TerminateThread(thread, 0);
-    EXPECT_EQ(WaitForSingleObject(thread, testPatience), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(thread, testTimeout), WAIT_OBJECT_0);
     CloseHandle(thread);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,9 +1,9 @@
 #include "Shared/Process/Windows/Thread.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestInternalAPI.h"
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -74,7 +74,7 @@ void ExpectNaming(const NamingWatch::Naming& naming, const char* name, DWORD thr
 }
 
 /// Stands for the OS's function that describes a thread.
-struct DescriptionStandIn
+struct FakeDescription
 {
     static inline std::vector<std::wstring> descriptions;
     static inline HRESULT result = S_OK;
@@ -143,12 +143,12 @@ struct HeldBlock
 
 uint32_t WaitForGate(HeldBlock& block)
 {
-    return WaitForSingleObject(block.gate, testPatience) == WAIT_OBJECT_0 ? 7 : 8;
+    return WaitForSingleObject(block.gate, testTimeout) == WAIT_OBJECT_0 ? 7 : 8;
 }
 
 DWORD GetExitCode(HANDLE thread)
 {
-    EXPECT_EQ(WaitForSingleObject(thread, testPatience), static_cast<DWORD>(WAIT_OBJECT_0));
+    EXPECT_EQ(WaitForSingleObject(thread, testTimeout), static_cast<DWORD>(WAIT_OBJECT_0));
     DWORD code = 0;
     EXPECT_TRUE(GetExitCodeThread(thread, &code));
     return code;
@@ -246,9 +246,9 @@ TEST_F(Threads, WaitingEndsWithTheThreadClosesTheHandleAndMakesItInvalid)
     HANDLE thread = StartThread<HeldBlock, WaitForGate>(stackSize, {testName, gate});
     const HANDLE started = thread;
     TestThread waiter([&] { WaitForThread(thread); });
-    EXPECT_FALSE(waiter.HasEnded(testGrace));
+    EXPECT_FALSE(waiter.WaitForEnd(quietPeriod));
     SetEvent(gate);
-    EXPECT_TRUE(waiter.HasEnded());
+    EXPECT_TRUE(waiter.WaitForEnd());
     EXPECT_EQ(thread, INVALID_HANDLE_VALUE);
     DWORD flags = 0;
     EXPECT_FALSE(GetHandleInformation(started, &flags));
@@ -258,7 +258,7 @@ TEST_F(Threads, WaitingEndsWithTheThreadClosesTheHandleAndMakesItInvalid)
 
 TEST_F(Threads, AThreadIsStartedAtOnceWithItsStackSizeAndItsCopyOfTheBlock)
 {
-    TestImport begin("_beginthreadex",
+    FakeImport begin("_beginthreadex",
                      [](decltype(&_beginthreadex), void* security, unsigned size,
                         _beginthreadex_proc_type body, void* block, unsigned flags,
                         unsigned* id) -> uintptr_t {
@@ -276,7 +276,7 @@ TEST_F(Threads, AThreadIsStartedAtOnceWithItsStackSizeAndItsCopyOfTheBlock)
 
 TEST_F(Threads, AThreadThatCannotBeCreatedGivesTheHandleZeroAndOneRecordOfTheFailure)
 {
-    TestImport begin("_beginthreadex",
+    FakeImport begin("_beginthreadex",
                      [](decltype(&_beginthreadex), void*, unsigned, _beginthreadex_proc_type, void*, unsigned,
                         unsigned*) -> uintptr_t {
                          SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -309,11 +309,11 @@ TEST_F(Threads, AThreadCarriesItsNameForDebuggersInBothWays)
 TEST_F(Threads, TheNamingExceptionNeitherEndsAThreadNorShowsInTheLog)
 {
     NamingWatch watch;
-    DescriptionStandIn::Install();
+    FakeDescription::Install();
     SetCurrentThreadName(testName);
     ASSERT_EQ(watch.namings.size(), 1u);
     ExpectNaming(watch.namings[0], testName, GetCurrentThreadId());
-    EXPECT_EQ(DescriptionStandIn::descriptions, std::vector<std::wstring>({L"Torvane test"}));
+    EXPECT_EQ(FakeDescription::descriptions, std::vector<std::wstring>({L"Torvane test"}));
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
@@ -333,8 +333,8 @@ TEST_F(Threads, WithoutTheOSsFunctionAThreadRunsAllTheSameAndTheExceptionIsRaise
 
 TEST_F(Threads, AFailureOfTheOSsFunctionIsLoggedAndTheExceptionIsRaised)
 {
-    DescriptionStandIn::Install();
-    DescriptionStandIn::result = E_ACCESSDENIED;
+    FakeDescription::Install();
+    FakeDescription::result = E_ACCESSDENIED;
     NamingWatch watch;
     SetCurrentThreadName(testName);
     EXPECT_EQ(watch.namings.size(), 1u);
@@ -343,15 +343,15 @@ TEST_F(Threads, AFailureOfTheOSsFunctionIsLoggedAndTheExceptionIsRaised)
 
 TEST_F(Threads, ResultsOfTheOSsFunctionThatAreNotNegativeAreNoFailures)
 {
-    DescriptionStandIn::Install();
-    DescriptionStandIn::result = 0x10000000; // what a native success is turned into
+    FakeDescription::Install();
+    FakeDescription::result = 0x10000000; // what a native success is turned into
     SetCurrentThreadName(testName);
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
 TEST_F(Threads, NamingAThreadGivesTheWideTextBack)
 {
-    DescriptionStandIn::Install();
+    FakeDescription::Install();
     const uint32_t bytes = sizeof(testName) * sizeof(wchar_t);
     const Allocation earlier = Allocate(bytes);
     void* address = earlier.pointer;
@@ -361,4 +361,4 @@ TEST_F(Threads, NamingAThreadGivesTheWideTextBack)
     EXPECT_EQ(later.pointer, address);
     Free(later.pointer, later.size);
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

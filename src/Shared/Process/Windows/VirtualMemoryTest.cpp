@@ -1,13 +1,13 @@
 #include "Shared/Process/Windows/VirtualMemory.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -52,7 +52,7 @@ struct RefusedPages
     };
 
     std::vector<Call> calls;
-    TestImport<Refuse> refuse{"VirtualAlloc", Refuse{calls}};
+    FakeImport<Refuse> refuse{"VirtualAlloc", Refuse{calls}};
 };
 
 void ExpectOneCall(const RefusedPages& pages, void* address, size_t size, DWORD type, DWORD protection)
@@ -68,7 +68,7 @@ void ExpectOneCall(const RefusedPages& pages, void* address, size_t size, DWORD 
 TEST_F(VirtualMemoryTest, ThePageSizeIsTheOSsAndAskedForAtMostOnce)
 {
     uint32_t calls = 0;
-    TestImport ask("GetSystemInfo", [&](decltype(&GetSystemInfo) real, LPSYSTEM_INFO information) -> void {
+    FakeImport ask("GetSystemInfo", [&](decltype(&GetSystemInfo) real, LPSYSTEM_INFO information) -> void {
         ++calls;
         real(information);
     });
@@ -200,7 +200,7 @@ TEST_F(VirtualMemoryTest, AFailedCommitTellsTheSizeAsItIs)
 TEST_F(VirtualMemoryTest, TheResultOfAReleaseIsNotLookedAt)
 {
     uint32_t calls = 0;
-    TestImport release("VirtualFree",
+    FakeImport release("VirtualFree",
                        [&](decltype(&VirtualFree), LPVOID address, SIZE_T size, DWORD type) -> BOOL {
                            ++calls;
                            EXPECT_EQ(address, reinterpret_cast<void*>(0x12340000));
@@ -212,4 +212,4 @@ TEST_F(VirtualMemoryTest, TheResultOfAReleaseIsNotLookedAt)
     EXPECT_EQ(calls, 1u);
     EXPECT_EQ(log.GetLines(), Lines());
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -22,7 +22,7 @@
 /// Two more differences are the other reader's. A number too large for a `double` is an error; texts with one aren't
 /// compared. A byte 0 ends the text; replaced by another control character it is an error to both.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -367,4 +367,4 @@ TEST(JsonAgreement, WithAnotherReaderOnEveryByte)
     EXPECT_GT(verdicts.accepted, 200u);
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

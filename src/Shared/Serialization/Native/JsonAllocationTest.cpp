@@ -5,7 +5,7 @@
 #include <sanitizer/allocator_interface.h>
 #include <string_view>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -68,4 +68,4 @@ TEST(JsonAllocation, IsNoneForAMalformedDocument)
     }
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,14 +1,14 @@
 #include "Shared/Serialization/Windows/JsonFile.h"
 
 #include "Shared/Filesystem/Windows/Filesystem.h"
-#include "tests/Support/LastingTestFile.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestFolder.h"
+#include "tests/Support/TemporaryFile.h"
+#include "tests/Support/TemporaryFolder.h"
 #include "tests/Support/TestMemorySystem.h"
 
 #include <gtest/gtest.h>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -25,7 +25,7 @@ protected:
         return LoadPreference(path.c_str(), "Network", timeout);
     }
 
-    TestFolder folder;
+    TemporaryFolder folder;
     TestMemorySystem memory;
     RecordedLog log;
     IntPreference timeout = {"timeout", 7};
@@ -98,7 +98,7 @@ TEST_F(JsonFileTest, IsSkippedIfItIsAFolderOrInUse)
 
 TEST_F(JsonFileTest, IsOneErrorLineIfItIsMalformedAndStaysOpen)
 {
-    const std::wstring path = MakeLastingFile(R"({"Network":{"timeout":1},})");
+    const std::wstring path = MakePersistentFile(R"({"Network":{"timeout":1},})");
     EXPECT_FALSE(Load(path));
     EXPECT_EQ(timeout.value, 7);
     ASSERT_EQ(log.GetLines().size(), 1u);
@@ -117,7 +117,7 @@ TEST_F(JsonFileTest, IsReadInStrictMode)
                                      "\xEF\xBB\xBF{}"};
     for (const char* document : documents)
     {
-        EXPECT_FALSE(Load(MakeLastingFile(document))) << document;
+        EXPECT_FALSE(Load(MakePersistentFile(document))) << document;
     }
     EXPECT_EQ(timeout.value, 7);
 }
@@ -133,4 +133,4 @@ TEST_F(JsonFileTest, NeedsNothingAfterItsEndEvenAtTheEndOfAPage)
     CloseJsonFile(json);
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -9,7 +9,7 @@
 /// Texts and trees that end where the last accessible page ends, as a mapped file can: reading or writing after them
 /// faults.
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -161,4 +161,4 @@ TEST_F(JsonPageEnd, IsNotPassedInRandomDocuments)
     }
 }
 } // namespace
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,7 +1,7 @@
 #include "Shared/System/Windows/System.h"
 
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/RecordedLog.h"
-#include "tests/Support/TestImport.h"
 #include "tests/Support/TestInternalAPI.h"
 #include "tests/Support/TestMemorySystem.h"
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -31,37 +31,37 @@ protected:
 };
 
 /// Keeps what the topology is asked with, and how often the fallback is used.
-struct TopologyStandIn
+struct FakeTopology
 {
     struct Ask
     {
-        TopologyStandIn& standIn;
+        FakeTopology& fake;
 
         BOOL operator()(decltype(&GetLogicalProcessorInformationEx), LOGICAL_PROCESSOR_RELATIONSHIP relation,
                         PSYSTEM_LOGICAL_PROCESSOR_INFORMATION_EX answer, PDWORD size) const
         {
             EXPECT_EQ(relation, RelationAll);
-            standIn.calls.push_back(answer == nullptr ? "size" : "answer");
+            fake.calls.push_back(answer == nullptr ? "size" : "answer");
             if (answer == nullptr)
             {
                 *size = 600;
-                SetLastError(standIn.errorOfSize);
+                SetLastError(fake.errorOfSize);
                 return FALSE;
             }
             EXPECT_EQ(*size, 600u);
             memset(answer, 0xEE, *size); // there is room for all of it
-            standIn.buffers.push_back(answer);
-            return standIn.answers;
+            fake.buffers.push_back(answer);
+            return fake.answers;
         }
     };
 
     struct Fallback
     {
-        TopologyStandIn& standIn;
+        FakeTopology& fake;
 
         void operator()(decltype(&GetSystemInfo) real, LPSYSTEM_INFO information) const
         {
-            standIn.calls.push_back("fallback");
+            fake.calls.push_back("fallback");
             real(information);
         }
     };
@@ -70,8 +70,8 @@ struct TopologyStandIn
     std::vector<void*> buffers; ///< for the answers
     DWORD errorOfSize = ERROR_INSUFFICIENT_BUFFER;
     BOOL answers = TRUE;
-    TestImport<Ask> ask{"GetLogicalProcessorInformationEx", Ask{*this}};
-    TestImport<Fallback> fallback{"GetSystemInfo", Fallback{*this}};
+    FakeImport<Ask> ask{"GetLogicalProcessorInformationEx", Ask{*this}};
+    FakeImport<Fallback> fallback{"GetSystemInfo", Fallback{*this}};
 };
 
 NTSTATUS NTAPI FailToTellTheVersion(OSVERSIONINFOW* version)
@@ -83,7 +83,7 @@ NTSTATUS NTAPI FailToTellTheVersion(OSVERSIONINFOW* version)
 
 TEST_F(SystemTest, AsksForTheProcessorsOnceForTheSizeAndOnceForTheAnswer)
 {
-    TopologyStandIn topology;
+    FakeTopology topology;
     QueryProcessorTopology();
     EXPECT_EQ(topology.calls, Lines({"size", "answer"}));
     EXPECT_EQ(log.GetLines(), Lines());
@@ -91,7 +91,7 @@ TEST_F(SystemTest, AsksForTheProcessorsOnceForTheSizeAndOnceForTheAnswer)
 
 TEST_F(SystemTest, FallsBackOnTheOlderQueryWithoutASizeOrAnAnswer)
 {
-    TopologyStandIn topology;
+    FakeTopology topology;
     topology.answers = FALSE;
     QueryProcessorTopology();
     EXPECT_EQ(topology.calls, Lines({"size", "answer", "fallback"}));
@@ -105,7 +105,7 @@ TEST_F(SystemTest, FallsBackOnTheOlderQueryWithoutASizeOrAnAnswer)
 
 TEST_F(SystemTest, KeepsNothingOfTheAnswer)
 {
-    TopologyStandIn topology;
+    FakeTopology topology;
     QueryProcessorTopology();
     topology.answers = FALSE;
     QueryProcessorTopology();
@@ -118,7 +118,7 @@ TEST_F(SystemTest, KeepsNothingOfTheAnswer)
 TEST_F(SystemTest, QueriesTheProcessorsSilently)
 {
     uint32_t answers = 0;
-    TestImport ask("GetLogicalProcessorInformationEx",
+    FakeImport ask("GetLogicalProcessorInformationEx",
                    [&](decltype(&GetLogicalProcessorInformationEx) real,
                        LOGICAL_PROCESSOR_RELATIONSHIP relation,
                        PSYSTEM_LOGICAL_PROCESSOR_INFORMATION_EX answer, PDWORD size) -> BOOL {
@@ -154,4 +154,4 @@ TEST_F(SystemTest, LogsAFailureToTellTheVersionAndLeavesTheFieldsCleared)
     EXPECT_EQ(version.dwBuildNumber, 0u);
     EXPECT_EQ(log.GetLines(), Lines({"ERR Call to function RtlGetVersion failed. Error: 0xC0000005"}));
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

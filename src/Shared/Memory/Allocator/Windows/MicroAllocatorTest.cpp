@@ -1,6 +1,6 @@
 #include "Shared/Memory/Allocator/Windows/MicroAllocator.h"
 
-#include "tests/Support/HeapJournal.h"
+#include "tests/Support/RecordedHeapCalls.h"
 #include "tests/Support/TestThread.h"
 
 #include <string.h>
@@ -11,7 +11,7 @@
 #include <set>
 #include <vector>
 
-namespace Torvane
+namespace Torvane::Testing
 {
 namespace
 {
@@ -102,7 +102,7 @@ protected:
         return heaps.GetCalls("HeapAlloc").size();
     }
 
-    HeapJournal heaps;
+    RecordedHeapCalls heaps;
     MicroAllocator allocator;
 };
 } // namespace
@@ -301,15 +301,15 @@ TEST_F(MicroAllocatorTest, LocksEachPoolByItself)
             allocator.Free(allocator.Allocate(16).pointer, 16);
             allocator.Free(allocator.Allocate(25).pointer, 25);
         });
-        EXPECT_TRUE(neighbours.HasEnded());
+        EXPECT_TRUE(neighbours.WaitForEnd());
     }
     const TestThread allocating([&] { EXPECT_NE(allocator.Allocate(24).pointer, nullptr); });
     const TestThread freeing([&] { allocator.Free(block, 24); });
-    EXPECT_FALSE(allocating.HasEnded(testGrace));
-    EXPECT_FALSE(freeing.HasEnded(testGrace));
+    EXPECT_FALSE(allocating.WaitForEnd(quietPeriod));
+    EXPECT_FALSE(freeing.WaitForEnd(quietPeriod));
     LeaveCriticalSection(lock);
-    EXPECT_TRUE(allocating.HasEnded());
-    EXPECT_TRUE(freeing.HasEnded());
+    EXPECT_TRUE(allocating.WaitForEnd());
+    EXPECT_TRUE(freeing.WaitForEnd());
 }
 
 TEST_F(MicroAllocatorTest, LeavesItsLocksFree)
@@ -325,7 +325,7 @@ TEST_F(MicroAllocatorTest, LeavesItsLocksFree)
 
 TEST(MicroAllocatorShutdown, FreesEveryChunkThenItsHeap)
 {
-    HeapJournal heaps;
+    RecordedHeapCalls heaps;
     MicroAllocator allocator;
     allocator.StartupHeap();
     allocator.StartupPools();
@@ -364,7 +364,7 @@ TEST(MicroAllocatorShutdown, FreesEveryChunkThenItsHeap)
 
 TEST(MicroAllocatorShutdown, SkipsPoolsThatAreGone)
 {
-    HeapJournal heaps;
+    RecordedHeapCalls heaps;
     MicroAllocator allocator;
     allocator.StartupHeap();
     allocator.StartupPools();
@@ -381,4 +381,4 @@ TEST(MicroAllocatorShutdown, SkipsPoolsThatAreGone)
     }
     allocator.ShutdownHeap();
 }
-} // namespace Torvane
+} // namespace Torvane::Testing

@@ -1,0 +1,41 @@
+#pragma once
+
+/// \file
+/// What the Agent does with handles of the OS, call by call; for the thread that runs the test.
+
+#include "tests/Support/FakeImport.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Torvane::Testing
+{
+/// Follows each handle that the Agent creates, from its making on. One object per process, made before the Agent is
+/// started.
+///
+/// A handle is called by its kind and its number among those of that kind, in the order of their creation by
+/// whatever thread: "event 1", "semaphore 1", "mutex 1", "mapping 1", "view 1", "file 1", "pipe 1", "thread 1",
+/// "opened thread 1", "process 1", "first thread 1" for that of a process.
+class HandleTrace
+{
+public:
+    /// \param module the Agent's library, loaded.
+    explicit HandleTrace(void* module);
+
+    /// The calls of the thread that asks, as in "create event 1", "set event 1", "wait for thread 2", "close pipe 1".
+    std::vector<std::string> OwnCalls() const;
+
+    /// How often any thread has made this call.
+    size_t Count(const std::string& call) const;
+
+    /// What of all threads was created and is still open.
+    std::vector<std::string> OpenHandles() const;
+
+    /// How many calls to close something were about what wasn't open.
+    size_t VainCloses() const;
+
+private:
+    std::vector<std::unique_ptr<ReplacedImport>> replaced;
+};
+} // namespace Torvane::Testing

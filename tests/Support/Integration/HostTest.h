@@ -1,0 +1,157 @@
+#pragma once
+
+/// \file
+/// The host half of an integration test; what isn't said otherwise is for the thread that runs the test.
+
+#include "tests/Support/FakeImport.h"
+#include "tests/Support/Integration/AgentLibrary.h"
+#include "tests/Support/Integration/AgentLog.h"
+#include "tests/Support/Integration/Channel.h"
+#include "tests/Support/Wait.h"
+
+#include <memory>
+#include <stdint.h>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace Torvane::Testing
+{
+/// Base of all host halves. Waits have the limit `testTimeout` unless stated otherwise, and end early when the
+/// Bridge half has failed or gone.
+class HostTest : public testing::Test
+{
+protected:
+    // Before the Agent is started
+
+    /// Another test's Bridge half, as "Suite.Name", in place of the one of this test's name; "DefaultBridge" is the
+    /// default Bridge's default, which checks nothing.
+    void UseScenario(const std::string& name);
+
+    /// Loads the Agent from a folder that no Bridge is in. Implies `ExpectNoBridge`.
+    void RemoveBridge();
+
+    /// Loads the Agent from a folder of this process's own, from where no preferences of a Broker are found: the
+    /// connection time-outs are the Agent's defaults.
+    void UseOwnAgentFolder();
+
+    /// There is no Bridge half to be waited for.
+    void ExpectNoBridge();
+
+    /// Instead of one minute.
+    void SetTimeLimit(uint32_t seconds);
+
+    /// The library, loaded but not started: call exports here, `Library().TvnCheckVersion(...)`.
+    const AgentLibrary& Library();
+
+    // The Agent's life
+
+    /// Start the Agent; the arguments are those of the startup functions.
+    TvnDefaultAgent& StartDefaultAgent(const wchar_t* projectPreferencesPath = nullptr,
+                                       const TvnProjectPreferences* projectPreferences = nullptr,
+                                       const TvnLogFilter* logFilter = nullptr);
+    TvnSynchronizedAgent& StartSynchronizedAgent(const wchar_t* projectPreferencesPath = nullptr,
+                                                 const TvnProjectPreferences* projectPreferences = nullptr,
+                                                 const TvnLogFilter* logFilter = nullptr);
+
+    /// For a test that calls a startup function itself: all that comes before that call. The end of the test shuts
+    /// the Agent down then.
+    void PrepareStart();
+
+    /// The second half of `PrepareStart` alone: the end of the test shuts the Agent down.
+    void MarkStarted();
+
+    /// Registers a connection callback, at the first call, and waits until it has been called. \return the status
+    /// that it got, or -1 with a failure of the test.
+    TvnConnectionStatus WaitForConnection();
+
+    /// `TvnShutdown`, now and not at the end of the test.
+    void Shutdown();
+
+    /// The end of the test doesn't shut the Agent down; for tests where that wouldn't return.
+    void LeaveAgentRunning();
+
+    /// From now on the Agent calls another function in place of one that it imports. The library has to be loaded, and
+    /// no other thread may call the function now. \return the function of the OS.
+    template<typename Function>
+    Function* ReplaceImport(const char* name, Function* function)
+    {
+        replacedImports.push_back(std::make_unique<ReplacedImport>(Library().Module(), name, function));
+        return reinterpret_cast<Function*>(replacedImports.back()->GetOriginal());
+    }
+
+    // Exchanging data with the Bridge half
+
+    /// Makes something known to the Bridge half under a name: a number, the address of something, or a text.
+    void Publish(const std::string& name, uint64_t value);
+    void Publish(const std::string& name, const void* address);
+    void PublishText(const std::string& name, const std::wstring& text);
+    void PublishBytes(const std::string& name, const std::vector<uint8_t>& bytes);
+
+    /// Publishes a name without a value.
+    void Signal(const std::string& name);
+
+    /// Whether the Bridge half has published the name within the limit.
+    bool Await(const std::string& name, uint32_t milliseconds = testTimeout);
+
+    /// The number that the Bridge half publishes; 0 with a failure of the test if it doesn't.
+    uint64_t AwaitNumber(const std::string& name);
+
+    /// Waits until the Bridge half has returned. \return false after the limit. Its failures are reported at the
+    /// end of the test.
+    bool WaitForBridge(uint32_t milliseconds = testTimeout);
+
+    // The Agent's log
+
+    std::vector<LogRecord> ReadLog() const;
+
+    /// How many records have exactly this message so far.
+    size_t CountInLog(const std::string& message) const;
+
+    /// Waits until the log has a record with exactly this message.
+    bool WaitForLog(const std::string& message, uint32_t milliseconds = testTimeout);
+
+    /// Fails the test unless records with these messages stand in the log in this order; others may be between.
+    void ExpectLogOrder(const std::vector<std::string>& messages) const;
+
+    /// Fails the test if the log has a record of tag "ERR" or "PNC", `WithoutHeapSearch`.
+    void ExpectNoErrorsInLog() const;
+
+    virtual void HostHalf() = 0;
+
+private:
+    void TestBody() final;
+    void RunInThisProcess();
+    void RunInChild();
+    bool IsSenderReadyOrGone() const;
+    bool HasBridgeGone();
+    void ReportBridge();
+
+    Channel& channel = OwnChannel();
+    static Channel& OwnChannel();
+
+    AgentLibrary library;
+    std::vector<std::unique_ptr<ReplacedImport>> replacedImports;
+    std::wstring agentFolder;
+    std::string scenario;
+    void* bridgeProcess = nullptr;
+    uint32_t timeLimit = 0; // seconds
+    bool bridgeExpected = true;
+    bool started = false;
+    bool leftRunning = false;
+    TvnDefaultAgent defaultAgent = {};
+    TvnSynchronizedAgent synchronizedAgent = {};
+
+    struct Connection
+    {
+        volatile long known = 0;
+        volatile long status = -1;
+    };
+    static void TVN_CALL TakeStatus(void* context, TvnConnectionStatus status);
+    Connection connection;
+    bool connectionAsked = false;
+};
+} // namespace Torvane::Testing
+
+using namespace Torvane::Testing;

@@ -1,0 +1,103 @@
+#pragma once
+
+/// \file
+/// Bridge halves that load patches; for the thread that runs the test.
+
+#include "tests/Support/ByteImage.h"
+#include "tests/Support/Integration/IntegrationTest.h"
+
+namespace Torvane::Testing
+{
+class PatchBridge : public BridgeTest
+{
+protected:
+    /// Has a patch loaded. \return the answer; empty, with a failure of the test, if none has come.
+    Received<PatchLoadedBlob> Load(const PatchCommand& order)
+    {
+        EXPECT_TRUE(SendLoadPatch(link, order));
+        return ExpectLoaded();
+    }
+
+    Received<PatchLoadedBlob> Load(const std::wstring& path)
+    {
+        PatchCommand order;
+        order.path = path;
+        return Load(order);
+    }
+
+    /// The answer to an order that has been sent.
+    Received<PatchLoadedBlob> ExpectLoaded()
+    {
+        const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
+        EXPECT_TRUE(answer) << "No answer has come.";
+        EXPECT_TRUE(!answer || answer.Type() == BlobType::PatchLoaded) << BlobName(answer.Type());
+        return answer && answer.Type() == BlobType::PatchLoaded ? Received<PatchLoadedBlob>(answer)
+                                                                : Received<PatchLoadedBlob>();
+    }
+
+    /// The only answer to a load that fails: its bytes.
+    std::vector<uint8_t> ExpectFailed()
+    {
+        const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
+        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+        EXPECT_FALSE(link.Receive(0)) << "There is just one answer.";
+        return answer.Bytes();
+    }
+
+    /// `SizeOfImage` of a module of the host.
+    uint32_t ImageSize(AddressSlot base)
+    {
+        return NumberAt(base + NumberAt(base + 0x3C) + 0x50);
+    }
+
+    /// The page ranges of [base, base + size) of the host as they are now.
+    std::vector<WirePageRange> PageRanges(AddressSlot base, uint32_t size)
+    {
+        std::vector<WirePageRange> ranges;
+        for (AddressSlot position = base; position < base + size;)
+        {
+            ranges.push_back(host.QueryPages(position));
+            position = ranges.back().base + ranges.back().size;
+        }
+        return ranges;
+    }
+
+    /// The `PatchLoaded` that is due for an order, given where the image is.
+    std::vector<uint8_t> ExpectedAnswer(const PatchCommand& order, AddressSlot base)
+    {
+        const uint32_t size = ImageSize(base);
+        ByteImage expected(80);
+        expected.U32(0x08, static_cast<uint32_t>(order.echo38)).U64(0x10, base).U32(0x18, size);
+        expected.U64(0x20, order.echo50).U64(0x28, order.echo58).U64(0x30, order.echo60);
+        expected.Text(0x00, order.path).Text(0x04, order.secondText);
+        ByteImage ranges;
+        uint32_t count = 0;
+        for (const WirePageRange& range : PageRanges(base, size))
+        {
+            ranges.U64(count * 24, range.base).U64(count * 24 + 8, range.size);
+            ranges.U32(count * 24 + 16, range.protection).U32(count * 24 + 20, 0);
+            ++count;
+        }
+        expected.Item(0x38, ranges.Bytes().data(), ranges.Bytes().size()).U32(0x3C, count);
+        expected.Item(0x40, nullptr, 0).U32(0x44, 0).U8(0x48, order.echo68);
+        return expected.Blob(18);
+    }
+
+    /// Tells the host half something and stays until it is done.
+    void Finish(const std::string& name = "checked")
+    {
+        Signal(name);
+        StayUntilAgentGoes();
+    }
+
+private:
+    uint32_t NumberAt(AddressSlot address)
+    {
+        const std::vector<uint8_t> bytes = host.Read(address, 4);
+        uint32_t number = 0;
+        EXPECT_EQ(4u, bytes.size());
+        memcpy(&number, bytes.data(), bytes.size());
+        return number;
+    }
+};
+} // namespace Torvane::Testing
