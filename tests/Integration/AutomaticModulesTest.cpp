@@ -42,13 +42,6 @@ protected:
         EXPECT_TRUE(libraries.Write("TvnB.dll"));
     }
 
-    TvnDefaultAgent& Connect()
-    {
-        TvnDefaultAgent& agent = StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-        return agent;
-    }
-
     /// What the Bridge half takes for the end of what is sent.
     void SendEnd()
     {
@@ -71,7 +64,7 @@ protected:
 
 AUTOMATIC_HOST(AreEnabledWhenTheyAreLoadedAndDisabledWhenTheyAreFreed)
 {
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
     LoadAndFree("TvnA.dll");
     SendEnd();
@@ -88,7 +81,7 @@ AUTOMATIC_HOST(AreEnabledWhenTheyAreLoadedAndDisabledWhenTheyAreFreed)
 
 AUTOMATIC_HOST(AreLeftAloneWithoutTheCall)
 {
-    Connect();
+    ConnectDefaultAgent();
     LoadAndFree("TvnA.dll");
     SendEnd();
     EXPECT_EQ(0u, CountInLog("Automatically enabling module"));
@@ -97,7 +90,7 @@ AUTOMATIC_HOST(AreLeftAloneWithoutTheCall)
 AUTOMATIC_HOST(AreLeftAloneIfTheyArePatches)
 {
     UseScenario("AutomaticModules.AreLeftAloneWithoutTheCall");
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
     TestLibraries patches(L"builds.patch_1");
     ASSERT_TRUE(patches.Write("Tvn.dll"));
@@ -110,7 +103,7 @@ AUTOMATIC_HOST(AreLeftAloneIfTheyArePatches)
 
 AUTOMATIC_HOST(AreEnabledIfTheNarrowFilterKeepsThem)
 {
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     volatile LONG asked = 0;
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI(const_cast<LONG*>(&asked), &KeepA);
     ASSERT_NE(nullptr, libraries.Load("TvnA.dll"));
@@ -122,7 +115,7 @@ AUTOMATIC_HOST(AreEnabledIfTheNarrowFilterKeepsThem)
 
 AUTOMATIC_HOST(AreShownToTheWideFilterAloneIfThereAreBoth)
 {
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     volatile LONG askedNarrow = 0;
     volatile LONG askedWide = 0;
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI(const_cast<LONG*>(&askedNarrow), &KeepA);
@@ -137,7 +130,7 @@ AUTOMATIC_HOST(AreShownToTheWideFilterAloneIfThereAreBoth)
 AUTOMATIC_HOST(AreEnabledAlsoFromWithinAnEntryPoint)
 {
     SetEnvironmentVariableW(L"TORVANE_TEST_OTHER_LIBRARY", libraries.PathOf("TvnB.dll").c_str());
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
     const HMODULE module = LoadLibraryW(ImagePath(L"LoadsAnother").c_str());
     ASSERT_NE(nullptr, module);
@@ -147,7 +140,7 @@ AUTOMATIC_HOST(AreEnabledAlsoFromWithinAnEntryPoint)
 
 AUTOMATIC_HOST(DoNotWaitForTheBridge)
 {
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
     ASSERT_NE(nullptr, libraries.Load("TvnA.dll"));
     Signal("loaded");
@@ -156,7 +149,7 @@ AUTOMATIC_HOST(DoNotWaitForTheBridge)
 
 AUTOMATIC_HOST(AreLeftAloneAfterShutdown)
 {
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
     SendEnd();
     EXPECT_TRUE(Await("ended"));
@@ -170,7 +163,7 @@ AUTOMATIC_HOST(AreLeftAloneAfterShutdown)
 
 AUTOMATIC_HOST(AreEnabledOnManyThreads)
 {
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     for (uint32_t i = 0; i < threadCount; ++i)
     {
         ASSERT_TRUE(libraries.Write("TvnOf" + std::to_string(i) + ".dll"));
@@ -203,16 +196,15 @@ namespace
 {
 using FileNames = std::vector<std::wstring>;
 
-class AutomaticBridge : public BridgeTest
+class AutomaticBridge : public ConnectedBridgeTest
 {
 protected:
     /// Takes everything up to the end mark.
     void ReceiveAll()
     {
-        ASSERT_TRUE(Connect());
         for (;;)
         {
-            const Message message = link.Receive(testTimeout);
+            const Message message = Receive();
             ASSERT_TRUE(message);
             if (message.Type() == BlobType::LogNarrow)
             {
@@ -263,7 +255,6 @@ AUTOMATIC_BRIDGE(AreEnabledWhenTheyAreLoadedAndDisabledWhenTheyAreFreed)
     {
         EXPECT_EQ(1, std::count(enabled.begin(), enabled.end(), name));
     }
-    StayUntilAgentGoes();
 }
 
 AUTOMATIC_BRIDGE(AreLeftAloneWithoutTheCall)
@@ -271,7 +262,6 @@ AUTOMATIC_BRIDGE(AreLeftAloneWithoutTheCall)
     ReceiveAll();
     EXPECT_EQ(FileNames(), enabled);
     EXPECT_EQ(FileNames(), disabled);
-    StayUntilAgentGoes();
 }
 
 AUTOMATIC_BRIDGE(AreEnabledIfTheNarrowFilterKeepsThem)
@@ -279,7 +269,6 @@ AUTOMATIC_BRIDGE(AreEnabledIfTheNarrowFilterKeepsThem)
     ReceiveAll();
     EXPECT_EQ(FileNames{L"TvnA.dll"}, enabled);
     Signal("ended");
-    StayUntilAgentGoes();
 }
 
 AUTOMATIC_BRIDGE(AreShownToTheWideFilterAloneIfThereAreBoth)
@@ -287,29 +276,27 @@ AUTOMATIC_BRIDGE(AreShownToTheWideFilterAloneIfThereAreBoth)
     ReceiveAll();
     EXPECT_EQ(FileNames(), enabled);
     EXPECT_EQ(FileNames(), disabled);
+    ExitBeforeAgent();
 }
 
 AUTOMATIC_BRIDGE(AreEnabledAlsoFromWithinAnEntryPoint)
 {
     ReceiveAll();
     EXPECT_EQ((FileNames{L"LoadsAnother.dll", L"TvnB.dll"}), enabled);
-    StayUntilAgentGoes();
 }
 
 AUTOMATIC_BRIDGE(DoNotWaitForTheBridge)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("loaded"));
     for (uint32_t i = 0; i < 2; ++i)
     {
-        const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
+        const auto blob = Expect<EnableModulesBlob>();
         ASSERT_TRUE(blob);
         EXPECT_NE(0u, blob->latch);
         SendDecrementLatch(link, blob->latch);
     }
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("obeyed");
-    StayUntilAgentGoes();
 }
 
 AUTOMATIC_BRIDGE(AreLeftAloneAfterShutdown)
@@ -317,7 +304,6 @@ AUTOMATIC_BRIDGE(AreLeftAloneAfterShutdown)
     ReceiveAll();
     EXPECT_EQ(FileNames(), enabled);
     Signal("ended");
-    StayUntilAgentGoes();
 }
 
 AUTOMATIC_BRIDGE(AreEnabledOnManyThreads)
@@ -329,7 +315,6 @@ AUTOMATIC_BRIDGE(AreEnabledOnManyThreads)
         EXPECT_EQ(int{rounds},
                   std::count(enabled.begin(), enabled.end(), L"TvnOf" + std::to_wstring(i) + L".dll"));
     }
-    StayUntilAgentGoes();
 }
 
 #endif

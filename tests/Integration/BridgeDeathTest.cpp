@@ -204,80 +204,76 @@ void SendNumber(Link& link, uint64_t address, uint32_t number)
 }
 } // namespace
 
-BRIDGE_SCENARIO(BridgeDeath, BeforeConnecting)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, BeforeConnecting)
 {
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, BetweenTheTwoPipes)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, BetweenTheTwoPipes)
 {
     EXPECT_TRUE(link.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(Await("first pipe connected"));
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, WithTheSecondPipeAlone)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, WithTheSecondPipeAlone)
 {
     EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(Await("failed"));
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, BeforeItsVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, BeforeItsVersion)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(Await("connected"));
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, WithinTheHeaderOfItsVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, WithinTheHeaderOfItsVersion)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 4)));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout)) << "The Agent has begun to read.";
+    EXPECT_TRUE(Expect<RegisterProcessBlob>()) << "The Agent has begun to read.";
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, BetweenHeaderAndPayloadOfItsVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, BetweenHeaderAndPayloadOfItsVersion)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 8)));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout));
+    EXPECT_TRUE(Expect<RegisterProcessBlob>());
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfItsVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, WithinThePayloadOfItsVersion)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, wholeVersion.size() - 1)));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout));
+    EXPECT_TRUE(Expect<RegisterProcessBlob>());
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, RightAfterItsVersion)
 {
-    EXPECT_TRUE(Connect());
     EXPECT_TRUE(Await("connected"));
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, WithinTheHeaderOfAnOrder)
 {
-    EXPECT_TRUE(Connect());
     EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 7)));
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, BetweenHeaderAndPayloadOfAnOrder)
 {
-    EXPECT_TRUE(Connect());
     EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 8)));
     Die();
 }
 
 BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfAnOrder)
 {
-    EXPECT_TRUE(Connect());
     EXPECT_TRUE(link.Send(WholeOrder()));
     EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 20)));
     Die();
@@ -285,7 +281,6 @@ BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfAnOrder)
 
 BRIDGE_SCENARIO(BridgeDeath, BehindOrdersThatAreStillObeyed)
 {
-    EXPECT_TRUE(Connect());
     const uint64_t numbers = AwaitNumber("numbers");
     for (uint32_t i = 0; i < 200; ++i)
     {
@@ -296,12 +291,11 @@ BRIDGE_SCENARIO(BridgeDeath, BehindOrdersThatAreStillObeyed)
 
 BRIDGE_SCENARIO(BridgeDeath, BeforeItTakesAReply)
 {
-    EXPECT_TRUE(Connect());
     EXPECT_TRUE(SendReadMemory(link, sizeof(uint32_t), {AwaitNumber("number")}, 1));
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
 {
     // A link of its own reads the agent pipe, so that the other pipe's can be closed alone.
     Link reader(link.HostProcessId());
@@ -317,7 +311,7 @@ BRIDGE_SCENARIO(BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
     StayUntilAgentGoes(reader);
 }
 
-BRIDGE_SCENARIO(BridgeDeath, OfTheAgentPipeAloneLeavesTheReceiverAtWork)
+BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheAgentPipeAloneLeavesTheReceiverAtWork)
 {
     Link reader(link.HostProcessId());
     EXPECT_TRUE(reader.ConnectAgentPipe(testTimeout));

@@ -132,8 +132,7 @@ protected:
         Publish("base", entryPage.base);
         Publish("offset", uint64_t(entryPage.entry - entryPage.base));
         Publish("bytes", entryPage.BytesOfJump(RecordingEntry));
-        StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        ConnectDefaultAgent();
     }
 
     void ExpectLeftInOrder(const EntryPage& entryPage, DWORD protection = PAGE_EXECUTE_READ)
@@ -418,8 +417,7 @@ protected:
     {
         ASSERT_TRUE(SendCallEntryPoint(link, AwaitNumber("base") | upperHalf, AwaitNumber("offset"),
                                        Code(AwaitNumber("bytes")), Code(bytesAfter)));
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-        EXPECT_FALSE(link.Receive(0)) << "CallEntryPoint isn't answered.";
+        ExpectNoReply();
     }
 };
 } // namespace
@@ -428,7 +426,6 @@ protected:
 
 ENTRY_POINT_BRIDGE(CallsItAsTheEntryPointOfALibrary)
 {
-    ASSERT_TRUE(Connect());
     Publish("receiver thread", process->receiverThreadId);
     for (const char* number : {"0", "1", "2"})
     {
@@ -437,26 +434,20 @@ ENTRY_POINT_BRIDGE(CallsItAsTheEntryPointOfALibrary)
         Call();
         Signal(std::string("called ") + number);
     }
-    StayUntilAgentGoes();
 }
 
 ENTRY_POINT_BRIDGE(PutsBytesThereForTheCallAndOthersFromThenOn)
 {
-    ASSERT_TRUE(Connect());
     Call();
-    Finish();
 }
 
 ENTRY_POINT_BRIDGE(IgnoresTheUpperHalfOfTheBase)
 {
-    ASSERT_TRUE(Connect());
     Call(0x1234567800000000);
-    Finish();
 }
 
 ENTRY_POINT_BRIDGE(TakesAnExceptionBetweenTwoCalls)
 {
-    ASSERT_TRUE(Connect());
     Call();
     Signal("first");
     ASSERT_TRUE(Await("second"));
@@ -464,12 +455,10 @@ ENTRY_POINT_BRIDGE(TakesAnExceptionBetweenTwoCalls)
     Signal("taken");
     ASSERT_TRUE(Await("third"));
     Call();
-    Finish();
 }
 
 ENTRY_POINT_BRIDGE(CallsThatOfAPatchOnceWhateverTheLoaderDoes)
 {
-    ASSERT_TRUE(Connect());
     PatchImage image(AwaitText("linked"));
     ASSERT_EQ("", image.Error());
     const EntryPointCode code = image.EntryCode();
@@ -484,14 +473,13 @@ ENTRY_POINT_BRIDGE(CallsThatOfAPatchOnceWhateverTheLoaderDoes)
     {
         ASSERT_TRUE(Await("call" + word));
         ASSERT_TRUE(SendCallEntryPoint(link, loaded->base, image.EntryPoint(), code, idleEntryPoint));
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+        ASSERT_TRUE(WaitUntilExecuted());
         EXPECT_EQ(idle, host.Read(loaded->base + image.EntryPoint(), idle.size()));
         Signal("called" + word);
     }
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Finish();
+    ASSERT_TRUE(WaitUntilExecuted());
 }
 
 #endif

@@ -147,14 +147,24 @@ uint32_t TextSize(const char* text)
 {
     return static_cast<uint32_t>(strlen(text) + 1);
 }
+
+class CallHooksHost : public HostTest
+{
+protected:
+    /// Publishes a table of hooks and waits until the Bridge half has had them called.
+    bool Call(const Hook* hooks)
+    {
+        Publish("hooks", hooks);
+        StartDefaultAgent();
+        return Await("checked");
+    }
+};
 } // namespace
 
-HOST_TEST(CallHooks, PassesANumberToKinds0And1)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesANumberToKinds0And1)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(2u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -165,12 +175,10 @@ HOST_TEST(CallHooks, PassesANumberToKinds0And1)
     EXPECT_EQ(2u, CountInLog("Processing Blob::CallHooks"));
 }
 
-HOST_TEST(CallHooks, PassesTwoTextsToKinds2And3)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesTwoTextsToKinds2And3)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(2u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -181,12 +189,10 @@ HOST_TEST(CallHooks, PassesTwoTextsToKinds2And3)
     }
 }
 
-HOST_TEST(CallHooks, PassesThreeTextsToKind4)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesThreeTextsToKind4)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(1u, hookCalls.size());
     const HookCall& call = hookCalls[0];
     ExpectHookId(call);
@@ -197,12 +203,10 @@ HOST_TEST(CallHooks, PassesThreeTextsToKind4)
     EXPECT_EQ(call.arguments[2] + TextSize("second"), call.arguments[3]);
 }
 
-HOST_TEST(CallHooks, PassesATextToKinds5And6)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesATextToKinds5And6)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(2u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -211,12 +215,10 @@ HOST_TEST(CallHooks, PassesATextToKinds5And6)
     }
 }
 
-HOST_TEST(CallHooks, PassesItsOwnTextToKind7)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesItsOwnTextToKind7)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(1u, hookCalls.size());
     const HookCall& call = hookCalls[0];
     ExpectHookId(call);
@@ -226,12 +228,10 @@ HOST_TEST(CallHooks, PassesItsOwnTextToKind7)
               call.arguments[2]);
 }
 
-HOST_TEST(CallHooks, PassesAListOfTextsToKinds8And9)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesAListOfTextsToKinds8And9)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(2u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -246,12 +246,10 @@ HOST_TEST(CallHooks, PassesAListOfTextsToKinds8And9)
     }
 }
 
-HOST_TEST(CallHooks, PassesAnEmptyListAsNull)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesAnEmptyListAsNull)
 {
     static const Hook hooks[] = {RecordingHook<0>, RecordingHook<1>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(4u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -263,12 +261,10 @@ HOST_TEST(CallHooks, PassesAnEmptyListAsNull)
     }
 }
 
-HOST_TEST(CallHooks, PassesALongListToEachHookOfTheTable)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesALongListToEachHookOfTheTable)
 {
     static const Hook hooks[] = {RecordingHook<0>, RecordingHook<1>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(2u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -278,12 +274,10 @@ HOST_TEST(CallHooks, PassesALongListToEachHookOfTheTable)
     EXPECT_EQ(hookCalls[0].arguments[2], hookCalls[1].arguments[2]) << "The array lives until the last hook.";
 }
 
-HOST_TEST(CallHooks, PassesNothingButTheHookIdToKinds10And11)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesNothingButTheHookIdToKinds10And11)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(2u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -291,24 +285,20 @@ HOST_TEST(CallHooks, PassesNothingButTheHookIdToKinds10And11)
     }
 }
 
-HOST_TEST(CallHooks, PassesTextsWithoutRegardToTheirWidth)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesTextsWithoutRegardToTheirWidth)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(1u, hookCalls.size());
     const HookCall& call = hookCalls[0];
     EXPECT_STREQ(L"wide \u20AC", reinterpret_cast<const wchar_t*>(call.bytes[1].data()));
     EXPECT_EQ("narrow", call.Text(2));
 }
 
-HOST_TEST(CallHooks, PassesOverWhatAKindDoesNotUse)
+HOST_TEST_OF(CallHooksHost, CallHooks, PassesOverWhatAKindDoesNotUse)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(8u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
@@ -316,48 +306,40 @@ HOST_TEST(CallHooks, PassesOverWhatAKindDoesNotUse)
     }
 }
 
-HOST_TEST(CallHooks, CallsTheEntriesOfATableInOrderAndSkipsNullOnes)
+HOST_TEST_OF(CallHooksHost, CallHooks, CallsTheEntriesOfATableInOrderAndSkipsNullOnes)
 {
     static const Hook hooks[] = {nullptr,          RecordingHook<1>, nullptr,          nullptr,
                                  RecordingHook<4>, RecordingHook<5>, RecordingHook<1>, nullptr};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     EXPECT_EQ((std::vector<uint32_t>{1, 4, 5, 1}), CalledHooks());
     ExpectSameStackPointer();
 }
 
-HOST_TEST(CallHooks, CallsFromFirstUpToEnd)
+HOST_TEST_OF(CallHooksHost, CallHooks, CallsFromFirstUpToEnd)
 {
     static const Hook hooks[] = {RecordingHook<0>, RecordingHook<1>, RecordingHook<2>, RecordingHook<3>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     EXPECT_EQ((std::vector<uint32_t>{1, 2}), CalledHooks());
 }
 
-HOST_TEST(CallHooks, CallsNothingOfAnEmptyTable)
+HOST_TEST_OF(CallHooksHost, CallHooks, CallsNothingOfAnEmptyTable)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     EXPECT_EQ(std::vector<uint32_t>(), CalledHooks());
     EXPECT_EQ(12u, CountInLog("Processing Blob::CallHooks"));
 }
 
-HOST_TEST(CallHooks, CallsNothingOfAnUnknownKind)
+HOST_TEST_OF(CallHooksHost, CallHooks, CallsNothingOfAnUnknownKind)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     EXPECT_EQ(std::vector<uint32_t>(), CalledHooks());
     EXPECT_EQ(4u, CountInLog("Processing Blob::CallHooks"));
     ExpectNoErrorsInLog();
 }
 
-HOST_TEST(CallHooks, CleansUpTheStackAfterEachHookOfEachKind)
+HOST_TEST_OF(CallHooksHost, CallHooks, CleansUpTheStackAfterEachHookOfEachKind)
 {
     static const Hook hooks[] = {RecordingHook<0>, RecordingHook<1>, RecordingHook<2>};
     Publish("hooks", hooks);
@@ -372,12 +354,10 @@ HOST_TEST(CallHooks, CleansUpTheStackAfterEachHookOfEachKind)
     }
 }
 
-HOST_TEST(CallHooks, GivesEachHookItsOwnArguments)
+HOST_TEST_OF(CallHooksHost, CallHooks, GivesEachHookItsOwnArguments)
 {
     static const Hook hooks[] = {ScribblingHook, RecordingHook<1>, ScribblingHook, RecordingHook<3>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     EXPECT_EQ((std::vector<uint32_t>{1, 3}), CalledHooks());
     for (const HookCall& call : hookCalls)
     {
@@ -388,22 +368,18 @@ HOST_TEST(CallHooks, GivesEachHookItsOwnArguments)
     }
 }
 
-HOST_TEST(CallHooks, CallsOnTheReceiverThread)
+HOST_TEST_OF(CallHooksHost, CallHooks, CallsOnTheReceiverThread)
 {
     static const Hook hooks[] = {RecordingHook<0>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(1u, hookCalls.size());
     EXPECT_EQ(AwaitNumber("receiver thread"), hookCalls[0].threadId);
 }
 
-HOST_TEST(CallHooks, IgnoresTheUpperHalvesOfAddresses)
+HOST_TEST_OF(CallHooksHost, CallHooks, IgnoresTheUpperHalvesOfAddresses)
 {
     static const Hook hooks[] = {RecordingHook<0>, RecordingHook<1>};
-    Publish("hooks", hooks);
-    StartDefaultAgent();
-    ASSERT_TRUE(Await("called"));
+    ASSERT_TRUE(Call(hooks));
     EXPECT_EQ((std::vector<uint32_t>{0, 1}), CalledHooks());
 }
 
@@ -430,22 +406,35 @@ bool CallOneHook(Link& link, uint32_t kind, AddressSlot hooks)
 {
     return SendCallHooks(link, kind, hooks, hooks + entrySize, MakeArguments());
 }
+
+/// The host half continues when the Agent has executed everything, to which it sends no reply.
+class CallHooksBridge : public ConnectedBridgeTest
+{
+protected:
+    void SetUp() override
+    {
+        ConnectedBridgeTest::SetUp();
+        hooks = AwaitNumber("hooks");
+    }
+
+    void TearDown() override
+    {
+        ExpectNoReply();
+        ConnectedBridgeTest::TearDown();
+    }
+
+    AddressSlot hooks = 0;
+};
 } // namespace
 
-/// Sends the same for each kind, waits until they are obeyed, and tells the host half.
-#define CALL_ONE_HOOK_SCENARIO(Name, ...)                     \
-    BRIDGE_SCENARIO(CallHooks, Name)                          \
-    {                                                         \
-        ASSERT_TRUE(Connect());                               \
-        const AddressSlot hooks = AwaitNumber("hooks");       \
-        for (const uint32_t kind : {__VA_ARGS__})             \
-        {                                                     \
-            EXPECT_TRUE(CallOneHook(link, kind, hooks));      \
-        }                                                     \
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));    \
-        EXPECT_FALSE(link.Receive(0)) << "No reply is sent."; \
-        Signal("called");                                     \
-        StayUntilAgentGoes();                                 \
+/// Sends the same for each kind.
+#define CALL_ONE_HOOK_SCENARIO(Name, ...)                \
+    BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, Name) \
+    {                                                    \
+        for (const uint32_t kind : {__VA_ARGS__})        \
+        {                                                \
+            EXPECT_TRUE(CallOneHook(link, kind, hooks)); \
+        }                                                \
     }
 
 CALL_ONE_HOOK_SCENARIO(PassesANumberToKinds0And1, 0u, 1u)
@@ -457,140 +446,90 @@ CALL_ONE_HOOK_SCENARIO(PassesAListOfTextsToKinds8And9, 8u, 9u)
 CALL_ONE_HOOK_SCENARIO(PassesNothingButTheHookIdToKinds10And11, 10u, 11u)
 CALL_ONE_HOOK_SCENARIO(CallsNothingOfAnUnknownKind, 12u, 13u, 0x80000000u, 0xFFFFFFFFu)
 
-BRIDGE_SCENARIO(CallHooks, PassesAnEmptyListAsNull)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, PassesAnEmptyListAsNull)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     HookArguments arguments = MakeArguments();
     arguments.textList.clear();
     EXPECT_TRUE(SendCallHooks(link, 8, hooks, hooks + 2 * entrySize, arguments));
     EXPECT_TRUE(SendCallHooks(link, 9, hooks, hooks + 2 * entrySize, arguments));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, PassesALongListToEachHookOfTheTable)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, PassesALongListToEachHookOfTheTable)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     HookArguments arguments = MakeArguments();
     arguments.textList = MakeTexts(longListSize);
     EXPECT_TRUE(SendCallHooks(link, 8, hooks, hooks + 2 * entrySize, arguments));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, PassesTextsWithoutRegardToTheirWidth)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, PassesTextsWithoutRegardToTheirWidth)
 {
-    ASSERT_TRUE(Connect());
     BlobWriter<CallHooksBlob> blob;
     blob.fixed.kind = 2;
-    blob.fixed.first = AwaitNumber("hooks");
+    blob.fixed.first = hooks;
     blob.fixed.end = blob.fixed.first + entrySize;
     blob.String(&CallHooksBlob::firstText, std::wstring(L"wide \u20AC"));
     blob.String(&CallHooksBlob::secondText, std::string("narrow"));
     EXPECT_TRUE(link.Send(blob.Finish()));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, PassesOverWhatAKindDoesNotUse)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, PassesOverWhatAKindDoesNotUse)
 {
-    ASSERT_TRUE(Connect());
     for (const uint32_t kind : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u})
     {
         BlobWriter<CallHooksBlob> blob;
         blob.fixed.kind = kind;
-        blob.fixed.first = AwaitNumber("hooks");
+        blob.fixed.first = hooks;
         blob.fixed.end = blob.fixed.first + entrySize;
         blob.String(&CallHooksBlob::firstText, std::string("first"));
         blob.fixed.textList = {{0x7FFF0000}, 0x7FFFFFFF};
         EXPECT_TRUE(link.Send(blob.Finish()));
     }
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, CallsTheEntriesOfATableInOrderAndSkipsNullOnes)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, CallsTheEntriesOfATableInOrderAndSkipsNullOnes)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(SendCallHooks(link, 5, hooks, hooks + 8 * entrySize, MakeArguments()));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, CallsFromFirstUpToEnd)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, CallsFromFirstUpToEnd)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(SendCallHooks(link, 10, hooks + entrySize, hooks + 3 * entrySize));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, CallsNothingOfAnEmptyTable)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, CallsNothingOfAnEmptyTable)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     for (uint32_t kind = 0; kind <= 11; ++kind)
     {
         EXPECT_TRUE(SendCallHooks(link, kind, hooks, hooks, MakeArguments()));
     }
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, CleansUpTheStackAfterEachHookOfEachKind)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, CleansUpTheStackAfterEachHookOfEachKind)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     for (uint32_t kind = 0; kind <= 11; ++kind)
     {
         EXPECT_TRUE(SendCallHooks(link, kind, hooks, hooks + 3 * entrySize, MakeArguments()));
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+        ASSERT_TRUE(WaitUntilExecuted());
         Signal("called " + std::to_string(kind));
         ASSERT_TRUE(Await("checked " + std::to_string(kind)));
     }
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, GivesEachHookItsOwnArguments)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, GivesEachHookItsOwnArguments)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(SendCallHooks(link, 4, hooks, hooks + 4 * entrySize, MakeArguments()));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, CallsOnTheReceiverThread)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, CallsOnTheReceiverThread)
 {
-    ASSERT_TRUE(Connect());
-    EXPECT_TRUE(CallOneHook(link, 10, AwaitNumber("hooks")));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(CallOneHook(link, 10, hooks));
     Publish("receiver thread", process->receiverThreadId);
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(CallHooks, IgnoresTheUpperHalvesOfAddresses)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, IgnoresTheUpperHalvesOfAddresses)
 {
-    ASSERT_TRUE(Connect());
-    const AddressSlot hooks = AwaitNumber("hooks");
     EXPECT_TRUE(
         SendCallHooks(link, 10, hooks | 0x1234567800000000, (hooks + 2 * entrySize) | 0x8765432100000000));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    Signal("called");
-    StayUntilAgentGoes();
 }
 
 #endif

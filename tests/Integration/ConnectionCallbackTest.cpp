@@ -350,17 +350,17 @@ CONNECTION_CALLBACK(GetsAFailureAtOnceOnTheCallingThread)
 
 #else
 
-BRIDGE_SCENARIO(ConnectionCallback, WaitsForRegistrations)
+BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, WaitsForRegistrations)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
     ASSERT_TRUE(link.ExchangeVersion(testTimeout));
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("connected");
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(ConnectionCallback, CanQueueBlobs)
+BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, CanQueueBlobs)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
@@ -368,14 +368,14 @@ BRIDGE_SCENARIO(ConnectionCallback, CanQueueBlobs)
     const auto log = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(log);
     EXPECT_EQ("from the callback", log.AnsiString(log->text));
-    const auto preference = link.Expect<SetIntPreferencesBlob>(testTimeout);
+    const auto preference = Expect<SetIntPreferencesBlob>();
     ASSERT_TRUE(preference);
     EXPECT_EQ(0, preference->value);
     Signal("taken");
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(ConnectionCallback, ThatBlocksHoldsUpOrdersAndOtherRegistrations)
+BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, ThatBlocksHoldsUpOrdersAndOtherRegistrations)
 {
     constexpr uint32_t longerLook = 200; // milliseconds
     ASSERT_TRUE(link.Connect(testTimeout));
@@ -385,7 +385,7 @@ BRIDGE_SCENARIO(ConnectionCallback, ThatBlocksHoldsUpOrdersAndOtherRegistrations
     EXPECT_FALSE(link.Expect<EchoReplyBlob>(longerLook)) << "The callback holds the receiver.";
     Signal("nothing obeyed");
     ASSERT_TRUE(Await("gate opened"));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
+    EXPECT_TRUE(Expect<EchoReplyBlob>());
     Signal("obeyed");
     StayUntilAgentGoes();
 }

@@ -27,8 +27,7 @@ void TVN_CALL TakeReport(void* context, TvnConnectionStatus status)
 HOST_TEST(Connection, SucceedsWithAnObedientBridge)
 {
     UseScenario("DefaultBridge");
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(WaitForLog("Sender thread ready"));
     ExpectNoErrorsInLog();
 }
@@ -36,8 +35,7 @@ HOST_TEST(Connection, SucceedsWithAnObedientBridge)
 HOST_TEST(Connection, GoesThroughItsStepsInOrder)
 {
     UseScenario("DefaultBridge");
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     const std::wstring bridge = AgentFolder() + L"\\" + Torvane::bridgeFileName;
     const std::string path(bridge.begin(), bridge.end());
     const std::string identifier = std::to_string(GetCurrentProcessId());
@@ -79,8 +77,7 @@ HOST_TEST(Connection, ReportsToACallbackThatComesBeforeTheOutcome)
 HOST_TEST(Connection, ReportsAtOnceToEachCallbackThatComesAfterTheOutcome)
 {
     UseScenario("DefaultBridge");
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     Report first;
     Report second;
     Library().TvnOnConnection(&first, &TakeReport);
@@ -161,8 +158,7 @@ HOST_TEST(Connection, FailsWithoutAnErrorLineWhenTheBridgeGoesBeforeItsVersion)
 
 HOST_TEST(Connection, KeepsItsStatusWhenTheBridgeGoesLater)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     Signal("connected");
     EXPECT_TRUE(WaitForLog("Thread 'Torvane receiver' exited with result 8"));
     EXPECT_EQ(0u, CountInLog("Failed to receive blob header from bridge"));
@@ -173,8 +169,7 @@ HOST_TEST(Connection, KeepsItsStatusWhenTheBridgeGoesLater)
 
 HOST_TEST(Connection, EndsWithABlobThatIsNotForTheAgent)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(WaitForLog("Unknown blob type 7"));
     EXPECT_TRUE(WaitForLog("Exiting receiver thread"));
     EXPECT_TRUE(WaitForLog("Thread 'Torvane receiver' exited with result 0"));
@@ -195,7 +190,7 @@ HOST_TEST(Connection, ShutdownRightAfterStartupWaitsForTheAttemptAndSucceeds)
 
 #else
 
-BRIDGE_SCENARIO(Connection, ReportsToACallbackThatComesBeforeTheOutcome)
+BRIDGE_SCENARIO_OF(BridgeTest, Connection, ReportsToACallbackThatComesBeforeTheOutcome)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
@@ -203,27 +198,27 @@ BRIDGE_SCENARIO(Connection, ReportsToACallbackThatComesBeforeTheOutcome)
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(Connection, FailsWithABridgeThatNeverConnects)
+BRIDGE_SCENARIO_OF(BridgeTest, Connection, FailsWithABridgeThatNeverConnects)
 {
     EXPECT_TRUE(Await("failed"));
 }
 
-BRIDGE_SCENARIO(Connection, FailsWhenOnlyOnePipeIsConnected)
+BRIDGE_SCENARIO_OF(BridgeTest, Connection, FailsWhenOnlyOnePipeIsConnected)
 {
     EXPECT_TRUE(link.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(Await("failed"));
     EXPECT_FALSE(link.Receive(0)) << "Nothing is sent on a connection that has failed.";
 }
 
-BRIDGE_SCENARIO(Connection, RefusesAFirstBlobThatIsNoVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, Connection, RefusesAFirstBlobThatIsNoVersion)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout)) << "The Agent registers all the same.";
+    EXPECT_TRUE(Expect<RegisterProcessBlob>()) << "The Agent registers all the same.";
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(Connection, RefusesABridgeOfAnotherVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, Connection, RefusesABridgeOfAnotherVersion)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(SendVersion(link, "2.4.1"));
@@ -233,14 +228,14 @@ BRIDGE_SCENARIO(Connection, RefusesABridgeOfAnotherVersion)
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(Connection, FailsWithoutAnErrorLineWhenTheBridgeGoesBeforeItsVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, Connection, FailsWithoutAnErrorLineWhenTheBridgeGoesBeforeItsVersion)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("connected"));
     link.Close();
 }
 
-BRIDGE_SCENARIO(Connection, KeepsItsStatusWhenTheBridgeGoesLater)
+BRIDGE_SCENARIO_OF(BridgeTest, Connection, KeepsItsStatusWhenTheBridgeGoesLater)
 {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("connected"));
@@ -249,9 +244,7 @@ BRIDGE_SCENARIO(Connection, KeepsItsStatusWhenTheBridgeGoesLater)
 
 BRIDGE_SCENARIO(Connection, EndsWithABlobThatIsNotForTheAgent)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_TRUE(link.Send(MakeBlob(BlobType::RegisterProjectPreferences, nullptr, 0)));
-    StayUntilAgentGoes();
 }
 
 #endif

@@ -46,6 +46,12 @@ protected:
         Signal("logged");
     }
 
+    void RunWithFilter(uint32_t levels)
+    {
+        const TvnLogFilter filter = {levels};
+        Run(&filter);
+    }
+
     /// The debugger has got the records of these levels, each as its own text, and nothing else.
     void ExpectLevels(uint32_t mask)
     {
@@ -110,51 +116,44 @@ DEBUG_OUTPUT(HasAllLevelsButDebugWithoutAFilter)
 
 DEBUG_OUTPUT(HasNothingWithNoLevel)
 {
-    const TvnLogFilter filter = {0};
-    Run(&filter);
+    RunWithFilter(0);
     ExpectLevels(0);
     EXPECT_FALSE(ExpectedTexts(255).empty()) << "The file has everything.";
 }
 
 DEBUG_OUTPUT(HasSuccessesAlone)
 {
-    const TvnLogFilter filter = {1};
-    Run(&filter);
+    RunWithFilter(1);
     ExpectLevels(1);
 }
 
 DEBUG_OUTPUT(HasInformationAlone)
 {
-    const TvnLogFilter filter = {2};
-    Run(&filter);
+    RunWithFilter(2);
     ExpectLevels(2);
 }
 
 DEBUG_OUTPUT(HasNoWarningsSinceThereAreNone)
 {
-    const TvnLogFilter filter = {4};
-    Run(&filter);
+    RunWithFilter(4);
     ExpectLevels(4);
 }
 
 DEBUG_OUTPUT(HasErrorsAlone)
 {
-    const TvnLogFilter filter = {8};
-    Run(&filter);
+    RunWithFilter(8);
     ExpectLevels(8);
 }
 
 DEBUG_OUTPUT(HasPanicsAlone)
 {
-    const TvnLogFilter filter = {16};
-    Run(&filter);
+    RunWithFilter(16);
     ExpectLevels(16);
 }
 
 DEBUG_OUTPUT(HasNothingForBitsThatMeanNoLevel)
 {
-    const TvnLogFilter filter = {0xFFFFFFE0};
-    Run(&filter);
+    RunWithFilter(0xFFFFFFE0);
     ExpectLevels(0);
 }
 
@@ -174,7 +173,7 @@ DEBUG_OUTPUT(IsDecidedDuringStartupAlone)
 
 #else
 
-BRIDGE_SCENARIO(DebugOutput, AfterAnUnknownBlob)
+BRIDGE_SCENARIO_OF(BridgeTest, DebugOutput, AfterAnUnknownBlob)
 {
     EXPECT_TRUE(Connect());
     EXPECT_TRUE(link.Send(MakeBlob(BlobType::RegisterAgent, nullptr, 0)));

@@ -93,7 +93,7 @@ EARLY_CLIENT(ThatHasGoneAgainIsAFailure)
 
 #else
 
-BRIDGE_SCENARIO(EarlyClient, StandsAside)
+BRIDGE_SCENARIO_OF(BridgeTest, EarlyClient, StandsAside)
 {
     EXPECT_TRUE(Await("connected by another"));
 }

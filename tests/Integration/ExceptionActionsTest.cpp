@@ -13,7 +13,7 @@
 #if TORVANE_HOST_HALF
 #include "tests/Support/Integration/ExceptionHost.h"
 #else
-#include "tests/Support/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionBridge.h"
 #endif
 
 namespace
@@ -313,7 +313,6 @@ HOST_TEST_OF(ExceptionHost, ExceptionActions, WhatCannotBeDecodedFaultsAgain)
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, ContinueSearchAndIgnoreAndWhatNobodyKnowsPassOn)
 {
-    ASSERT_TRUE(Start());
     for (const uint32_t action : passingActions)
     {
         const ExceptionReport report = AwaitException();
@@ -321,12 +320,10 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, ContinueSearchAndIgnoreAnd
         Answer(report, action, {1, 2, 3});
     }
     EXPECT_TRUE(NothingElseCame());
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipGoesOnBehindAnInstructionOfAnyLength)
 {
-    ASSERT_TRUE(Start());
     for (const Instruction& instruction : faultingInstructions)
     {
         const ExceptionReport report = AwaitException();
@@ -334,44 +331,36 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipGoesOnBehindAnInstruct
         EXPECT_EQ(report.record.ExceptionAddress, report.context.Eip);
         Answer(report, ActionSkipInstruction, {1, 2, 3});
     }
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipKeepsEveryRegister)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     EXPECT_EQ(0x11111111u, report.context.Eax);
     EXPECT_EQ(0x77777777u, report.context.Edi);
     Answer(report, ActionSkipInstruction, {1, 2, 3});
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, NoOperationTakesThePlaceOfAnInstructionOfAnyLength)
 {
-    ASSERT_TRUE(Start());
     for (const Instruction& instruction : faultingInstructions)
     {
         const ExceptionReport report = AwaitException();
         ASSERT_TRUE(report) << instruction.length;
         Answer(report, ActionNopInstruction);
     }
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, NoOperationIsWrittenIntoAnImageThatStaysAsProtected)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     Answer(report, ActionNopInstruction);
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, WhatCannotBeDecodedFaultsAgain)
 {
-    ASSERT_TRUE(Start());
     AddressSlot address = 0;
     for (const uint32_t action :
          {ActionNopInstruction, ActionSkipInstruction, ActionNopInstruction, ActionIgnore})
@@ -384,7 +373,6 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, WhatCannotBeDecodedFaultsA
         address = report.record.ExceptionAddress;
         Answer(report, action);
     }
-    StayUntilAgentGoes();
 }
 
 #endif

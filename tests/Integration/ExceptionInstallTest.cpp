@@ -11,7 +11,7 @@
 #include "tests/Support/Integration/ExceptionHost.h"
 #include "tests/Support/TestThread.h"
 #else
-#include "tests/Support/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionBridge.h"
 #endif
 
 namespace
@@ -158,8 +158,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AfterTheShutdownAFaultTakes
 
 HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, BeforeItAFaultTakesItsOrdinaryWay)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     LastHandler handler;
     const CodePages code(faultingCode);
     EXPECT_FALSE(EndsByItself([&code] { code.Run(); }));
@@ -224,28 +223,26 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, WithoutAnEventItGoesOnWithW
 
 #else
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, Order0IsBehindTheOthers)
+BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, Order0IsBehindTheOthers)
 {
-    ASSERT_TRUE(Start(0u));
+    ASSERT_TRUE(Install(0u));
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     Answer(report, ActionContinueSearch);
     EXPECT_TRUE(NothingElseCame()) << "The first exception came to a handler before ours.";
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AnyOtherOrderIsBeforeTheOthers)
+BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, AnyOtherOrderIsBeforeTheOthers)
 {
-    ASSERT_TRUE(Start(0x80000000u));
+    ASSERT_TRUE(Install(0x80000000u));
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     Answer(report, ActionContinueSearch);
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, ASecondOneStandsBesideTheFirst)
+BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, ASecondOneStandsBesideTheFirst)
 {
-    ASSERT_TRUE(Start(0u, 1u));
+    ASSERT_TRUE(Install(0u, 1u));
     const ExceptionReport first = AwaitException();
     ASSERT_TRUE(first);
     Answer(first, ActionIgnore);
@@ -258,52 +255,41 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, ASecondOneStandsBesideTheF
     Answer(third, ActionSkipInstruction);
     EXPECT_TRUE(NothingElseCame()) << "Skipped by the one, it didn't come to the other.";
     Signal("nothing came");
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterTheShutdownAFaultTakesItsOrdinaryWay)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     Answer(report, ActionSkipInstruction);
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, BeforeItAFaultTakesItsOrdinaryWay)
+BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, BeforeItAFaultTakesItsOrdinaryWay)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("faulted"));
     EXPECT_TRUE(NothingElseCame());
     Signal("nothing came");
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AFailedWaitPassesOnWhatNobodyHasDecided)
 {
-    ASSERT_TRUE(Start());
     ASSERT_TRUE(AwaitException()); // and nobody answers: its frame is gone
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterAFailedWaitAStoredDecisionCounts)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     ASSERT_TRUE(Await("waiting"));
     Answer(report, ActionSkipInstruction);
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, WithoutAnEventItGoesOnWithWhatIsInHand)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     EXPECT_EQ(creationError, report.blob->event);
     Signal("looked");
-    StayUntilAgentGoes();
 }
 
 #endif

@@ -13,7 +13,7 @@
 #include "tests/Support/Integration/ExceptionHost.h"
 #include "tests/Support/TestThread.h"
 #else
-#include "tests/Support/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionBridge.h"
 #endif
 
 namespace
@@ -230,7 +230,6 @@ HOST_TEST_OF(ExceptionHost, ExceptionReports, MemoryFaultsTellMore)
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, AWholeReportIsSentAndLogged)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
 
@@ -268,12 +267,10 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, AWholeReportIsSentAndLogge
     EXPECT_EQ(0, memcmp(&report.context, context.data(), 716)) << "The next handler gets the same.";
     EXPECT_EQ(0, memcmp(&report.record, record.data(), 80)) << "The next handler gets the same.";
     Signal("compared");
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, EveryKnownCodeIsReported)
 {
-    ASSERT_TRUE(Start());
     for (const TestException& known : testExceptions)
     {
         const ExceptionReport report = AwaitException();
@@ -281,24 +278,20 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, EveryKnownCodeIsReported)
         EXPECT_EQ(known.code, report.record.ExceptionCode);
         Answer(report, ActionContinueSearch);
     }
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OtherCodesReachNeitherTheLockNorTheLog)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     Signal("dialog");
     ASSERT_TRUE(Await("raised"));
     EXPECT_TRUE(NothingElseCame());
     Answer(report, ActionSkipInstruction);
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OnlyTheFlagsValue1IsNonContinuable)
 {
-    ASSERT_TRUE(Start());
     for (const Flags& entry : flags)
     {
         const ExceptionReport report = AwaitException();
@@ -306,12 +299,10 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OnlyTheFlagsValue1IsNonCon
         EXPECT_EQ(entry.value, report.record.ExceptionFlags);
         Answer(report, ActionContinueSearch);
     }
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, MemoryFaultsTellMore)
 {
-    ASSERT_TRUE(Start());
     for (const Parameters& entry : parameters)
     {
         const ExceptionReport report = AwaitException();
@@ -320,7 +311,6 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, MemoryFaultsTellMore)
         EXPECT_EQ(entry.count, report.record.NumberParameters);
         Answer(report, ActionContinueSearch);
     }
-    StayUntilAgentGoes();
 }
 
 #endif

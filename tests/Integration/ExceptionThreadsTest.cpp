@@ -14,7 +14,7 @@
 #include "tests/Support/Integration/ExceptionHost.h"
 #include "tests/Support/TestThread.h"
 #else
-#include "tests/Support/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionBridge.h"
 #endif
 
 namespace
@@ -249,7 +249,6 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, AStackOverflowIsReportedWithoutALo
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, TakeTheirTurns)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport first = AwaitException();
     ASSERT_TRUE(first);
     Signal("first dialog");
@@ -263,12 +262,10 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, TakeTheirTurns)
     Signal("second dialog");
     ASSERT_TRUE(Await("go on"));
     Answer(second, ActionSkipInstruction);
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultWhileTheInstructionIsReadTakesTheFullRoad)
 {
-    ASSERT_TRUE(Start());
     for (const uint32_t action : {ActionNopInstruction, ActionSkipInstruction})
     {
         const ExceptionReport outer = AwaitException();
@@ -287,12 +284,10 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultWhileTheInstructionI
     const ExceptionReport last = AwaitException();
     ASSERT_TRUE(last);
     Answer(last, ActionSkipInstruction);
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, APatchesEntryPointIsNotTheirAffair)
 {
-    ASSERT_TRUE(Start());
     const AddressSlot address = AwaitNumber("entry point");
     const uint32_t distance = static_cast<uint32_t>(AwaitNumber("function") - (address + 5));
     EntryPointCode jump = {{0xE9, 0, 0, 0, 0, 0x90}};
@@ -303,12 +298,10 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, APatchesEntryPointIsNotThe
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     Answer(report, ActionSkipInstruction);
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, HardlyAnyStackIsEnoughForAReport)
 {
-    ASSERT_TRUE(Start());
     for (const size_t left : nearlyNoStack)
     {
         SCOPED_TRACE(left);
@@ -317,19 +310,16 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, HardlyAnyStackIsEnoughForA
         EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), report.record.ExceptionCode);
         Answer(report, ActionSkipInstruction);
     }
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AStackOverflowIsReportedWithoutALogLine)
 {
-    ASSERT_TRUE(Start());
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);
     EXPECT_EQ(static_cast<DWORD>(EXCEPTION_STACK_OVERFLOW), report.record.ExceptionCode);
     Answer(report, ActionContinueSearch);
     EXPECT_EQ(AwaitNumber("thread"), report.blob->threadId);
     Signal("answered");
-    StayUntilAgentGoes();
 }
 
 #endif

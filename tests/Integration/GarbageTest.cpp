@@ -163,11 +163,11 @@ GARBAGE(LaterEndsTheReceiverAlone)
 
 #else
 
-BRIDGE_SCENARIO(Garbage, ComesFirst)
+BRIDGE_SCENARIO_OF(BridgeTest, Garbage, ComesFirst)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(AwaitBytes("bytes")));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout)) << "The Agent registers all the same.";
+    EXPECT_TRUE(Expect<RegisterProcessBlob>()) << "The Agent registers all the same.";
     Signal("taken");
     EXPECT_TRUE(Await("judged"));
     EXPECT_FALSE(link.IsClosed()) << "The sender goes on.";
@@ -176,7 +176,6 @@ BRIDGE_SCENARIO(Garbage, ComesFirst)
 
 BRIDGE_SCENARIO(Garbage, LaterEndsTheReceiverAlone)
 {
-    EXPECT_TRUE(Connect());
     // The handlers of these two are called on an empty payload and don't look at it.
     EXPECT_TRUE(link.Send(MakeBlob(BlobType::FlushInstructionCache, nullptr, 0)));
     EXPECT_TRUE(link.Send(MakeBlob(BlobType::Version, nullptr, 0)));

@@ -170,7 +170,7 @@ GLOBAL_PREFERENCES(WhoseRootIsNoObjectAreReadThroughANullPointer)
 
 #else
 
-BRIDGE_SCENARIO(GlobalPreferences, StandsAside)
+BRIDGE_SCENARIO_OF(BridgeTest, GlobalPreferences, StandsAside)
 {
     EXPECT_TRUE(Await("over"));
 }

@@ -10,13 +10,7 @@
 
 namespace
 {
-// By the order of their creation.
-const std::string shouldCompileAndReload = "event 1";
-const std::string hotReload = "event 2";
-const std::string loadPatch = "event 3";
-const std::string loadPatchReceived = "event 4";
-const std::string waitForPatchLoad = "event 5";
-const std::string hotReloadFinished = "event 6";
+// By the order of their creation, after the events of the hot reload.
 const std::string hotRestart = "event 7";
 const std::string startupFinished = "event 8";
 const std::string latchesDead = "event 9";
@@ -197,12 +191,12 @@ HANDLES(OfAnAgentWhoseBridgeHasDied)
 
 #else
 
-BRIDGE_SCENARIO(Handles, OfAnAgentWhoseBridgeNeverConnects)
+BRIDGE_SCENARIO_OF(BridgeTest, Handles, OfAnAgentWhoseBridgeNeverConnects)
 {
     EXPECT_TRUE(Await("shut down"));
 }
 
-BRIDGE_SCENARIO(Handles, OfAnAgentWhoseBridgeHasDied)
+BRIDGE_SCENARIO_OF(BridgeTest, Handles, OfAnAgentWhoseBridgeHasDied)
 {
     EXPECT_TRUE(Connect());
     link.Close();

@@ -1,4 +1,5 @@
 #include "tests/Support/ByteImage.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
@@ -9,13 +10,6 @@
 
 namespace
 {
-std::wstring ExecutablePath()
-{
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return path;
-}
-
 /// Every member different, so that none can stand in for another.
 TvnProjectPreferences MakeRecord()
 {
@@ -55,23 +49,20 @@ TvnProjectPreferences MakeRecord()
 
 HOST_TEST(Handshake, SendsFourBlobsInOrder)
 {
-    PublishText("executable", ExecutablePath());
+    PublishText("executable", ProgramPath());
     PublishText("command line", GetCommandLineW());
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
 }
 
 HOST_TEST(Handshake, TellsOfASynchronizedAgent)
 {
-    StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectSynchronizedAgent();
 }
 
 HOST_TEST(Handshake, NamesAPreferenceFileByItsAbsolutePath)
 {
     PublishText("file", L"C:\\no folder\\of this name\\project.json");
-    StartDefaultAgent(L"C:\\no folder\\of this name\\project.json");
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent(L"C:\\no folder\\of this name\\project.json");
 }
 
 HOST_TEST(Handshake, SearchesARelativePreferenceFileNextToTheExecutable)
@@ -79,26 +70,23 @@ HOST_TEST(Handshake, SearchesARelativePreferenceFileNextToTheExecutable)
     UseScenario("Handshake.NamesAPreferenceFileByItsAbsolutePath");
     PublishText("file", ExecutableFolder() + L"\\no project.json");
     TvnProjectPreferences unread = MakeRecord();
-    StartDefaultAgent(L"no project.json", &unread);
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent(L"no project.json", &unread);
 }
 
 HOST_TEST(Handshake, NormalizesThePathOfAPreferenceFileThatExists)
 {
     UseScenario("Handshake.NamesAPreferenceFileByItsAbsolutePath");
-    const std::wstring executable = ExecutablePath();
+    const std::wstring executable = ProgramPath();
     PublishText("file", executable);
     const std::wstring detour =
         ExecutableFolder() + L"\\agent\\.." + executable.substr(executable.rfind(L'\\'));
-    StartDefaultAgent(detour.c_str());
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent(detour.c_str());
 }
 
 HOST_TEST(Handshake, HandsAPreferenceRecordOn)
 {
     const TvnProjectPreferences record = MakeRecord();
-    StartDefaultAgent(nullptr, &record);
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent(nullptr, &record);
 }
 
 #else
@@ -120,17 +108,6 @@ std::string OSVersionText()
 std::vector<uint8_t> RegisterAgentBytes(uint32_t agentType)
 {
     return ByteImage(1036).U32(0, agentType).Text(1032, OSVersionText()).Blob(1);
-}
-
-std::vector<uint8_t> ReadFileBytes(const std::wstring& path)
-{
-    const HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    std::vector<uint8_t> bytes(GetFileSize(file, nullptr));
-    DWORD count = 0;
-    ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr);
-    CloseHandle(file);
-    return bytes;
 }
 
 /// Thread ids and addresses of code and locks can't be known from outside: `known` has them.
@@ -170,14 +147,14 @@ void ExpectThreadsOfProcess(const std::vector<uint32_t>& threads, uint32_t proce
 }
 } // namespace
 
-BRIDGE_SCENARIO(Handshake, SendsFourBlobsInOrder)
+BRIDGE_SCENARIO_OF(BridgeTest, Handshake, SendsFourBlobsInOrder)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(SendVersion(link));
-    const Message version = link.Receive(testTimeout);
-    const Message preferences = link.Receive(testTimeout);
-    const Message agentBlob = link.Receive(testTimeout);
-    const Received<RegisterProcessBlob> processBlob(link.Receive(testTimeout));
+    const Message version = Receive();
+    const Message preferences = Receive();
+    const Message agentBlob = Receive();
+    const Received<RegisterProcessBlob> processBlob(Receive());
     ASSERT_TRUE(version && preferences && agentBlob && processBlob);
 
     const uint8_t versionBytes[] = {10, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0, '2', '.', '4', '.', '0', 0};
@@ -194,24 +171,19 @@ BRIDGE_SCENARIO(Handshake, SendsFourBlobsInOrder)
 
 BRIDGE_SCENARIO(Handshake, TellsOfASynchronizedAgent)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_EQ(RegisterAgentBytes(1), agent.Bytes());
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(Handshake, NamesAPreferenceFileByItsAbsolutePath)
 {
-    ASSERT_TRUE(Connect());
     ByteImage expected(120);
     expected.U8(0x74, 1).Text(0x70, AwaitText("file"));
     EXPECT_EQ(expected.Blob(7), projectPreferences.Bytes());
     EXPECT_EQ(expected.Bytes(), ReadProjectPreferences(link.HostProcessId()));
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(Handshake, HandsAPreferenceRecordOn)
 {
-    ASSERT_TRUE(Connect());
     ByteImage expected(120);
     expected.U8(0x01, 1).U32(0x10, 0x10111213).U8(0x14, 1).U8(0x25, 1);
     expected.U8(0x30, 1).U8(0x33, 1).U8(0x35, 1).U8(0x41, 1).U8(0x44, 1).U32(0x48, 0x48494A4B);
@@ -232,7 +204,6 @@ BRIDGE_SCENARIO(Handshake, HandsAPreferenceRecordOn)
     expected.Text(0x64, std::string("sixty-four"));
     EXPECT_EQ(expected.Blob(7), projectPreferences.Bytes());
     EXPECT_EQ(expected.Bytes(), ReadProjectPreferences(link.HostProcessId()));
-    StayUntilAgentGoes();
 }
 
 #endif

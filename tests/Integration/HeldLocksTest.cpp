@@ -93,8 +93,7 @@ HOST_TEST(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
     Publish("source", const_cast<uint32_t*>(&words.source));
     Publish("copy", const_cast<uint32_t*>(&words.copy));
     Publish("release", const_cast<uint32_t*>(&words.release));
-    TvnDefaultAgent& agent = StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
 
     const auto push = [&agent] {
         WaitForAllThreads();
@@ -130,14 +129,13 @@ HOST_TEST(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
 
 BRIDGE_SCENARIO(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot source = AwaitNumber("source");
     const AddressSlot copy = AwaitNumber("copy");
     const AddressSlot release = AwaitNumber("release");
     uint32_t count[4] = {};
     for (uint32_t i = 0; i < 4 * 2 * pushCount; ++i)
     {
-        const Message message = link.Receive(testTimeout);
+        const Message message = Receive();
         ASSERT_TRUE(message) << "after " << i << " Blobs";
         count[0] += message.Type() == BlobType::SetIntPreferences;
         count[1] += message.Type() == BlobType::SetStringPreferences;
@@ -149,16 +147,15 @@ BRIDGE_SCENARIO(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
         EXPECT_EQ(2 * pushCount, ofEach);
     }
     ASSERT_TRUE(SendReadMemory(link, 4, {source}, 1));
-    const auto read = link.Expect<ReadMemoryResultBlob>(testTimeout);
+    const auto read = Expect<ReadMemoryResultBlob>();
     ASSERT_TRUE(read);
     const std::vector<uint8_t> expected = {0x78, 0x56, 0x34, 0x12};
     EXPECT_EQ(expected, read.Data(read->data, 4));
     ASSERT_TRUE(SendCopyMemory(link, 4, {source}, {copy}));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     EXPECT_EQ(expected, host.Read(copy, 4));
     const auto* word = reinterpret_cast<const uint8_t*>(&written);
     ASSERT_TRUE(SendWriteMemory(link, {release}, std::vector<uint8_t>(word, word + sizeof(written))));
-    StayUntilAgentGoes();
 }
 
 #endif

@@ -112,7 +112,6 @@ HOST_TEST(HostCalls, CheckTheVersionByteForByte)
 
 BRIDGE_SCENARIO(HostCalls, SendLogMessages)
 {
-    ASSERT_TRUE(Connect());
     const std::vector<uint8_t> expected[] = {
         ByteImage(8).U32(0, 2).Text(4, std::wstring(L"wide \u00E4\u20AC")).Blob(11),
         ByteImage(8).U32(0, 2).Text(4, std::string("narrow")).Blob(10),
@@ -121,14 +120,12 @@ BRIDGE_SCENARIO(HostCalls, SendLogMessages)
     };
     for (const std::vector<uint8_t>& blob : expected)
     {
-        EXPECT_EQ(blob, link.Receive(testTimeout).Bytes());
+        EXPECT_EQ(blob, Receive().Bytes());
     }
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(HostCalls, SendPreferences)
 {
-    ASSERT_TRUE(Connect());
     const std::vector<uint8_t> expected[] = {
         ByteImage(8).U32(0, 0xFFFFFFFF).U8(4, 1).Blob(69),
         ByteImage(8).U32(0, 1).Blob(69),
@@ -139,33 +136,28 @@ BRIDGE_SCENARIO(HostCalls, SendPreferences)
     };
     for (const std::vector<uint8_t>& blob : expected)
     {
-        EXPECT_EQ(blob, link.Receive(testTimeout).Bytes());
+        EXPECT_EQ(blob, Receive().Bytes());
     }
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(HostCalls, SendSchedulesOfReloadsAndRestarts)
 {
-    ASSERT_TRUE(Connect());
-    const Message message = link.Receive(testTimeout);
+    const Message message = Receive();
     ASSERT_TRUE(message);
     EXPECT_EQ(BlobType::ScheduleReload, message.Type());
     EXPECT_EQ(4u, message.PayloadSize());
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(HostCalls, KeepTheirOrderAmongOneAnotherAndBehindTheHandshake)
 {
-    ASSERT_TRUE(Connect());
     const uint64_t count = AwaitNumber("count");
     for (uint64_t i = 0; i < count; ++i)
     {
-        const Received<SetIntPreferencesBlob> blob(link.Receive(testTimeout));
+        const Received<SetIntPreferencesBlob> blob(Receive());
         ASSERT_TRUE(blob);
         ASSERT_EQ(BlobType::SetIntPreferences, blob.Type());
         ASSERT_EQ(i, static_cast<uint64_t>(blob->value));
     }
-    StayUntilAgentGoes();
 }
 
 #endif

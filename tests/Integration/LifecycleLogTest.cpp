@@ -427,7 +427,7 @@ LIFECYCLE_LOG(OfABridgeThatNeverConnects)
 
 #else
 
-BRIDGE_SCENARIO(LifecycleLog, OfABridgeThatNeverConnects)
+BRIDGE_SCENARIO_OF(BridgeTest, LifecycleLog, OfABridgeThatNeverConnects)
 {
     EXPECT_TRUE(Await("failed"));
 }

@@ -3,6 +3,8 @@
 #include <windows.h>
 
 #if TORVANE_HOST_HALF
+
+#include "tests/Support/Files.h"
 #include "tests/Support/Modules.h"
 #include "tests/Support/TemporaryFolder.h"
 #include "tests/Support/Utf8.h"
@@ -29,17 +31,6 @@ LogRecord RecordBehind(const std::vector<LogRecord>& log, const std::string& mes
     return {};
 }
 
-std::string ReadFileText(const std::wstring& path)
-{
-    const HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    std::string text(GetFileSize(file, nullptr), '\0');
-    DWORD count = 0;
-    ReadFile(file, text.data(), static_cast<DWORD>(text.size()), &count, nullptr);
-    CloseHandle(file);
-    return text;
-}
-
 class FailingLoadHost : public HostTest
 {
 protected:
@@ -49,8 +40,7 @@ protected:
         ASSERT_FALSE(path.empty());
         UseScenario("LoadPatchFailure.IsReportedAsAnErrorAndNothingElse");
         PublishText("path", path);
-        StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        ConnectDefaultAgent();
         EXPECT_TRUE(Await("checked"));
 
         const std::string failedCall = "LoadLibraryW(" + Utf8(path) + ") failed.";
@@ -100,7 +90,7 @@ FAILING_LOAD_TEST(ReportsAFileThatIsNoImage)
 FAILING_LOAD_TEST(ReportsAnImageThatIsCutOff)
 {
     const TemporaryFolder folder(L"broken");
-    ExpectFailure(folder.MakeFile(L"cut.dll", ReadFileText(ImagePath(L"PlainPatch")).substr(0, 0x80)),
+    ExpectFailure(folder.MakeFile(L"cut.dll", ReadWholeFile(ImagePath(L"PlainPatch")).substr(0, 0x80)),
                   ERROR_BAD_EXE_FORMAT);
 }
 
@@ -185,32 +175,25 @@ protected:
 
 FAILING_LOAD_BRIDGE(IsReportedAsAnErrorAndNothingElse)
 {
-    ASSERT_TRUE(Connect());
     TryToLoad(AwaitText("path"));
     EXPECT_EQ(ReportOf(AwaitText("path")), ExpectFailed());
-    Finish();
 }
 
 FAILING_LOAD_BRIDGE(SignalsTheWatchdogAsASuccessDoes)
 {
-    ASSERT_TRUE(Connect());
     TryToLoad(AwaitText("path"), true);
     EXPECT_EQ(ReportOf(AwaitText("path")), ExpectFailed());
-    Finish();
 }
 
 FAILING_LOAD_BRIDGE(CutsALongPathInItsReport)
 {
-    ASSERT_TRUE(Connect());
     TryToLoad(AwaitText("path"));
     EXPECT_EQ(Report(("Failed to load patch from " + Utf8(AwaitText("path"))).substr(0, 1023)),
               ExpectFailed());
-    Finish();
 }
 
 FAILING_LOAD_BRIDGE(IsNotTheEnd)
 {
-    ASSERT_TRUE(Connect());
     TryToLoad(AwaitText("missing"));
     EXPECT_EQ(ReportOf(AwaitText("missing")), ExpectFailed());
     TryToLoad(AwaitText("imports"));
@@ -221,7 +204,6 @@ FAILING_LOAD_BRIDGE(IsNotTheEnd)
     const auto loaded = Load(order);
     ASSERT_TRUE(loaded);
     EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 #endif

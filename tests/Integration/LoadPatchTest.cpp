@@ -121,7 +121,6 @@ HOST_TEST(LoadPatch, LoadsTwoPatchesOfTheSameContent)
 
 LOAD_PATCH_BRIDGE(AnswersWithWhatItHasLoaded)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
     order.secondText = L"second";
@@ -129,12 +128,10 @@ LOAD_PATCH_BRIDGE(AnswersWithWhatItHasLoaded)
     ASSERT_TRUE(loaded);
     EXPECT_EQ((std::vector<uint8_t>{'M', 'Z'}), host.Read(loaded->base, 2));
     EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 LOAD_PATCH_BRIDGE(EchoesWhatTheOrderSays)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
     order.secondText = L"\u00E4\u20AC \U0001F600";
@@ -155,12 +152,10 @@ LOAD_PATCH_BRIDGE(EchoesWhatTheOrderSays)
     ASSERT_TRUE(loaded);
     EXPECT_EQ(0xFFFFFFFFu, loaded->echo38);
     EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 LOAD_PATCH_BRIDGE(ReadsNothingOfTheBytesInBetween)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
     order.secondText = L"second";
@@ -179,64 +174,49 @@ LOAD_PATCH_BRIDGE(ReadsNothingOfTheBytesInBetween)
     const auto loaded = ExpectLoaded();
     ASSERT_TRUE(loaded);
     EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 LOAD_PATCH_BRIDGE(LeavesAnImageThatWorks)
 {
-    ASSERT_TRUE(Connect());
     const auto loaded = Load(AwaitText("path"));
     ASSERT_TRUE(loaded);
     Publish("base", loaded->base);
-    StayUntilAgentGoes();
 }
 
 LOAD_PATCH_BRIDGE(LoadsCodeInManySectionsAndThreadLocalData)
 {
-    ASSERT_TRUE(Connect());
     const auto loaded = Load(AwaitText("path"));
     ASSERT_TRUE(loaded);
     Publish("base", loaded->base);
-    StayUntilAgentGoes();
 }
 
 LOAD_PATCH_BRIDGE(LoadsALargeImage)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
-    const auto loaded = Load(order);
+    const auto loaded = LoadAsExpected(order);
     ASSERT_TRUE(loaded);
     EXPECT_LT(49u * 1024 * 1024, loaded->imageSize);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 LOAD_PATCH_BRIDGE(LoadsFromAPathWithSpacesAndForeignLetters)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
-    const auto loaded = Load(order);
+    const auto loaded = LoadAsExpected(order);
     ASSERT_TRUE(loaded);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 LOAD_PATCH_BRIDGE(LoadsTwoPatchesOfTheSameContent)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
-    const auto first = Load(order);
+    const auto first = LoadAsExpected(order);
     ASSERT_TRUE(first);
-    EXPECT_EQ(ExpectedAnswer(order, first->base), first.Bytes());
     order.path = AwaitText("second path");
-    const auto second = Load(order);
+    const auto second = LoadAsExpected(order);
     ASSERT_TRUE(second);
-    EXPECT_EQ(ExpectedAnswer(order, second->base), second.Bytes());
     EXPECT_NE(first->base, second->base);
-    Finish();
 }
 
 #endif

@@ -51,14 +51,12 @@ private:
 HOST_TEST(LockDiscovery, NamesAPlaceInTheAgentThatJumpsToItself)
 {
     Publish("agent", Library().Module());
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
 }
 
 HOST_TEST(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(WaitForLog("Found loader lock at 0x" + Hexadecimal(AwaitNumber("loader lock"))));
     {
         const LockedLoader locked;
@@ -70,8 +68,7 @@ HOST_TEST(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
 
 HOST_TEST(LockDiscovery, NamesTheHeapsLockOrSaysThatThereIsNone)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     const uint64_t lock = AwaitNumber("heap lock");
     const std::string outcome = lock != 0 ? foundHeapLock + Hexadecimal(lock) : noHeapLock;
     ExpectLogOrder({"Registering process with bridge", outcome, "Initialization done"});
@@ -108,19 +105,16 @@ Section32 ReadSection(const HostProcess& host, AddressSlot address)
 
 BRIDGE_SCENARIO(LockDiscovery, NamesAPlaceInTheAgentThatJumpsToItself)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_EQ(AwaitNumber("agent"), host.ImageAt(process->spinForever).base);
     EXPECT_EQ((std::vector<uint8_t>{0xEB, 0xFE}), host.Read(process->spinForever, 2));
     const uint32_t protection = host.QueryPages(process->spinForever).protection;
     EXPECT_NE(0u, protection &
                       (PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY))
         << protection;
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_NE(0u, process->loaderLock);
     Publish("loader lock", process->loaderLock);
     const uint64_t owner = AwaitNumber("owner");
@@ -130,19 +124,16 @@ BRIDGE_SCENARIO(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
     Signal("looked");
     ASSERT_TRUE(Await("unlocked"));
     EXPECT_NE(owner, ReadSection(host, process->loaderLock).owner);
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(LockDiscovery, NamesTheHeapsLockOrSaysThatThereIsNone)
 {
-    ASSERT_TRUE(Connect());
     Publish("heap lock", process->processHeapLock);
     if (process->processHeapLock != 0)
     {
         EXPECT_EQ(sizeof(Section32), host.Read(process->processHeapLock, sizeof(Section32)).size());
     }
     AwaitNumber("owner"); // the search hasn't left the heap locked
-    StayUntilAgentGoes();
 }
 
 #endif

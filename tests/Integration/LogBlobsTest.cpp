@@ -47,12 +47,14 @@ HOST_TEST(LogBlobs, ReachTheDebuggerFromWhereverTheTextIs)
 
 namespace
 {
-class LogBridge : public BridgeTest
+class LogBridge : public ConnectedBridgeTest
 {
 protected:
-    /// Becomes the host's debugger; every debug event is to be waited for on this thread.
-    void Attach()
+    /// Becomes the host's debugger; every debug event has to be waited for on this thread.
+    void SetUp() override
     {
+        ConnectedBridgeTest::SetUp();
+        ASSERT_FALSE(HasFatalFailure());
         ASSERT_TRUE(DebugActiveProcess(link.HostProcessId())) << GetLastError();
         DebugSetProcessKillOnExit(FALSE);
         // The process goes on behind the breakpoint that tells of the attachment.
@@ -80,14 +82,11 @@ protected:
         }
     }
 
-    /// Leaves the host alone, and ends the test.
-    void Finish()
+    void TearDown() override
     {
         EXPECT_TRUE(DebugActiveProcessStop(link.HostProcessId()));
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-        EXPECT_FALSE(link.Receive(0)) << "Log Blobs aren't answered.";
-        Signal("checked");
-        StayUntilAgentGoes();
+        ExpectNoReply();
+        ConnectedBridgeTest::TearDown();
     }
 
 private:
@@ -140,8 +139,6 @@ std::string InCodePage(const std::wstring& text)
 
 LOG_BRIDGE(ReachTheDebuggerInOrder)
 {
-    ASSERT_TRUE(Connect());
-    Attach();
     ASSERT_TRUE(SendLogNarrow(link, "first words from the Broker"));
     ASSERT_TRUE(SendLogWide(link, L"second words from the Broker"));
     ASSERT_TRUE(SendLogNarrow(link, "third words from the Broker\r\n"));
@@ -150,26 +147,20 @@ LOG_BRIDGE(ReachTheDebuggerInOrder)
     ExpectOutput("second words from the Broker");
     ExpectOutput("third words from the Broker\r\n");
     ExpectOutput("fourth words from the Broker\r\n");
-    Finish();
 }
 
 LOG_BRIDGE(ReachTheDebuggerAtEveryLevel)
 {
-    ASSERT_TRUE(Connect());
-    Attach();
     for (const uint32_t level : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 0xFFFFFFFFu})
     {
         const std::string text = "level " + std::to_string(level);
         ASSERT_TRUE(SendLogNarrow(link, text, static_cast<BlobLogLevel>(level)));
         ExpectOutput(text);
     }
-    Finish();
 }
 
 LOG_BRIDGE(ReachTheDebuggerWithTheBytesThatTheyHave)
 {
-    ASSERT_TRUE(Connect());
-    Attach();
     const std::string bytes = "%s%n \x80\xFF\xC3\xA4 \t";
     ASSERT_TRUE(SendLogNarrow(link, bytes));
     ExpectOutput(bytes);
@@ -181,20 +172,16 @@ LOG_BRIDGE(ReachTheDebuggerWithTheBytesThatTheyHave)
     ExpectOutput(longText);
     ASSERT_TRUE(SendLogWide(link, std::wstring(longText.begin(), longText.end())));
     ExpectOutput(longText);
-    Finish();
 }
 
 LOG_BRIDGE(ReachTheDebuggerFromWhereverTheTextIs)
 {
-    ASSERT_TRUE(Connect());
-    Attach();
     const char narrow[] = "behind a gap";
     const wchar_t wide[] = L"behind an odd gap";
     ASSERT_TRUE(link.Send(ByteImage(20).U32(4, 16).Put(20, narrow, sizeof(narrow)).Blob(10)));
     ExpectOutput("behind a gap");
     ASSERT_TRUE(link.Send(ByteImage(21).U32(4, 17).Put(21, wide, sizeof(wide)).Blob(11)));
     ExpectOutput("behind an odd gap");
-    Finish();
 }
 
 #endif

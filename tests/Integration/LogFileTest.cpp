@@ -7,7 +7,7 @@
 #if TORVANE_HOST_HALF
 
 #include "tests/Support/DebugOutput.h"
-#include "tests/Support/FakeImport.h"
+#include "tests/Support/Files.h"
 
 #include <algorithm>
 #include <ctype.h>
@@ -24,20 +24,6 @@ std::wstring LogFolderFromEnvironment()
     wchar_t folder[MAX_PATH] = {};
     GetEnvironmentVariableW(L"LOCALAPPDATA", folder, MAX_PATH);
     return folder + std::wstring(L"\\Torvane 2\\Logs");
-}
-
-bool Exists(const std::wstring& path)
-{
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-void WriteTextFile(const std::wstring& path, const std::string& text)
-{
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    ASSERT_NE(INVALID_HANDLE_VALUE, file);
-    DWORD count = 0;
-    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &count, nullptr);
-    CloseHandle(file);
 }
 
 /// \return the error code of opening the file for that access, whatever others may do with it.
@@ -77,8 +63,7 @@ protected:
     void RunConnected()
     {
         UseScenario("DefaultBridge");
-        StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        ConnectDefaultAgent();
     }
 
     /// A whole run of an Agent whose log file couldn't be created.
@@ -146,7 +131,8 @@ LOG_FILE(HasARecordPerLineInColumns)
 
 LOG_FILE(ReplacesAnOldOneOfTheSameName)
 {
-    WriteTextFile(AgentLogPath(GetCurrentProcessId()), std::string(1 << 20, 'x'));
+    const std::string old(1 << 20, 'x');
+    ASSERT_TRUE(WriteWholeFile(AgentLogPath(GetCurrentProcessId()), old.data(), old.size()));
     RunConnected();
     Shutdown();
     const std::string text = ReadAgentLogText(GetCurrentProcessId());
@@ -166,9 +152,7 @@ LOG_FILE(CanBeReadButNotWrittenByOthersUntilShutdown)
 
 LOG_FILE(IsMissingWhenItsFolderIs)
 {
-    wchar_t temporary[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, temporary);
-    replacedFolder = temporary + (L"TorvaneTestData_" + std::to_wstring(GetCurrentProcessId()));
+    replacedFolder = TemporaryFilesFolder() + L"TorvaneTestData_" + std::to_wstring(GetCurrentProcessId());
     ASSERT_TRUE(CreateDirectoryW(replacedFolder.c_str(), nullptr));
     const ReplacedImport replaced(Library().Module(), "SHGetKnownFolderPath", &GetFolder);
     ExpectRunWithoutAFile();

@@ -26,8 +26,7 @@ HOST_TEST(MemoryBlobs, EchoComesBackBehindWhatWasOrderedBefore)
 {
     static const Numbers numbers;
     Publish("first", &numbers.first);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
 }
 
 HOST_TEST(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
@@ -36,8 +35,7 @@ HOST_TEST(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
     Publish("first", &numbers.first);
     Publish("second", &numbers.second);
     Publish("third", &numbers.third);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("read"));
     EXPECT_EQ(2u, CountInLog("Processing Blob::ReadMemory"));
     EXPECT_EQ(0u, CountInLog("Processing Blob::EchoRequest"));
@@ -52,8 +50,7 @@ HOST_TEST(MemoryBlobs, ReadsMoreThanAPipeBufferHolds)
     }
     Publish("bytes", bytes);
     Publish("size", uint64_t(sizeof(bytes)));
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
 }
 
 HOST_TEST(MemoryBlobs, WritesElementsWhereTheyBelong)
@@ -61,8 +58,7 @@ HOST_TEST(MemoryBlobs, WritesElementsWhereTheyBelong)
     static Numbers numbers;
     Publish("first", &numbers.first);
     Publish("third", &numbers.third);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("written"));
     EXPECT_EQ(0x04030201u, *Watched(numbers.first));
     EXPECT_EQ(0x55667788u, *Watched(numbers.second));
@@ -76,8 +72,7 @@ HOST_TEST(MemoryBlobs, CopiesElementsInOrder)
     Publish("first", &numbers.first);
     Publish("second", &numbers.second);
     Publish("third", &numbers.third);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("copied"));
     EXPECT_EQ(0x11223344u, *Watched(numbers.first));
     EXPECT_EQ(0x11223344u, *Watched(numbers.second));
@@ -90,21 +85,18 @@ HOST_TEST(MemoryBlobs, CopiesElementsInOrder)
 
 BRIDGE_SCENARIO(MemoryBlobs, EchoComesBackBehindWhatWasOrderedBefore)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendReadMemory(link, 4, {AwaitNumber("first")}, 1));
     ASSERT_TRUE(SendEchoRequest(link, 0x0123456789ABCDEF));
-    EXPECT_EQ(BlobType::ReadMemoryResult, link.Receive(testTimeout).Type());
-    EXPECT_EQ(ByteImage(8).U64(0, 0x0123456789ABCDEF).Blob(75), link.Receive(testTimeout).Bytes());
-    StayUntilAgentGoes();
+    EXPECT_EQ(BlobType::ReadMemoryResult, Receive().Type());
+    EXPECT_EQ(ByteImage(8).U64(0, 0x0123456789ABCDEF).Blob(75), Receive().Bytes());
 }
 
 BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
 {
-    ASSERT_TRUE(Connect());
     const std::vector<AddressSlot> addresses = {AwaitNumber("third"), 0, AwaitNumber("first"),
                                                 AwaitNumber("second")};
     ASSERT_TRUE(SendReadMemory(link, 4, addresses, 0xFEDCBA9876543210));
-    auto reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
+    auto reply = Expect<ReadMemoryResultBlob>();
     ASSERT_TRUE(reply);
     std::vector<uint8_t> bytes = reply.Bytes();
     ASSERT_EQ(8u + 24u + 16u, bytes.size());
@@ -115,47 +107,39 @@ BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
     EXPECT_EQ(expected.Blob(26), bytes);
 
     ASSERT_TRUE(SendReadMemory(link, 4, {}, 5));
-    reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
+    reply = Expect<ReadMemoryResultBlob>();
     EXPECT_EQ(ByteImage(24).U32(8, 16).U64(16, 5).Blob(26), reply.Bytes());
     Signal("read");
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(MemoryBlobs, ReadsMoreThanAPipeBufferHolds)
 {
-    ASSERT_TRUE(Connect());
     const uint64_t size = AwaitNumber("size");
     const AddressSlot address = AwaitNumber("bytes");
     ASSERT_TRUE(SendReadMemory(link, size, {address}, 1));
-    const auto reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
+    const auto reply = Expect<ReadMemoryResultBlob>();
     ASSERT_TRUE(reply);
     EXPECT_EQ(size, reply->totalSize);
     const std::vector<uint8_t> expected = host.Read(address, size);
     EXPECT_EQ(size, expected.size());
     EXPECT_TRUE(expected == reply.Data(reply->data, reply->totalSize));
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(MemoryBlobs, WritesElementsWhereTheyBelong)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(
         SendWriteMemory(link, {AwaitNumber("first"), AwaitNumber("third")}, {1, 2, 3, 4, 5, 6, 7, 8}));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    EXPECT_FALSE(link.Receive(0)) << "WriteMemory isn't answered.";
+    ExpectNoReply();
     Signal("written");
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(MemoryBlobs, CopiesElementsInOrder)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot first = AwaitNumber("first");
     const AddressSlot second = AwaitNumber("second");
     ASSERT_TRUE(SendCopyMemory(link, 4, {first, second}, {second, AwaitNumber("third")}));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("copied");
-    StayUntilAgentGoes();
 }
 
 #endif

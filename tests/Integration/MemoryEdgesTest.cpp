@@ -212,7 +212,7 @@ std::vector<uint8_t> Pattern(size_t size)
     return bytes;
 }
 
-class MemoryBridge : public BridgeTest
+class MemoryBridge : public ConnectedBridgeTest
 {
 protected:
     /// The elements of the reply to a ReadMemory.
@@ -220,7 +220,7 @@ protected:
     {
         const uint64_t token = ++lastToken * 0x0100000001000001;
         EXPECT_TRUE(SendReadMemory(link, elementSize, addresses, token));
-        const auto reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
+        const auto reply = Expect<ReadMemoryResultBlob>();
         if (!reply)
         {
             ADD_FAILURE() << "No ReadMemoryResult has come.";
@@ -230,19 +230,6 @@ protected:
         EXPECT_EQ(elementSize * addresses.size(), reply->totalSize);
         EXPECT_EQ(sizeof(ReadMemoryResultBlob) + elementSize * addresses.size(), reply.PayloadSize());
         return reply.Data(reply->data, reply->totalSize);
-    }
-
-    /// All has been obeyed, and nothing has been answered.
-    void ExpectObeyed()
-    {
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-        EXPECT_FALSE(link.Receive(0));
-    }
-
-    void Finish()
-    {
-        Signal("checked");
-        StayUntilAgentGoes();
     }
 
 private:
@@ -259,7 +246,6 @@ const std::vector<size_t> elementSizes = {1, 2, 3, 4, 5, 7, 8, 12, 13, 16};
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsElementsOfEverySize)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     const std::vector<uint8_t> pattern = Pattern(64);
     for (const size_t size : elementSizes)
@@ -271,22 +257,18 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsElementsOfEverySize)
         expected.insert(expected.end(), third.begin(), third.end());
         EXPECT_EQ(expected, Elements(size, {bytes + 17, bytes + 1, bytes + 64 - size})) << "Size " << size;
     }
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsElementsOfNoBytesAtAll)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     EXPECT_TRUE(Elements(0, {bytes, 0, bytes}).empty());
     EXPECT_TRUE(Elements(0, {}).empty());
     EXPECT_TRUE(Elements(0xFFFFFFFFFFFFFFFF, {}).empty());
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsALongListOfElements)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     const std::vector<uint8_t> pattern = Pattern(64);
     std::vector<AddressSlot> addresses;
@@ -299,12 +281,10 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsALongListOfElements)
                         pattern.begin() + ptrdiff_t(offset + 3));
     }
     EXPECT_TRUE(expected == Elements(3, addresses));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsByTheLowerHalfOfAnAddress)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     const std::vector<uint8_t> elements =
         Elements(4, {bytes | upperHalf, upperHalf, (bytes + 4) | upperHalf});
@@ -313,12 +293,10 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsByTheLowerHalfOfAnAddress)
     EXPECT_EQ(Part(Pattern(8), 4, 4), Part(elements, 8, 4))
         << "An address of which only the upper half isn't "
            "0 is null.";
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsNothingOfTheBytesInBetween)
 {
-    ASSERT_TRUE(Connect());
     BlobWriter<ReadMemoryBlob> blob;
     memset(&blob.fixed, 0xEE, sizeof(blob.fixed));
     blob.fixed.elementSize = 4;
@@ -328,13 +306,11 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsNothingOfTheBytesInBetween)
     EXPECT_TRUE(link.Send(blob.Finish()));
     ByteImage expected(24);
     expected.U64(0, 4).U32(8, 16).U64(16, 0xFFFFFFFFFFFFFFFF).Put(24, Pattern(4).data(), 4);
-    EXPECT_EQ(expected.Blob(26), link.Receive(testTimeout).Bytes());
-    Finish();
+    EXPECT_EQ(expected.Blob(26), Receive().Bytes());
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritesElementsOfEverySize)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     for (const size_t size : elementSizes)
     {
@@ -353,40 +329,34 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritesElementsOfEverySize)
             addresses.push_back(bytes + offset);
         }
         EXPECT_TRUE(SendWriteMemory(link, addresses, data));
-        ExpectObeyed();
+        ExpectNoReply();
         EXPECT_EQ(expected, host.Read(bytes, 64)) << "Size " << size;
     }
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritesElementsOfNoBytesToAnyAddress)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     EXPECT_TRUE(SendWriteMemory(link, {bytes, 0, 0xFFFFFFFF}, {}));
     EXPECT_TRUE(SendWriteMemory(link, {}, {}));
-    ExpectObeyed();
+    ExpectNoReply();
     EXPECT_EQ(Pattern(64), host.Read(bytes, 64));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritesTheLastElementLast)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     EXPECT_TRUE(SendWriteMemory(link, {bytes, bytes + 1, bytes}, {1, 2, 3, 4, 5, 6}));
-    ExpectObeyed();
+    ExpectNoReply();
     std::vector<uint8_t> expected = Pattern(64);
     expected[0] = 5;
     expected[1] = 6;
     expected[2] = 4;
     EXPECT_EQ(expected, host.Read(bytes, 64));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritesByTheLowerHalvesOfAddressesAndSize)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     BlobWriter<WriteMemoryBlob> blob;
     memset(&blob.fixed, 0xEE, sizeof(blob.fixed));
@@ -396,19 +366,17 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritesByTheLowerHalvesOfAddressesA
               std::vector<AddressSlot>{bytes | upperHalf, (bytes + 8) | upperHalf});
     blob.List(&WriteMemoryBlob::data, std::vector<uint8_t>{1, 2, 3, 4});
     EXPECT_TRUE(link.Send(blob.Finish()));
-    ExpectObeyed();
+    ExpectNoReply();
     std::vector<uint8_t> expected = Pattern(64);
     expected[0] = 1;
     expected[1] = 2;
     expected[8] = 3;
     expected[9] = 4;
     EXPECT_EQ(expected, host.Read(bytes, 64));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesElementsOfEverySize)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     for (const uint32_t size : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 12u, 13u, 16u})
     {
@@ -417,37 +385,31 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesElementsOfEverySize)
         memcpy(expected.data() + 45, expected.data() + 1, size);
         memcpy(expected.data() + 20, expected.data() + 45, size);
         EXPECT_TRUE(SendCopyMemory(link, size, {bytes + 1, bytes + 45}, {bytes + 45, bytes + 20}));
-        ExpectObeyed();
+        ExpectNoReply();
         EXPECT_EQ(expected, host.Read(bytes, 64)) << "Size " << size;
     }
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesElementsOfNoBytesToAnyAddress)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     EXPECT_TRUE(SendCopyMemory(link, 0, {bytes, 0, 0xFFFFFFFF}, {0, bytes, 0}));
     EXPECT_TRUE(SendCopyMemory(link, 4, {}, {}));
-    ExpectObeyed();
+    ExpectNoReply();
     EXPECT_EQ(Pattern(64), host.Read(bytes, 64));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesElementsOntoThemselves)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     EXPECT_TRUE(SendCopyMemory(link, 60, {bytes, bytes + 4}, {bytes, bytes + 4}));
-    ExpectObeyed();
+    ExpectNoReply();
     EXPECT_EQ(Pattern(64), host.Read(bytes, 64));
-    Finish();
 }
 
 /// Each element is copied from what the one before has left, where targets and sources overlap.
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesOneElementAfterAnother)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     std::vector<uint8_t> expected = Pattern(64);
     std::vector<AddressSlot> sources;
@@ -459,14 +421,12 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesOneElementAfterAnother)
         memcpy(expected.data() + i + 4, std::vector<uint8_t>(expected).data() + i, 4);
     }
     EXPECT_TRUE(SendCopyMemory(link, 4, sources, destinations));
-    ExpectObeyed();
+    ExpectNoReply();
     EXPECT_EQ(expected, host.Read(bytes, 64));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesByTheLowerHalvesOfAddresses)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot bytes = AwaitNumber("bytes");
     BlobWriter<CopyMemoryBlob> blob;
     memset(&blob.fixed, 0xEE, sizeof(blob.fixed));
@@ -475,71 +435,60 @@ BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopiesByTheLowerHalvesOfAddresses)
     blob.List(&CopyMemoryBlob::sources, std::vector<AddressSlot>{bytes | upperHalf});
     blob.List(&CopyMemoryBlob::destinations, std::vector<AddressSlot>{(bytes + 8) | upperHalf});
     EXPECT_TRUE(link.Send(blob.Finish()));
-    ExpectObeyed();
+    ExpectNoReply();
     std::vector<uint8_t> expected = Pattern(64);
     memcpy(expected.data() + 8, expected.data(), 2);
     EXPECT_EQ(expected, host.Read(bytes, 64));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsWritesAndCopiesMegabytes)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot source = AwaitNumber("source");
     EXPECT_TRUE(Pattern(hugeSize) == Elements(hugeSize, {source}));
     EXPECT_TRUE(SendWriteMemory(link, {AwaitNumber("written")}, Pattern(hugeSize)));
     EXPECT_TRUE(SendCopyMemory(link, hugeSize, {source}, {AwaitNumber("copied")}));
-    ExpectObeyed();
-    Finish();
+    ExpectNoReply();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadsCodeThatNobodyCanWrite)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_EQ((std::vector<uint8_t>{0xB8, 0x2A, 0x00, 0x00, 0x00, 0xC3}), Elements(6, {AwaitNumber("code")}));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, ReadingABadAddressFaultsOnTheReceiverThread)
 {
-    ASSERT_TRUE(Connect());
     Publish("receiver thread", process->receiverThreadId);
     EXPECT_EQ(std::vector<uint8_t>{0x5A}, Elements(1, {AwaitNumber("address")}));
-    Finish();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritingToAReadOnlyPageFaultsOnTheReceiverThread)
 {
-    ASSERT_TRUE(Connect());
     Publish("receiver thread", process->receiverThreadId);
     EXPECT_TRUE(SendWriteMemory(link, {AwaitNumber("address")}, {0xA5}));
-    ExpectObeyed();
-    Finish();
+    ExpectNoReply();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopyingToAReadOnlyPageFaultsOnTheReceiverThread)
 {
-    ASSERT_TRUE(Connect());
     Publish("receiver thread", process->receiverThreadId);
     EXPECT_TRUE(SendCopyMemory(link, 1, {AwaitNumber("bytes")}, {AwaitNumber("address")}));
-    ExpectObeyed();
-    Finish();
+    ExpectNoReply();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, WritingToANullAddressFaults)
 {
-    ASSERT_TRUE(Connect());
     Publish("receiver thread", process->receiverThreadId);
     EXPECT_TRUE(SendWriteMemory(link, {0}, {1, 2, 3, 4}));
     EXPECT_TRUE(Await("faulted"));
+    ExitBeforeAgent();
 }
 
 BRIDGE_SCENARIO_OF(MemoryBridge, MemoryEdges, CopyingFromANullAddressFaults)
 {
-    ASSERT_TRUE(Connect());
     Publish("receiver thread", process->receiverThreadId);
     EXPECT_TRUE(SendCopyMemory(link, 4, {0}, {AwaitNumber("bytes")}));
     EXPECT_TRUE(Await("faulted"));
+    ExitBeforeAgent();
 }
 
 #endif

@@ -1,4 +1,5 @@
 #include "tests/Support/ByteImage.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/Integration/IntegrationTest.h"
 
 #include <windows.h>
@@ -50,13 +51,6 @@ struct FilterRecord
 class ModuleHost : public HostTest
 {
 protected:
-    TvnDefaultAgent& Connect()
-    {
-        TvnDefaultAgent& agent = StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-        return agent;
-    }
-
     /// Three libraries of different sizes that import nothing.
     void LoadThree()
     {
@@ -104,7 +98,7 @@ MODULE_HOST(SendsWhatTheBrokerHasToKnowAndWaitsForIt)
     ASSERT_NE(nullptr, module);
     PublishText("path", FinalPath(path));
     Publish("base", module);
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     ExpectToWaitForLast([&] { agent.TvnEnableModule(path.c_str(), ExactlyTheseModules, nullptr, nullptr); });
     wchar_t osPath[MAX_PATH] = {};
     GetModuleFileNameW(module, osPath, MAX_PATH);
@@ -116,7 +110,7 @@ MODULE_HOST(SendsWhatTheBrokerHasToKnowAndWaitsForIt)
 MODULE_HOST(SendsTheLargestModulesFirstAndWaitsForEachOfThem)
 {
     LoadThree();
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     ExpectToWaitForLast([&] { agent.TvnEnableModules(three, 3, ExactlyTheseModules, nullptr, nullptr); });
     ExpectNoErrorsInLog();
 }
@@ -124,7 +118,7 @@ MODULE_HOST(SendsTheLargestModulesFirstAndWaitsForEachOfThem)
 MODULE_HOST(WaitsAlsoForModulesThatTheFilterRefuses)
 {
     LoadThree();
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     FilterRecord filter;
     filter.refused = "TvnLarge";
     DWORD caller = 0;
@@ -145,7 +139,7 @@ MODULE_HOST(PassesOverFilesThatCannotBeReadAndWaitsForThem)
     ASSERT_TRUE(libraries.Rename("TvnLarge.dll"));
     const HANDLE lock = libraries.Lock("TvnSmall.dll");
     ASSERT_NE(INVALID_HANDLE_VALUE, lock);
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     ExpectToWaitForLast([&] { agent.TvnEnableModules(three, 3, ExactlyTheseModules, nullptr, nullptr); });
     CloseHandle(lock);
     for (const char* name : {"TvnLarge.dll", "TvnSmall.dll"})
@@ -163,14 +157,14 @@ MODULE_HOST(SendsAnEmptyListIfNoFileCanBeRead)
     {
         ASSERT_TRUE(libraries.Rename(name));
     }
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     ExpectToWaitForLast([&] { agent.TvnEnableModules(three, 3, ExactlyTheseModules, nullptr, nullptr); });
 }
 
 MODULE_HOST(SendsNothingIfNothingIsLeft)
 {
     LoadThree();
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     FilterRecord filter;
     filter.refused = "Tvn";
     agent.TvnEnableModules(three, 3, ExactlyTheseModules, &filter, &FilterRecord::Wide);
@@ -189,7 +183,7 @@ MODULE_HOST(SendsNothingIfNothingIsLeft)
 MODULE_HOST(TakesAllFormsOfTheCall)
 {
     LoadThree();
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     const char* narrow[3] = {"TvnSmall.dll", "TvnLarge.dll", "TvnMiddle.dll"};
     const auto exactly = ExactlyTheseModules;
     const std::function<void(FilterRecord&)> calls[8] = {
@@ -266,7 +260,7 @@ MODULE_HOST(DisablesWhatIsLoadedInTheOrderOfTheCall)
         Publish(std::string(name) + " base", GetModuleHandleA(name));
     }
     ASSERT_TRUE(libraries.Rename("TvnLarge.dll"));
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnDisableModules(three, 3, ExactlyTheseModules, nullptr, nullptr);
     const std::string gone = Narrow(libraries.PathOf("TvnLarge.dll"));
     ExpectLogOrder({"Disabling module " + gone, "Failed to open executable " + gone});
@@ -280,7 +274,7 @@ MODULE_HOST(IncludesImportsIfItIsToldTo)
     ASSERT_TRUE(libraries.Write("TvnC.dll", {{"TvnD.dll"}, {"TvnA.dll"}}, 0x7000));
     ASSERT_TRUE(libraries.Write("TvnD.dll", {}, 0x6000));
     ASSERT_NE(nullptr, libraries.Load("TvnA.dll"));
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableModule(L"TvnA.dll", IncludeImports, nullptr, nullptr);
     agent.TvnEnableModule(L"TvnA.dll", 0xFFFFFFFE, nullptr, nullptr);
     agent.TvnEnableModule(L"TvnA.dll", 0xFFFFFFFF, nullptr, nullptr);
@@ -299,7 +293,7 @@ MODULE_HOST(NormalizesAPathThatDiffersInCase)
     PublishText("path", FinalPath(libraries.PathOf("TvnSmall.dll")));
     std::wstring path = libraries.PathOf("TvnSmall.dll");
     CharUpperBuffW(path.data(), static_cast<DWORD>(path.size()));
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableModule(path.c_str(), ExactlyTheseModules, nullptr, nullptr);
     agent.TvnEnableModule(L"tvnsmall", ExactlyTheseModules, nullptr, nullptr);
     ExpectNoErrorsInLog();
@@ -309,7 +303,7 @@ MODULE_HOST(PreparesSectionsBeforeItLooksAtPages)
 {
     const HMODULE module = LoadLibraryW(ImagePath(L"Sections").c_str());
     ASSERT_NE(nullptr, module);
-    TvnDefaultAgent& agent = Connect();
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnEnableModule(L"Sections.dll", ExactlyTheseModules, nullptr, nullptr);
     size_t prepared = 0;
     size_t looked = 0;
@@ -329,7 +323,7 @@ namespace
 {
 using FileNames = std::vector<std::wstring>;
 
-class ModuleBridge : public BridgeTest
+class ModuleBridge : public ConnectedBridgeTest
 {
 protected:
     template<typename Record>
@@ -346,7 +340,7 @@ protected:
     template<typename Record>
     Received<Record> ExpectModules(const FileNames& names)
     {
-        const auto blob = link.Expect<Record>(testTimeout);
+        const auto blob = Expect<Record>();
         EXPECT_TRUE(blob);
         if (blob)
         {
@@ -371,33 +365,12 @@ protected:
     {
         ASSERT_TRUE(blob);
         SendDecrementLatch(link, blob->latch, count - 1);
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+        ASSERT_TRUE(WaitUntilExecuted());
         Signal("nearly");
         ASSERT_TRUE(Await("waits"));
         SendDecrementLatch(link, blob->latch);
     }
-
-    std::vector<WirePageRange> QueryImage(AddressSlot base, uint32_t size) const
-    {
-        std::vector<WirePageRange> ranges;
-        for (AddressSlot next = base; next < base + size; next = ranges.back().base + ranges.back().size)
-        {
-            ranges.push_back(host.QueryPages(next));
-        }
-        return ranges;
-    }
 };
-
-std::vector<uint8_t> ReadFileBytes(const std::wstring& path)
-{
-    const HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    std::vector<uint8_t> bytes(GetFileSize(file, nullptr));
-    DWORD count = 0;
-    ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr);
-    CloseHandle(file);
-    return bytes;
-}
 
 uint32_t HeadersOf(const std::vector<uint8_t>& file)
 {
@@ -426,8 +399,7 @@ std::vector<uint8_t> ExecutableBytes(const std::vector<uint8_t>& file)
 
 MODULE_BRIDGE(SendsWhatTheBrokerHasToKnowAndWaitsForIt)
 {
-    ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto blob = Expect<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     const std::wstring path = AwaitText("path");
     const AddressSlot base = AwaitNumber("base");
@@ -435,7 +407,7 @@ MODULE_BRIDGE(SendsWhatTheBrokerHasToKnowAndWaitsForIt)
     const std::vector<uint8_t> module = ModuleBytes(path, base, file);
     const std::vector<uint8_t> executable = ExecutableBytes(file);
     const uint32_t imageSize = *reinterpret_cast<const uint32_t*>(module.data() + 2064);
-    const std::vector<WirePageRange> ranges = QueryImage(base, imageSize);
+    const std::vector<WirePageRange> ranges = QueryPageRanges(base, imageSize);
     const uint64_t rangeCount = ranges.size();
     const uint64_t zero = 0;
 
@@ -450,34 +422,26 @@ MODULE_BRIDGE(SendsWhatTheBrokerHasToKnowAndWaitsForIt)
     EXPECT_EQ(expected.Blob(12), blob.Bytes());
     EXPECT_NE(0u, blob->latch);
     ExpectCount(blob, 1);
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(SendsTheLargestModulesFirstAndWaitsForEachOfThem)
 {
-    ASSERT_TRUE(Connect());
     ExpectCount(ExpectModules<EnableModulesBlob>({L"TvnLarge.dll", L"TvnMiddle.dll", L"TvnSmall.dll"}), 3);
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(WaitsAlsoForModulesThatTheFilterRefuses)
 {
-    ASSERT_TRUE(Connect());
     ExpectCount(ExpectModules<EnableModulesBlob>({L"TvnMiddle.dll", L"TvnSmall.dll"}), 3);
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(PassesOverFilesThatCannotBeReadAndWaitsForThem)
 {
-    ASSERT_TRUE(Connect());
     ExpectCount(ExpectModules<EnableModulesBlob>({L"TvnMiddle.dll"}), 3);
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(SendsAnEmptyListIfNoFileCanBeRead)
 {
-    ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto blob = Expect<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     ByteImage expected(56);
     for (size_t field = 0; field < 48; field += 8)
@@ -487,21 +451,17 @@ MODULE_BRIDGE(SendsAnEmptyListIfNoFileCanBeRead)
     expected.U64(48, blob->latch);
     EXPECT_EQ(expected.Blob(12), blob.Bytes());
     ExpectCount(blob, 3);
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(SendsNothingIfNothingIsLeft)
 {
-    ASSERT_TRUE(Connect());
-    const Message message = link.Receive(testTimeout);
+    const Message message = Receive();
     ASSERT_TRUE(message);
     EXPECT_EQ("LogNarrow", BlobName(message.Type()));
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(TakesAllFormsOfTheCall)
 {
-    ASSERT_TRUE(Connect());
     Acknowledge({L"TvnSmall.dll"});
     Acknowledge({L"TvnLarge.dll"});
     Acknowledge({L"TvnLarge.dll", L"TvnSmall.dll"});
@@ -510,13 +470,11 @@ MODULE_BRIDGE(TakesAllFormsOfTheCall)
     ExpectModules<DisableModulesBlob>({L"TvnLarge.dll"});
     ExpectModules<DisableModulesBlob>({L"TvnSmall.dll", L"TvnLarge.dll"});
     ExpectModules<DisableModulesBlob>({L"TvnSmall.dll", L"TvnLarge.dll", L"TvnMiddle.dll"});
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(DisablesWhatIsLoadedInTheOrderOfTheCall)
 {
-    ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<DisableModulesBlob>(testTimeout);
+    const auto blob = Expect<DisableModulesBlob>();
     ASSERT_TRUE(blob);
     std::vector<uint8_t> modules;
     std::vector<uint8_t> executables;
@@ -533,40 +491,34 @@ MODULE_BRIDGE(DisablesWhatIsLoadedInTheOrderOfTheCall)
     expected.Item(0, modules.data(), modules.size()).U32(4, 2);
     expected.Item(8, executables.data(), executables.size()).U32(12, 2);
     EXPECT_EQ(expected.Blob(13), blob.Bytes());
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(IncludesImportsIfItIsToldTo)
 {
-    ASSERT_TRUE(Connect());
     Acknowledge({L"TvnA.dll", L"TvnB.dll", L"TvnC.dll", L"TvnD.dll"});
     Acknowledge({L"TvnA.dll"});
     Acknowledge({L"TvnA.dll", L"TvnB.dll", L"TvnC.dll", L"TvnD.dll"});
     // A start module that another one imports comes twice.
     Acknowledge({L"TvnB.dll", L"TvnD.dll", L"TvnD.dll"});
     ExpectModules<DisableModulesBlob>({L"TvnB.dll", L"TvnD.dll", L"TvnD.dll"});
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(NormalizesAPathThatDiffersInCase)
 {
-    ASSERT_TRUE(Connect());
     for (uint32_t i = 0; i < 2; ++i)
     {
         const std::vector<AnnouncedModule> modules = ModulesOf(Acknowledge({L"TvnSmall.dll"}));
         ASSERT_EQ(1u, modules.size());
         EXPECT_EQ(AwaitText("path"), modules[0].path);
     }
-    StayUntilAgentGoes();
 }
 
 MODULE_BRIDGE(PreparesSectionsBeforeItLooksAtPages)
 {
-    ASSERT_TRUE(Connect());
     const auto blob = Acknowledge({L"Sections.dll"});
     ASSERT_TRUE(blob);
     const AnnouncedModule module = ModulesOf(blob).front();
-    const std::vector<WirePageRange> ranges = QueryImage(module.base, module.imageSize);
+    const std::vector<WirePageRange> ranges = QueryPageRanges(module.base, module.imageSize);
     ASSERT_EQ(ranges.size(), module.pages.size());
     for (size_t i = 0; i < ranges.size(); ++i)
     {
@@ -574,7 +526,6 @@ MODULE_BRIDGE(PreparesSectionsBeforeItLooksAtPages)
         EXPECT_EQ(ranges[i].size, module.pages[i].size);
         EXPECT_EQ(ranges[i].protection, module.pages[i].protection);
     }
-    StayUntilAgentGoes();
 }
 
 #endif

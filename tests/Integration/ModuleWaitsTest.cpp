@@ -75,8 +75,7 @@ WAITING_HOST(EndIfThereIsNoBridge)
 
 WAITING_HOST(EndWithTheLink)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     {
         const TestThread first([this] { Enable(); });
         const TestThread second([this] { Enable(); });
@@ -95,8 +94,7 @@ WAITING_HOST(EndWithTheLink)
 
 WAITING_HOST(AreNotMovedByStaleAcknowledgements)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     const TestThread caller([this] {
         Enable();
         EXPECT_TRUE(Await("stale"));
@@ -118,8 +116,7 @@ WAITING_HOST(OfManyThreadsEndOneByOne)
         ASSERT_TRUE(libraries.Write(names.back(), {}, 0x3000 + i * 0x1000));
         ASSERT_NE(nullptr, libraries.Load(names.back()));
     }
-    TvnDefaultAgent& agent = StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     std::vector<std::unique_ptr<TestThread>> threads;
     for (uint32_t i = 0; i < threadCount; ++i)
     {
@@ -145,11 +142,11 @@ WAITING_HOST(OfManyThreadsEndOneByOne)
 
 #define WAITING_BRIDGE(Name) BRIDGE_SCENARIO(ModuleWaits, Name)
 
-WAITING_BRIDGE(LastUntilTheBridgeHasConnectedAndAnswered)
+BRIDGE_SCENARIO_OF(BridgeTest, ModuleWaits, LastUntilTheBridgeHasConnectedAndAnswered)
 {
     ASSERT_TRUE(Await("called"));
     ASSERT_TRUE(Connect());
-    const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto blob = Expect<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     Signal("received");
     ASSERT_TRUE(Await("waits"));
@@ -159,9 +156,8 @@ WAITING_BRIDGE(LastUntilTheBridgeHasConnectedAndAnswered)
 
 WAITING_BRIDGE(EndWithTheLink)
 {
-    ASSERT_TRUE(Connect());
-    EXPECT_TRUE(link.Expect<EnableModulesBlob>(testTimeout));
-    EXPECT_TRUE(link.Expect<EnableModulesBlob>(testTimeout));
+    EXPECT_TRUE(Expect<EnableModulesBlob>());
+    EXPECT_TRUE(Expect<EnableModulesBlob>());
     Signal("received");
     ASSERT_TRUE(Await("waits"));
     Die();
@@ -169,28 +165,25 @@ WAITING_BRIDGE(EndWithTheLink)
 
 WAITING_BRIDGE(AreNotMovedByStaleAcknowledgements)
 {
-    ASSERT_TRUE(Connect());
-    const auto first = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto first = Expect<EnableModulesBlob>();
     ASSERT_TRUE(first);
     SendDecrementLatch(link, first->latch, 10);
     SendDecrementLatch(link, 0, 10);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("stale");
-    const auto second = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto second = Expect<EnableModulesBlob>();
     ASSERT_TRUE(second);
     EXPECT_EQ(first->latch, second->latch);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("received");
     ASSERT_TRUE(Await("waits"));
     SendDecrementLatch(link, second->latch);
-    StayUntilAgentGoes();
 }
 
 WAITING_BRIDGE(OfManyThreadsEndOneByOne)
 {
-    ASSERT_TRUE(Connect());
     for (uint32_t round = 0; round < rounds; ++round)
     {
         // Every thread waits for its own latch, so that one Blob of each comes and no more.
@@ -198,7 +191,7 @@ WAITING_BRIDGE(OfManyThreadsEndOneByOne)
         std::set<uint32_t> sizes;
         for (uint32_t i = 0; i < threadCount; ++i)
         {
-            const auto blob = link.Expect<EnableModulesBlob>(testTimeout);
+            const auto blob = Expect<EnableModulesBlob>();
             ASSERT_EQ(1u, ModulesOf(blob).size());
             latches.push_back(blob->latch);
             sizes.insert(ModulesOf(blob).front().imageSize);
@@ -211,7 +204,6 @@ WAITING_BRIDGE(OfManyThreadsEndOneByOne)
             SendDecrementLatch(link, latch);
         }
     }
-    StayUntilAgentGoes();
 }
 
 #endif

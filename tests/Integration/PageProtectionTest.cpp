@@ -193,20 +193,13 @@ WirePageRange Pages(AddressSlot base, uint64_t first, uint64_t count, uint32_t p
     return {base + first * pageSize, count * pageSize, protection, 0};
 }
 
-class ProtectionBridge : public BridgeTest
+class ProtectionBridge : public ConnectedBridgeTest
 {
 protected:
     void Set(const std::vector<WirePageRange>& ranges)
     {
         ASSERT_TRUE(SendSetPageProtection(link, ranges));
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-        EXPECT_FALSE(link.Receive(0)) << "SetPageProtectionWindows isn't answered.";
-    }
-
-    void Finish(const std::string& name)
-    {
-        Signal(name);
-        StayUntilAgentGoes();
+        ExpectNoReply();
     }
 };
 } // namespace
@@ -215,7 +208,6 @@ protected:
 
 PROTECTION_BRIDGE(SetsEveryProtection)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot page = AwaitNumber("page");
     for (const uint32_t protection :
          {PAGE_NOACCESS, PAGE_READONLY, PAGE_READWRITE, PAGE_EXECUTE, PAGE_EXECUTE_READ,
@@ -224,90 +216,78 @@ PROTECTION_BRIDGE(SetsEveryProtection)
         Set({Pages(page, 0, 1, protection)});
         EXPECT_EQ(protection, host.QueryPages(page).protection);
     }
-    Finish("checked");
 }
 
 PROTECTION_BRIDGE(SetsEachOfSeveralRanges)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot pages = AwaitNumber("pages");
     Set({Pages(pages, 6, 1, PAGE_EXECUTE_READ), Pages(pages, 0, 2, PAGE_READONLY),
          Pages(pages, 3, 3, PAGE_EXECUTE_READ), Pages(pages, 4, 2, PAGE_NOACCESS)});
-    Finish("set");
+    Signal("set");
 }
 
 PROTECTION_BRIDGE(SetsAllPagesThatARangeTouches)
 {
-    ASSERT_TRUE(Connect());
     Set({{AwaitNumber("pages") + 2 * pageSize - 1, 2, PAGE_READONLY, 0}});
-    Finish("set");
+    Signal("set");
 }
 
 PROTECTION_BRIDGE(LeavesRangesOfProtection0AsTheyAre)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot pages = AwaitNumber("pages");
     Set({Pages(pages, 0, 3, 0), Pages(0, 0, 1, 0), Pages(pages, 2, 1, PAGE_READONLY), Pages(pages, 2, 1, 0)});
-    Finish("set");
+    Signal("set");
 }
 
 PROTECTION_BRIDGE(TellsOfEachRefusedRangeAndGoesOn)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot pages = AwaitNumber("pages");
     Set({Pages(AwaitNumber("reserved"), 0, 1, PAGE_READONLY),
          {pages, 0x123, 0x3, 0}, // no protection at all
          Pages(0, 0, 2, PAGE_EXECUTE_READWRITE),
          Pages(pages, 1, 1, PAGE_READONLY)});
-    Finish("set");
+    Signal("set");
 }
 
 PROTECTION_BRIDGE(DoesNothingForAnEmptyList)
 {
-    ASSERT_TRUE(Connect());
     Set({});
-    Finish("set");
+    Signal("set");
 }
 
 PROTECTION_BRIDGE(IgnoresTheUpperHalfOfAnAddress)
 {
-    ASSERT_TRUE(Connect());
     Set({Pages(AwaitNumber("pages") | 0x1234567800000000, 0, 1, PAGE_READONLY)});
-    Finish("set");
+    Signal("set");
 }
 
 PROTECTION_BRIDGE(OpensAReadOnlyPageForWriting)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot pages = AwaitNumber("pages");
     ASSERT_TRUE(SendSetPageProtection(link, {Pages(pages, 0, 1, PAGE_READWRITE)}));
     ASSERT_TRUE(SendWriteMemory(link, {pages + 1, pages + 2}, {0x22, 0x33}));
     Set({Pages(pages, 0, 1, PAGE_READONLY)});
-    Finish("written");
+    Signal("written");
 }
 
 PROTECTION_BRIDGE(OpensAPageOfCodeWhichIsRunOnceItIsFlushed)
 {
-    ASSERT_TRUE(Connect());
     const AddressSlot code = AwaitNumber("code");
     ASSERT_TRUE(SendSetPageProtection(link, {Pages(code, 0, 1, PAGE_EXECUTE_READWRITE)}));
     ASSERT_TRUE(SendWriteMemory(link, {code + 1}, {43}));
     ASSERT_TRUE(SendSetPageProtection(link, {Pages(code, 0, 1, PAGE_EXECUTE_READ)}));
     ASSERT_TRUE(SendFlushInstructionCache(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    EXPECT_FALSE(link.Receive(0)) << "None of these is answered.";
-    Finish("patched");
+    ExpectNoReply();
+    Signal("patched");
 }
 
 PROTECTION_BRIDGE(FlushingReadsNothingOfItsBlob)
 {
-    ASSERT_TRUE(Connect());
     const std::vector<uint8_t> payload(1000, 0xFF);
     ASSERT_TRUE(SendFlushInstructionCache(link));
     ASSERT_TRUE(link.Send(MakeBlob(BlobType::FlushInstructionCache, payload.data(), payload.size())));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
-    EXPECT_FALSE(link.Receive(0));
-    Finish("flushed");
+    ExpectNoReply();
+    Signal("flushed");
 }
 
 #endif

@@ -178,57 +178,44 @@ HOST_TEST(PatchSections, LoadsTheSameImageTwice)
 
 PATCH_SECTIONS_BRIDGE(TellsOfItsStepsInOrder)
 {
-    ASSERT_TRUE(Connect());
     const auto loaded = Load(AwaitText("path"));
     ASSERT_TRUE(loaded);
     Publish("base", loaded->base);
     Publish("size", loaded->imageSize);
-    Finish();
 }
 
 PATCH_SECTIONS_BRIDGE(MakesThePageInFrontOfEachExecutableSectionExecutable)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
-    const auto loaded = Load(order);
+    const auto loaded = LoadAsExpected(order);
     ASSERT_TRUE(loaded);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
     Publish("base", loaded->base);
     Publish("size", loaded->imageSize);
-    StayUntilAgentGoes();
 }
 
 PATCH_SECTIONS_BRIDGE(PreparesNothingOfAnImageWithoutCode)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
-    const auto loaded = Load(order);
+    const auto loaded = LoadAsExpected(order);
     ASSERT_TRUE(loaded);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 PATCH_SECTIONS_BRIDGE(GoesOnWithoutPreparationWhenTheFileCannotBeRead)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
-    const auto loaded = Load(order);
+    const auto loaded = LoadAsExpected(order);
     ASSERT_TRUE(loaded);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
-    Finish();
 }
 
 PATCH_SECTIONS_BRIDGE(LoadsTheSameImageTwice)
 {
-    ASSERT_TRUE(Connect());
     const auto first = Load(AwaitText("path"));
     const auto second = Load(AwaitText("path"));
     ASSERT_TRUE(first && second);
     EXPECT_EQ(first.Bytes(), second.Bytes());
-    Finish();
 }
 
 #endif

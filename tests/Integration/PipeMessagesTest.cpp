@@ -142,35 +142,35 @@ std::vector<size_t> FindBlobs(const Bytes& bytes)
 }
 } // namespace
 
-BRIDGE_SCENARIO(PipeMessages, CanHoldAllBlobsTogether)
+BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanHoldAllBlobsTogether)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(VersionAndOrders(AwaitNumber("numbers"))));
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(PipeMessages, CanHoldOneByteEach)
+BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanHoldOneByteEach)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 1);
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(PipeMessages, CanEndAnywhereInABlob)
+BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanEndAnywhereInABlob)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     // No multiple of a Blob's size, so that the ends move through header and payload.
     SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 61);
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(PipeMessages, CanSplitHeaderAndPayload)
+BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanSplitHeaderAndPayload)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     const Bytes bytes = VersionAndOrders(AwaitNumber("numbers"));
@@ -182,12 +182,12 @@ BRIDGE_SCENARIO(PipeMessages, CanSplitHeaderAndPayload)
         ASSERT_TRUE(link.Send(Bytes(begin, begin + 8)));
         ASSERT_TRUE(link.Send(Bytes(begin + 8, end)));
     }
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(PipeMessages, CanBeEmptyInBetween)
+BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanBeEmptyInBetween)
 {
     ASSERT_TRUE(link.ConnectAgentPipe(testTimeout));
     RawPipe bridgePipe(bridgePipePrefix, link.HostProcessId());
@@ -201,30 +201,25 @@ BRIDGE_SCENARIO(PipeMessages, CanBeEmptyInBetween)
                                            bytes.begin() + static_cast<ptrdiff_t>(end))));
     }
     EXPECT_TRUE(bridgePipe.Write(BlobWriter<EchoRequestBlob>().Finish()));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
+    EXPECT_TRUE(Expect<EchoReplyBlob>());
     Signal("obeyed");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(PipeMessages, CanBeLongerThanThePipesBuffer)
 {
-    EXPECT_TRUE(Connect());
     Bytes data(0x60000);
     for (size_t i = 0; i < data.size(); ++i)
     {
         data[i] = static_cast<uint8_t>(i * 7);
     }
     EXPECT_TRUE(SendWriteMemory(link, {AwaitNumber("block")}, data));
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("obeyed");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(PipeMessages, OfTheAgentHoldOneBlobEach)
+BRIDGE_SCENARIO_OF(RawPipeBridge, PipeMessages, OfTheAgentHoldOneBlobEach)
 {
-    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
-    ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     EXPECT_TRUE(Await("pushed"));
     for (int i = 0; i < 8; ++i)

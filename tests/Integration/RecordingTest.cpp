@@ -9,6 +9,9 @@
 
 #if TORVANE_HOST_HALF
 
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/Files.h"
+
 namespace
 {
 /// The lines that a run of blobs has written, on both outputs, and its exit code.
@@ -30,22 +33,7 @@ struct BlobsRun
 
 std::wstring TemporaryPath(const wchar_t* name)
 {
-    wchar_t folder[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, folder);
-    return std::wstring(folder) + L"torvane-" + std::to_wstring(GetCurrentProcessId()) + L"-" + name;
-}
-
-std::string ContentOf(const std::wstring& path)
-{
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                    OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(INVALID_HANDLE_VALUE, file);
-    std::string content(GetFileSize(file, nullptr), '\0');
-    DWORD count = 0;
-    EXPECT_TRUE(ReadFile(file, content.data(), static_cast<DWORD>(content.size()), &count, nullptr));
-    CloseHandle(file);
-    content.resize(count);
-    return content;
+    return TemporaryFilesFolder() + L"torvane-" + std::to_wstring(GetCurrentProcessId()) + L"-" + name;
 }
 
 BlobsRun RunBlobs(const std::wstring& arguments)
@@ -65,12 +53,9 @@ BlobsRun RunBlobs(const std::wstring& arguments)
     EXPECT_TRUE(CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                                &startup, &process))
         << "blobs.exe is missing: build the preset windows-x64 first.";
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(process.hProcess, testTimeout));
-    GetExitCodeProcess(process.hProcess, &run.exitCode);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
+    run.exitCode = WaitForChild(process);
     CloseHandle(startup.hStdOutput);
-    run.text = ContentOf(outputPath);
+    run.text = ReadWholeFile(outputPath);
     DeleteFileW(outputPath.c_str());
     return run;
 }
@@ -119,8 +104,7 @@ HOST_TEST_OF(RecordedHost, Recording, HoldsAMemoryExchangeAndAReload)
     static const uint32_t number = 0x12345678;
     Publish("number", &number);
     SetEnvironmentVariableW(L"TORVANE_BRIDGE_RECORDING", recording.c_str());
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     ASSERT_TRUE(Await("exchanged"));
 
     // The Bridge still writes it.
@@ -162,7 +146,7 @@ HOST_TEST_OF(RecordedHost, Recording, HoldsAMemoryExchangeAndAReload)
 
     const BlobsRun exported = RunBlobs(L"trace " + quoted + L" --output \"" + trace + L"\"");
     EXPECT_EQ("", exported.text);
-    const std::string events = ContentOf(trace);
+    const std::string events = ReadWholeFile(trace);
     EXPECT_NE(std::string::npos, events.find(R"("name":"reload 1","cat":"operation","ph":"X")"));
     EXPECT_NE(std::string::npos, events.find(R"("name":"load no such patch.dll")"));
     EndAndRemove(recording);
@@ -172,10 +156,9 @@ HOST_TEST_OF(RecordedHost, Recording, TakesANumberIfTheFileExists)
 {
     CloseHandle(CreateFileW(recording.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
     SetEnvironmentVariableW(L"TORVANE_BRIDGE_RECORDING", recording.c_str());
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     ASSERT_TRUE(Await("exchanged"));
-    EXPECT_EQ("", ContentOf(recording));
+    EXPECT_EQ("", ReadWholeFile(recording));
     EXPECT_EQ(5u, TypesIn(RunBlobs(L"list \"" + numbered + L"\"").text).size());
     EndAndRemove(numbered);
 }
@@ -183,8 +166,7 @@ HOST_TEST_OF(RecordedHost, Recording, TakesANumberIfTheFileExists)
 HOST_TEST_OF(RecordedHost, Recording, OfOneLinkTakesOneCall)
 {
     PublishText("path", recording);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     ASSERT_TRUE(Await("exchanged"));
     EXPECT_EQ(5u, TypesIn(RunBlobs(L"list \"" + recording + L"\"").text).size());
     EndAndRemove(recording);
@@ -194,29 +176,25 @@ HOST_TEST_OF(RecordedHost, Recording, OfOneLinkTakesOneCall)
 
 BRIDGE_SCENARIO(Recording, HoldsAMemoryExchangeAndAReload)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendReadMemory(link, 4, {AwaitNumber("number")}, 0xFEDCBA9876543210));
-    ASSERT_TRUE(link.Expect<ReadMemoryResultBlob>(testTimeout));
+    ASSERT_TRUE(Expect<ReadMemoryResultBlob>());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(link.Expect<ReloadBlob>(testTimeout));
+    ASSERT_TRUE(Expect<ReloadBlob>());
     PatchCommand order;
     order.path = L"C:\\no such patch.dll";
     ASSERT_TRUE(SendLoadPatch(link, order));
     ASSERT_TRUE(link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("exchanged");
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(Recording, TakesANumberIfTheFileExists)
 {
-    ASSERT_TRUE(Connect());
     Signal("exchanged");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(Recording, OfOneLinkTakesOneCall)
+BRIDGE_SCENARIO_OF(BridgeTest, Recording, OfOneLinkTakesOneCall)
 {
     const std::wstring path = AwaitText("path");
     ASSERT_TRUE(RecordLink(link, path));

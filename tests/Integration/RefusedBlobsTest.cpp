@@ -56,8 +56,7 @@ class RefusedBlobHost : public HostTest
 {
     void HostHalf() override
     {
-        StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        ConnectDefaultAgent();
         const std::string refusal = "Unknown blob type " + std::to_string(NumberOfThisTest());
         EXPECT_TRUE(WaitForLog(refusal));
         EXPECT_TRUE(WaitForLog("Thread 'Torvane receiver' exited with result 0"));
@@ -88,11 +87,10 @@ class RefusedBlobHost : public HostTest
 
 namespace
 {
-class RefusedBlobBridge : public BridgeTest
+class RefusedBlobBridge : public ConnectedBridgeTest
 {
     void TestBody() override
     {
-        ASSERT_TRUE(Connect());
         const uint8_t payload[40] = {};
         ASSERT_TRUE(SendSynchronize(link));
         ASSERT_TRUE(link.Send(MakeBlob(static_cast<BlobType>(NumberOfThisTest()), payload, sizeof(payload))));
@@ -104,7 +102,6 @@ class RefusedBlobBridge : public BridgeTest
         EXPECT_EQ("The other direction goes on.", message.AnsiString(message->text));
         EXPECT_FALSE(link.Receive(0)) << "The echo isn't answered.";
         Signal("still sending");
-        StayUntilAgentGoes();
     }
 };
 

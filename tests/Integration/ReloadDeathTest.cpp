@@ -142,8 +142,7 @@ class DyingHost : public ReloadDeathTest
 
 RELOAD_DEATH(LeavesARequestThatTheHostCanStillAccept)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     ExpectReceiverEnd(8);
     EXPECT_TRUE(WaitForBridge());
     EXPECT_TRUE(agent.TvnWantsReload(SyncBeforeCompile));
@@ -155,8 +154,7 @@ RELOAD_DEATH(LeavesARequestThatTheHostCanStillAccept)
 RELOAD_DEATH(LeavesAPatchToBeHandedOver)
 {
     PublishSubject();
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     ASSERT_TRUE(Await("requested"));
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
     Signal("accepted");
@@ -174,11 +172,10 @@ RELOAD_DEATH(LeavesAPatchToBeHandedOver)
 
 namespace
 {
-class DyingBridge : public BridgeTest
+class DyingBridge : public ConnectedBridgeTest
 {
     void TestBody() override
     {
-        EXPECT_TRUE(Connect());
         Order("RequestReload", [this] { return SendRequestReload(link); });
         Answer("Reload", BlobType::Reload);
         Order("LoadPatchWindows", [this] {
@@ -237,16 +234,14 @@ class DyingBridge : public BridgeTest
 
 BRIDGE_SCENARIO(ReloadDeath, LeavesARequestThatTheHostCanStillAccept)
 {
-    EXPECT_TRUE(Connect());
     EXPECT_TRUE(SendRequestReload(link));
     Die();
 }
 
 BRIDGE_SCENARIO(ReloadDeath, LeavesAPatchToBeHandedOver)
 {
-    EXPECT_TRUE(Connect());
     EXPECT_TRUE(SendRequestReload(link));
-    EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+    EXPECT_TRUE(WaitUntilExecuted());
     Signal("requested");
     EXPECT_TRUE(Await("accepted"));
     PatchCommand patch;

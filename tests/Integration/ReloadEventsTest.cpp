@@ -12,14 +12,6 @@
 
 namespace
 {
-// By the order of their creation.
-const std::string shouldCompileAndReload = "event 1";
-const std::string hotReload = "event 2";
-const std::string loadPatch = "event 3";
-const std::string loadPatchReceived = "event 4";
-const std::string waitForPatchLoad = "event 5";
-const std::string hotReloadFinished = "event 6";
-
 using Calls = std::vector<std::string>;
 
 constexpr DWORD longerLook = 200; // milliseconds
@@ -81,8 +73,7 @@ RELOAD_EVENTS(AreNoneInADefaultAgent)
 {
     UseScenario("ReloadEvents.OfBothRoads");
     Trace();
-    TvnDefaultAgent& agent = StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     EXPECT_TRUE(Await("requested"));
     agent.TvnScheduleReload();
     Library().TvnReload(NoWait);
@@ -96,8 +87,7 @@ RELOAD_EVENTS(OfTheRoadBeforeTheCompilation)
 {
     UseScenario("ReloadEvents.OfBothRoads");
     Trace();
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(Await("requested"));
     EXPECT_EQ((Counts{0, 1, 0, 0, 0, 0}), Signals());
     NewCalls();
@@ -120,8 +110,7 @@ RELOAD_EVENTS(OfTheRoadBeforeTheLoad)
 {
     UseScenario("ReloadEvents.OfBothRoads");
     Trace();
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(Await("requested"));
     NewCalls();
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
@@ -182,31 +171,27 @@ bool LoadPublishedPatch(Link& link, const std::wstring& path)
 
 BRIDGE_SCENARIO(ReloadEvents, OfBothRoads)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(link.ReceiveOneOf({BlobType::Reload}, testTimeout));
     ASSERT_TRUE(LoadPublishedPatch(link, AwaitText("patch")));
-    EXPECT_TRUE(link.Expect<PatchLoadedBlob>(testTimeout));
+    EXPECT_TRUE(Expect<PatchLoadedBlob>());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("finished");
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO(ReloadEvents, OfAPatchThatWaitsAreClearedByASecondRequest)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(LoadPublishedPatch(link, AwaitText("patch")));
     ASSERT_TRUE(SendSynchronize(link));
-    StayUntilAgentGoes();
 }
 
 #endif

@@ -27,8 +27,7 @@ bool IsLoaded(const wchar_t* path)
 
 HOST_TEST(Reload, DefaultAgentAgreesAtOnce)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("reloaded"));
     EXPECT_EQ(1u, CountInLog("API TvnReload"));
     EXPECT_EQ(0u, CountInLog("Processing Blob::RequestReload"));
@@ -38,8 +37,7 @@ HOST_TEST(Reload, DefaultAgentAgreesAtOnce)
 
 HOST_TEST(Reload, DefaultAgentSignalsNoEvent)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("requested"));
     EXPECT_FALSE(Library().TvnWantsReload(SyncBeforeCompile));
     EXPECT_FALSE(Library().TvnWantsReload(SyncBeforeLoad));
@@ -48,16 +46,14 @@ HOST_TEST(Reload, DefaultAgentSignalsNoEvent)
 
 HOST_TEST(Reload, DefaultAgentLoadsWithoutAHost)
 {
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("loaded"));
     EXPECT_TRUE(IsLoaded(firstPatch));
 }
 
 HOST_TEST(Reload, AHostAsksForOne)
 {
-    TvnDefaultAgent& agent = StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnScheduleReload();
     EXPECT_TRUE(Await("reloaded"));
     ExpectLogOrder({"API TvnScheduleReload", "API TvnReload", "Processing Blob::FinishAfterHotReload"});
@@ -67,8 +63,7 @@ HOST_TEST(Reload, AHostAsksForOne)
 
 HOST_TEST(Reload, BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeCompile));
     Signal("polled");
     ASSERT_TRUE(Await("requested"));
@@ -86,8 +81,7 @@ HOST_TEST(Reload, BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
 
 HOST_TEST(Reload, BeforeCompileSendsOnWithoutAWaitIfTheHostLikes)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsReload(SyncBeforeCompile); }));
     agent.TvnReload(NoWait);
     Signal("returned");
@@ -96,16 +90,14 @@ HOST_TEST(Reload, BeforeCompileSendsOnWithoutAWaitIfTheHostLikes)
 
 HOST_TEST(Reload, WithoutARequestNothingIsSent)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     agent.TvnReload(NoWait);
     Signal("returned");
 }
 
 HOST_TEST(Reload, WithoutARequestAWaitLastsUntilAReloadIsFinished)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     TestThread thread([&] { agent.TvnReload(WaitUntilFinished); });
     EXPECT_TRUE(WaitForLog("API TvnReload"));
     EXPECT_FALSE(thread.HasEnded());
@@ -117,8 +109,7 @@ HOST_TEST(Reload, WithoutARequestAWaitLastsUntilAReloadIsFinished)
 
 HOST_TEST(Reload, AfterACycleBeforeCompileEachFurtherCallSendsAgainUntilACycleBeforeLoad)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsReload(SyncBeforeCompile); }));
     agent.TvnReload(NoWait);
     agent.TvnReload(NoWait);
@@ -134,8 +125,7 @@ HOST_TEST(Reload, AfterACycleBeforeCompileEachFurtherCallSendsAgainUntilACycleBe
 
 HOST_TEST(Reload, BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
     Signal("polled");
     ASSERT_TRUE(Await("requested"));
@@ -161,8 +151,7 @@ HOST_TEST(Reload, BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
 
 HOST_TEST(Reload, BeforeLoadHandsOnlyTheFirstPatchOver)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     ASSERT_TRUE(Await("requested"));
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
     Signal("accepted");
@@ -174,8 +163,7 @@ HOST_TEST(Reload, BeforeLoadHandsOnlyTheFirstPatchOver)
 
 HOST_TEST(Reload, APatchForHeldThreadsIsNotHandedOver)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     ASSERT_TRUE(Await("requested"));
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
     Signal("accepted");
@@ -193,8 +181,7 @@ HOST_TEST(Reload, APatchForHeldThreadsIsNotHandedOver)
 
 HOST_TEST(Reload, ASecondRequestClearsWhatTheFirstHasLeft)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsReload(SyncBeforeCompile); }));
     agent.TvnReload(NoWait);
     Signal("first sent");
@@ -209,8 +196,7 @@ HOST_TEST(Reload, ASecondRequestClearsWhatTheFirstHasLeft)
 
 HOST_TEST(Reload, TheNextPollAcceptsARequestThatCameDuringAReload)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     ASSERT_TRUE(Await("requested twice"));
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad)) << "Two requests are one as long as nobody polls.";
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
@@ -224,8 +210,7 @@ HOST_TEST(Reload, TheNextPollAcceptsARequestThatCameDuringAReload)
 
 HOST_TEST(Reload, AHostThatWaitsWhenTheConnectionIsLostWaitsOn)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsReload(SyncBeforeCompile); }));
     static TestThread thread([&] { agent.TvnReload(WaitUntilFinished); });
     EXPECT_TRUE(WaitForLog("Thread 'Torvane receiver' exited with result 8"));
@@ -237,8 +222,7 @@ HOST_TEST(Reload, AHostThatWaitsWhenTheConnectionIsLostWaitsOn)
 
 HOST_TEST(Reload, AHostThatStopsPollingStopsTheAgent)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     ASSERT_TRUE(Await("requested"));
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
     Signal("accepted");
@@ -256,7 +240,7 @@ HOST_TEST(Reload, AHostThatStopsPollingStopsTheAgent)
 
 namespace
 {
-class ReloadBridge : public BridgeTest
+class ReloadBridge : public ConnectedBridgeTest
 {
 protected:
     /// Whether a `Reload` of the host's comes, with nothing but the process id in it.
@@ -270,7 +254,7 @@ protected:
     /// Whether none has come for all that the host has called so far.
     bool IsNotGranted()
     {
-        return WaitUntilExecuted(link, testTimeout) && !link.ReceiveOneOf({BlobType::Reload}, 0);
+        return WaitUntilExecuted() && !link.ReceiveOneOf({BlobType::Reload}, 0);
     }
 
     bool Load(const wchar_t* path, bool watchdog = false)
@@ -283,7 +267,7 @@ protected:
 
     bool IsPatchLoaded(const wchar_t* path)
     {
-        const auto loaded = link.Expect<PatchLoadedBlob>(testTimeout);
+        const auto loaded = Expect<PatchLoadedBlob>();
         return loaded && loaded.Utf16String(loaded->patchPath) == path;
     }
 
@@ -298,54 +282,45 @@ protected:
 
 RELOAD_BRIDGE(DefaultAgentAgreesAtOnce)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("reloaded");
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(DefaultAgentSignalsNoEvent)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested");
     ASSERT_TRUE(Await("polled"));
     EXPECT_TRUE(IsNotGranted());
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(DefaultAgentLoadsWithoutAHost)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Load(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     Signal("loaded");
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(AHostAsksForOne)
 {
-    ASSERT_TRUE(Connect());
     const Message schedule = link.ReceiveOneOf({BlobType::ScheduleReload}, testTimeout);
     ASSERT_TRUE(schedule);
     EXPECT_EQ(4u, schedule.PayloadSize());
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("reloaded");
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("polled"));
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsNotGranted()) << "Nothing is sent before the host has polled.";
@@ -354,63 +329,53 @@ RELOAD_BRIDGE(BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(Load(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
     EXPECT_TRUE(IsNotGranted()) << "One Reload in all.";
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(BeforeCompileSendsOnWithoutAWaitIfTheHostLikes)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     EXPECT_TRUE(Await("returned"));
     ASSERT_TRUE(Load(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     Signal("loaded");
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(WithoutARequestNothingIsSent)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("returned"));
     EXPECT_TRUE(IsNotGranted());
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(WithoutARequestAWaitLastsUntilAReloadIsFinished)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("waiting"));
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(AfterACycleBeforeCompileEachFurtherCallSendsAgainUntilACycleBeforeLoad)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(Await("sent three times"));
     EXPECT_TRUE(IsGranted() && IsGranted() && IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested again");
     ASSERT_TRUE(Await("sent once"));
     EXPECT_TRUE(IsGranted());
     EXPECT_TRUE(IsNotGranted());
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("polled"));
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsNotGranted());
@@ -424,19 +389,17 @@ RELOAD_BRIDGE(BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
     ASSERT_TRUE(Await("seen"));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(secondPatch));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
     EXPECT_TRUE(IsNotGranted()) << "The Reload has gone out when the request was accepted.";
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
@@ -445,14 +408,12 @@ RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(secondPatch));
     Signal("both loaded");
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(APatchForHeldThreadsIsNotHandedOver)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch, true));
@@ -462,60 +423,54 @@ RELOAD_BRIDGE(APatchForHeldThreadsIsNotHandedOver)
     ASSERT_TRUE(Load(secondPatch));
     EXPECT_TRUE(IsPatchLoaded(secondPatch));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(ASecondRequestClearsWhatTheFirstHasLeft)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(Await("first sent"));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("first finished, second requested");
     EXPECT_TRUE(IsGranted());
     Signal("second granted");
     ASSERT_TRUE(Await("waiting"));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(TheNextPollAcceptsARequestThatCameDuringAReload)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested twice");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("granted, requested a third time");
     ASSERT_TRUE(Await("accepted again"));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(Load(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    StayUntilAgentGoes();
 }
 
 RELOAD_BRIDGE(AHostThatWaitsWhenTheConnectionIsLostWaitsOn)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     link.Close();
+    ExitBeforeAgent();
 }
 
 RELOAD_BRIDGE(AHostThatStopsPollingStopsTheAgent)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch));
@@ -523,8 +478,7 @@ RELOAD_BRIDGE(AHostThatStopsPollingStopsTheAgent)
     ASSERT_TRUE(SendEchoRequest(link, 1));
     Signal("everything sent");
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
-    StayUntilAgentGoes();
+    EXPECT_TRUE(Expect<EchoReplyBlob>());
 }
 
 #endif

@@ -87,8 +87,7 @@ protected:
     void Load(const std::wstring& image)
     {
         PublishText("path", ImagePath(image));
-        StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        ConnectDefaultAgent();
         EXPECT_TRUE(Await("checked"));
     }
 
@@ -248,7 +247,7 @@ protected:
         order.reservations = reservations;
         EXPECT_TRUE(SendLoadPatch(link, order));
         const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
-        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+        EXPECT_TRUE(WaitUntilExecuted());
         return answer && answer.Type() == BlobType::PatchLoaded;
     }
 };
@@ -258,91 +257,67 @@ protected:
 
 RESERVATIONS_BRIDGE(AreInTheWayOfAnImageThatNeedsTheSpace)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(AreGivenUpForAnImageThatNeedsTheSpace)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_TRUE(LoadWith({Space(fixedBase)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(StayGivenUpAfterASuccess)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_TRUE(LoadWith({Space(firstSpace), Space(secondSpace)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(AreTakenAgainAfterAFailure)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({Space(firstSpace), Space(secondSpace)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(AreTakenAgainAfterARefusalOfTheEntryPoint)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({Space(firstSpace)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(AreTakenAgainAsOftenAsALoadFails)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({Space(fixedBase)}, "missing"));
     EXPECT_FALSE(LoadWith({}));
     EXPECT_FALSE(LoadWith({Space(fixedBase)}, "missing"));
     EXPECT_FALSE(LoadWith({Space(fixedBase)}, "missing"));
     EXPECT_TRUE(LoadWith({Space(fixedBase)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(AreTakenAgainInTheSizeThatTheOrderNames)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({Space(firstSpace, spaceSize / 2)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(OfNoSizeAreGivenUpForGood)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({Space(firstSpace, 0), Space(secondSpace)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(OfNoAddressAreNothingToGiveUp)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({Space(0), Space(firstSpace), Space(0, 0)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(ThatCannotBeTakenAgainAreReportedOneByOne)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith(
         {Space(firstSpace), Space(firstSpace, 0x10000), Space(firstSpace, 0x20000), Space(secondSpace)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(ThatAreNoneArePassedOverSilently)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_TRUE(LoadWith({Space(firstSpace), Space(firstSpace + 0x1234), Space(0)}));
-    Finish();
 }
 
 RESERVATIONS_BRIDGE(AreNamedByTheLowerHalfOfTheirAddress)
 {
-    ASSERT_TRUE(Connect());
     EXPECT_FALSE(LoadWith({Space(firstSpace | 0x8765432100000000), Space(secondSpace | 0xFFFFFFFF00000000)}));
-    Finish();
 }
 
 #endif

@@ -1,5 +1,7 @@
 #include "tests/Support/Integration/IntegrationTest.h"
 #if TORVANE_HOST_HALF
+
+#include "tests/Support/Files.h"
 #include "tests/Support/Integration/RestartHost.h"
 #include "tests/Support/TestThread.h"
 #endif
@@ -66,20 +68,13 @@ protected:
     /// Runs the test again and reads what the end of that process has left.
     std::string RunAgainAndReadMarks(DWORD& processExitCode)
     {
-        wchar_t folder[MAX_PATH] = {};
-        GetTempPathW(MAX_PATH, folder);
-        const std::wstring path = folder + (L"TorvaneMarks_" + std::to_wstring(GetCurrentProcessId()));
+        const std::wstring path =
+            TemporaryFilesFolder() + L"TorvaneMarks_" + std::to_wstring(GetCurrentProcessId());
         SetEnvironmentVariableW(L"TORVANE_TEST_MARKS", path.c_str());
         DeleteFileW(path.c_str());
         processExitCode = RunAgain();
-        std::string marks(256, '\0');
-        DWORD count = 0;
-        const HANDLE file =
-            CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-        ReadFile(file, marks.data(), static_cast<DWORD>(marks.size()), &count, nullptr);
-        CloseHandle(file);
+        const std::string marks = ReadWholeFile(path);
         DeleteFileW(path.c_str());
-        marks.resize(count);
         return marks;
     }
 
@@ -87,8 +82,7 @@ protected:
     void RestartWhenWanted(TvnRestartBehaviour behaviour)
     {
         WatchTheEnd();
-        TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
         EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsRestart(); }));
         agent.TvnRestart(behaviour, exitCode);
     }
@@ -108,9 +102,7 @@ protected:
     /// What the OS says of this process, for the Bridge half to compare.
     void PublishProcess()
     {
-        std::wstring executable(1024, L'\0');
-        executable.resize(GetModuleFileNameW(nullptr, executable.data(), 1024));
-        PublishText("executable", executable);
+        PublishText("executable", ProgramPath());
         PublishText("command line", GetCommandLineW());
         std::wstring folder(1024, L'\0');
         folder.resize(GetCurrentDirectoryW(1024, folder.data()));
@@ -140,8 +132,7 @@ protected:
 
 RESTART_HOST(IsScheduledForThisProcessOrForAll)
 {
-    TvnDefaultAgent& agent = StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnScheduleRestart(ThisProcessOnly);
     agent.TvnScheduleRestart(AllProcesses);
     agent.TvnScheduleRestart(static_cast<TvnRestartScope>(7));
@@ -151,8 +142,7 @@ RESTART_HOST(IsScheduledForThisProcessOrForAll)
 
 RESTART_HOST(IsWantedOncePerRequest)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_FALSE(agent.TvnWantsRestart());
     Signal("not wanted");
     EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsRestart(); }));
@@ -169,8 +159,7 @@ RESTART_HOST(IsWantedOncePerRequest)
 
 RESTART_HOST(RequestThatNobodyPollsChangesNothing)
 {
-    StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectSynchronizedAgent();
     EXPECT_TRUE(Await("requested"));
     EXPECT_EQ(0u, CountInLog("API TvnRestart"));
     EXPECT_EQ(0u, CountInLog("Thread 'Torvane restart' started"));
@@ -190,10 +179,8 @@ RESTART_HOST(HandsOverSpacesAndCharactersOfTheWorld)
         RestartOnRequestAndLiveOn();
         return;
     }
-    wchar_t temporary[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, temporary);
     Rerun rerun;
-    rerun.currentFolder = std::wstring(temporary) + L"Torvane \x00E4\x6F22 \xD83D\xDE00";
+    rerun.currentFolder = TemporaryFilesFolder() + L"Torvane \x00E4\x6F22 \xD83D\xDE00";
     CreateDirectoryW(rerun.currentFolder.c_str(), nullptr);
     rerun.arguments = L"--none \"two words\"  \x00E4\x00F6\x00FC \x6F22\x5B57 \xD83D\xDE00 \"\" end";
     SetEnvironmentVariableW(L"TORVANE_TEST_\x6F22", L"\xD83D\xDE00 two words");
@@ -243,8 +230,7 @@ RESTART_HOST(OfADefaultAgentTerminatesTheProcessOnAThreadOfItsOwn)
     if (IsRerun())
     {
         WatchTheEnd();
-        StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        ConnectDefaultAgent();
         Signal("watched");
         WaitUntil([] { return false; });
         FAIL() << "The process lives on.";
@@ -270,8 +256,7 @@ RESTART_HOST(OfADefaultAgentTerminatesTheProcessOnAThreadOfItsOwn)
 
 RESTART_HOST(WithoutAMeaningfulBehaviourReturnsAfterTheAnswer)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     {
         TestThread caller([&] { agent.TvnRestart(noSuchBehaviour, exitCode); });
         EXPECT_TRUE(Await("asked"));
@@ -285,8 +270,7 @@ RESTART_HOST(WithoutAMeaningfulBehaviourReturnsAfterTheAnswer)
 
 RESTART_HOST(WaitsForeverWhenTheLinkIsLost)
 {
-    TvnSynchronizedAgent& agent = StartSynchronizedAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     {
         TestThread caller([&] { agent.TvnRestart(noSuchBehaviour, exitCode); });
         const uint64_t event = AwaitNumber("event");
@@ -301,7 +285,7 @@ RESTART_HOST(WaitsForeverWhenTheLinkIsLost)
 
 namespace
 {
-class RestartBridge : public BridgeTest
+class RestartBridge : public ConnectedBridgeTest
 {
 protected:
     std::wstring Text(const InlineWideText& text)
@@ -341,20 +325,13 @@ protected:
     void Restart(bool compare)
     {
         ASSERT_TRUE(SendRequestRestart(link));
-        const auto restart = link.Expect<RestartBlob>(testTimeout);
+        const auto restart = Expect<RestartBlob>();
         ASSERT_TRUE(restart);
         if (compare)
         {
             ExpectProcess(restart);
         }
         ASSERT_TRUE(SendExitProcessForHotRestart(link, restart->event));
-    }
-
-    void RestartAndStay(bool compare)
-    {
-        ASSERT_TRUE(Connect());
-        Restart(compare);
-        StayUntilAgentGoes();
     }
 };
 } // namespace
@@ -363,111 +340,99 @@ protected:
 
 RESTART_BRIDGE(IsScheduledForThisProcessOrForAll)
 {
-    ASSERT_TRUE(Connect());
     const uint32_t expected[] = {host.Id(), 0, 0};
     for (const uint32_t processId : expected)
     {
-        const auto schedule = link.Expect<ScheduleRestartBlob>(testTimeout);
+        const auto schedule = Expect<ScheduleRestartBlob>();
         ASSERT_TRUE(schedule);
         EXPECT_EQ(sizeof(ScheduleRestartBlob), schedule.PayloadSize());
         EXPECT_EQ(processId, schedule->processId);
     }
     Signal("scheduled");
-    StayUntilAgentGoes();
 }
 
 RESTART_BRIDGE(IsWantedOncePerRequest)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("not wanted"));
     ASSERT_TRUE(SendRequestRestart(link));
     ASSERT_TRUE(Await("wanted"));
     ASSERT_TRUE(SendRequestRestart(link));
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested twice");
-    StayUntilAgentGoes();
 }
 
 RESTART_BRIDGE(RequestThatNobodyPollsChangesNothing)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+    ASSERT_TRUE(WaitUntilExecuted());
     Signal("requested");
-    StayUntilAgentGoes();
 }
 
 RESTART_BRIDGE(HandsOverWhatTheOSSaysOfTheProcess)
 {
-    RestartAndStay(true);
+    Restart(true);
 }
 
 RESTART_BRIDGE(HandsOverSpacesAndCharactersOfTheWorld)
 {
-    RestartAndStay(true);
+    Restart(true);
 }
 
 RESTART_BRIDGE(HandsOverAnEnvironmentOf30Kilobytes)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(SendRequestRestart(link));
-    const auto restart = link.Expect<RestartBlob>(testTimeout);
+    const auto restart = Expect<RestartBlob>();
     ASSERT_TRUE(restart);
     EXPECT_LT(30000u, restart->environmentSize);
     ExpectProcess(restart);
     ASSERT_TRUE(SendExitProcessForHotRestart(link, restart->event));
-    StayUntilAgentGoes();
 }
 
 RESTART_BRIDGE(EndsByExitProcess)
 {
-    RestartAndStay(false);
+    Restart(false);
 }
 
 RESTART_BRIDGE(EndsWithCleanup)
 {
-    RestartAndStay(false);
+    Restart(false);
 }
 
 RESTART_BRIDGE(EndsWithoutCleanup)
 {
-    RestartAndStay(false);
+    Restart(false);
 }
 
 RESTART_BRIDGE(EndsByTerminateProcess)
 {
-    RestartAndStay(false);
+    Restart(false);
 }
 
 RESTART_BRIDGE(OfADefaultAgentTerminatesTheProcessOnAThreadOfItsOwn)
 {
-    ASSERT_TRUE(Connect());
     ASSERT_TRUE(Await("watched"));
     Restart(false);
-    StayUntilAgentGoes();
 }
 
 RESTART_BRIDGE(WithoutAMeaningfulBehaviourReturnsAfterTheAnswer)
 {
-    ASSERT_TRUE(Connect());
-    const auto first = link.Expect<RestartBlob>(testTimeout);
+    const auto first = Expect<RestartBlob>();
     ASSERT_TRUE(first);
     Signal("asked");
     ASSERT_TRUE(Await("still waiting"));
     ASSERT_TRUE(SendExitProcessForHotRestart(link, first->event));
-    const auto second = link.Expect<RestartBlob>(testTimeout);
+    const auto second = Expect<RestartBlob>();
     ASSERT_TRUE(second);
     ASSERT_TRUE(SendExitProcessForHotRestart(link, second->event));
-    StayUntilAgentGoes();
 }
 
 RESTART_BRIDGE(WaitsForeverWhenTheLinkIsLost)
 {
-    ASSERT_TRUE(Connect());
-    const auto restart = link.Expect<RestartBlob>(testTimeout);
+    const auto restart = Expect<RestartBlob>();
     ASSERT_TRUE(restart);
     Publish("event", restart->event);
+    ExitBeforeAgent();
 }
 
 #endif

@@ -16,7 +16,7 @@
 #if TORVANE_HOST_HALF
 #include "tests/Support/Integration/ExceptionHost.h"
 #else
-#include "tests/Support/Integration/ExceptionDialog.h"
+#include "tests/Support/Integration/ExceptionBridge.h"
 #endif
 
 namespace
@@ -300,21 +300,16 @@ protected:
 
 BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, UnwindsTheOneFrameOfOneLevel)
 {
-    ASSERT_TRUE(Start());
     ResumeAtBaseRepeatedly();
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, UnwindsOnlyTheInnermostOfTenLevels)
 {
-    ASSERT_TRUE(Start());
     ResumeAtBaseRepeatedly();
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, GoesOutLevelByLevel)
 {
-    ASSERT_TRUE(Start());
     for (uint32_t level = 1; level < levelCount; ++level)
     {
         const ExceptionReport report = AwaitException();
@@ -324,14 +319,11 @@ BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, GoesOutLevelByLevel)
                At(AwaitNumber("level landing"), levels.stackPointers[level], levels.framePointers[level]));
     }
     ResumeAtBase();
-    StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, LeadsOutOfACallThroughABadPointer)
 {
-    ASSERT_TRUE(Start());
     ResumeAtBase();
-    StayUntilAgentGoes();
 }
 
 #endif

@@ -207,18 +207,7 @@ SENDER_FAILURE(DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
 
 #else
 
-namespace
-{
-void TakeHandshake(RawPipe& pipe)
-{
-    for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_FALSE(pipe.ReadBlob().empty());
-    }
-}
-} // namespace
-
-BRIDGE_SCENARIO(SenderFailure, EndsWith3AtTheVersion)
+BRIDGE_SCENARIO_OF(BridgeTest, SenderFailure, EndsWith3AtTheVersion)
 {
     RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
     ASSERT_TRUE(agentPipe);
@@ -230,34 +219,24 @@ BRIDGE_SCENARIO(SenderFailure, EndsWith3AtTheVersion)
     Die();
 }
 
-BRIDGE_SCENARIO(SenderFailure, DiesWhileTheSenderWrites)
+BRIDGE_SCENARIO_OF(RawPipeBridge, SenderFailure, DiesWhileTheSenderWrites)
 {
-    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
-    ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
     EXPECT_TRUE(agentPipe.WaitForBytes(AwaitNumber("blocked")));
     Die();
 }
 
-BRIDGE_SCENARIO(SenderFailure, EndsWith7InTheMiddleOfAQueuedBlob)
+BRIDGE_SCENARIO_OF(RawPipeBridge, SenderFailure, EndsWith7InTheMiddleOfAQueuedBlob)
 {
-    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
-    ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
-    EXPECT_TRUE(SendVersion(link));
-    TakeHandshake(agentPipe);
+    Register();
     EXPECT_TRUE(Await("pushed"));
     EXPECT_TRUE(agentPipe.WaitForBytes(0x40000));
     EXPECT_EQ(0x1000u, agentPipe.Read(0x1000).size());
     Die();
 }
 
-BRIDGE_SCENARIO(SenderFailure, TakesSomeBlobsAndDies)
+BRIDGE_SCENARIO_OF(RawPipeBridge, SenderFailure, TakesSomeBlobsAndDies)
 {
-    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
-    ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     const uint64_t count = AwaitNumber("count");
     for (uint64_t i = 0; i < count; ++i)
     {
@@ -267,13 +246,9 @@ BRIDGE_SCENARIO(SenderFailure, TakesSomeBlobsAndDies)
     Die();
 }
 
-BRIDGE_SCENARIO(SenderFailure, IsSilentWhenShutdownCancelsTheWrite)
+BRIDGE_SCENARIO_OF(RawPipeBridge, SenderFailure, IsSilentWhenShutdownCancelsTheWrite)
 {
-    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
-    ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
-    EXPECT_TRUE(SendVersion(link));
-    TakeHandshake(agentPipe);
+    Register();
     EXPECT_TRUE(agentPipe.WaitForBytes(0x40000));
     Signal("sender blocked");
     EXPECT_TRUE(Await("shut down"));
@@ -281,17 +256,12 @@ BRIDGE_SCENARIO(SenderFailure, IsSilentWhenShutdownCancelsTheWrite)
 
 BRIDGE_SCENARIO(SenderFailure, IsToldWhenTheReaderHasGone)
 {
-    EXPECT_TRUE(Connect());
     Die();
 }
 
-BRIDGE_SCENARIO(SenderFailure, DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
+BRIDGE_SCENARIO_OF(RawPipeBridge, SenderFailure, DoesNotHappenToWhatTheBridgeReadsDuringShutdown)
 {
-    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
-    ASSERT_TRUE(agentPipe);
-    EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
-    EXPECT_TRUE(SendVersion(link));
-    TakeHandshake(agentPipe);
+    Register();
     EXPECT_TRUE(agentPipe.WaitForBytes(8 + 8 + sizeof("read late")));
     Signal("written");
     EXPECT_TRUE(Await("shutting down"));

@@ -177,22 +177,13 @@ void ExpectNumbers(Link& link, int32_t count)
 
 BRIDGE_SCENARIO(SendingQueue, TakesAllThatItHoldsBeforeTheBridgeConnectsAndNotOneMore)
 {
-    ASSERT_TRUE(Connect());
     ExpectNumbers(link, 4097);
     Signal("all taken");
-    StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(SendingQueue, BlocksWhileTheBridgeDoesNotRead)
+BRIDGE_SCENARIO_OF(RawPipeBridge, SendingQueue, BlocksWhileTheBridgeDoesNotRead)
 {
-    RawPipe agentPipe(agentPipePrefix, link.HostProcessId());
-    ASSERT_TRUE(agentPipe);
-    ASSERT_TRUE(link.ConnectBridgePipe(testTimeout));
-    EXPECT_TRUE(SendVersion(link));
-    for (int i = 0; i < 4; ++i)
-    {
-        EXPECT_FALSE(agentPipe.ReadBlob().empty());
-    }
+    Register();
     ASSERT_TRUE(agentPipe.WaitForBytes(0x40000));
     Signal("sender blocked");
     ASSERT_TRUE(Await("full"));
@@ -209,18 +200,16 @@ BRIDGE_SCENARIO(SendingQueue, BlocksWhileTheBridgeDoesNotRead)
 
 BRIDGE_SCENARIO(SendingQueue, KeepsTheOrderOfEachOfManyThreads)
 {
-    ASSERT_TRUE(Connect());
     int32_t next[4] = {};
     for (int i = 0; i < 4 * 3000; ++i)
     {
-        const Received<SetIntPreferencesBlob> blob(link.Receive(testTimeout));
+        const Received<SetIntPreferencesBlob> blob(Receive());
         ASSERT_TRUE(blob);
         ASSERT_EQ(BlobType::SetIntPreferences, blob.Type());
         ASSERT_GT(4u, blob->preference);
         ASSERT_EQ(next[blob->preference]++, blob->value);
     }
     Signal("all taken");
-    StayUntilAgentGoes();
 }
 
 #endif

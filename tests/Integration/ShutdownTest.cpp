@@ -151,12 +151,12 @@ SHUTDOWN(GivesTheNamesOfItsObjectsBack)
 
 #else
 
-BRIDGE_SCENARIO(Shutdown, WaitsForTheTimeoutOfPipesThatNobodyConnects)
+BRIDGE_SCENARIO_OF(BridgeTest, Shutdown, WaitsForTheTimeoutOfPipesThatNobodyConnects)
 {
     EXPECT_TRUE(Await("shut down"));
 }
 
-BRIDGE_SCENARIO(Shutdown, LeavesTheBridgeAlone)
+BRIDGE_SCENARIO_OF(BridgeTest, Shutdown, LeavesTheBridgeAlone)
 {
     EXPECT_TRUE(Connect());
     EXPECT_TRUE(link.WaitUntilClosed(testTimeout));

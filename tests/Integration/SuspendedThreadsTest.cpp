@@ -56,8 +56,7 @@ protected:
         Publish("words", &words);
         Publish("agent", Library().Module());
         PublishText("patch", ExecutableFolder() + L"\\images\\SlowLoad.dll");
-        TvnDefaultAgent& agent = StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        TvnDefaultAgent& agent = ConnectDefaultAgent();
         return agent;
     }
 
@@ -230,25 +229,30 @@ namespace
 {
 constexpr uint32_t gateSize = 32; // bytes, at most
 
-class SuspendedThreadsBridge : public BridgeTest
+class SuspendedThreadsBridge : public ConnectedBridgeTest
 {
 protected:
-    ~SuspendedThreadsBridge() override
+    void SetUp() override
     {
-        CloseHandle(memory);
-    }
-
-    bool Prepare()
-    {
-        if (!Connect())
-        {
-            return false;
-        }
+        ConnectedBridgeTest::SetUp();
+        ASSERT_FALSE(HasFatalFailure());
         words = AwaitNumber("words");
         image = host.ImageAt(AwaitNumber("agent"));
         memory = OpenProcess(PROCESS_VM_READ | PROCESS_VM_WRITE | PROCESS_VM_OPERATION, FALSE, host.Id());
         threads = std::make_unique<ThreadSuspender>(host.Id(), AgentThreads(*process));
-        return image.base != 0 && memory != nullptr;
+        ASSERT_NE(0u, image.base);
+        ASSERT_NE(nullptr, memory);
+    }
+
+    void TearDown() override
+    {
+        if (!HasFatalFailure())
+        {
+            threads->Resume();
+            Stop();
+        }
+        ConnectedBridgeTest::TearDown();
+        CloseHandle(memory);
     }
 
     // Past the Agent
@@ -355,7 +359,22 @@ protected:
         threads->Resume();
         ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
         ASSERT_TRUE(SendFinishAfterHotReload(link));
-        ASSERT_TRUE(WaitUntilExecuted(link, testTimeout));
+        ASSERT_TRUE(WaitUntilExecuted());
+    }
+
+    /// All threads are suspended, one of them in the gate with a lock that a reply needs.
+    void ExpectReplyOnlyOutsideTheAgent()
+    {
+        ASSERT_TRUE(SendEchoRequest(link, 1));
+        EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
+        threads->Resume();
+        EXPECT_TRUE(Expect<EchoReplyBlob>());
+
+        HoldInGate();
+        EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
+        ASSERT_TRUE(SendEchoRequest(link, 1));
+        EXPECT_TRUE(Expect<EchoReplyBlob>());
+        Reload(2);
     }
 
     void AcknowledgeModules()
@@ -364,13 +383,6 @@ protected:
         {
             ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
         }
-    }
-
-    void End()
-    {
-        threads->Resume();
-        Stop();
-        StayUntilAgentGoes();
     }
 
     AddressSlot words = 0;
@@ -384,15 +396,12 @@ protected:
 
 HELD_BRIDGE(AThreadInTheProcessHeap)
 {
-    ASSERT_TRUE(Prepare());
     HoldInside();
     Reload(1);
-    End();
 }
 
 HELD_BRIDGE(AThreadInTheProcessHeapBehindTheLoad)
 {
-    ASSERT_TRUE(Prepare());
     HoldInside();
     ASSERT_TRUE(OrderLoad());
     ASSERT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout))
@@ -404,100 +413,66 @@ HELD_BRIDGE(AThreadInTheProcessHeapBehindTheLoad)
     const bool hasCome = static_cast<bool>(link.ReceiveOneOf({BlobType::PatchLoaded}, 2000));
     threads->Resume();
     EXPECT_TRUE(hasCome || link.ReceiveOneOf({BlobType::PatchLoaded}, testTimeout));
-    End();
 }
 
 HELD_BRIDGE(AThreadInAnotherLibrarysEntryPoint)
 {
-    ASSERT_TRUE(Prepare());
     HoldInside();
     Reload(1);
-    End();
 }
 
 HELD_BRIDGE(AThreadInALogCall)
 {
-    ASSERT_TRUE(Prepare());
     HoldInGate();
     // Without care: a log call owns nothing.
     ASSERT_TRUE(SendReadMemory(link, 4, {words}, 1));
-    EXPECT_TRUE(link.Expect<ReadMemoryResultBlob>(testTimeout));
+    EXPECT_TRUE(Expect<ReadMemoryResultBlob>());
     Reload(1);
-    End();
 }
 
 HELD_BRIDGE(AThreadInAPush)
 {
-    ASSERT_TRUE(Prepare());
     HoldInGate();
     // Without care: every reply needs the queue's lock, and nobody watches that.
-    ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
-    threads->Resume();
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
-
-    // With care.
-    HoldInGate();
-    EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
-    ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
-    Reload(2);
-    End();
+    ExpectReplyOnlyOutsideTheAgent();
 }
 
 HELD_BRIDGE(AThreadInAnAllocation)
 {
-    ASSERT_TRUE(Prepare());
     HoldInGate();
     // Without care: a reply of the size that the thread is allocating waits for the lock of that pool.
-    ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
-    threads->Resume();
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
-
-    // With care.
-    HoldInGate();
-    EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
-    ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
-    Reload(2);
-    End();
+    ExpectReplyOnlyOutsideTheAgent();
 }
 
 HELD_BRIDGE(AThreadInTheConnectionCallback)
 {
-    ASSERT_TRUE(Prepare());
     HoldInside();
     // Without care: the Agent owns nothing while it calls back.
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
+    EXPECT_TRUE(Expect<EchoReplyBlob>());
     Reload(1);
-    End();
 }
 
 HELD_BRIDGE(AThreadInTheWaitForEnabledModules)
 {
-    ASSERT_TRUE(Prepare());
-    const auto enabled = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto enabled = Expect<EnableModulesBlob>();
     ASSERT_TRUE(enabled);
     threads->Suspend();
     EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
     // Without care: a waiting thread owns nothing, and its answer is taken in while it is held.
     ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(link.Expect<EchoReplyBlob>(testTimeout));
+    EXPECT_TRUE(Expect<EchoReplyBlob>());
     Reload(1);
     // The next call of the thread that has been let go shows that it came through.
-    const auto next = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto next = Expect<EnableModulesBlob>();
     ASSERT_TRUE(next);
     Stop();
     ASSERT_TRUE(SendDecrementLatch(link, next->latch));
-    End();
 }
 
 HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
 {
-    ASSERT_TRUE(Prepare());
     {
         // What waits for the Agent in a reload takes less than that.
         LostSuspension lostSuspension(host.Id(), 5 * testTimeout);
@@ -516,7 +491,6 @@ HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
     {
         AcknowledgeModules();
     }
-    End();
 }
 
 #endif

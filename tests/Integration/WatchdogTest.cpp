@@ -66,8 +66,7 @@ WATCHDOG_TEST_OF_ONE_LOAD(AsksForTheThreadsInAFailedLoadOf600Milliseconds, 600, 
 HOST_TEST(Watchdog, WatchesTheLoadsAfterAHangAsBefore)
 {
     PublishText("path", SlowLibrary());
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     for (const uint32_t milliseconds : {700, 700, 600})
     {
         SetLoad(milliseconds, false);
@@ -91,8 +90,7 @@ HOST_TEST(Watchdog, LetsALoadWithoutTheFlagTakeAnyTime)
 {
     PublishText("path", SlowLibrary());
     SetLoad(5000, false);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("checked"));
     EXPECT_EQ(0u, CountInLog(hangLine));
 }
@@ -100,8 +98,7 @@ HOST_TEST(Watchdog, LetsALoadWithoutTheFlagTakeAnyTime)
 HOST_TEST(Watchdog, ShutdownWakesItWhenIdle)
 {
     UseScenario("DefaultBridge");
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(WaitForLog("Running watchdog thread"));
     Shutdown();
     EXPECT_EQ(1u, CountInLog("Exiting watchdog thread"));
@@ -113,8 +110,7 @@ HOST_TEST(Watchdog, ShutdownWakesItWhileItWatches)
 {
     PublishText("path", SlowLibrary());
     SetLoad(300, false);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(Await("ordered"));
     Shutdown();
     EXPECT_EQ(1u, CountInLog("Exiting watchdog thread"));
@@ -124,8 +120,7 @@ HOST_TEST(Watchdog, ShutdownWakesItWhileItWaitsForAHangingLoad)
 {
     PublishText("path", SlowLibrary());
     SetLoad(3000, false);
-    StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    ConnectDefaultAgent();
     EXPECT_TRUE(WaitForLog("Waiting for loading to finish"));
     Shutdown();
     EXPECT_EQ(1u, CountInLog("Suspending held threads"));
@@ -134,8 +129,7 @@ HOST_TEST(Watchdog, ShutdownWakesItWhileItWaitsForAHangingLoad)
 
 HOST_TEST(Watchdog, HeartbeatGoesOnUntilShutdown)
 {
-    TvnDefaultAgent& agent = StartDefaultAgent();
-    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnSetIntPreferences(1, 1);
     EXPECT_TRUE(Await("beating"));
     Shutdown();
@@ -147,7 +141,7 @@ HOST_TEST(Watchdog, HeartbeatGoesOnUntilShutdown)
 
 namespace
 {
-class WatchdogBridge : public BridgeTest
+class WatchdogBridge : public ConnectedBridgeTest
 {
 protected:
     struct Outcome
@@ -183,7 +177,7 @@ protected:
                 break;
             }
         }
-        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
+        EXPECT_TRUE(WaitUntilExecuted());
         return outcome;
     }
 
@@ -199,7 +193,6 @@ protected:
     void ExpectNoHang(BlobType answer)
     {
         constexpr uint32_t tries = 20;
-        ASSERT_TRUE(Connect());
         for (uint32_t i = 0; i < tries; ++i)
         {
             const Outcome outcome = Load();
@@ -209,8 +202,6 @@ protected:
             if (outcome.time < watchdogLimit / 1000.0)
             {
                 EXPECT_EQ(0u, outcome.resumed);
-                Signal("checked");
-                StayUntilAgentGoes();
                 return;
             }
             if (answer == BlobType::PatchLoaded)
@@ -223,7 +214,6 @@ protected:
 
     void ExpectHang(BlobType answer)
     {
-        ASSERT_TRUE(Connect());
         PatchCommand order;
         order.path = AwaitText("path");
         order.watchdog = true;
@@ -231,10 +221,7 @@ protected:
         EXPECT_EQ(ByteCount(BlobType::ResumeHeldThreads), 12u);
         EXPECT_TRUE(link.ReceiveOneOf({answer}, testTimeout));
         EXPECT_EQ(ByteCount(BlobType::SuspendHeldThreads), 12u);
-        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
-        EXPECT_FALSE(link.Receive(0)) << "That is all.";
-        Signal("checked");
-        StayUntilAgentGoes();
+        ExpectNoReply();
     }
 
 private:
@@ -287,7 +274,6 @@ WATCHDOG_BRIDGE(AsksForTheThreadsInAFailedLoadOf600Milliseconds)
 
 WATCHDOG_BRIDGE(WatchesTheLoadsAfterAHangAsBefore)
 {
-    ASSERT_TRUE(Connect());
     uint32_t number = 0;
     for (const uint32_t hangs : {1, 1, 1})
     {
@@ -298,45 +284,36 @@ WATCHDOG_BRIDGE(WatchesTheLoadsAfterAHangAsBefore)
         EXPECT_EQ(hangs, outcome.suspended);
         Unload(outcome);
     }
-    StayUntilAgentGoes();
 }
 
 WATCHDOG_BRIDGE(LetsALoadWithoutTheFlagTakeAnyTime)
 {
-    ASSERT_TRUE(Connect());
     const Outcome outcome = Load(false);
     ASSERT_TRUE(outcome.answer);
     EXPECT_EQ(0u, outcome.resumed);
     EXPECT_EQ(0u, outcome.suspended);
-    Signal("checked");
-    StayUntilAgentGoes();
 }
 
 WATCHDOG_BRIDGE(ShutdownWakesItWhileItWatches)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
     order.watchdog = true;
     ASSERT_TRUE(SendLoadPatch(link, order));
     Signal("ordered");
-    StayUntilAgentGoes();
 }
 
 WATCHDOG_BRIDGE(ShutdownWakesItWhileItWaitsForAHangingLoad)
 {
-    ASSERT_TRUE(Connect());
     PatchCommand order;
     order.path = AwaitText("path");
     order.watchdog = true;
     ASSERT_TRUE(SendLoadPatch(link, order));
     EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout));
-    StayUntilAgentGoes();
 }
 
 WATCHDOG_BRIDGE(HeartbeatGoesOnUntilShutdown)
 {
-    ASSERT_TRUE(Connect());
     const Heartbeat heartbeat(link.HostProcessId());
     ASSERT_TRUE(heartbeat);
     FILETIME before = {};
@@ -357,6 +334,7 @@ WATCHDOG_BRIDGE(HeartbeatGoesOnUntilShutdown)
     const uint64_t atTheEnd = heartbeat.LastBeat();
     EXPECT_GE(atTheEnd, last) << "Nothing clears the section.";
     EXPECT_EQ(atTheEnd, heartbeat.LastBeat());
+    ExitBeforeAgent();
 }
 
 #endif

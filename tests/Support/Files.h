@@ -4,7 +4,9 @@
 /// Whole files and folders of tests and benchmarks; any thread.
 
 #include <stddef.h>
+#include <stdint.h>
 #include <string>
+#include <vector>
 
 #include <windows.h>
 
@@ -50,6 +52,12 @@ inline std::string ReadWholeFile(const std::wstring& path)
     }
     CloseHandle(file);
     return bytes;
+}
+
+inline std::vector<uint8_t> ReadFileBytes(const std::wstring& path)
+{
+    const std::string bytes = ReadWholeFile(path);
+    return std::vector<uint8_t>(bytes.begin(), bytes.end());
 }
 
 /// Removes a folder and all that it holds, as far as nobody has it open. \return whether all its files are gone.

@@ -1,12 +1,14 @@
 #include "tests/Support/Integration/BridgeTest.h"
 
-#include "tests/Support/Wait.h"
-
 #include <stdlib.h>
-#include <string.h>
 
 namespace Torvane::Testing
 {
+BridgeTest::BridgeTest()
+    : TestHalf(Bridge::HostProcessIdFromCommandLine())
+{
+}
+
 bool BridgeTest::Connect()
 {
     if (!link.Connect(testTimeout) || !link.ExchangeVersion(testTimeout))
@@ -30,52 +32,60 @@ void BridgeTest::StayUntilAgentGoes(Bridge::Link& other)
     EXPECT_TRUE(other.WaitUntilClosed(testTimeout)) << "The Agent hasn't closed its pipes.";
 }
 
+Bridge::Message BridgeTest::Receive()
+{
+    return link.Receive(testTimeout);
+}
+
+bool BridgeTest::WaitUntilExecuted()
+{
+    return Bridge::WaitUntilExecuted(link, testTimeout);
+}
+
+void BridgeTest::ExpectNoReply()
+{
+    EXPECT_TRUE(WaitUntilExecuted());
+    const Bridge::Message message = link.Receive(0);
+    EXPECT_FALSE(message) << Bridge::BlobName(message.Type());
+}
+
 void BridgeTest::Die()
 {
     TerminateProcess(GetCurrentProcess(), 0);
     abort();
 }
 
-void BridgeTest::Publish(const std::string& name, uint64_t value)
+bool BridgeTest::HasOtherHalfEnded()
 {
-    channel.Publish(name, &value, sizeof(value));
+    return host.WaitForEnd(0);
 }
 
-void BridgeTest::Signal(const std::string& name)
+void ConnectedBridgeTest::SetUp()
 {
-    channel.Publish(name, nullptr, 0);
+    ASSERT_TRUE(Connect());
 }
 
-bool BridgeTest::Await(const std::string& name, uint32_t milliseconds)
+void ConnectedBridgeTest::TearDown()
 {
-    std::vector<uint8_t> data;
-    WaitUntil([&] { return channel.Find(name, data) || host.WaitForEnd(0); }, milliseconds);
-    return channel.Find(name, data);
-}
-
-uint64_t BridgeTest::AwaitNumber(const std::string& name)
-{
-    EXPECT_TRUE(Await(name)) << "The host half hasn't published \"" << name << "\".";
-    std::vector<uint8_t> data;
-    uint64_t value = 0;
-    if (channel.Find(name, data) && data.size() == sizeof(value))
+    if (stays && !HasFatalFailure())
     {
-        memcpy(&value, data.data(), sizeof(value));
+        Signal("checked");
+        StayUntilAgentGoes();
     }
-    return value;
 }
 
-std::vector<uint8_t> BridgeTest::AwaitBytes(const std::string& name)
+void ConnectedBridgeTest::ExitBeforeAgent()
 {
-    EXPECT_TRUE(Await(name)) << "The host half hasn't published \"" << name << "\".";
-    std::vector<uint8_t> data;
-    channel.Find(name, data);
-    return data;
+    stays = false;
 }
 
-std::wstring BridgeTest::AwaitText(const std::string& name)
+std::vector<WirePageRange> BridgeTest::QueryPageRanges(AddressSlot base, uint32_t size)
 {
-    const std::vector<uint8_t> data = AwaitBytes(name);
-    return std::wstring(reinterpret_cast<const wchar_t*>(data.data()), data.size() / sizeof(wchar_t));
+    std::vector<WirePageRange> ranges;
+    for (AddressSlot next = base; next < base + size; next = ranges.back().base + ranges.back().size)
+    {
+        ranges.push_back(host.QueryPages(next));
+    }
+    return ranges;
 }
 } // namespace Torvane::Testing

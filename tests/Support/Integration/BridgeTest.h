@@ -4,20 +4,17 @@
 /// The Bridge half of an integration test; for the thread that runs it.
 
 #include "bridge/Bridge.h"
-#include "tests/Support/Integration/Channel.h"
-
-#include "gtest/gtest.h"
-
-#include <stdint.h>
-#include <string>
-#include <vector>
+#include "tests/Support/Integration/TestHalf.h"
 
 namespace Torvane::Testing
 {
-/// Base of all Bridge halves. What fails here fails the test. Waits have the limit `testTimeout`.
-class BridgeTest : public testing::Test
+/// Base of all Bridge halves. What fails here fails the test. Waits have the limit `testTimeout`. A half that is derived
+/// from this class alone isn't connected when its body begins, and its process ends when the body does.
+class BridgeTest : public TestHalf
 {
 protected:
+    BridgeTest();
+
     /// Both pipes, not connected yet.
     Bridge::Link link{Bridge::HostProcessIdFromCommandLine()};
 
@@ -38,23 +35,44 @@ protected:
     /// The same for another link than `link`.
     void StayUntilAgentGoes(Bridge::Link& other);
 
+    /// The next Blob from the Agent; empty if there is none in time.
+    Bridge::Message Receive();
+
+    /// The next Blob from the Agent, which has to be of this type; empty if it isn't, or if there is none in time.
+    template<typename Record>
+    Bridge::Received<Record> Expect()
+    {
+        return link.Expect<Record>(testTimeout);
+    }
+
+    /// Waits until the Agent has executed everything sent so far. \return whether it has in time.
+    bool WaitUntilExecuted();
+
+    /// Waits as `WaitUntilExecuted`, and fails the test if the Agent has sent a Blob that wasn't received.
+    void ExpectNoReply();
+
     /// The Bridge's process is ended at once, as by a crash: no handle is closed by anybody but the OS.
     [[noreturn]] void Die();
 
-    // Talking with the host half; as in `HostTest`.
-
-    void Publish(const std::string& name, uint64_t value);
-    void Signal(const std::string& name);
-    bool Await(const std::string& name, uint32_t milliseconds = testTimeout);
-    uint64_t AwaitNumber(const std::string& name);
-    std::wstring AwaitText(const std::string& name);
-    std::vector<uint8_t> AwaitBytes(const std::string& name);
+    /// The page ranges of [base, base + size) of the host as they are now.
+    std::vector<WirePageRange> QueryPageRanges(AddressSlot base, uint32_t size);
 
 private:
-    Channel channel{link.HostProcessId()};
+    bool HasOtherHalfEnded() override;
+};
+
+/// Base of the Bridge halves that are connected when their body begins. When it has ended without a fatal failure, the
+/// half publishes "checked" and stays connected until the Agent closes its pipes.
+class ConnectedBridgeTest : public BridgeTest
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    /// The process ends when the body does; for an Agent that doesn't close its pipes, and for links that are closed.
+    void ExitBeforeAgent();
+
+private:
+    bool stays = true;
 };
 } // namespace Torvane::Testing
-
-using namespace Torvane;
-using namespace Torvane::Bridge;
-using namespace Torvane::Testing;

@@ -22,8 +22,7 @@ protected:
     /// Starts the Agent. \return when its exception handler is installed.
     bool Start()
     {
-        StartDefaultAgent();
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+        ConnectDefaultAgent();
         return Await("installed");
     }
 

@@ -11,6 +11,14 @@
 
 namespace Torvane::Testing
 {
+/// The events of the hot reload, which are the first ones that an Agent creates.
+inline const std::string shouldCompileAndReload = "event 1";
+inline const std::string hotReload = "event 2";
+inline const std::string loadPatch = "event 3";
+inline const std::string loadPatchReceived = "event 4";
+inline const std::string waitForPatchLoad = "event 5";
+inline const std::string hotReloadFinished = "event 6";
+
 /// Follows each handle that the Agent creates, from its making on. One object per process, made before the Agent is
 /// started.
 ///

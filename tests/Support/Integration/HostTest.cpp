@@ -22,6 +22,11 @@ std::string CurrentTestName()
 }
 } // namespace
 
+HostTest::HostTest()
+    : TestHalf(GetCurrentProcessId())
+{
+}
+
 // ---- The life of a test ----
 
 void HostTest::TestBody()
@@ -117,10 +122,9 @@ bool HostTest::WaitForBridge(uint32_t milliseconds)
     return WaitUntil([this] { return HasBridgeGone(); }, milliseconds);
 }
 
-Channel& HostTest::OwnChannel()
+bool HostTest::HasOtherHalfEnded()
 {
-    static Channel own(GetCurrentProcessId());
-    return own;
+    return HasBridgeGone() || !channel.Failures().empty();
 }
 
 // ---- Before the Agent is started ----
@@ -203,6 +207,25 @@ TvnSynchronizedAgent& HostTest::StartSynchronizedAgent(const wchar_t* projectPre
     return synchronizedAgent;
 }
 
+TvnDefaultAgent& HostTest::ConnectDefaultAgent(const wchar_t* projectPreferencesPath,
+                                               const TvnProjectPreferences* projectPreferences,
+                                               const TvnLogFilter* logFilter)
+{
+    TvnDefaultAgent& agent = StartDefaultAgent(projectPreferencesPath, projectPreferences, logFilter);
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    return agent;
+}
+
+TvnSynchronizedAgent& HostTest::ConnectSynchronizedAgent(const wchar_t* projectPreferencesPath,
+                                                         const TvnProjectPreferences* projectPreferences,
+                                                         const TvnLogFilter* logFilter)
+{
+    TvnSynchronizedAgent& agent =
+        StartSynchronizedAgent(projectPreferencesPath, projectPreferences, logFilter);
+    EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
+    return agent;
+}
+
 void HostTest::MarkStarted()
 {
     started = true;
@@ -251,53 +274,6 @@ void HostTest::Shutdown()
 void HostTest::LeaveAgentRunning()
 {
     leftRunning = true;
-}
-
-// ---- Talking with the Bridge half ----
-
-void HostTest::Publish(const std::string& name, uint64_t value)
-{
-    channel.Publish(name, &value, sizeof(value));
-}
-
-void HostTest::Publish(const std::string& name, const void* address)
-{
-    Publish(name, uint64_t(reinterpret_cast<uintptr_t>(address)));
-}
-
-void HostTest::PublishText(const std::string& name, const std::wstring& text)
-{
-    channel.Publish(name, text.data(), text.size() * sizeof(wchar_t));
-}
-
-void HostTest::PublishBytes(const std::string& name, const std::vector<uint8_t>& bytes)
-{
-    channel.Publish(name, bytes.data(), bytes.size());
-}
-
-void HostTest::Signal(const std::string& name)
-{
-    channel.Publish(name, nullptr, 0);
-}
-
-bool HostTest::Await(const std::string& name, uint32_t milliseconds)
-{
-    std::vector<uint8_t> data;
-    WaitUntil([&] { return HasBridgeGone() || !channel.Failures().empty() || channel.Find(name, data); },
-              milliseconds);
-    return channel.Find(name, data);
-}
-
-uint64_t HostTest::AwaitNumber(const std::string& name)
-{
-    EXPECT_TRUE(Await(name)) << "The Bridge half hasn't published \"" << name << "\".";
-    std::vector<uint8_t> data;
-    uint64_t value = 0;
-    if (channel.Find(name, data) && data.size() == sizeof(value))
-    {
-        memcpy(&value, data.data(), sizeof(value));
-    }
-    return value;
 }
 
 // ---- The Agent's log ----

@@ -6,23 +6,22 @@
 #include "tests/Support/FakeImport.h"
 #include "tests/Support/Integration/AgentLibrary.h"
 #include "tests/Support/Integration/AgentLog.h"
-#include "tests/Support/Integration/Channel.h"
-#include "tests/Support/Wait.h"
+#include "tests/Support/Integration/TestHalf.h"
 
 #include <memory>
 #include <stdint.h>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 namespace Torvane::Testing
 {
 /// Base of all host halves. Waits have the limit `testTimeout` unless stated otherwise, and end early when the
 /// Bridge half has failed or gone.
-class HostTest : public testing::Test
+class HostTest : public TestHalf
 {
 protected:
+    HostTest();
+
     // Before the Agent is started
 
     /// Another test's Bridge half, as "Suite.Name", in place of the one of this test's name; "DefaultBridge" is the
@@ -55,6 +54,14 @@ protected:
                                                  const TvnProjectPreferences* projectPreferences = nullptr,
                                                  const TvnLogFilter* logFilter = nullptr);
 
+    /// The same, and expect the connection to succeed.
+    TvnDefaultAgent& ConnectDefaultAgent(const wchar_t* projectPreferencesPath = nullptr,
+                                         const TvnProjectPreferences* projectPreferences = nullptr,
+                                         const TvnLogFilter* logFilter = nullptr);
+    TvnSynchronizedAgent& ConnectSynchronizedAgent(const wchar_t* projectPreferencesPath = nullptr,
+                                                   const TvnProjectPreferences* projectPreferences = nullptr,
+                                                   const TvnLogFilter* logFilter = nullptr);
+
     /// For a test that calls a startup function itself: all that comes before that call. The end of the test shuts
     /// the Agent down then.
     void PrepareStart();
@@ -80,23 +87,6 @@ protected:
         replacedImports.push_back(std::make_unique<ReplacedImport>(Library().Module(), name, function));
         return reinterpret_cast<Function*>(replacedImports.back()->GetOriginal());
     }
-
-    // Exchanging data with the Bridge half
-
-    /// Makes something known to the Bridge half under a name: a number, the address of something, or a text.
-    void Publish(const std::string& name, uint64_t value);
-    void Publish(const std::string& name, const void* address);
-    void PublishText(const std::string& name, const std::wstring& text);
-    void PublishBytes(const std::string& name, const std::vector<uint8_t>& bytes);
-
-    /// Publishes a name without a value.
-    void Signal(const std::string& name);
-
-    /// Whether the Bridge half has published the name within the limit.
-    bool Await(const std::string& name, uint32_t milliseconds = testTimeout);
-
-    /// The number that the Bridge half publishes; 0 with a failure of the test if it doesn't.
-    uint64_t AwaitNumber(const std::string& name);
 
     /// Waits until the Bridge half has returned. \return false after the limit. Its failures are reported at the
     /// end of the test.
@@ -126,10 +116,8 @@ private:
     void RunInChild();
     bool IsSenderReadyOrGone() const;
     bool HasBridgeGone();
+    bool HasOtherHalfEnded() override;
     void ReportBridge();
-
-    Channel& channel = OwnChannel();
-    static Channel& OwnChannel();
 
     AgentLibrary library;
     std::vector<std::unique_ptr<ReplacedImport>> replacedImports;
@@ -153,5 +141,3 @@ private:
     bool connectionAsked = false;
 };
 } // namespace Torvane::Testing
-
-using namespace Torvane::Testing;

@@ -5,9 +5,9 @@
 /// by every file in `tests/Integration`, which is compiled twice.
 ///
 /// A test is a pair with one name, in one file. The host half is a GoogleTest test of `IntegrationTests.exe`
-/// (32-bit, `TORVANE_HOST_HALF` is 1). The Bridge half is compiled into the `TVN_Agent_Bridge_x64.exe` that stands
-/// beside the copy of the Agent that these tests load; the Agent spawns it, and it runs the half of the test that
-/// spawned it. Both halves use GoogleTest's assertions: what fails in the Bridge fails the test, with its text.
+/// (32-bit, `TORVANE_HOST_HALF` is 1). The Bridge half is compiled into the `TVN_Agent_Bridge_x64.exe` beside the copy
+/// of the Agent that these tests load; the Agent spawns it, and it runs the half of the test that spawned it. Both
+/// halves use GoogleTest's assertions: what fails in the Bridge fails the test, with its message.
 ///
 ///     #include "tests/Support/Integration/IntegrationTest.h"
 ///
@@ -17,9 +17,8 @@
 ///     {
 ///         static uint32_t number = 0x12345678;
 ///         Publish("number", &number);
-///         StartDefaultAgent();
-///         EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-///         EXPECT_TRUE(Await("read"));
+///         ConnectDefaultAgent();
+///         EXPECT_TRUE(Await("checked"));
 ///         EXPECT_TRUE(WaitForLog("Processing Blob::ReadMemory"));
 ///     }
 ///
@@ -27,24 +26,23 @@
 ///
 ///     BRIDGE_SCENARIO(Memory, ReadsWhatTheHostHas)
 ///     {
-///         ASSERT_TRUE(Connect());
 ///         SendReadMemory(link, 4, {AwaitNumber("number")}, 1);
-///         const auto reply = link.Expect<ReadMemoryResultBlob>(testTimeout);
+///         const auto reply = Expect<ReadMemoryResultBlob>();
 ///         ASSERT_TRUE(reply);
 ///         EXPECT_EQ(4u, reply->totalSize);
-///         Signal("read");
-///         StayUntilAgentGoes();
 ///     }
 ///
 ///     #endif
 ///
-/// `HostTest.h` and `BridgeTest.h` tell what either half can use (and `LinkTest.h`, for tests that break the link);
-/// `Channel.h` what passes between them.
+/// `HostTest.h` and `BridgeTest.h` describe what either half can use (and `LinkTest.h`, for tests that break the link);
+/// `Channel.h` what they exchange.
 ///
-/// - Each test runs in a process of its own: a process holds one Agent in its life. CTest starts one for each test;
+/// - Each test runs in a process of its own: a process has one Agent in its life. CTest starts one for each test;
 ///   a run of several tests by hand starts a child for each.
-/// - A host half ends with the shutdown of its Agent, and waits for its Bridge half: nothing more has to be said.
-///   It reports the Agent's whole log if anything failed.
+/// - A Bridge half is connected when its body begins. After its body it publishes "checked" and stays connected until
+///   the Agent closes its pipes. One that tests the connection itself is a `BRIDGE_SCENARIO_OF(BridgeTest, ...)`.
+/// - A host half ends with the shutdown of its Agent, and waits for its Bridge half. It reports the Agent's whole log if
+///   anything failed.
 /// - No wait is without a limit. A test that takes longer than a minute is ended with a message.
 /// - Waits are on conditions (`Await`, `WaitForLog`, `Expect`) with the limit `testTimeout`, never on time.
 
@@ -54,8 +52,12 @@
 #include "tests/Support/Integration/LinkTest.h"
 #else
 #include "tests/Support/Integration/BridgeTest.h"
-#include "tests/Support/Integration/RawPipe.h"
+#include "tests/Support/Integration/RawPipeBridge.h"
+
+using namespace Torvane;
+using namespace Torvane::Bridge;
 #endif
+using namespace Torvane::Testing;
 
 #if TORVANE_HOST_HALF
 
@@ -75,8 +77,8 @@
 
 #else
 
-/// The Bridge half of the test of the same name; a member function of a class derived from `BridgeTest`.
-#define BRIDGE_SCENARIO(Suite, Name) BRIDGE_SCENARIO_OF(::Torvane::Testing::BridgeTest, Suite, Name)
+/// The Bridge half of the test of the same name; a member function of a class derived from `ConnectedBridgeTest`.
+#define BRIDGE_SCENARIO(Suite, Name) BRIDGE_SCENARIO_OF(::Torvane::Testing::ConnectedBridgeTest, Suite, Name)
 
 /// The same for a base of the test's own, which is derived from `BridgeTest`.
 #define BRIDGE_SCENARIO_OF(Base, Suite, Name)                                                        \

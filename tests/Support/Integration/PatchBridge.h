@@ -8,7 +8,7 @@
 
 namespace Torvane::Testing
 {
-class PatchBridge : public BridgeTest
+class PatchBridge : public ConnectedBridgeTest
 {
 protected:
     /// Has a patch loaded. \return the answer; empty, with a failure of the test, if none has come.
@@ -25,6 +25,17 @@ protected:
         return Load(order);
     }
 
+    /// Has a patch loaded, and compares every byte of the answer.
+    Received<PatchLoadedBlob> LoadAsExpected(const PatchCommand& order)
+    {
+        const Received<PatchLoadedBlob> loaded = Load(order);
+        if (loaded)
+        {
+            EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
+        }
+        return loaded;
+    }
+
     /// The answer to an order that has been sent.
     Received<PatchLoadedBlob> ExpectLoaded()
     {
@@ -39,8 +50,7 @@ protected:
     std::vector<uint8_t> ExpectFailed()
     {
         const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
-        EXPECT_TRUE(WaitUntilExecuted(link, testTimeout));
-        EXPECT_FALSE(link.Receive(0)) << "There is just one answer.";
+        ExpectNoReply();
         return answer.Bytes();
     }
 
@@ -48,18 +58,6 @@ protected:
     uint32_t ImageSize(AddressSlot base)
     {
         return NumberAt(base + NumberAt(base + 0x3C) + 0x50);
-    }
-
-    /// The page ranges of [base, base + size) of the host as they are now.
-    std::vector<WirePageRange> PageRanges(AddressSlot base, uint32_t size)
-    {
-        std::vector<WirePageRange> ranges;
-        for (AddressSlot position = base; position < base + size;)
-        {
-            ranges.push_back(host.QueryPages(position));
-            position = ranges.back().base + ranges.back().size;
-        }
-        return ranges;
     }
 
     /// The `PatchLoaded` that is due for an order, given where the image is.
@@ -72,7 +70,7 @@ protected:
         expected.Text(0x00, order.path).Text(0x04, order.secondText);
         ByteImage ranges;
         uint32_t count = 0;
-        for (const WirePageRange& range : PageRanges(base, size))
+        for (const WirePageRange& range : QueryPageRanges(base, size))
         {
             ranges.U64(count * 24, range.base).U64(count * 24 + 8, range.size);
             ranges.U32(count * 24 + 16, range.protection).U32(count * 24 + 20, 0);
@@ -81,13 +79,6 @@ protected:
         expected.Item(0x38, ranges.Bytes().data(), ranges.Bytes().size()).U32(0x3C, count);
         expected.Item(0x40, nullptr, 0).U32(0x44, 0).U8(0x48, order.echo68);
         return expected.Blob(18);
-    }
-
-    /// Tells the host half something and stays until it is done.
-    void Finish(const std::string& name = "checked")
-    {
-        Signal(name);
-        StayUntilAgentGoes();
     }
 
 private:

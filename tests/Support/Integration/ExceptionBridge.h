@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The other side of an exception, for the Bridge halves of tests.
+/// What a Bridge does about exceptions of the host, for the Bridge halves of tests.
 
 #include "tests/Support/Integration/BridgeTest.h"
 
@@ -47,16 +47,15 @@ private:
     }
 };
 
-/// Base of Bridge halves that decide on exceptions.
-class ExceptionBridge : public BridgeTest
+/// Base of Bridge halves that decide on exceptions and install the handler themselves.
+class UninstalledExceptionBridge : public ConnectedBridgeTest
 {
 protected:
-    /// Connects, and lets the Agent install its handler in each of these places. The host half goes on then.
+    /// Has the Agent install its handler once for each of these orders. The host half continues then.
     template<typename... Orders>
-    bool Start(Orders... orders)
+    bool Install(Orders... orders)
     {
-        if (!Connect() || !(Bridge::SendInstallExceptionHandler(link, orders) && ...) ||
-            !Bridge::WaitUntilExecuted(link, testTimeout))
+        if (!(Bridge::SendInstallExceptionHandler(link, orders) && ...) || !WaitUntilExecuted())
         {
             return false;
         }
@@ -64,14 +63,9 @@ protected:
         return true;
     }
 
-    bool Start()
-    {
-        return Start(1u);
-    }
-
     ExceptionReport AwaitException()
     {
-        return ExceptionReport(link.Expect<HandleExceptionWindowsBlob>(testTimeout));
+        return ExceptionReport(Expect<HandleExceptionWindowsBlob>());
     }
 
     void Answer(const ExceptionReport& report, uint32_t action, const ResumeRecord& resumeRecord = {})
@@ -82,7 +76,19 @@ protected:
     /// Whether the Agent has sent nothing that wasn't taken yet.
     bool NothingElseCame()
     {
-        return Bridge::WaitUntilExecuted(link, testTimeout) && !link.Receive(0);
+        return WaitUntilExecuted() && !link.Receive(0);
+    }
+};
+
+/// Base of Bridge halves that decide on exceptions. The Agent's handler is installed when their body begins.
+class ExceptionBridge : public UninstalledExceptionBridge
+{
+protected:
+    void SetUp() override
+    {
+        ConnectedBridgeTest::SetUp();
+        ASSERT_FALSE(HasFatalFailure());
+        ASSERT_TRUE(Install(1u));
     }
 };
 } // namespace Torvane::Testing
