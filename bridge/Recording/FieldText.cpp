@@ -36,9 +36,9 @@ std::string NumberText(const DecodedField& field)
 {
     const bool isHexadecimal = field.kind == FieldKind::Hexadecimal || field.kind == FieldKind::Address;
     std::string text = isHexadecimal ? HexNumber(field.number, DigitsOf(field))
-                             : field.kind == FieldKind::SignedNumber
-                                 ? std::to_string(static_cast<int64_t>(field.number))
-                                 : std::to_string(field.number);
+                       : field.kind == FieldKind::SignedNumber
+                           ? std::to_string(static_cast<int64_t>(field.number))
+                           : std::to_string(field.number);
     for (const NamedValue* value = field.values; value != nullptr && value->name != nullptr; ++value)
     {
         if (value->value == field.number)

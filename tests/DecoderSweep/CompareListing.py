@@ -3,7 +3,7 @@
 
 CompareListing.py LLVM_MC INSTRUCTIONS -- DECODER_SWEEP...
 
-The assembly source INSTRUCTIONS is assembled, and each of its instructions decoded, whatever stands behind it. Fails
+The assembly source INSTRUCTIONS is assembled, and each of its instructions decoded, whatever follows it. Fails
 on any difference, and unless there are instructions of every length from 1 to 15.
 """
 
@@ -46,7 +46,7 @@ def main():
         for (text, code), length in zip(instructions, decode(sys.argv[4:], records)):
             if length != len(code):
                 different += 1
-                print("%s  %swith %02x behind it: %d and not %d" % (code.hex(" "), text, filling, length, len(code)))
+                print("%s  %swith %02x after it: %d and not %d" % (code.hex(" "), text, filling, length, len(code)))
     by_length = collections.Counter(len(code) for _, code in instructions)
     print("%d instructions compared, %d times different; by length: %s"
           % (len(instructions), different, ", ".join("%d: %d" % item for item in sorted(by_length.items()))))

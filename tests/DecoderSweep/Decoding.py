@@ -9,7 +9,7 @@ LONGEST = 15
 def decode(sweep, records):
     """The length of the instruction at the start of each record of 15 bytes, 0 where there is none.
 
-    sweep is the program with all that has to stand in front of it.
+    sweep is the program after all that has to precede it.
     """
     lengths = subprocess.run(sweep, input=b"".join(records), stdout=subprocess.PIPE, check=True).stdout
     if len(lengths) != len(records):

@@ -1,5 +1,5 @@
 /// \file
-/// Feeds payloads to the code that decodes Blobs and finds spans among them. An input is a sequence of Blobs, each:
+/// Feeds payloads to what decodes Blobs and finds operations among them. An input is a sequence of Blobs, each:
 ///     u8  1 from the Agent, 2 of another host, the other bits a time in microseconds since the Blob before
 ///     u8  the type; 255 for 0xFFFFFFFF
 ///     u16 how many bytes follow; cut at the input's end

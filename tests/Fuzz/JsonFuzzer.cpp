@@ -28,8 +28,8 @@ void CheckFailure(const JsonParseState& state)
 {
     Require(state.error >= JsonError::CommaExpected && state.error <= JsonError::BadString &&
                 state.error != JsonError::QuoteExpected,
-            "the error is none of the reported ones", state.flags);
-    Require(state.offset <= state.size, "the reader is past the end of the text", state.flags);
+            "the error is none that is documented", state.flags);
+    Require(state.offset <= state.size, "the reader is after the end of the text", state.flags);
 }
 
 void CheckTree(const JsonTree& tree, std::string_view text)

@@ -144,7 +144,7 @@ AUTOMATIC_HOST(DoNotWaitForTheBridge)
     agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
     ASSERT_NE(nullptr, libraries.Load("TvnA.dll"));
     Signal("loaded");
-    EXPECT_TRUE(Await("obeyed"));
+    EXPECT_TRUE(Await("executed"));
 }
 
 AUTOMATIC_HOST(AreLeftAloneAfterShutdown)
@@ -249,7 +249,7 @@ AUTOMATIC_BRIDGE(AreEnabledWhenTheyAreLoadedAndDisabledWhenTheyAreFreed)
 {
     ReceiveAll();
     EXPECT_EQ((FileNames{L"TvnA.dll", L"TvnB.dll"}), Sorted(enabled));
-    // Whether a library that goes can still be asked for is the OS's affair.
+    // It depends on the OS whether a library that is being unloaded can still be queried.
     EXPECT_EQ(2u, disabled.size() + AwaitNumber("failures"));
     for (const std::wstring& name : disabled)
     {
@@ -296,7 +296,7 @@ AUTOMATIC_BRIDGE(DoNotWaitForTheBridge)
         SendDecrementLatch(link, blob->latch);
     }
     EXPECT_TRUE(WaitUntilExecuted());
-    Signal("obeyed");
+    Signal("executed");
 }
 
 AUTOMATIC_BRIDGE(AreLeftAloneAfterShutdown)

@@ -12,13 +12,13 @@ namespace
 class BridgeDeathTest : public LinkTest
 {
 protected:
-    /// The receiver ends and tells nothing more than the status, the host goes on, and its next call ends the
+    /// The receiver ends and logs nothing more than the status, the host continues, and its next call ends the
     /// sender. It shuts down.
     void ExpectDeath(TvnConnectionStatus status, uint32_t receiverResult)
     {
         ExpectStatus(status);
         ExpectReceiverEnd(receiverResult);
-        ExpectHostGoesOnAndShutsDown();
+        ExpectHostWorksAndShutsDown();
         ExpectSenderEnd(7);
         ExpectErrorLines({});
         ExpectStatus(status);
@@ -36,7 +36,7 @@ BRIDGE_DEATH(BeforeConnecting)
     ExpectReceiverEnd(11);
     ExpectErrorLines({"Failed to wait for sender pipe", "Failed to wait for receiver pipe"});
     EXPECT_EQ(2u, CountInLog("ConnectNamedPipe failed."));
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectSenderEnd(3);
     EXPECT_EQ(0u, CountInLog("Sender thread ready"));
     ExpectErrorLines({"Failed to wait for sender pipe", "Failed to wait for receiver pipe",
@@ -52,7 +52,7 @@ BRIDGE_DEATH(BetweenTheTwoPipes)
     ExpectStatus(ConnectionFailed);
     ExpectReceiverEnd(11);
     ExpectErrorLines({"Failed to wait for receiver pipe"});
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectSenderEnd(3);
     ExpectErrorLines({"Failed to wait for receiver pipe", "Failed to send Version blob"});
 }
@@ -65,7 +65,7 @@ BRIDGE_DEATH(WithTheSecondPipeAlone)
     ExpectReceiverEnd(11);
     ExpectErrorLines({"Failed to wait for sender pipe"});
     Signal("failed");
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectSenderEnd(3);
     ExpectErrorLines({"Failed to wait for sender pipe", "Failed to send Version blob"});
 }
@@ -108,27 +108,27 @@ BRIDGE_DEATH(RightAfterItsVersion)
     ExpectDeath(ConnectionSucceeded, 8);
 }
 
-BRIDGE_DEATH(WithinTheHeaderOfAnOrder)
+BRIDGE_DEATH(WithinTheHeaderOfACommand)
 {
     StartWatchedAgent();
     ExpectDeath(ConnectionSucceeded, 8);
 }
 
-BRIDGE_DEATH(BetweenHeaderAndPayloadOfAnOrder)
+BRIDGE_DEATH(BetweenHeaderAndPayloadOfACommand)
 {
     StartWatchedAgent();
     ExpectDeath(ConnectionSucceeded, 9);
-    EXPECT_EQ(0u, CountInLog("Processing Blob::LogNarrow")) << "Half an order isn't obeyed.";
+    EXPECT_EQ(0u, CountInLog("Processing Blob::LogNarrow")) << "Half a command isn't executed.";
 }
 
-BRIDGE_DEATH(WithinThePayloadOfAnOrder)
+BRIDGE_DEATH(WithinThePayloadOfACommand)
 {
     StartWatchedAgent();
     ExpectDeath(ConnectionSucceeded, 9);
-    EXPECT_EQ(1u, CountInLog("Processing Blob::LogNarrow")) << "The order before it was whole.";
+    EXPECT_EQ(1u, CountInLog("Processing Blob::LogNarrow")) << "The command before it was complete.";
 }
 
-BRIDGE_DEATH(BehindOrdersThatAreStillObeyed)
+BRIDGE_DEATH(AfterCommandsThatAreStillExecuted)
 {
     static uint32_t numbers[200];
     Publish("numbers", numbers);
@@ -172,10 +172,10 @@ BRIDGE_DEATH(OfTheAgentPipeAloneLeavesTheReceiverAtWork)
     ExpectSenderEnd(7);
     ExpectErrorLines({});
     Signal("sender ended");
-    EXPECT_TRUE(WaitUntil([] { return number == 7; })) << "Orders are obeyed without a sender.";
-    Signal("obeyed");
+    EXPECT_TRUE(WaitUntil([] { return number == 7; })) << "Commands are executed without a sender.";
+    Signal("executed");
     ExpectReceiverEnd(8);
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
 }
 
 #else
@@ -189,11 +189,11 @@ std::vector<uint8_t> FirstBytes(const std::vector<uint8_t>& bytes, size_t count)
     return std::vector<uint8_t>(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(count));
 }
 
-std::vector<uint8_t> WholeOrder()
+std::vector<uint8_t> WholeCommand()
 {
-    BlobWriter<LogBlob> order;
-    order.String(&LogBlob::text, std::string("to the debugger"));
-    return order.Finish(BlobType::LogNarrow);
+    BlobWriter<LogBlob> command;
+    command.String(&LogBlob::text, std::string("to the debugger"));
+    return command.Finish(BlobType::LogNarrow);
 }
 
 void SendNumber(Link& link, uint64_t address, uint32_t number)
@@ -260,26 +260,26 @@ BRIDGE_SCENARIO(BridgeDeath, RightAfterItsVersion)
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, WithinTheHeaderOfAnOrder)
+BRIDGE_SCENARIO(BridgeDeath, WithinTheHeaderOfACommand)
 {
-    EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 7)));
+    EXPECT_TRUE(link.Send(FirstBytes(WholeCommand(), 7)));
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, BetweenHeaderAndPayloadOfAnOrder)
+BRIDGE_SCENARIO(BridgeDeath, BetweenHeaderAndPayloadOfACommand)
 {
-    EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 8)));
+    EXPECT_TRUE(link.Send(FirstBytes(WholeCommand(), 8)));
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfAnOrder)
+BRIDGE_SCENARIO(BridgeDeath, WithinThePayloadOfACommand)
 {
-    EXPECT_TRUE(link.Send(WholeOrder()));
-    EXPECT_TRUE(link.Send(FirstBytes(WholeOrder(), 20)));
+    EXPECT_TRUE(link.Send(WholeCommand()));
+    EXPECT_TRUE(link.Send(FirstBytes(WholeCommand(), 20)));
     Die();
 }
 
-BRIDGE_SCENARIO(BridgeDeath, BehindOrdersThatAreStillObeyed)
+BRIDGE_SCENARIO(BridgeDeath, AfterCommandsThatAreStillExecuted)
 {
     const uint64_t numbers = AwaitNumber("numbers");
     for (uint32_t i = 0; i < 200; ++i)
@@ -322,7 +322,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheAgentPipeAloneLeavesTheReceiver
     Signal("agent pipe closed");
     EXPECT_TRUE(Await("sender ended"));
     SendNumber(link, AwaitNumber("number"), 7);
-    EXPECT_TRUE(Await("obeyed"));
+    EXPECT_TRUE(Await("executed"));
     Die();
 }
 

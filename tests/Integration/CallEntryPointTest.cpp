@@ -11,7 +11,7 @@
 #include "tests/Support/Integration/PatchBridge.h"
 #endif
 
-// CallEntryPoint: how the entry point is called, what stands there before and after, and what faults come to.
+// CallEntryPoint: how the entry point is called, which code is there before and after, and what faults lead to.
 
 namespace
 {
@@ -87,7 +87,7 @@ EntryPage* page;
 void (*entryBody)(); // what the entry point does once the call is recorded; may be null
 uint32_t entryResult;
 
-/// In order; added to by the Agent's receiver thread, read when the Bridge half has told that it has obeyed.
+/// In order; added to by the Agent's receiver thread, read when the Bridge half has signalled that the Agent has executed the calls.
 std::vector<EntryCall> entryCalls;
 
 void __cdecl RecordEntry(const uint32_t* stack)
@@ -178,7 +178,7 @@ protected:
     }
 };
 
-/// Calls itself through to the instruction, so that frames lie between it and the entry point.
+/// Calls itself through to the instruction, so that there are frames between it and the entry point.
 __attribute__((noinline)) void WriteDeepDown(int depth)
 {
     volatile int local = depth;
@@ -385,7 +385,7 @@ HOST_TEST(CallEntryPoint, CallsThatOfAPatchOnceWhateverTheLoaderDoes)
     EXPECT_EQ(0u, call.reserved);
     const uint32_t stackPointer = call.stackPointer;
     {
-        const TestThread thread([] {}); // the loader tells each library of it
+        const TestThread thread([] {}); // the loader notifies each library of it
     }
     EXPECT_EQ(1u, call.count) << "The loader calls the idle entry point.";
     Signal("call again");

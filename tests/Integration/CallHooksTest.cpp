@@ -27,14 +27,14 @@ namespace
 {
 constexpr uint32_t argumentCount = 7;
 
-/// One call of a hook. What arguments point to is gone afterwards, so that it has been copied.
+/// One call of a hook. What arguments point to is freed afterwards, so it is a copy.
 struct HookCall
 {
     uint32_t hook;
     uint32_t threadId;
     uint32_t stackPointer; ///< where the return address is
     uint32_t arguments[argumentCount];
-    std::string bytes[argumentCount]; ///< what stands there if the argument is an address
+    std::string bytes[argumentCount]; ///< the bytes there if the argument is an address
     std::vector<uint32_t> list;       ///< the third argument as an array, the fourth being its count
     std::vector<std::string> listTexts;
 
@@ -44,7 +44,7 @@ struct HookCall
     }
 };
 
-/// In order; added to by the Agent's receiver thread, read when the Bridge half has told that it has obeyed.
+/// In order; added to by the Agent's receiver thread, read when the Bridge half has signalled that the Agent has executed the calls.
 std::vector<HookCall> hookCalls;
 
 /// Up to 64 bytes at an address; none if nothing can be read there.
@@ -295,7 +295,7 @@ HOST_TEST_OF(CallHooksHost, CallHooks, PassesTextsWithoutRegardToTheirWidth)
     EXPECT_EQ("narrow", call.Text(2));
 }
 
-HOST_TEST_OF(CallHooksHost, CallHooks, PassesOverWhatAKindDoesNotUse)
+HOST_TEST_OF(CallHooksHost, CallHooks, SkipsWhatAKindDoesNotUse)
 {
     static const Hook hooks[] = {RecordingHook<0>};
     ASSERT_TRUE(Call(hooks));
@@ -472,7 +472,7 @@ BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, PassesTextsWithoutRegardToTheirWi
     EXPECT_TRUE(link.Send(blob.Finish()));
 }
 
-BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, PassesOverWhatAKindDoesNotUse)
+BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, SkipsWhatAKindDoesNotUse)
 {
     for (const uint32_t kind : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u})
     {

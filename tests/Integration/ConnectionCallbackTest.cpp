@@ -49,7 +49,7 @@ struct Caller
     HANDLE thread = nullptr;
 };
 
-/// Registers again and again until told to stop, and once more then.
+/// Registers repeatedly until it is stopped, and once more then.
 DWORD WINAPI RegisterUntilStopped(void* context)
 {
     Caller& caller = *static_cast<Caller*>(context);
@@ -133,7 +133,7 @@ CONNECTION_CALLBACK(OfOneOfManyThreadsIsCalledWhenAllRegisterBeforeTheOutcome)
 
 CONNECTION_CALLBACK(OfEachOfManyThreadsIsCalledOnceAfterTheOutcome)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     Start();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     static Caller callers[threadCount];
@@ -216,7 +216,7 @@ CONNECTION_CALLBACK(CanRegisterAnotherWhenItIsReportedTo)
 
 CONNECTION_CALLBACK(CanRegisterAnotherAfterTheOutcome)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     Start();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     Report outer;
@@ -263,7 +263,7 @@ void TVN_CALL WaitAtGate(void* context, TvnConnectionStatus)
 }
 } // namespace
 
-CONNECTION_CALLBACK(ThatBlocksHoldsUpOrdersAndOtherRegistrations)
+CONNECTION_CALLBACK(ThatBlocksDelaysCommandsAndOtherRegistrations)
 {
     Start();
     Gate gate;
@@ -273,7 +273,7 @@ CONNECTION_CALLBACK(ThatBlocksHoldsUpOrdersAndOtherRegistrations)
     static Caller caller;
     caller.thread = CreateThread(nullptr, 0, &RegisterOnce, &caller, 0, nullptr);
     EXPECT_TRUE(WaitUntil([&] { return CountInLog("API TvnOnConnection") == 2; }));
-    EXPECT_TRUE(Await("nothing obeyed"));
+    EXPECT_TRUE(Await("nothing executed"));
     EXPECT_EQ(0, caller.calls) << "The lock is held.";
     SetEvent(gate.open);
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(caller.thread, testTimeout));
@@ -281,7 +281,7 @@ CONNECTION_CALLBACK(ThatBlocksHoldsUpOrdersAndOtherRegistrations)
     EXPECT_EQ(ConnectionSucceeded, caller.report.status);
     EXPECT_EQ(caller.threadId, caller.report.threadId);
     Signal("gate opened");
-    EXPECT_TRUE(Await("obeyed"));
+    EXPECT_TRUE(Await("executed"));
     EXPECT_EQ(1, gate.entered);
 }
 
@@ -325,7 +325,7 @@ LONG CALLBACK ReturnFromNull(EXCEPTION_POINTERS* exception)
 
 CONNECTION_CALLBACK(IsCalledAfterTheOutcomeEvenIfItIsNull)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     Start();
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
     void* handler = AddVectoredExceptionHandler(1, &ReturnFromNull);
@@ -375,7 +375,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, CanQueueBlobs)
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, ThatBlocksHoldsUpOrdersAndOtherRegistrations)
+BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, ThatBlocksDelaysCommandsAndOtherRegistrations)
 {
     constexpr uint32_t longerLook = 200; // milliseconds
     ASSERT_TRUE(link.Connect(testTimeout));
@@ -383,10 +383,10 @@ BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, ThatBlocksHoldsUpOrdersAndOth
     ASSERT_TRUE(link.ExchangeVersion(testTimeout));
     EXPECT_TRUE(SendEchoRequest(link, 5));
     EXPECT_FALSE(link.Expect<EchoReplyBlob>(longerLook)) << "The callback holds the receiver.";
-    Signal("nothing obeyed");
+    Signal("nothing executed");
     ASSERT_TRUE(Await("gate opened"));
     EXPECT_TRUE(Expect<EchoReplyBlob>());
-    Signal("obeyed");
+    Signal("executed");
     StayUntilAgentGoes();
 }
 

@@ -24,9 +24,9 @@ void TVN_CALL TakeReport(void* context, TvnConnectionStatus status)
 }
 } // namespace
 
-HOST_TEST(Connection, SucceedsWithAnObedientBridge)
+HOST_TEST(Connection, SucceedsWithTheDefaultBridge)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     ConnectDefaultAgent();
     EXPECT_TRUE(WaitForLog("Sender thread ready"));
     ExpectNoErrorsInLog();
@@ -34,7 +34,7 @@ HOST_TEST(Connection, SucceedsWithAnObedientBridge)
 
 HOST_TEST(Connection, GoesThroughItsStepsInOrder)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     ConnectDefaultAgent();
     const std::wstring bridge = AgentFolder() + L"\\" + Torvane::bridgeFileName;
     const std::string path(bridge.begin(), bridge.end());
@@ -76,7 +76,7 @@ HOST_TEST(Connection, ReportsToACallbackThatComesBeforeTheOutcome)
 
 HOST_TEST(Connection, ReportsAtOnceToEachCallbackThatComesAfterTheOutcome)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     ConnectDefaultAgent();
     Report first;
     Report second;
@@ -177,7 +177,7 @@ HOST_TEST(Connection, EndsWithABlobThatIsNotForTheAgent)
 
 HOST_TEST(Connection, ShutdownRightAfterStartupWaitsForTheAttemptAndSucceeds)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     ExpectNoBridge(); // it can find its pipes closed already
     StartDefaultAgent();
     Shutdown();

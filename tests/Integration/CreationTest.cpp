@@ -92,7 +92,7 @@ protected:
     /// All requests of a run that connects, and shuts down.
     std::vector<std::string> Run()
     {
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         StartWatchedAgent();
         ExpectStatus(ConnectionSucceeded);
         Shutdown();

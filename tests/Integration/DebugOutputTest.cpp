@@ -37,7 +37,7 @@ protected:
         CreateEventW(nullptr, TRUE, FALSE, (std::wstring(heartbeatMutexPrefix) + identifier).c_str());
         UseScenario("DebugOutput.AfterAnUnknownBlob");
         StartDefaultAgent(nullptr, nullptr, filter);
-        LeaveAgentRunning(); // the heartbeat goes on with whatever handle it has
+        LeaveAgentRunning(); // the heartbeat uses whatever handle it has
         EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
         ExpectReceiverEnd(0);
         EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -72,7 +72,7 @@ protected:
         EXPECT_EQ(expected, texts);
     }
 
-    /// What the file says about these levels, in the debugger's form without the time.
+    /// The file's records of these levels, in the debugger's form without the time.
     std::vector<std::string> ExpectedTexts(uint32_t mask) const
     {
         std::vector<std::string> expected;
@@ -163,7 +163,7 @@ DEBUG_OUTPUT(HasNothingForBitsThatMeanNoLevel)
 
 DEBUG_OUTPUT(IsDecidedDuringStartupAlone)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     StartupGate gate;
     TvnLogFilter filter = {1};
     StartDefaultAgent(nullptr, nullptr, &filter);

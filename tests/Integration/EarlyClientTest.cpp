@@ -13,11 +13,11 @@ namespace
 class EarlyClientTest : public LinkTest
 {
 protected:
-    /// Starts an Agent that is held up before it spawns its Bridge, and connects both pipes.
+    /// Starts an Agent that is blocked before it spawns its Bridge, and connects both pipes.
     void StartAndConnect()
     {
         UseOwnAgentFolder();
-        UseScenario("EarlyClient.StandsAside");
+        UseScenario("EarlyClient.DoesNotConnect");
         StartWatchedAgent();
         agentPipe = Open(agentPipePrefix);
         bridgePipe = Open(bridgePipePrefix);
@@ -74,7 +74,7 @@ EARLY_CLIENT(CanHaveSentItsVersionAlready)
     CloseHandle(bridgePipe);
 }
 
-EARLY_CLIENT(ThatHasGoneAgainIsAFailure)
+EARLY_CLIENT(ThatHasClosedItsPipesIsAFailure)
 {
     StartAndConnect();
     CloseHandle(agentPipe);
@@ -87,13 +87,13 @@ EARLY_CLIENT(ThatHasGoneAgainIsAFailure)
                     "Failed to wait for receiver pipe", "Thread 'Torvane receiver' exited with result 11"});
     ExpectErrorLines({"Failed to wait for sender pipe", "Failed to wait for receiver pipe"});
     Signal("connected by another");
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectSenderEnd(3);
 }
 
 #else
 
-BRIDGE_SCENARIO_OF(BridgeTest, EarlyClient, StandsAside)
+BRIDGE_SCENARIO_OF(BridgeTest, EarlyClient, DoesNotConnect)
 {
     EXPECT_TRUE(Await("connected by another"));
 }

@@ -170,7 +170,7 @@ _faultInTheImage:
     .lcomm _savedStackPointer, 4
 )");
 
-HOST_TEST_OF(ExceptionHost, ExceptionActions, ContinueSearchAndIgnoreAndWhatNobodyKnowsPassOn)
+HOST_TEST_OF(ExceptionHost, ExceptionActions, ContinueSearchAndIgnoreAndUnknownActionsPassOn)
 {
     ASSERT_TRUE(Start());
     LastHandler handler;
@@ -188,7 +188,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionActions, ContinueSearchAndIgnoreAndWhatNobo
     EXPECT_EQ(before, code.Bytes());
 }
 
-HOST_TEST_OF(ExceptionHost, ExceptionActions, SkipGoesOnBehindAnInstructionOfAnyLength)
+HOST_TEST_OF(ExceptionHost, ExceptionActions, SkipContinuesAfterAnInstructionOfAnyLength)
 {
     ASSERT_TRUE(Start());
     LastHandler handler;
@@ -232,7 +232,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionActions, NoOperationTakesThePlaceOfAnInstru
         SCOPED_TRACE(instruction.length);
         const bool writable = instruction.length % 3 == 0;
         const DWORD protection = writable ? PAGE_EXECUTE_READWRITE : PAGE_EXECUTE_READ;
-        // The instructions of even lengths lie across the border of two pages.
+        // The instructions of even lengths cross the border of two pages.
         const size_t offset = instruction.length % 2 == 0 ? CodePages::size / 2 - 3 : 100;
         const CodePages code(Around(instruction), protection, offset);
         std::vector<uint8_t> expected = code.Bytes();
@@ -311,7 +311,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionActions, WhatCannotBeDecodedFaultsAgain)
 
 #else
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, ContinueSearchAndIgnoreAndWhatNobodyKnowsPassOn)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, ContinueSearchAndIgnoreAndUnknownActionsPassOn)
 {
     for (const uint32_t action : passingActions)
     {
@@ -322,7 +322,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, ContinueSearchAndIgnoreAnd
     EXPECT_TRUE(NothingElseCame());
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipGoesOnBehindAnInstructionOfAnyLength)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipContinuesAfterAnInstructionOfAnyLength)
 {
     for (const Instruction& instruction : faultingInstructions)
     {

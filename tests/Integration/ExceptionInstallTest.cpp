@@ -85,7 +85,7 @@ protected:
 
 uint32_t endedSearches = 0;
 
-/// Lets a thread with one kind of exception go on where it is.
+/// Lets a thread with one kind of exception continue where it is.
 LONG CALLBACK EndSearch(EXCEPTION_POINTERS* exception)
 {
     if (exception->ExceptionRecord->ExceptionCode != EXCEPTION_INT_OVERFLOW)
@@ -97,7 +97,7 @@ LONG CALLBACK EndSearch(EXCEPTION_POINTERS* exception)
 }
 } // namespace
 
-HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, Order0IsBehindTheOthers)
+HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, Order0IsAfterTheOthers)
 {
     void* handler = AddVectoredExceptionHandler(0, &EndSearch);
     ASSERT_TRUE(Start());
@@ -120,7 +120,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AnyOtherOrderIsBeforeTheOth
     EXPECT_EQ(1u, CountInLog("Installing exception handler with order 2147483648"));
 }
 
-HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, ASecondOneStandsBesideTheFirst)
+HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, ASecondOneIsInstalledBesideTheFirst)
 {
     ASSERT_TRUE(Start());
     EXPECT_EQ(1u, CountInLog("Installing exception handler with order 1"));
@@ -201,7 +201,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AfterAFailedWaitAStoredDeci
     ExpectLogOrder({"Could not wait for event in exception handler", "Received exception handler action 2"});
 }
 
-HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, WithoutAnEventItGoesOnWithWhatIsInHand)
+HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, WithoutAnEventItContinuesWithTheResultsSoFar)
 {
     ASSERT_TRUE(Start());
     FailingCalls::createEvent = ReplaceImport("CreateEventW", &FailingCalls::FakeCreateEvent);
@@ -223,7 +223,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, WithoutAnEventItGoesOnWithW
 
 #else
 
-BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, Order0IsBehindTheOthers)
+BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, Order0IsAfterTheOthers)
 {
     ASSERT_TRUE(Install(0u));
     const ExceptionReport report = AwaitException();
@@ -240,7 +240,7 @@ BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, AnyOtherOrderIs
     Answer(report, ActionContinueSearch);
 }
 
-BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, ASecondOneStandsBesideTheFirst)
+BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, ASecondOneIsInstalledBesideTheFirst)
 {
     ASSERT_TRUE(Install(0u, 1u));
     const ExceptionReport first = AwaitException();
@@ -273,7 +273,7 @@ BRIDGE_SCENARIO_OF(UninstalledExceptionBridge, ExceptionInstall, BeforeItAFaultT
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AFailedWaitPassesOnWhatNobodyHasDecided)
 {
-    ASSERT_TRUE(AwaitException()); // and nobody answers: its frame is gone
+    ASSERT_TRUE(AwaitException()); // and nobody answers: its frame has ended
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterAFailedWaitAStoredDecisionCounts)
@@ -284,7 +284,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, AfterAFailedWaitAStoredDec
     Answer(report, ActionSkipInstruction);
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, WithoutAnEventItGoesOnWithWhatIsInHand)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionInstall, WithoutAnEventItContinuesWithTheResultsSoFar)
 {
     const ExceptionReport report = AwaitException();
     ASSERT_TRUE(report);

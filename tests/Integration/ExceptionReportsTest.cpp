@@ -7,7 +7,7 @@
 
 #include <windows.h>
 
-// What the Bridge and the log are told of an exception, and which exceptions nobody is told of.
+// What is reported of an exception to the Bridge and to the log, and which exceptions aren't reported.
 
 #if TORVANE_HOST_HALF
 #include "tests/Support/Integration/ExceptionHost.h"
@@ -202,7 +202,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionReports, OnlyTheFlagsValue1IsNonContinuable
     EXPECT_EQ(lines, logged);
 }
 
-HOST_TEST_OF(ExceptionHost, ExceptionReports, MemoryFaultsTellMore)
+HOST_TEST_OF(ExceptionHost, ExceptionReports, MemoryFaultsHaveDetails)
 {
     ASSERT_TRUE(Start());
     LastHandler handler;
@@ -301,7 +301,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, OnlyTheFlagsValue1IsNonCon
     }
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, MemoryFaultsTellMore)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionReports, MemoryFaultsHaveDetails)
 {
     for (const Parameters& entry : parameters)
     {

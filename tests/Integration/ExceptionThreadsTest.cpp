@@ -8,7 +8,7 @@
 
 #include <windows.h>
 
-// Exceptions one behind the other, one within the other, and where there is hardly a place for them.
+// Exceptions one after the other, one within the other, and with hardly any stack left.
 
 #if TORVANE_HOST_HALF
 #include "tests/Support/Integration/ExceptionHost.h"
@@ -117,7 +117,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, TakeTheirTurns)
     EXPECT_TRUE(first.WaitForEnd(testTimeout));
     ASSERT_TRUE(Await("second dialog"));
     EXPECT_FALSE(second.HasEnded());
-    Signal("go on");
+    Signal("continue");
     EXPECT_TRUE(second.WaitForEnd(testTimeout));
 
     // Each one's lines are together: the lock is held from the first to the last of them.
@@ -132,7 +132,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, TakeTheirTurns)
     EXPECT_EQ((std::vector<std::string>{"Select a", "Received", "Select a", "Received"}), lines);
 }
 
-HOST_TEST_OF(ExceptionHost, ExceptionThreads, AFaultWhileTheInstructionIsReadTakesTheFullRoad)
+HOST_TEST_OF(ExceptionHost, ExceptionThreads, AFaultWhileTheInstructionIsReadIsReportedToo)
 {
     ASSERT_TRUE(Start());
     LastHandler handler;
@@ -160,7 +160,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, AFaultWhileTheInstructionIsReadTak
     EXPECT_TRUE(other.WaitForEnd(testTimeout));
 }
 
-HOST_TEST_OF(ExceptionHost, ExceptionThreads, APatchesEntryPointIsNotTheirAffair)
+HOST_TEST_OF(ExceptionHost, ExceptionThreads, AFaultInAPatchesEntryPointIsNotReported)
 {
     ASSERT_TRUE(Start());
     LastHandler handler;
@@ -260,11 +260,11 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, TakeTheirTurns)
     EXPECT_EQ(AwaitNumber("second"), second.blob->threadId);
     EXPECT_NE(first.blob->action, second.blob->action) << "Each one waits on a stack of its own.";
     Signal("second dialog");
-    ASSERT_TRUE(Await("go on"));
+    ASSERT_TRUE(Await("continue"));
     Answer(second, ActionSkipInstruction);
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultWhileTheInstructionIsReadTakesTheFullRoad)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultWhileTheInstructionIsReadIsReportedToo)
 {
     for (const uint32_t action : {ActionNopInstruction, ActionSkipInstruction})
     {
@@ -286,7 +286,7 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultWhileTheInstructionI
     Answer(last, ActionSkipInstruction);
 }
 
-BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, APatchesEntryPointIsNotTheirAffair)
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionThreads, AFaultInAPatchesEntryPointIsNotReported)
 {
     const AddressSlot address = AwaitNumber("entry point");
     const uint32_t distance = static_cast<uint32_t>(AwaitNumber("function") - (address + 5));

@@ -28,7 +28,7 @@ protected:
         ExpectReceiverEnd(18);
         ExpectErrorLines({"Received unexpected Version blob type"});
         Signal("judged");
-        ExpectHostGoesOnAndShutsDown();
+        ExpectHostWorksAndShutsDown();
         ExpectStatus(UnexpectedVersionBlob);
     }
 
@@ -40,7 +40,7 @@ protected:
         ExpectErrorLines({"Version mismatch detected: Broker running API version " + received +
                           ", expected API version 2.4.0"});
         Signal("judged");
-        ExpectHostGoesOnAndShutsDown();
+        ExpectHostWorksAndShutsDown();
         ExpectStatus(VersionMismatch);
     }
 };
@@ -121,7 +121,7 @@ GARBAGE(WithTheVersionsTextElsewhereIsGood)
     ExpectStatus(ConnectionSucceeded);
     Signal("judged");
     ExpectReceiverEnd(8);
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
 }
 
 GARBAGE(OfASizeThatNobodyHasMemoryForIsNotRead)
@@ -131,7 +131,7 @@ GARBAGE(OfASizeThatNobodyHasMemoryForIsNotRead)
     ExpectReceiverEnd(9);
     EXPECT_EQ(1u, CountInLog("Failed to receive blob from bridge"));
     Signal("judged");
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectStatus(ConnectionFailed);
 }
 
@@ -144,7 +144,7 @@ GARBAGE(OfASizeThatNobodySendsIsWaitedFor)
     ExpectStatus(ConnectionFailed);
     ExpectReceiverEnd(9);
     ExpectErrorLines({});
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
 }
 
 GARBAGE(LaterEndsTheReceiverAlone)
@@ -155,9 +155,9 @@ GARBAGE(LaterEndsTheReceiverAlone)
     ExpectErrorLines({"Unknown blob type 0"});
     EXPECT_EQ(1u, CountInLog("Exiting receiver thread"));
     EXPECT_EQ(1u, CountInLog("Processing Blob::FlushInstructionCache"));
-    EXPECT_EQ(0u, CountInLog("Processing Blob::Synchronize")) << "Nothing behind it is obeyed.";
+    EXPECT_EQ(0u, CountInLog("Processing Blob::Synchronize")) << "Nothing after it is executed.";
     Signal("judged");
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectStatus(ConnectionSucceeded);
 }
 
@@ -170,7 +170,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, Garbage, ComesFirst)
     EXPECT_TRUE(Expect<RegisterProcessBlob>()) << "The Agent registers all the same.";
     Signal("taken");
     EXPECT_TRUE(Await("judged"));
-    EXPECT_FALSE(link.IsClosed()) << "The sender goes on.";
+    EXPECT_FALSE(link.IsClosed()) << "The sender continues.";
     Die();
 }
 
@@ -181,7 +181,7 @@ BRIDGE_SCENARIO(Garbage, LaterEndsTheReceiverAlone)
     EXPECT_TRUE(link.Send(MakeBlob(BlobType::Version, nullptr, 0)));
     EXPECT_TRUE(link.Send(MakeBlob(BlobType::Synchronize, nullptr, 0)));
     EXPECT_TRUE(Await("judged"));
-    EXPECT_FALSE(link.IsClosed()) << "The sender goes on.";
+    EXPECT_FALSE(link.IsClosed()) << "The sender continues.";
     Die();
 }
 

@@ -15,7 +15,7 @@
 GLOBAL_PREFERENCES(AreSearchedInTheBrokersFolderTwoFoldersAboveTheLibrary)
 {
     PrepareFolders();
-    UseScenario("GlobalPreferences.StandsAside");
+    UseScenario("GlobalPreferences.DoesNotConnect");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionFailed, WaitForConnection());
     const std::string start = "Trying to load global preferences from " + Utf8(LibraryFolder()) +
@@ -112,7 +112,7 @@ GLOBAL_PREFERENCES(OfLessThanZeroFailTheConnectionAtOnce)
 {
     PrepareFolders();
     MakeGlobalFile(MakeFolder(L"Broker"), L"override", "-1");
-    UseScenario("GlobalPreferences.StandsAside");
+    UseScenario("GlobalPreferences.DoesNotConnect");
     StartDefaultAgent();
     EXPECT_EQ(ConnectionFailed, WaitForConnection());
     ExpectLogOrder({"Waiting for bridge to connect to pipes, timeout 0ms", "Failed to wait for sender pipe",
@@ -136,7 +136,7 @@ GLOBAL_PREFERENCES(OfLessThanZeroAreEnoughForAClientThatIsThereAlready)
 {
     PrepareFolders();
     MakeGlobalFile(MakeFolder(L"Broker"), L"override", "-1");
-    UseScenario("GlobalPreferences.StandsAside");
+    UseScenario("GlobalPreferences.DoesNotConnect");
     StartupGate gate;
     StartDefaultAgent();
     const HANDLE agentPipe = OpenPipe(agentPipePrefix);
@@ -157,7 +157,7 @@ GLOBAL_PREFERENCES(WhoseRootIsNoObjectAreReadThroughANullPointer)
     PrepareFolders();
     const std::wstring broker = MakeFolder(L"Broker");
     const std::wstring file = MakeFile(GlobalFile(broker, L""), R"([{"Network": {"timeout": 30002}}])");
-    UseScenario("GlobalPreferences.StandsAside");
+    UseScenario("GlobalPreferences.DoesNotConnect");
     const FaultCatcher catcher(nullptr, 4096, FaultCatcher::KeepThread);
     StartDefaultAgent();
     EXPECT_TRUE(WaitUntil([&] { return catcher.Caught().count != 0; }));
@@ -170,7 +170,7 @@ GLOBAL_PREFERENCES(WhoseRootIsNoObjectAreReadThroughANullPointer)
 
 #else
 
-BRIDGE_SCENARIO_OF(BridgeTest, GlobalPreferences, StandsAside)
+BRIDGE_SCENARIO_OF(BridgeTest, GlobalPreferences, DoesNotConnect)
 {
     EXPECT_TRUE(Await("over"));
 }

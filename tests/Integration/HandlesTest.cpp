@@ -111,7 +111,7 @@ protected:
     {
         EXPECT_EQ(expected, trace->OwnCalls());
         EXPECT_EQ(Calls{}, trace->OpenHandles()) << "All threads' handles are closed,";
-        EXPECT_EQ(0u, trace->VainCloses()) << "each of them once.";
+        EXPECT_EQ(0u, trace->FailedCloses()) << "each of them once.";
     }
 
     void Prepare()
@@ -127,7 +127,7 @@ protected:
 
 HANDLES(OfAConnectedDefaultAgent)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     Prepare();
     StartWatchedAgent();
     EXPECT_EQ(StartupCalls(), trace->OwnCalls());
@@ -138,7 +138,7 @@ HANDLES(OfAConnectedDefaultAgent)
 
 HANDLES(OfAConnectedSynchronizedAgent)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     Prepare();
     StartSynchronizedAgent();
     EXPECT_EQ(StartupCalls(), trace->OwnCalls());
@@ -170,7 +170,7 @@ HANDLES(OfAnAgentWhoseBridgeNeverConnects)
 
 HANDLES(OfAnAgentThatIsShutDownAtOnce)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     ExpectNoBridge(); // it can find its pipes closed already
     Prepare();
     StartDefaultAgent();

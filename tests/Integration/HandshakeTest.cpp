@@ -10,7 +10,7 @@
 
 namespace
 {
-/// Every member different, so that none can stand in for another.
+/// Every member different, so that none can be taken for another.
 TvnProjectPreferences MakeRecord()
 {
     TvnProjectPreferences record = {};
@@ -54,7 +54,7 @@ HOST_TEST(Handshake, SendsFourBlobsInOrder)
     ConnectDefaultAgent();
 }
 
-HOST_TEST(Handshake, TellsOfASynchronizedAgent)
+HOST_TEST(Handshake, RegistersASynchronizedAgent)
 {
     ConnectSynchronizedAgent();
 }
@@ -169,7 +169,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, Handshake, SendsFourBlobsInOrder)
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(Handshake, TellsOfASynchronizedAgent)
+BRIDGE_SCENARIO(Handshake, RegistersASynchronizedAgent)
 {
     EXPECT_EQ(RegisterAgentBytes(1), agent.Bytes());
 }

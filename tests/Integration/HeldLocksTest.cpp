@@ -28,7 +28,7 @@ struct Words
 };
 Words words;
 
-volatile LONG readyThreads; ///< threads whose start is behind them, and the test itself once it has made them
+volatile LONG readyThreads; ///< threads that have started, and the test itself once it has created them
 constexpr LONG allThreads = 5;
 volatile LONG parkedThreads;
 volatile LONG givenUp;

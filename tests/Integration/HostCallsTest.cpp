@@ -44,7 +44,7 @@ HOST_TEST(HostCalls, SendSchedulesOfReloadsAndRestarts)
     EXPECT_EQ(1u, CountInLog("API TvnScheduleReload"));
 }
 
-HOST_TEST(HostCalls, KeepTheirOrderAmongOneAnotherAndBehindTheHandshake)
+HOST_TEST(HostCalls, KeepTheirOrderAmongOneAnotherAndAfterTheHandshake)
 {
     TvnDefaultAgent& agent = StartDefaultAgent();
     constexpr int count = 2000;
@@ -148,7 +148,7 @@ BRIDGE_SCENARIO(HostCalls, SendSchedulesOfReloadsAndRestarts)
     EXPECT_EQ(4u, message.PayloadSize());
 }
 
-BRIDGE_SCENARIO(HostCalls, KeepTheirOrderAmongOneAnotherAndBehindTheHandshake)
+BRIDGE_SCENARIO(HostCalls, KeepTheirOrderAmongOneAnotherAndAfterTheHandshake)
 {
     const uint64_t count = AwaitNumber("count");
     for (uint64_t i = 0; i < count; ++i)

@@ -115,7 +115,7 @@ LogSequence ReceiverSpawn(const std::wstring& folder)
 
 LogSequence ReceiverConnected()
 {
-    // One of the files of preferences stands beside the Agent that these tests use.
+    // One of the files of preferences is beside the Agent that these tests use.
     return {
         "SCS Spawned bridge process",
         "DBG Trying to load global preferences from *\\global_preferences_default.json",
@@ -202,7 +202,7 @@ protected:
         ADD_FAILURE() << differences;
     }
 
-    /// The last records of the log are these: in a shutdown each thread is waited for before the next one is told.
+    /// The last records of the log are these: a shutdown waits for each thread before it signals the next one.
     void ExpectLastRecords(const LogSequence& expected)
     {
         const std::vector<LogRecord> records = ReadLog();
@@ -217,7 +217,7 @@ protected:
 
     void RunConnected(StartBy startup)
     {
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         Start(startup);
         EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
         EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -274,7 +274,7 @@ protected:
     /// Shutdown comes while the receiver still starts, waits for it, and then takes everything down.
     void RunShutDownAtOnce(StartBy startup)
     {
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         ExpectNoBridge(); // it may or may not find its pipes
         Start(startup);
         Shutdown();

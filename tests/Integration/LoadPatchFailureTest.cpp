@@ -18,8 +18,8 @@
 
 namespace
 {
-/// The record behind one with that message.
-LogRecord RecordBehind(const std::vector<LogRecord>& log, const std::string& message)
+/// The record after one with that message.
+LogRecord RecordAfter(const std::vector<LogRecord>& log, const std::string& message)
 {
     for (size_t i = 0; i + 1 < log.size(); ++i)
     {
@@ -34,7 +34,7 @@ LogRecord RecordBehind(const std::vector<LogRecord>& log, const std::string& mes
 class FailingLoadHost : public HostTest
 {
 protected:
-    /// Has the Agent try, and looks at what it tells. \param code that the loader gives.
+    /// Has the Agent try, and checks what it logs. \param code that the loader returns.
     void ExpectFailure(const std::wstring& path, DWORD code)
     {
         ASSERT_FALSE(path.empty());
@@ -46,7 +46,7 @@ protected:
         const std::string failedCall = "LoadLibraryW(" + Utf8(path) + ") failed.";
         ExpectLogOrder({"Processing Blob::LoadPatchWindows", "Loading patch from " + Utf8(path), failedCall,
                         "Failed to load patch from " + Utf8(path)});
-        const LogRecord reason = RecordBehind(ReadLog(), failedCall);
+        const LogRecord reason = RecordAfter(ReadLog(), failedCall);
         char codes[64];
         snprintf(codes, sizeof(codes), "Error: %lu, 0x%lX: ", code, code);
         EXPECT_EQ(codes, reason.message.substr(0, strlen(codes)));
@@ -153,10 +153,10 @@ class FailingLoadBridge : public PatchBridge
 protected:
     void TryToLoad(const std::wstring& path, bool watchdog = false)
     {
-        PatchCommand order;
-        order.path = path;
-        order.watchdog = watchdog;
-        ASSERT_TRUE(SendLoadPatch(link, order));
+        PatchCommand command;
+        command.path = path;
+        command.watchdog = watchdog;
+        ASSERT_TRUE(SendLoadPatch(link, command));
     }
 
     std::vector<uint8_t> Report(const std::string& text)
@@ -199,11 +199,11 @@ FAILING_LOAD_BRIDGE(IsNotTheEnd)
     TryToLoad(AwaitText("imports"));
     EXPECT_EQ(ReportOf(AwaitText("imports")), ExpectFailed());
     EXPECT_TRUE(Load(AwaitText("absent")));
-    PatchCommand order;
-    order.path = AwaitText("imports");
-    const auto loaded = Load(order);
+    PatchCommand command;
+    command.path = AwaitText("imports");
+    const auto loaded = Load(command);
     ASSERT_TRUE(loaded);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
+    EXPECT_EQ(ExpectedAnswer(command, loaded->base), loaded.Bytes());
 }
 
 #endif

@@ -27,7 +27,7 @@
     }
 
 LOAD_PATCH_TEST_OF(AnswersWithWhatItHasLoaded, L"PlainPatch")
-LOAD_PATCH_TEST_OF(EchoesWhatTheOrderSays, L"PlainPatch")
+LOAD_PATCH_TEST_OF(EchoesTheFieldsOfTheCommand, L"PlainPatch")
 LOAD_PATCH_TEST_OF(ReadsNothingOfTheBytesInBetween, L"PlainPatch")
 
 HOST_TEST(LoadPatch, LeavesAnImageThatWorks)
@@ -121,48 +121,48 @@ HOST_TEST(LoadPatch, LoadsTwoPatchesOfTheSameContent)
 
 LOAD_PATCH_BRIDGE(AnswersWithWhatItHasLoaded)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    order.secondText = L"second";
-    const auto loaded = Load(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    command.secondText = L"second";
+    const auto loaded = Load(command);
     ASSERT_TRUE(loaded);
     EXPECT_EQ((std::vector<uint8_t>{'M', 'Z'}), host.Read(loaded->base, 2));
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
+    EXPECT_EQ(ExpectedAnswer(command, loaded->base), loaded.Bytes());
 }
 
-LOAD_PATCH_BRIDGE(EchoesWhatTheOrderSays)
+LOAD_PATCH_BRIDGE(EchoesTheFieldsOfTheCommand)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    order.secondText = L"\u00E4\u20AC \U0001F600";
-    order.echo38 = 0xFEDCBA9876543210;
-    order.echo50 = 0x1122334455667788;
-    order.echo58 = 0xFFFFFFFFFFFFFFFF;
-    order.echo60 = 0x8000000000000001;
-    order.echo68 = 0xA5;
-    auto loaded = Load(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    command.secondText = L"\u00E4\u20AC \U0001F600";
+    command.echo38 = 0xFEDCBA9876543210;
+    command.echo50 = 0x1122334455667788;
+    command.echo58 = 0xFFFFFFFFFFFFFFFF;
+    command.echo60 = 0x8000000000000001;
+    command.echo68 = 0xA5;
+    auto loaded = Load(command);
     ASSERT_TRUE(loaded);
     EXPECT_EQ(0x76543210u, loaded->echo38) << "Kept in 32 bits.";
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
+    EXPECT_EQ(ExpectedAnswer(command, loaded->base), loaded.Bytes());
 
-    order.echo38 = 0xFFFFFFFFFFFFFFFF;
-    order.echo68 = 2;
-    order.secondText.clear();
-    loaded = Load(order);
+    command.echo38 = 0xFFFFFFFFFFFFFFFF;
+    command.echo68 = 2;
+    command.secondText.clear();
+    loaded = Load(command);
     ASSERT_TRUE(loaded);
     EXPECT_EQ(0xFFFFFFFFu, loaded->echo38);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
+    EXPECT_EQ(ExpectedAnswer(command, loaded->base), loaded.Bytes());
 }
 
 LOAD_PATCH_BRIDGE(ReadsNothingOfTheBytesInBetween)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    order.secondText = L"second";
+    PatchCommand command;
+    command.path = AwaitText("path");
+    command.secondText = L"second";
     BlobWriter<LoadPatchWindowsBlob> blob;
     memset(&blob.fixed, 0xEE, sizeof(blob.fixed));
-    blob.String(&LoadPatchWindowsBlob::patchPath, order.path);
-    blob.String(&LoadPatchWindowsBlob::secondText, order.secondText);
+    blob.String(&LoadPatchWindowsBlob::patchPath, command.path);
+    blob.String(&LoadPatchWindowsBlob::secondText, command.secondText);
     blob.List(&LoadPatchWindowsBlob::reservations, std::vector<WirePageRange>());
     blob.fixed.echo38 = 0;
     blob.fixed.echo50 = 0;
@@ -173,7 +173,7 @@ LOAD_PATCH_BRIDGE(ReadsNothingOfTheBytesInBetween)
     ASSERT_TRUE(link.Send(blob.Finish()));
     const auto loaded = ExpectLoaded();
     ASSERT_TRUE(loaded);
-    EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
+    EXPECT_EQ(ExpectedAnswer(command, loaded->base), loaded.Bytes());
 }
 
 LOAD_PATCH_BRIDGE(LeavesAnImageThatWorks)
@@ -192,29 +192,29 @@ LOAD_PATCH_BRIDGE(LoadsCodeInManySectionsAndThreadLocalData)
 
 LOAD_PATCH_BRIDGE(LoadsALargeImage)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    const auto loaded = LoadAsExpected(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    const auto loaded = LoadAsExpected(command);
     ASSERT_TRUE(loaded);
     EXPECT_LT(49u * 1024 * 1024, loaded->imageSize);
 }
 
 LOAD_PATCH_BRIDGE(LoadsFromAPathWithSpacesAndForeignLetters)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    const auto loaded = LoadAsExpected(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    const auto loaded = LoadAsExpected(command);
     ASSERT_TRUE(loaded);
 }
 
 LOAD_PATCH_BRIDGE(LoadsTwoPatchesOfTheSameContent)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    const auto first = LoadAsExpected(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    const auto first = LoadAsExpected(command);
     ASSERT_TRUE(first);
-    order.path = AwaitText("second path");
-    const auto second = LoadAsExpected(order);
+    command.path = AwaitText("second path");
+    const auto second = LoadAsExpected(command);
     ASSERT_TRUE(second);
     EXPECT_NE(first->base, second->base);
 }

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-// The locks and the place to park threads at that an Agent tells its Bridge of.
+// The locks, and the code to park threads in, that an Agent registers with its Bridge.
 
 #if TORVANE_HOST_HALF
 
@@ -66,7 +66,7 @@ HOST_TEST(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
     Signal("unlocked");
 }
 
-HOST_TEST(LockDiscovery, NamesTheHeapsLockOrSaysThatThereIsNone)
+HOST_TEST(LockDiscovery, RegistersTheHeapsLockOrThatThereIsNone)
 {
     ConnectDefaultAgent();
     const uint64_t lock = AwaitNumber("heap lock");
@@ -126,7 +126,7 @@ BRIDGE_SCENARIO(LockDiscovery, NamesTheLockThatTheLoaderWorksUnder)
     EXPECT_NE(owner, ReadSection(host, process->loaderLock).owner);
 }
 
-BRIDGE_SCENARIO(LockDiscovery, NamesTheHeapsLockOrSaysThatThereIsNone)
+BRIDGE_SCENARIO(LockDiscovery, RegistersTheHeapsLockOrThatThereIsNone)
 {
     Publish("heap lock", process->processHeapLock);
     if (process->processHeapLock != 0)

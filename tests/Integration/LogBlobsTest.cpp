@@ -57,14 +57,14 @@ protected:
         ASSERT_FALSE(HasFatalFailure());
         ASSERT_TRUE(DebugActiveProcess(link.HostProcessId())) << GetLastError();
         DebugSetProcessKillOnExit(FALSE);
-        // The process goes on behind the breakpoint that tells of the attachment.
+        // The process continues after the breakpoint of the attachment.
         while (!attached)
         {
-            ASSERT_TRUE(GoOn()) << "The process doesn't come to the breakpoint.";
+            ASSERT_TRUE(ContinueHost()) << "The process doesn't come to the breakpoint.";
         }
     }
 
-    /// Lets the host go on until the debugger has been given this text; others may come before.
+    /// Lets the host run until the debugger has received this text; others may come before.
     void ExpectOutput(const std::string& expected)
     {
         for (;;)
@@ -78,7 +78,7 @@ protected:
                     return;
                 }
             }
-            ASSERT_TRUE(GoOn()) << "The debugger hasn't been given: " << expected;
+            ASSERT_TRUE(ContinueHost()) << "The debugger hasn't been given: " << expected;
         }
     }
 
@@ -91,7 +91,7 @@ protected:
 
 private:
     /// Takes one event. \return false if none has come.
-    bool GoOn()
+    bool ContinueHost()
     {
         DEBUG_EVENT event = {};
         if (!WaitForDebugEvent(&event, testTimeout))
@@ -176,12 +176,12 @@ LOG_BRIDGE(ReachTheDebuggerWithTheBytesThatTheyHave)
 
 LOG_BRIDGE(ReachTheDebuggerFromWhereverTheTextIs)
 {
-    const char narrow[] = "behind a gap";
-    const wchar_t wide[] = L"behind an odd gap";
+    const char narrow[] = "after a gap";
+    const wchar_t wide[] = L"after an odd gap";
     ASSERT_TRUE(link.Send(ByteImage(20).U32(4, 16).Put(20, narrow, sizeof(narrow)).Blob(10)));
-    ExpectOutput("behind a gap");
+    ExpectOutput("after a gap");
     ASSERT_TRUE(link.Send(ByteImage(21).U32(4, 17).Put(21, wide, sizeof(wide)).Blob(11)));
-    ExpectOutput("behind an odd gap");
+    ExpectOutput("after an odd gap");
 }
 
 #endif

@@ -18,7 +18,7 @@
 
 namespace
 {
-/// Where the user's local application data is, by another way than the Agent's.
+/// Where the user's local application data is, found by other means than the Agent's.
 std::wstring LogFolderFromEnvironment()
 {
     wchar_t folder[MAX_PATH] = {};
@@ -40,7 +40,7 @@ DWORD TryOpen(const std::wstring& path, DWORD access)
     return ERROR_SUCCESS;
 }
 
-/// Where `GetFolder` says that the user's data is.
+/// What `GetFolder` returns for the folder of the user's data.
 std::wstring replacedFolder;
 bool askedForLocalApplicationData;
 
@@ -62,7 +62,7 @@ class LogFileTest : public HostTest
 protected:
     void RunConnected()
     {
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         ConnectDefaultAgent();
     }
 
@@ -85,7 +85,7 @@ protected:
 
 #define LOG_FILE(Name) HOST_TEST_OF(LogFileTest, LogFile, Name)
 
-LOG_FILE(StandsInTheUsersLocalApplicationDataUnderTheProcessId)
+LOG_FILE(IsInTheUsersLocalApplicationDataUnderTheProcessId)
 {
     const std::wstring path = LogFolderFromEnvironment() + L"\\log_windows_agent_" +
                               std::to_wstring(GetCurrentProcessId()) + L".txt";
@@ -112,7 +112,7 @@ LOG_FILE(HasARecordPerLineInColumns)
         begin = end + 2;
         if (line.empty())
         {
-            continue; // behind the OS's text of an error, which has a line break of its own
+            continue; // after the OS's text of an error, which has a line break of its own
         }
         ++records;
         ASSERT_LT(9u + 3 + 3 + 3 + 43 + 3, line.size()) << line;

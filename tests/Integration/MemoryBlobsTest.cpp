@@ -22,14 +22,14 @@ volatile uint32_t* Watched(uint32_t& number)
 }
 } // namespace
 
-HOST_TEST(MemoryBlobs, EchoComesBackBehindWhatWasOrderedBefore)
+HOST_TEST(MemoryBlobs, EchoIsAnsweredAfterEarlierCommands)
 {
     static const Numbers numbers;
     Publish("first", &numbers.first);
     ConnectDefaultAgent();
 }
 
-HOST_TEST(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
+HOST_TEST(MemoryBlobs, ReadsElementsInOrderAndSkipsNullAddresses)
 {
     static const Numbers numbers;
     Publish("first", &numbers.first);
@@ -83,7 +83,7 @@ HOST_TEST(MemoryBlobs, CopiesElementsInOrder)
 
 #else
 
-BRIDGE_SCENARIO(MemoryBlobs, EchoComesBackBehindWhatWasOrderedBefore)
+BRIDGE_SCENARIO(MemoryBlobs, EchoIsAnsweredAfterEarlierCommands)
 {
     ASSERT_TRUE(SendReadMemory(link, 4, {AwaitNumber("first")}, 1));
     ASSERT_TRUE(SendEchoRequest(link, 0x0123456789ABCDEF));
@@ -91,7 +91,7 @@ BRIDGE_SCENARIO(MemoryBlobs, EchoComesBackBehindWhatWasOrderedBefore)
     EXPECT_EQ(ByteImage(8).U64(0, 0x0123456789ABCDEF).Blob(75), Receive().Bytes());
 }
 
-BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndPassesOverNullAddresses)
+BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndSkipsNullAddresses)
 {
     const std::vector<AddressSlot> addresses = {AwaitNumber("third"), 0, AwaitNumber("first"),
                                                 AwaitNumber("second")};

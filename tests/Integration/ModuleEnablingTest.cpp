@@ -133,7 +133,7 @@ MODULE_HOST(WaitsAlsoForModulesThatTheFilterRefuses)
     EXPECT_EQ(0u, CountInLog("Enabling module " + filter.paths[1]));
 }
 
-MODULE_HOST(PassesOverFilesThatCannotBeReadAndWaitsForThem)
+MODULE_HOST(SkipsFilesThatCannotBeReadAndWaitsForThem)
 {
     LoadThree();
     ASSERT_TRUE(libraries.Rename("TvnLarge.dll"));
@@ -262,12 +262,12 @@ MODULE_HOST(DisablesWhatIsLoadedInTheOrderOfTheCall)
     ASSERT_TRUE(libraries.Rename("TvnLarge.dll"));
     TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnDisableModules(three, 3, ExactlyTheseModules, nullptr, nullptr);
-    const std::string gone = Narrow(libraries.PathOf("TvnLarge.dll"));
-    ExpectLogOrder({"Disabling module " + gone, "Failed to open executable " + gone});
+    const std::string missing = Narrow(libraries.PathOf("TvnLarge.dll"));
+    ExpectLogOrder({"Disabling module " + missing, "Failed to open executable " + missing});
     EXPECT_NE(nullptr, GetModuleHandleW(L"TvnSmall.dll"));
 }
 
-MODULE_HOST(IncludesImportsIfItIsToldTo)
+MODULE_HOST(IncludesImportsOnRequest)
 {
     ASSERT_TRUE(libraries.Write("TvnA.dll", {{"TvnB.dll"}, {"TvnC.dll"}}, 0x9000));
     ASSERT_TRUE(libraries.Write("TvnB.dll", {{"TvnD.dll"}}, 0x8000));
@@ -349,7 +349,7 @@ protected:
         return blob;
     }
 
-    /// Takes an `EnableModules` and lets the call go on.
+    /// Receives an `EnableModules` and lets the call continue.
     Received<EnableModulesBlob> Acknowledge(const FileNames& names)
     {
         const auto blob = ExpectModules<EnableModulesBlob>(names);
@@ -434,7 +434,7 @@ MODULE_BRIDGE(WaitsAlsoForModulesThatTheFilterRefuses)
     ExpectCount(ExpectModules<EnableModulesBlob>({L"TvnMiddle.dll", L"TvnSmall.dll"}), 3);
 }
 
-MODULE_BRIDGE(PassesOverFilesThatCannotBeReadAndWaitsForThem)
+MODULE_BRIDGE(SkipsFilesThatCannotBeReadAndWaitsForThem)
 {
     ExpectCount(ExpectModules<EnableModulesBlob>({L"TvnMiddle.dll"}), 3);
 }
@@ -493,7 +493,7 @@ MODULE_BRIDGE(DisablesWhatIsLoadedInTheOrderOfTheCall)
     EXPECT_EQ(expected.Blob(13), blob.Bytes());
 }
 
-MODULE_BRIDGE(IncludesImportsIfItIsToldTo)
+MODULE_BRIDGE(IncludesImportsOnRequest)
 {
     Acknowledge({L"TvnA.dll", L"TvnB.dll", L"TvnC.dll", L"TvnD.dll"});
     Acknowledge({L"TvnA.dll"});

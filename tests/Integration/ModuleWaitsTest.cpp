@@ -98,7 +98,7 @@ WAITING_HOST(AreNotMovedByStaleAcknowledgements)
     const TestThread caller([this] {
         Enable();
         EXPECT_TRUE(Await("stale"));
-        Enable(); // its latch lies where the first one lay
+        Enable(); // its latch has the address of the first one
     });
     EXPECT_TRUE(Await("received"));
     EXPECT_FALSE(caller.WaitForEnd(quietPeriod));

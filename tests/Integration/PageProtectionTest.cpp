@@ -99,7 +99,7 @@ HOST_TEST(PageProtection, LeavesRangesOfProtection0AsTheyAre)
     }
 }
 
-HOST_TEST(PageProtection, TellsOfEachRefusedRangeAndGoesOn)
+HOST_TEST(PageProtection, LogsEachRefusedRangeAndContinues)
 {
     uint8_t* pages = AllocatePages(2);
     uint8_t* given = AllocatePages(2);
@@ -239,7 +239,7 @@ PROTECTION_BRIDGE(LeavesRangesOfProtection0AsTheyAre)
     Signal("set");
 }
 
-PROTECTION_BRIDGE(TellsOfEachRefusedRangeAndGoesOn)
+PROTECTION_BRIDGE(LogsEachRefusedRangeAndContinues)
 {
     const AddressSlot pages = AwaitNumber("pages");
     Set({Pages(AwaitNumber("reserved"), 0, 1, PAGE_READONLY),

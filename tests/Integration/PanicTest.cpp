@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-// A panic ends nothing. A debugger is broken into, before its text and behind it.
+// A panic ends nothing. It breaks into a debugger before and after its text.
 
 #if TORVANE_HOST_HALF
 
@@ -10,7 +10,7 @@
 
 namespace
 {
-/// What came to the debugger, in its order: a text, or "break".
+/// What the debugger received, in its order: a text, or "break".
 std::vector<std::string> story;
 
 LONG CALLBACK TakeBreak(EXCEPTION_POINTERS* exception)
@@ -53,7 +53,7 @@ protected:
     /// A run with a panic in the middle of its startup, and a debugger that lets each break pass.
     void Run(bool debugged, uint32_t levels)
     {
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         void* const module = Library().Module();
         const ReplacedImport event(module, "CreateEventW", &RefuseEvent);
         const ReplacedImport output(module, "OutputDebugStringA", &TakeText);
@@ -63,7 +63,7 @@ protected:
         eventsUntilRefusal = 7;
         const TvnLogFilter filter = {levels};
         StartDefaultAgent(nullptr, nullptr, &filter);
-        EXPECT_EQ(ConnectionSucceeded, WaitForConnection()) << "The Agent goes on.";
+        EXPECT_EQ(ConnectionSucceeded, WaitForConnection()) << "The Agent continues.";
         EXPECT_TRUE(WaitForLog("Sender thread ready"));
         Shutdown();
         RemoveVectoredExceptionHandler(handler);
@@ -81,7 +81,7 @@ constexpr uint32_t panicLevel = 16;
 
 #define PANIC(Name) HOST_TEST_OF(PanicTest, Panic, Name)
 
-PANIC(BreaksIntoADebuggerBeforeAndBehindItsText)
+PANIC(BreaksIntoADebuggerBeforeAndAfterItsText)
 {
     Run(true, panicLevel);
     EXPECT_EQ((std::vector<std::string>{"break", " Torvane Panic  ] Cannot create event\r\n", "break"}),

@@ -64,7 +64,7 @@ void* LoadCopy(const TemporaryFolder& folder, const std::wstring& image)
 }
 } // namespace
 
-HOST_TEST(PatchSections, TellsOfItsStepsInOrder)
+HOST_TEST(PatchSections, LogsItsStepsInOrder)
 {
     PublishText("path", ImagePath(L"PlainPatch"));
     StartDefaultAgent();
@@ -83,7 +83,7 @@ HOST_TEST(PatchSections, TellsOfItsStepsInOrder)
     ExpectNoErrorsInLog();
 }
 
-HOST_TEST(PatchSections, MakesThePageInFrontOfEachExecutableSectionExecutable)
+HOST_TEST(PatchSections, MakesThePageBeforeEachExecutableSectionExecutable)
 {
     const TemporaryFolder folder(L"sections");
     uint8_t* untouched = static_cast<uint8_t*>(LoadCopy(folder, L"Sections"));
@@ -144,7 +144,7 @@ HOST_TEST(PatchSections, PreparesNothingOfAnImageWithoutCode)
     ExpectNoErrorsInLog();
 }
 
-HOST_TEST(PatchSections, GoesOnWithoutPreparationWhenTheFileCannotBeRead)
+HOST_TEST(PatchSections, LoadsWithoutPreparationWhenTheFileCannotBeRead)
 {
     // The loader appends the extension that this path lacks; nobody else does.
     const std::wstring path = ImagePath(L"PlainPatch");
@@ -176,7 +176,7 @@ HOST_TEST(PatchSections, LoadsTheSameImageTwice)
 
 #define PATCH_SECTIONS_BRIDGE(Name) BRIDGE_SCENARIO_OF(PatchBridge, PatchSections, Name)
 
-PATCH_SECTIONS_BRIDGE(TellsOfItsStepsInOrder)
+PATCH_SECTIONS_BRIDGE(LogsItsStepsInOrder)
 {
     const auto loaded = Load(AwaitText("path"));
     ASSERT_TRUE(loaded);
@@ -184,11 +184,11 @@ PATCH_SECTIONS_BRIDGE(TellsOfItsStepsInOrder)
     Publish("size", loaded->imageSize);
 }
 
-PATCH_SECTIONS_BRIDGE(MakesThePageInFrontOfEachExecutableSectionExecutable)
+PATCH_SECTIONS_BRIDGE(MakesThePageBeforeEachExecutableSectionExecutable)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    const auto loaded = LoadAsExpected(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    const auto loaded = LoadAsExpected(command);
     ASSERT_TRUE(loaded);
     Publish("base", loaded->base);
     Publish("size", loaded->imageSize);
@@ -196,17 +196,17 @@ PATCH_SECTIONS_BRIDGE(MakesThePageInFrontOfEachExecutableSectionExecutable)
 
 PATCH_SECTIONS_BRIDGE(PreparesNothingOfAnImageWithoutCode)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    const auto loaded = LoadAsExpected(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    const auto loaded = LoadAsExpected(command);
     ASSERT_TRUE(loaded);
 }
 
-PATCH_SECTIONS_BRIDGE(GoesOnWithoutPreparationWhenTheFileCannotBeRead)
+PATCH_SECTIONS_BRIDGE(LoadsWithoutPreparationWhenTheFileCannotBeRead)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    const auto loaded = LoadAsExpected(order);
+    PatchCommand command;
+    command.path = AwaitText("path");
+    const auto loaded = LoadAsExpected(command);
     ASSERT_TRUE(loaded);
 }
 

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-// A pipe that can't be created, since somebody else has its name: the one failure that the user is told.
+// A pipe that can't be created, since another object has its name: the one failure that is shown to the user.
 
 #if TORVANE_HOST_HALF
 
@@ -54,14 +54,14 @@ protected:
 
 #define PIPE_CREATION(Name) HOST_TEST_OF(PipeCreationTest, PipeCreation, Name)
 
-PIPE_CREATION(TellsTheUserWhenTheAgentPipesNameIsTaken)
+PIPE_CREATION(ShowsAMessageBoxWhenTheAgentPipesNameIsTaken)
 {
     TakeName(agentPipePrefix);
     StartInVain();
     ExpectFailureInLog("agent");
 }
 
-PIPE_CREATION(TellsTheUserWhenTheBridgePipesNameIsTaken)
+PIPE_CREATION(ShowsAMessageBoxWhenTheBridgePipesNameIsTaken)
 {
     TakeName(bridgePipePrefix);
     StartInVain();
@@ -90,7 +90,7 @@ PIPE_CREATION(LeavesAnAgentThatTakesCalls)
     }
 }
 
-PIPE_CREATION(LeavesAShutdownThatWaitsForGood)
+PIPE_CREATION(LeavesAShutdownThatWaitsForever)
 {
     TakeName(bridgePipePrefix);
     StartInVain();

@@ -17,13 +17,13 @@ uint8_t block[0x60000];
 class PipeMessagesTest : public LinkTest
 {
 protected:
-    /// The Bridge half writes 1, 2, 3, ... to `numbers`, one order for each.
+    /// The Bridge half writes 1, 2, 3, ... to `numbers`, one command for each.
     void ExpectOrdersObeyed()
     {
         Publish("numbers", numbers);
         StartWatchedAgent();
         ExpectStatus(ConnectionSucceeded);
-        EXPECT_TRUE(Await("obeyed"));
+        EXPECT_TRUE(Await("executed"));
         for (uint32_t i = 0; i < numberCount; ++i)
         {
             EXPECT_EQ(i + 1, numbers[i]);
@@ -67,7 +67,7 @@ PIPE_MESSAGES(CanBeLongerThanThePipesBuffer)
     Publish("block", block);
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
-    EXPECT_TRUE(Await("obeyed"));
+    EXPECT_TRUE(Await("executed"));
     for (size_t i = 0; i < sizeof(block); ++i)
     {
         ASSERT_EQ(static_cast<uint8_t>(i * 7), block[i]) << i;
@@ -100,19 +100,19 @@ void Append(Bytes& all, const Bytes& bytes)
     all.insert(all.end(), bytes.begin(), bytes.end());
 }
 
-/// `Version` and the 40 orders behind it, as one row of bytes.
-Bytes VersionAndOrders(uint64_t numbers)
+/// `Version` and the 40 commands after it, as one sequence of bytes.
+Bytes VersionAndCommands(uint64_t numbers)
 {
     Bytes all = ByteImage(4).Text(0, std::string(apiVersion)).Blob(0);
     for (uint32_t i = 0; i < 40; ++i)
     {
         const uint32_t number = i + 1;
-        BlobWriter<WriteMemoryBlob> order;
-        order.fixed.elementSize = sizeof(number);
-        order.fixed.elementCount = 1;
-        order.List(&WriteMemoryBlob::addresses, std::vector<AddressSlot>{numbers + i * sizeof(number)});
-        order.List(&WriteMemoryBlob::data, ByteImage().U32(0, number).Bytes());
-        Append(all, order.Finish());
+        BlobWriter<WriteMemoryBlob> command;
+        command.fixed.elementSize = sizeof(number);
+        command.fixed.elementCount = 1;
+        command.List(&WriteMemoryBlob::addresses, std::vector<AddressSlot>{numbers + i * sizeof(number)});
+        command.List(&WriteMemoryBlob::data, ByteImage().U32(0, number).Bytes());
+        Append(all, command.Finish());
     }
     return all;
 }
@@ -145,18 +145,18 @@ std::vector<size_t> FindBlobs(const Bytes& bytes)
 BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanHoldAllBlobsTogether)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
-    EXPECT_TRUE(link.Send(VersionAndOrders(AwaitNumber("numbers"))));
+    EXPECT_TRUE(link.Send(VersionAndCommands(AwaitNumber("numbers"))));
     EXPECT_TRUE(WaitUntilExecuted());
-    Signal("obeyed");
+    Signal("executed");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanHoldOneByteEach)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
-    SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 1);
+    SendInPieces(link, VersionAndCommands(AwaitNumber("numbers")), 1);
     EXPECT_TRUE(WaitUntilExecuted());
-    Signal("obeyed");
+    Signal("executed");
     StayUntilAgentGoes();
 }
 
@@ -164,16 +164,16 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanEndAnywhereInABlob)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     // No multiple of a Blob's size, so that the ends move through header and payload.
-    SendInPieces(link, VersionAndOrders(AwaitNumber("numbers")), 61);
+    SendInPieces(link, VersionAndCommands(AwaitNumber("numbers")), 61);
     EXPECT_TRUE(WaitUntilExecuted());
-    Signal("obeyed");
+    Signal("executed");
     StayUntilAgentGoes();
 }
 
 BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanSplitHeaderAndPayload)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
-    const Bytes bytes = VersionAndOrders(AwaitNumber("numbers"));
+    const Bytes bytes = VersionAndCommands(AwaitNumber("numbers"));
     const std::vector<size_t> begins = FindBlobs(bytes);
     for (size_t i = 0; i + 1 < begins.size(); ++i)
     {
@@ -183,7 +183,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanSplitHeaderAndPayload)
         ASSERT_TRUE(link.Send(Bytes(begin + 8, end)));
     }
     EXPECT_TRUE(WaitUntilExecuted());
-    Signal("obeyed");
+    Signal("executed");
     StayUntilAgentGoes();
 }
 
@@ -192,7 +192,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanBeEmptyInBetween)
     ASSERT_TRUE(link.ConnectAgentPipe(testTimeout));
     RawPipe bridgePipe(bridgePipePrefix, link.HostProcessId());
     ASSERT_TRUE(bridgePipe);
-    const Bytes bytes = VersionAndOrders(AwaitNumber("numbers"));
+    const Bytes bytes = VersionAndCommands(AwaitNumber("numbers"));
     for (size_t begin = 0; begin < bytes.size(); begin += 50)
     {
         const size_t end = std::min(begin + 50, bytes.size());
@@ -202,7 +202,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanBeEmptyInBetween)
     }
     EXPECT_TRUE(bridgePipe.Write(BlobWriter<EchoRequestBlob>().Finish()));
     EXPECT_TRUE(Expect<EchoReplyBlob>());
-    Signal("obeyed");
+    Signal("executed");
     StayUntilAgentGoes();
 }
 
@@ -215,7 +215,7 @@ BRIDGE_SCENARIO(PipeMessages, CanBeLongerThanThePipesBuffer)
     }
     EXPECT_TRUE(SendWriteMemory(link, {AwaitNumber("block")}, data));
     EXPECT_TRUE(WaitUntilExecuted());
-    Signal("obeyed");
+    Signal("executed");
 }
 
 BRIDGE_SCENARIO_OF(RawPipeBridge, PipeMessages, OfTheAgentHoldOneBlobEach)

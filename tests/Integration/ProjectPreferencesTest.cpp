@@ -88,7 +88,7 @@ PROJECT_PREFERENCES(OfABareFileNameLieNextToTheExecutable)
     EXPECT_TRUE(DeleteFileW(file.c_str()));
 }
 
-PROJECT_PREFERENCES(OfAFileThatIsNotThereAreToldAndTheDefault)
+PROJECT_PREFERENCES(OfAMissingFileAreTheDefaultWithALogLine)
 {
     PrepareBrokers();
     const std::wstring file = Root() + L"\\no project.json";
@@ -99,7 +99,7 @@ PROJECT_PREFERENCES(OfAFileThatIsNotThereAreToldAndTheDefault)
     EXPECT_EQ(0u, CountInLog("Failed to parse malformed JSON from " + Utf8(file)));
 }
 
-PROJECT_PREFERENCES(OfAMalformedFileAreToldAndTheDefault)
+PROJECT_PREFERENCES(OfAMalformedFileAreTheDefaultWithALogLine)
 {
     PrepareBrokers();
     const std::wstring file = MakeFile(Root() + L"\\project.json",
@@ -150,7 +150,7 @@ PROJECT_PREFERENCES(WhoseRootIsNoObjectAreReadThroughANullPointer)
 {
     PrepareBrokers();
     const std::wstring file = MakeFile(Root() + L"\\project.json", "\"General\"");
-    UseScenario("GlobalPreferences.StandsAside");
+    UseScenario("GlobalPreferences.DoesNotConnect");
     const FaultCatcher catcher(nullptr, 4096, FaultCatcher::KeepThread);
     StartDefaultAgent(file.c_str());
     EXPECT_TRUE(WaitUntil([&] { return catcher.Caught().count != 0; }));

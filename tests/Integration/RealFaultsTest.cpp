@@ -88,7 +88,7 @@ const uint8_t largest[10] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xF
 const uint8_t smallest[10] = {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80, 0x01, 0x00};
 const int32_t bounds[2] = {0, 1};
 
-/// A frame whose handler answers what it is told to.
+/// A frame whose handler returns what it is given.
 struct AnsweringFrame
 {
     AnsweringFrame* next;
@@ -198,7 +198,7 @@ void DoWhatFaults(size_t fault)
         CodePages({0xF4, 0xC3}).Run(); // hlt
         break;
     default:
-        FAIL() << "Nothing is told for fault " << fault;
+        FAIL() << "Nothing is expected of fault " << fault;
     }
 }
 } // namespace

@@ -60,21 +60,21 @@ BlobsRun RunBlobs(const std::wstring& arguments)
     return run;
 }
 
-/// The types of a list in their order, each behind its direction: "->Version".
+/// The types of a list in their order, each after its direction: "->Version".
 std::vector<std::string> TypesIn(const std::string& list)
 {
     std::vector<std::string> types;
     for (size_t i = list.find('\n') + 1; i < list.size(); i = list.find('\n', i) + 1)
     {
-        const size_t way = list.find_first_of("<-", i + 20); // behind number and time
-        const size_t name = list.find_first_not_of(' ', way + 2);
-        types.push_back(list.substr(way, 2) + list.substr(name, list.find(' ', name) - name));
+        const size_t direction = list.find_first_of("<-", i + 20); // after number and time
+        const size_t name = list.find_first_not_of(' ', direction + 2);
+        types.push_back(list.substr(direction, 2) + list.substr(name, list.find(' ', name) - name));
     }
     return types;
 }
 } // namespace
 
-/// A host whose Bridge records, since its environment says so.
+/// A host whose Bridge records, as requested by its environment.
 class RecordedHost : public HostTest
 {
 protected:
@@ -180,9 +180,9 @@ BRIDGE_SCENARIO(Recording, HoldsAMemoryExchangeAndAReload)
     ASSERT_TRUE(Expect<ReadMemoryResultBlob>());
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(Expect<ReloadBlob>());
-    PatchCommand order;
-    order.path = L"C:\\no such patch.dll";
-    ASSERT_TRUE(SendLoadPatch(link, order));
+    PatchCommand command;
+    command.path = L"C:\\no such patch.dll";
+    ASSERT_TRUE(SendLoadPatch(link, command));
     ASSERT_TRUE(link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     ASSERT_TRUE(WaitUntilExecuted());

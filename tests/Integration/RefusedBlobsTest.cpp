@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-// Blobs that the Agent doesn't accept: one of them ends its obedience. A test for each number.
+// Blobs that the Agent doesn't accept: it executes no command after one of them. A test for each number.
 
 namespace
 {
@@ -62,10 +62,10 @@ class RefusedBlobHost : public HostTest
         EXPECT_TRUE(WaitForLog("Thread 'Torvane receiver' exited with result 0"));
         ExpectLogOrder({"Processing Blob::Synchronize", refusal, "Exiting receiver thread",
                         "Thread 'Torvane receiver' exited with result 0"});
-        EXPECT_EQ(1u, CountInLog("Processing Blob::Synchronize")) << "What comes behind isn't obeyed.";
+        EXPECT_EQ(1u, CountInLog("Processing Blob::Synchronize")) << "What follows isn't executed.";
         EXPECT_EQ(1u, CountErrors());
 
-        Library().TvnLogMessageANSI("The other direction goes on.");
+        Library().TvnLogMessageANSI("The other direction still works.");
         EXPECT_TRUE(Await("still sending"));
     }
 
@@ -99,7 +99,7 @@ class RefusedBlobBridge : public ConnectedBridgeTest
         SendEchoRequest(link, 1);
         const auto message = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
         ASSERT_TRUE(message);
-        EXPECT_EQ("The other direction goes on.", message.AnsiString(message->text));
+        EXPECT_EQ("The other direction still works.", message.AnsiString(message->text));
         EXPECT_FALSE(link.Receive(0)) << "The echo isn't answered.";
         Signal("still sending");
     }

@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-// A Bridge whose process ends in the middle of a reload: behind every order and behind every answer. Whatever it
-// has ordered happens all the same; the host goes on each time and shuts down.
+// A Bridge whose process ends in the middle of a reload: after every command and after every answer. Whatever it has
+// sent is executed all the same; the host continues each time and shuts down.
 
 namespace
 {
@@ -17,7 +17,7 @@ constexpr const char* steps[] = {
 };
 
 /// What a test is called before the step's name.
-constexpr char prefix[] = "HappensBehind";
+constexpr char prefix[] = "HappensAfter";
 
 template<typename Base, typename Test>
 int RegisterForEachStep(int line)
@@ -64,7 +64,7 @@ struct Subject
     uint32_t written = 0;
     uint32_t copied = 0;
     uint32_t hookCalls = 0;
-    uint8_t* page = nullptr; ///< entry point, 16 bytes behind its start
+    uint8_t* page = nullptr; ///< entry point, 16 bytes after its start
     uint8_t* protectedPage = nullptr;
 };
 
@@ -98,7 +98,7 @@ protected:
     {
         ExpectStatus(ConnectionSucceeded);
         ExpectReceiverEnd(8);
-        ExpectHostGoesOnAndShutsDown();
+        ExpectHostWorksAndShutsDown();
         ExpectSenderEnd(7);
         ExpectErrorLines({});
         ExpectStatus(ConnectionSucceeded);
@@ -127,9 +127,9 @@ class DyingHost : public ReloadDeathTest
         EXPECT_EQ(ComesToPass("CallHooks") ? 1u : 0u, subject.hookCalls);
         for (const char* step : steps)
         {
-            const bool isAnOrder = std::string(step) != "Reload" && std::string(step) != "PatchLoaded" &&
-                                   std::string(step) != "ReadMemoryResult";
-            const bool isLogged = isAnOrder && std::string(step) != "RequestReload" && ComesToPass(step);
+            const bool isACommand = std::string(step) != "Reload" && std::string(step) != "PatchLoaded" &&
+                                    std::string(step) != "ReadMemoryResult";
+            const bool isLogged = isACommand && std::string(step) != "RequestReload" && ComesToPass(step);
             EXPECT_EQ(isLogged ? 1u : 0u, CountInLog(std::string("Processing Blob::") + step)) << step;
         }
     }
@@ -176,43 +176,43 @@ class DyingBridge : public ConnectedBridgeTest
 {
     void TestBody() override
     {
-        Order("RequestReload", [this] { return SendRequestReload(link); });
+        Command("RequestReload", [this] { return SendRequestReload(link); });
         Answer("Reload", BlobType::Reload);
-        Order("LoadPatchWindows", [this] {
+        Command("LoadPatchWindows", [this] {
             PatchCommand patch;
             patch.path = AwaitText("patch");
             return SendLoadPatch(link, patch);
         });
         Answer("PatchLoaded", BlobType::PatchLoaded);
-        Order("ReadMemory",
-              [this] { return SendReadMemory(link, sizeof(uint32_t), {AwaitNumber("read")}, 1); });
+        Command("ReadMemory",
+                [this] { return SendReadMemory(link, sizeof(uint32_t), {AwaitNumber("read")}, 1); });
         Answer("ReadMemoryResult", BlobType::ReadMemoryResult);
-        Order("WriteMemory", [this] {
+        Command("WriteMemory", [this] {
             return SendWriteMemory(link, {AwaitNumber("written")}, {1, 0, 0, 0});
         });
-        Order("CopyMemory", [this] {
+        Command("CopyMemory", [this] {
             return SendCopyMemory(link, sizeof(uint32_t), {AwaitNumber("read")}, {AwaitNumber("copied")});
         });
-        Order("SetPageProtectionWindows", [this] {
+        Command("SetPageProtectionWindows", [this] {
             return SendSetPageProtection(link, {{AwaitNumber("protected page"), 0x1000, PAGE_READONLY, 0}});
         });
-        Order("FlushInstructionCache", [this] { return SendFlushInstructionCache(link); });
-        Order("CallEntryPoint", [this] {
+        Command("FlushInstructionCache", [this] { return SendFlushInstructionCache(link); });
+        Command("CallEntryPoint", [this] {
             const EntryPointCode returnTrue = {
                 {0xB0, 0x01, 0xC2, 0x0C, 0x00, 0x90}}; // and take the arguments away
             const EntryPointCode breakpoints = {{0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC}};
             return SendCallEntryPoint(link, AwaitNumber("page"), 0x10, returnTrue, breakpoints);
         });
-        Order("CallHooks", [this] {
+        Command("CallHooks", [this] {
             const AddressSlot hooks = AwaitNumber("hooks");
             return SendCallHooks(link, 10, hooks, hooks + sizeof(uint32_t));
         });
-        Order("FinishAfterHotReload", [this] { return SendFinishAfterHotReload(link); });
+        Command("FinishAfterHotReload", [this] { return SendFinishAfterHotReload(link); });
         Die();
     }
 
     template<typename Send>
-    void Order(const char* step, Send send)
+    void Command(const char* step, Send send)
     {
         if (ComesToPass(step))
         {

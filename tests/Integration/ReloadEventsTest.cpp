@@ -71,7 +71,7 @@ using Counts = std::vector<size_t>;
 
 RELOAD_EVENTS(AreNoneInADefaultAgent)
 {
-    UseScenario("ReloadEvents.OfBothRoads");
+    UseScenario("ReloadEvents.OfBothSequences");
     Trace();
     TvnDefaultAgent& agent = ConnectDefaultAgent();
     EXPECT_TRUE(Await("requested"));
@@ -83,9 +83,9 @@ RELOAD_EVENTS(AreNoneInADefaultAgent)
     EXPECT_EQ((Counts{0, 0, 0, 0, 0, 0}), Signals());
 }
 
-RELOAD_EVENTS(OfTheRoadBeforeTheCompilation)
+RELOAD_EVENTS(OfTheSequenceBeforeTheCompilation)
 {
-    UseScenario("ReloadEvents.OfBothRoads");
+    UseScenario("ReloadEvents.OfBothSequences");
     Trace();
     TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(Await("requested"));
@@ -106,9 +106,9 @@ RELOAD_EVENTS(OfTheRoadBeforeTheCompilation)
     EXPECT_EQ((Counts{1, 1, 0, 0, 0, 1}), Signals());
 }
 
-RELOAD_EVENTS(OfTheRoadBeforeTheLoad)
+RELOAD_EVENTS(OfTheSequenceBeforeTheLoad)
 {
-    UseScenario("ReloadEvents.OfBothRoads");
+    UseScenario("ReloadEvents.OfBothSequences");
     Trace();
     TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(Await("requested"));
@@ -148,7 +148,7 @@ RELOAD_EVENTS(OfAPatchThatWaitsAreClearedByASecondRequest)
     ASSERT_TRUE(WaitUntil([&] { return trace->Count("set " + loadPatch) == 1; }));
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad)) << "It accepts the second request.";
     EXPECT_EQ(2u, CountInLog("API TvnReload"));
-    EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad)) << "Nothing tells of the patch any more.";
+    EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad)) << "The patch is reported once.";
     agent.TvnReload(NoWait);
     EXPECT_EQ((Counts{2, 2, 1, 0, 2, 0}), Signals());
     const TestThread look([] { Sleep(longerLook); });
@@ -169,7 +169,7 @@ bool LoadPublishedPatch(Link& link, const std::wstring& path)
 }
 } // namespace
 
-BRIDGE_SCENARIO(ReloadEvents, OfBothRoads)
+BRIDGE_SCENARIO(ReloadEvents, OfBothSequences)
 {
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(WaitUntilExecuted());

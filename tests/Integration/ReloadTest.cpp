@@ -79,7 +79,7 @@ HOST_TEST(Reload, BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
     ExpectNoErrorsInLog();
 }
 
-HOST_TEST(Reload, BeforeCompileSendsOnWithoutAWaitIfTheHostLikes)
+HOST_TEST(Reload, BeforeCompileSendsWithoutAWaitIfTheHostWantsNone)
 {
     TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsReload(SyncBeforeCompile); }));
@@ -161,7 +161,7 @@ HOST_TEST(Reload, BeforeLoadHandsOnlyTheFirstPatchOver)
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
 }
 
-HOST_TEST(Reload, APatchForHeldThreadsIsNotHandedOver)
+HOST_TEST(Reload, APatchForSuspendedThreadsIsNotHandedOver)
 {
     TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     ASSERT_TRUE(Await("requested"));
@@ -208,7 +208,7 @@ HOST_TEST(Reload, TheNextPollAcceptsARequestThatCameDuringAReload)
     agent.TvnReload(WaitUntilFinished);
 }
 
-HOST_TEST(Reload, AHostThatWaitsWhenTheConnectionIsLostWaitsOn)
+HOST_TEST(Reload, AHostThatWaitsWhenTheConnectionIsLostKeepsWaiting)
 {
     TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
     EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsReload(SyncBeforeCompile); }));
@@ -259,10 +259,10 @@ protected:
 
     bool Load(const wchar_t* path, bool watchdog = false)
     {
-        PatchCommand order;
-        order.path = path;
-        order.watchdog = watchdog;
-        return SendLoadPatch(link, order);
+        PatchCommand command;
+        command.path = path;
+        command.watchdog = watchdog;
+        return SendLoadPatch(link, command);
     }
 
     bool IsPatchLoaded(const wchar_t* path)
@@ -336,7 +336,7 @@ RELOAD_BRIDGE(BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
     EXPECT_TRUE(IsNotGranted()) << "One Reload in all.";
 }
 
-RELOAD_BRIDGE(BeforeCompileSendsOnWithoutAWaitIfTheHostLikes)
+RELOAD_BRIDGE(BeforeCompileSendsWithoutAWaitIfTheHostWantsNone)
 {
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
@@ -393,7 +393,7 @@ RELOAD_BRIDGE(BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
-    EXPECT_TRUE(IsNotGranted()) << "The Reload has gone out when the request was accepted.";
+    EXPECT_TRUE(IsNotGranted()) << "The Reload was sent when the request was accepted.";
 }
 
 RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
@@ -410,7 +410,7 @@ RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
     Signal("both loaded");
 }
 
-RELOAD_BRIDGE(APatchForHeldThreadsIsNotHandedOver)
+RELOAD_BRIDGE(APatchForSuspendedThreadsIsNotHandedOver)
 {
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(WaitUntilExecuted());
@@ -459,7 +459,7 @@ RELOAD_BRIDGE(TheNextPollAcceptsARequestThatCameDuringAReload)
     ASSERT_TRUE(SendFinishAfterHotReload(link));
 }
 
-RELOAD_BRIDGE(AHostThatWaitsWhenTheConnectionIsLostWaitsOn)
+RELOAD_BRIDGE(AHostThatWaitsWhenTheConnectionIsLostKeepsWaiting)
 {
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());

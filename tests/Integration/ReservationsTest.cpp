@@ -31,13 +31,13 @@ void* AsPointer(uint32_t address)
     return reinterpret_cast<void*>(static_cast<uintptr_t>(address));
 }
 
-/// With a protection that tells our reservations from those of the Agent.
+/// With a protection that distinguishes our reservations from those of the Agent.
 void Reserve(uint32_t address)
 {
     ASSERT_EQ(AsPointer(address), VirtualAlloc(AsPointer(address), spaceSize, MEM_RESERVE, PAGE_READWRITE));
 }
 
-/// Not all of the OS's implementations tell free space from space that they can't give, so this tries.
+/// Not all of the OS's implementations distinguish free space from space that they can't reserve, so this tries.
 bool IsFree(uint32_t address)
 {
     void* space = VirtualAlloc(AsPointer(address), 0x10000, MEM_RESERVE, PAGE_NOACCESS);
@@ -166,7 +166,7 @@ RESERVATIONS_TEST(AreTakenAgainAsOftenAsALoadFails)
     EXPECT_EQ(0u, CountFailedReservations());
 }
 
-RESERVATIONS_TEST(AreTakenAgainInTheSizeThatTheOrderNames)
+RESERVATIONS_TEST(AreTakenAgainInTheSizeThatTheCommandNames)
 {
     Reserve(firstSpace);
     Load(L"no such image");
@@ -174,7 +174,7 @@ RESERVATIONS_TEST(AreTakenAgainInTheSizeThatTheOrderNames)
     ExpectFree(firstSpace + spaceSize / 2);
 }
 
-RESERVATIONS_TEST(OfNoSizeAreGivenUpForGood)
+RESERVATIONS_TEST(OfNoSizeAreGivenUpPermanently)
 {
     Reserve(firstSpace);
     Reserve(secondSpace);
@@ -209,7 +209,7 @@ RESERVATIONS_TEST(ThatCannotBeTakenAgainAreReportedOneByOne)
     ExpectTakenAgain(secondSpace);
 }
 
-RESERVATIONS_TEST(ThatAreNoneArePassedOverSilently)
+RESERVATIONS_TEST(ThatAreNoneAreSkippedSilently)
 {
     Load(L"PlainPatch");
     EXPECT_NE(nullptr, GetModuleHandleW(L"PlainPatch.dll"));
@@ -242,10 +242,10 @@ protected:
     /// Has the image loaded that the host half names, or another one.
     bool LoadWith(const std::vector<WirePageRange>& reservations, const std::string& image = "path")
     {
-        PatchCommand order;
-        order.path = AwaitText(image);
-        order.reservations = reservations;
-        EXPECT_TRUE(SendLoadPatch(link, order));
+        PatchCommand command;
+        command.path = AwaitText(image);
+        command.reservations = reservations;
+        EXPECT_TRUE(SendLoadPatch(link, command));
         const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
         EXPECT_TRUE(WaitUntilExecuted());
         return answer && answer.Type() == BlobType::PatchLoaded;
@@ -289,12 +289,12 @@ RESERVATIONS_BRIDGE(AreTakenAgainAsOftenAsALoadFails)
     EXPECT_TRUE(LoadWith({Space(fixedBase)}));
 }
 
-RESERVATIONS_BRIDGE(AreTakenAgainInTheSizeThatTheOrderNames)
+RESERVATIONS_BRIDGE(AreTakenAgainInTheSizeThatTheCommandNames)
 {
     EXPECT_FALSE(LoadWith({Space(firstSpace, spaceSize / 2)}));
 }
 
-RESERVATIONS_BRIDGE(OfNoSizeAreGivenUpForGood)
+RESERVATIONS_BRIDGE(OfNoSizeAreGivenUpPermanently)
 {
     EXPECT_FALSE(LoadWith({Space(firstSpace, 0), Space(secondSpace)}));
 }
@@ -310,7 +310,7 @@ RESERVATIONS_BRIDGE(ThatCannotBeTakenAgainAreReportedOneByOne)
         {Space(firstSpace), Space(firstSpace, 0x10000), Space(firstSpace, 0x20000), Space(secondSpace)}));
 }
 
-RESERVATIONS_BRIDGE(ThatAreNoneArePassedOverSilently)
+RESERVATIONS_BRIDGE(ThatAreNoneAreSkippedSilently)
 {
     EXPECT_TRUE(LoadWith({Space(firstSpace), Space(firstSpace + 0x1234), Space(0)}));
 }

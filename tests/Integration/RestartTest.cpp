@@ -23,7 +23,7 @@ namespace
 constexpr int32_t exitCode = 7;
 constexpr auto noSuchBehaviour = static_cast<TvnRestartBehaviour>(4);
 
-// ---- What a process leaves behind when it ends ----
+// ---- What a process leaves when it ends ----
 
 std::wstring MarksPath()
 {
@@ -92,14 +92,14 @@ protected:
         if (IsRerun())
         {
             RestartWhenWanted(behaviour);
-            FAIL() << "The process lives on.";
+            FAIL() << "The process continues.";
         }
         DWORD processExitCode = 0;
         EXPECT_EQ(expectedMarks, RunAgainAndReadMarks(processExitCode));
         EXPECT_EQ(static_cast<DWORD>(exitCode), processExitCode);
     }
 
-    /// What the OS says of this process, for the Bridge half to compare.
+    /// What the OS reports of this process, for the Bridge half to compare.
     void PublishProcess()
     {
         PublishText("executable", ProgramPath());
@@ -113,7 +113,7 @@ protected:
         Publish("environment", *reinterpret_cast<void* const*>(parameters + environmentOffset));
     }
 
-    void RestartOnRequestAndLiveOn()
+    void RestartOnRequestAndReturn()
     {
         TvnSynchronizedAgent& agent = StartSynchronizedAgent();
         PublishProcess();
@@ -167,16 +167,16 @@ RESTART_HOST(RequestThatNobodyPollsChangesNothing)
 
 // ---- What is handed over ----
 
-RESTART_HOST(HandsOverWhatTheOSSaysOfTheProcess)
+RESTART_HOST(HandsOverTheProcessAsTheOSReportsIt)
 {
-    RestartOnRequestAndLiveOn();
+    RestartOnRequestAndReturn();
 }
 
 RESTART_HOST(HandsOverSpacesAndCharactersOfTheWorld)
 {
     if (IsRerun())
     {
-        RestartOnRequestAndLiveOn();
+        RestartOnRequestAndReturn();
         return;
     }
     Rerun rerun;
@@ -192,7 +192,7 @@ RESTART_HOST(HandsOverAnEnvironmentOf30Kilobytes)
 {
     if (IsRerun())
     {
-        RestartOnRequestAndLiveOn();
+        RestartOnRequestAndReturn();
         return;
     }
     for (uint32_t i = 0; i < 15; ++i)
@@ -233,7 +233,7 @@ RESTART_HOST(OfADefaultAgentTerminatesTheProcessOnAThreadOfItsOwn)
         ConnectDefaultAgent();
         Signal("watched");
         WaitUntil([] { return false; });
-        FAIL() << "The process lives on.";
+        FAIL() << "The process continues.";
     }
     DWORD processExitCode = 1;
     EXPECT_EQ("", RunAgainAndReadMarks(processExitCode));
@@ -294,7 +294,7 @@ protected:
         EXPECT_EQ(text.length, wcsnlen(units, 1024));
         for (uint32_t i = text.length; i < 1024; ++i)
         {
-            EXPECT_EQ(0, text.text[i]) << "behind the text, unit " << i;
+            EXPECT_EQ(0, text.text[i]) << "after the text, unit " << i;
         }
         return std::wstring(units, text.length);
     }
@@ -316,7 +316,7 @@ protected:
         EXPECT_EQ(0u, (environment + handedOver.size()) % 4096);
         EXPECT_EQ(handedOver, host.Read(environment, static_cast<uint32_t>(handedOver.size())));
 
-        // One block, in the order of the fields, and nothing behind.
+        // One block, in the order of the fields, and nothing after it.
         EXPECT_EQ(sizeof(RestartBlob) + (commandLine.size() + 1) * sizeof(wchar_t) + handedOver.size(),
                   restart.PayloadSize());
     }
@@ -369,7 +369,7 @@ RESTART_BRIDGE(RequestThatNobodyPollsChangesNothing)
     Signal("requested");
 }
 
-RESTART_BRIDGE(HandsOverWhatTheOSSaysOfTheProcess)
+RESTART_BRIDGE(HandsOverTheProcessAsTheOSReportsIt)
 {
     Restart(true);
 }

@@ -9,9 +9,9 @@
 
 // A thread that faulted is taken back to a function further out on its stack, whose frame is unwound for it.
 //
-// The host's functions are in assembly, since no compiler knows of the places where a thread goes on. Each of ten
+// The host's functions are in assembly, since no compiler knows of the places where a thread continues. Each of ten
 // levels registers an exception frame that notes when it is unwound, and calls the next one inside; the innermost
-// faults. Around them stands the base, which is where most tests go on, and which looks at the state there.
+// faults. Around them is the base, where most tests continue, and which checks the state there.
 
 #if TORVANE_HOST_HALF
 #include "tests/Support/Integration/ExceptionHost.h"
@@ -24,7 +24,7 @@ namespace
 constexpr uint32_t levelCount = 10;
 constexpr uint32_t repetitions = 1000;
 
-/// Where on the stack each level can go on. Level 0 is the innermost.
+/// Where on the stack each level can continue. Level 0 is the innermost.
 struct Levels
 {
     uint32_t stackPointers[levelCount];
@@ -38,7 +38,7 @@ struct Levels
 
 extern "C"
 {
-/// What the base finds where it goes on.
+/// What the base finds where it continues.
 struct Landing
 {
     uint32_t general
@@ -277,7 +277,7 @@ protected:
         return levels;
     }
 
-    /// Answers one report: the thread is to go on at the base.
+    /// Answers one report: the thread continues at the base.
     void ResumeAtBase()
     {
         const ExceptionReport report = AwaitException();

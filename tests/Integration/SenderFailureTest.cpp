@@ -50,7 +50,7 @@ protected:
         const std::string words = std::string("Failed to send ") + name + " blob";
         ExpectErrorLines({words});
         EXPECT_EQ(0u, CountInLog("Sender thread ready"));
-        ExpectHostGoesOnAndShutsDown();
+        ExpectHostWorksAndShutsDown();
         ExpectSenderEnd(result);
         ExpectErrorLines({words});
     }
@@ -64,7 +64,7 @@ protected:
         Signal("sender ready");
         ExpectStatus(ConnectionFailed);
         ExpectReceiverEnd(8);
-        ExpectHostGoesOnAndShutsDown();
+        ExpectHostWorksAndShutsDown();
         ExpectSenderEnd(7);
         ExpectErrorLines({});
         EXPECT_EQ(0u, CountInLog("Exiting sender thread"));
@@ -84,7 +84,7 @@ SENDER_FAILURE(EndsWith3AtTheVersion)
     ExpectErrorLines({"Failed to send Version blob"});
     Signal("sender ended");
     ExpectReceiverEnd(8);
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
 }
 
 SENDER_FAILURE(EndsWith4AtTheProjectPreferences)
@@ -118,7 +118,7 @@ SENDER_FAILURE(EndsWith7InTheMiddleOfAQueuedBlob)
     ExpectReceiverEnd(8);
     ExpectSenderEnd(7);
     ExpectErrorLines({});
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectErrorLines({});
     EXPECT_EQ(0u, CountInLog("Exiting sender thread"));
 }
@@ -150,7 +150,7 @@ SENDER_FAILURE(EndsWith7AfterABridgeThatTookTheProcess)
 
 SENDER_FAILURE(EndsWith0AtTheStopMark)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -177,7 +177,7 @@ SENDER_FAILURE(IsSilentWhenShutdownCancelsTheWrite)
     ExpectErrorLines({});
 }
 
-SENDER_FAILURE(IsToldWhenTheReaderHasGone)
+SENDER_FAILURE(IsLoggedWhenTheReaderHasClosed)
 {
     TvnDefaultAgent& agent = StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
@@ -254,7 +254,7 @@ BRIDGE_SCENARIO_OF(RawPipeBridge, SenderFailure, IsSilentWhenShutdownCancelsTheW
     EXPECT_TRUE(Await("shut down"));
 }
 
-BRIDGE_SCENARIO(SenderFailure, IsToldWhenTheReaderHasGone)
+BRIDGE_SCENARIO(SenderFailure, IsLoggedWhenTheReaderHasClosed)
 {
     Die();
 }
@@ -268,7 +268,7 @@ BRIDGE_SCENARIO_OF(RawPipeBridge, SenderFailure, DoesNotHappenToWhatTheBridgeRea
     const Received<LogBlob> log(Message(Direction::FromAgent, 0, agentPipe.ReadBlob()));
     ASSERT_TRUE(log);
     EXPECT_EQ("read late", log.AnsiString(log->text));
-    EXPECT_TRUE(agentPipe.ReadBlob().empty()) << "The pipe has ended behind it.";
+    EXPECT_TRUE(agentPipe.ReadBlob().empty()) << "The pipe is closed after it.";
 }
 
 #endif

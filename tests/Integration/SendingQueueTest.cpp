@@ -58,7 +58,7 @@ private:
 class SendingQueueTest : public LinkTest
 {
 protected:
-    /// The producer has gone into one call more than the queue has room for, and doesn't come out of it.
+    /// The producer has begun one call more than the queue has room for, and that call doesn't return.
     void ExpectBlocked(const Producer& producer)
     {
         EXPECT_TRUE(WaitUntil([&] { return producer.Done() == capacity; }));
@@ -127,7 +127,7 @@ SENDING_QUEUE(KeepsTheOrderOfEachOfManyThreads)
     ExpectErrorLines({});
 }
 
-SENDING_QUEUE(TakesAllThatItHoldsWithoutAConsumerAndBlocksForGood)
+SENDING_QUEUE(TakesAllThatItHoldsWithoutAConsumerAndBlocksForever)
 {
     StartWithoutABridge();
     const auto* const producer = new Producer(*agent, 1, capacity + 1); // never ends

@@ -58,7 +58,7 @@ private:
 
 SHUTDOWN(WaitsForAnInitializationThatSucceeds)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     ExpectNoBridge(); // it can find its pipes closed already
     ShutDownDuringInitialization();
     EXPECT_EQ(1u, CountInLog("Initialization done"));
@@ -88,7 +88,7 @@ SHUTDOWN(WaitsForTheTimeoutOfPipesThatNobodyConnects)
                       "Failed to send Version blob"});
 }
 
-SHUTDOWN(LeavesTheBridgeAlone)
+SHUTDOWN(DoesNotEndTheBridge)
 {
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
@@ -99,7 +99,7 @@ SHUTDOWN(LeavesTheBridgeAlone)
 
 SHUTDOWN(GivesEveryThreadOfTheAgentBack)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     Shutdown();
@@ -117,7 +117,7 @@ SHUTDOWN(GivesEveryThreadOfTheAgentBack)
 
 SHUTDOWN(GivesTheNamesOfItsObjectsBack)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     const std::wstring identifier = std::to_wstring(GetCurrentProcessId());
@@ -156,7 +156,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, Shutdown, WaitsForTheTimeoutOfPipesThatNobodyConn
     EXPECT_TRUE(Await("shut down"));
 }
 
-BRIDGE_SCENARIO_OF(BridgeTest, Shutdown, LeavesTheBridgeAlone)
+BRIDGE_SCENARIO_OF(BridgeTest, Shutdown, DoesNotEndTheBridge)
 {
     EXPECT_TRUE(Connect());
     EXPECT_TRUE(link.WaitUntilClosed(testTimeout));

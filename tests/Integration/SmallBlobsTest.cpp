@@ -39,7 +39,7 @@ HOST_TEST(SmallBlobs, EchoesEachTokenInOrder)
     }
 }
 
-HOST_TEST(SmallBlobs, TellsOfEachBlobInTheOrderSent)
+HOST_TEST(SmallBlobs, LogsEachBlobInTheOrderSent)
 {
     StartDefaultAgent();
     EXPECT_TRUE(Await("checked"));
@@ -91,7 +91,7 @@ BRIDGE_SCENARIO(SmallBlobs, EchoesEachTokenInOrder)
     }
     for (const uint64_t token : tokens)
     {
-        // What stands in front of the token isn't read.
+        // What precedes the token isn't read.
         ASSERT_TRUE(link.Send(ByteImage(16).U64(0, ~token).U64(8, token).Blob(74)));
     }
     for (const uint64_t token : tokens)
@@ -101,7 +101,7 @@ BRIDGE_SCENARIO(SmallBlobs, EchoesEachTokenInOrder)
     EXPECT_FALSE(link.Receive(0));
 }
 
-BRIDGE_SCENARIO(SmallBlobs, TellsOfEachBlobInTheOrderSent)
+BRIDGE_SCENARIO(SmallBlobs, LogsEachBlobInTheOrderSent)
 {
     ASSERT_TRUE(SendSynchronize(link));
     ASSERT_TRUE(SendFlushInstructionCache(link));

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-// An OS that refuses something during startup: what the log says in which words, and how the Agent goes on.
+// An OS that refuses something during startup: what is logged, and how the Agent continues.
 
 #if TORVANE_HOST_HALF
 
@@ -86,7 +86,7 @@ protected:
     {
         callsUntilRefusal = number;
         ReplaceImport("CreateEventW", RefuseEvent);
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         StartWatchedAgent();
         ExpectPanic(std::string("CreateEventW(") + name + ") failed.", panicWord);
     }
@@ -103,7 +103,7 @@ protected:
         return false;
     }
 
-    /// Its log has one Panic line, behind the report of the refused call.
+    /// Its log has one Panic line, after the report of the refused call.
     void ExpectPanic(const std::string& report, const std::string& panicWord)
     {
         ExpectLogOrder({report, panicWord});
@@ -170,7 +170,8 @@ STARTUP_FAILURE(OfTheEventHeartbeatExitLeavesAHeartbeatThatNobodyEnds)
     StartWithoutEvent(10, "Heartbeat thread exit", "Cannot create event for heart beat exit");
     ExpectNoBridge(); // it stays, as its Agent does
     ExpectStatus(ConnectionSucceeded);
-    EXPECT_TRUE(WaitUntil([&] { return CountInLog("Failed to Wait() on an event") >= 3; })) << "It goes on.";
+    EXPECT_TRUE(WaitUntil([&] { return CountInLog("Failed to Wait() on an event") >= 3; }))
+        << "It continues.";
     LeaveAgentRunning();
 }
 
@@ -201,7 +202,7 @@ STARTUP_FAILURE(OfTheQueuesFirstSemaphoreLeavesAnAgentThatSendsNothingOfItsHost)
 {
     callsUntilRefusal = 1;
     ReplaceImport("CreateSemaphoreW", RefuseSemaphore);
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     TvnDefaultAgent& agent = StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     EXPECT_TRUE(WaitForLog("Sender thread ready"));
@@ -209,7 +210,7 @@ STARTUP_FAILURE(OfTheQueuesFirstSemaphoreLeavesAnAgentThatSendsNothingOfItsHost)
     ExpectPanic("CreateSemaphoreW(Queue producer) failed.", "Cannot create semaphore for FixedSizeQueue");
     ExpectLogOrder({"API TvnScheduleReload", "Failed to wait on an semaphore.",
                     "Cannot wait for producer semaphore in fixed-size queue"});
-    LeaveAgentRunning(); // it has no way to tell the sender of a shutdown
+    LeaveAgentRunning(); // it can't signal a shutdown to the sender
     ExpectNoBridge();    // which stays as long
 }
 
@@ -217,7 +218,7 @@ STARTUP_FAILURE(OfTheQueuesSecondSemaphoreEndsTheSender)
 {
     callsUntilRefusal = 2;
     ReplaceImport("CreateSemaphoreW", RefuseSemaphore);
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     TvnDefaultAgent& agent = StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     ExpectPanic("CreateSemaphoreW(Queue consumer) failed.", "Cannot create semaphore for FixedSizeQueue");
@@ -234,7 +235,7 @@ STARTUP_FAILURE(OfTheMutexOfTheSharedMemoryIsNotTheEnd)
     const std::string identifier = std::to_string(GetCurrentProcessId());
     callsUntilRefusal = 1;
     ReplaceImport("CreateMutexW", RefuseMutex);
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     ExpectPanic("CreateMutexW(TVN_AgentBridge_Mutex_" + identifier + ") failed.",
@@ -250,7 +251,7 @@ STARTUP_FAILURE(OfTheHeartbeatThreadIsNotTheEnd)
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ucrtbase.dll"), "_beginthreadex")));
     ASSERT_NE(nullptr, beginThread);
     ReplaceImport("_beginthreadex", RefuseThread);
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     StartWatchedAgent();
     ExpectStatus(ConnectionSucceeded);
     ExpectLogOrder({"Creating heartbeat thread", "Failed to create thread", "Creating watchdog thread"});
@@ -273,7 +274,7 @@ STARTUP_FAILURE(ToOpenTheWaitingThreadMakesItWaitWithoutATimeout)
 
 // ---- The OS's version and the executable ----
 
-STARTUP_FAILURE(OfTheOSVersionIsToldAndLeavesZeros)
+STARTUP_FAILURE(OfTheOSVersionIsLoggedAndLeavesZeros)
 {
     ReplaceImport("GetProcAddress", GetRefusingProcAddress);
     StartWatchedAgent();
@@ -296,7 +297,7 @@ STARTUP_FAILURE(ToOpenTheExecutableEndsTheReceiverWith12)
     ExpectErrorLines({error});
     EXPECT_EQ(0u, CountInLog("Initialization done"));
     Signal("failed");
-    ExpectHostGoesOnAndShutsDown();
+    ExpectHostWorksAndShutsDown();
     ExpectSenderEnd(3);
     ExpectErrorLines({error, "Failed to send Version blob"});
 }
@@ -310,7 +311,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, StartupFailure, ToOpenTheWaitingThreadMakesItWait
     StayUntilAgentGoes();
 }
 
-BRIDGE_SCENARIO(StartupFailure, OfTheOSVersionIsToldAndLeavesZeros)
+BRIDGE_SCENARIO(StartupFailure, OfTheOSVersionIsLoggedAndLeavesZeros)
 {
     EXPECT_EQ("0.0, 0", agent.AnsiString(agent->osVersion));
 }

@@ -52,7 +52,7 @@ constexpr uint32_t untouched = 0xABABABAB;
 class StartupFormsTest : public HostTest
 {
 protected:
-    /// A table with a word behind it that isn't the Agent's.
+    /// A table followed by a word that isn't the Agent's.
     template<typename Table>
     struct Guarded
     {
@@ -63,13 +63,13 @@ protected:
         }
 
         Table table;
-        uint32_t behind = untouched;
+        uint32_t following = untouched;
     };
 
     template<typename Table, typename Startup, size_t Count>
     void ExpectTable(Startup startup, const char* const (&names)[Count])
     {
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         PrepareStart();
         static Guarded<Table> guarded;
         startup(&guarded.table, nullptr, nullptr, nullptr);

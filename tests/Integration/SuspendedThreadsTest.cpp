@@ -8,15 +8,18 @@
 #include <utility>
 #include <vector>
 
-// Reloads while the host's threads are held at bad moments. The Bridge holds them for real, from its own process.
+// Reloads while the host's threads are suspended at bad moments. The Bridge suspends them from its own process.
 //
 // A thread is caught at an exact place by a gate: a few instructions between the Agent and a function of the OS that
-// it imports, where threads wait while the Bridge has the gate closed. What the host half does while its threads are
-// held, it does before or after: it is held too.
+// it imports, where threads wait while the Bridge has the gate closed. The host half does nothing while its threads are
+// suspended: it is suspended too.
+//
+// A naive Bridge suspends all threads, commands a reload and resumes them. A Bridge that avoids deadlocks first lets
+// threads run until none is inside the Agent, and resumes them when the watchdog requests it.
 
 namespace
 {
-/// Words of the host that both halves look at.
+/// Words of the host that both halves read.
 struct Words
 {
     volatile uint32_t stop;   ///< the host's threads end
@@ -31,18 +34,18 @@ struct Words
 extern "C"
 {
 Words words;
-void* behindTheGate;
+void* afterTheGate;
 void Gate();
 }
 
-// Compares and jumps, touching neither stack nor registers, so that the function behind it finds its caller's state.
+// Compares and jumps, touching neither stack nor registers, so that the function after it finds its caller's state.
 asm(R"(
     .globl _Gate
 _Gate:
     pause
     cmpl $0, _words + 8
     jne _Gate
-    jmpl *_behindTheGate
+    jmpl *_afterTheGate
 )");
 static_assert(offsetof(Words, closed) == 8);
 
@@ -63,7 +66,7 @@ protected:
     /// Puts the gate between the Agent and a function that it imports.
     void PutGateBefore(const char* import)
     {
-        behindTheGate = reinterpret_cast<void*>(ReplaceImport(import, &Gate));
+        afterTheGate = reinterpret_cast<void*>(ReplaceImport(import, &Gate));
         Publish("gate", reinterpret_cast<const void*>(&Gate));
     }
 
@@ -89,9 +92,9 @@ protected:
 };
 } // namespace
 
-#define HELD_HOST(Name) HOST_TEST_OF(SuspendedThreadsHost, SuspendedThreads, Name)
+#define SUSPENDED_HOST(Name) HOST_TEST_OF(SuspendedThreadsHost, SuspendedThreads, Name)
 
-HELD_HOST(AThreadInTheProcessHeap)
+SUSPENDED_HOST(AThreadInTheProcessHeap)
 {
     Start();
     RunUntilStopped(1, [] {
@@ -105,7 +108,7 @@ HELD_HOST(AThreadInTheProcessHeap)
     EXPECT_LE(1u, CountInLog("Possible hang detected while loading patch code, resuming held threads"));
 }
 
-HELD_HOST(AThreadInTheProcessHeapBehindTheLoad)
+SUSPENDED_HOST(AThreadInTheProcessHeapAfterTheLoad)
 {
     Start();
     RunUntilStopped(1, [] {
@@ -120,7 +123,7 @@ HELD_HOST(AThreadInTheProcessHeapBehindTheLoad)
                     "Waiting for loading to finish", "Suspending held threads"});
 }
 
-HELD_HOST(AThreadInAnotherLibrarysEntryPoint)
+SUSPENDED_HOST(AThreadInAnotherLibrarysEntryPoint)
 {
     const std::wstring other = ExecutableFolder() + L"\\images\\SlowLoadToo.dll";
     SetEnvironmentVariableA("TORVANE_TEST_LOAD_WORD",
@@ -135,28 +138,28 @@ HELD_HOST(AThreadInAnotherLibrarysEntryPoint)
     EXPECT_LE(1u, CountInLog("Possible hang detected while loading patch code, resuming held threads"));
 }
 
-HELD_HOST(AThreadInALogCall)
+SUSPENDED_HOST(AThreadInALogCall)
 {
     TvnDefaultAgent& agent = Start();
     PutGateBefore("WriteFile");
     RunUntilStopped(1, [&] { agent.TvnSetIntPreferences(1, 1); });
 }
 
-HELD_HOST(AThreadInAPush)
+SUSPENDED_HOST(AThreadInAPush)
 {
     TvnDefaultAgent& agent = Start();
     PutGateBefore("ReleaseSRWLockExclusive");
     RunUntilStopped(1, [&] { agent.TvnSetIntPreferences(1, 1); });
 }
 
-HELD_HOST(AThreadInAnAllocation)
+SUSPENDED_HOST(AThreadInAnAllocation)
 {
     TvnDefaultAgent& agent = Start();
     PutGateBefore("LeaveCriticalSection");
     RunUntilStopped(1, [&] { agent.TvnSetIntPreferences(1, 1); });
 }
 
-HELD_HOST(AThreadInTheConnectionCallback)
+SUSPENDED_HOST(AThreadInTheConnectionCallback)
 {
     TvnDefaultAgent& agent = Start();
     RunUntilStopped(1, [&] {
@@ -170,7 +173,7 @@ HELD_HOST(AThreadInTheConnectionCallback)
     });
 }
 
-HELD_HOST(AThreadInTheWaitForEnabledModules)
+SUSPENDED_HOST(AThreadInTheWaitForEnabledModules)
 {
     TvnDefaultAgent& agent = Start();
     const std::wstring executable = ProgramPath();
@@ -183,7 +186,7 @@ HELD_HOST(AThreadInTheWaitForEnabledModules)
     ExpectNoErrorsInLog();
 }
 
-HELD_HOST(TwentyThreadsAtRandomAHundredReloads)
+SUSPENDED_HOST(TwentyThreadsAtRandomAHundredReloads)
 {
     SetTimeLimit(600);
     TvnDefaultAgent& agent = Start();
@@ -277,10 +280,10 @@ protected:
         WriteWord(words + offsetof(Words, stop), 1);
     }
 
-    // Holding
+    // Suspending
 
-    /// Holds all threads at a moment in which `inside` is 1.
-    void HoldInside()
+    /// Suspends all threads at a moment in which `inside` is 1.
+    void SuspendInside()
     {
         for (;;)
         {
@@ -293,17 +296,17 @@ protected:
         }
     }
 
-    /// Holds all threads at a moment in which the host's thread stands in the gate.
-    void HoldInGate()
+    /// Suspends all threads at a moment in which the host's thread is in the gate.
+    void SuspendInGate()
     {
         const AddressSlot gate = AwaitNumber("gate");
         const HANDLE thread = OpenThread(THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT, FALSE,
                                          static_cast<DWORD>(AwaitNumber("thread")));
         ASSERT_NE(nullptr, thread);
-        for (uint32_t look = 0;; ++look) // it comes there again and again
+        for (uint32_t look = 0;; ++look) // it gets there repeatedly
         {
-            // A thread of the Agent may stand in the gate with a lock that the host's thread needs to get there:
-            // so the gate opens now and then.
+            // A thread of the Agent may be in the gate with a lock that the host's thread needs to get there: so the
+            // gate opens now and then.
             WriteWord(words + offsetof(Words, closed), look % 20 != 0);
             WOW64_CONTEXT context = {};
             context.ContextFlags = WOW64_CONTEXT_CONTROL;
@@ -318,24 +321,25 @@ protected:
         }
         WriteWord(words + offsetof(Words, closed), 0); // the Agent's own threads may wait there too
         threads->Suspend();
-        ResumeThread(thread); // `threads` holds it as well
+        ResumeThread(thread); // `threads` suspends it as well
         CloseHandle(thread);
     }
 
-    // Reloading, with all threads held
+    // Reloading, with all threads suspended
 
-    bool OrderLoad()
+    bool CommandLoad()
     {
-        PatchCommand order;
-        order.path = AwaitText("patch");
-        order.watchdog = true;
-        return SendLoadPatch(link, order);
+        PatchCommand command;
+        command.path = AwaitText("patch");
+        command.watchdog = true;
+        return SendLoadPatch(link, command);
     }
 
-    /// A whole reload with care. The threads are held when it begins and run when it has ended.
+    /// A whole reload of a Bridge that avoids deadlocks. The threads are suspended when it begins and run when it has
+    /// ended.
     void Reload(uint32_t number)
     {
-        ASSERT_TRUE(OrderLoad());
+        ASSERT_TRUE(CommandLoad());
         const Received<PatchLoadedBlob> loaded(
             ReceiveWhileSuspended(link, *threads, {BlobType::PatchLoaded}, testTimeout));
         ASSERT_TRUE(loaded);
@@ -370,7 +374,7 @@ protected:
         threads->Resume();
         EXPECT_TRUE(Expect<EchoReplyBlob>());
 
-        HoldInGate();
+        SuspendInGate();
         EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
         ASSERT_TRUE(SendEchoRequest(link, 1));
         EXPECT_TRUE(Expect<EchoReplyBlob>());
@@ -392,86 +396,86 @@ protected:
 };
 } // namespace
 
-#define HELD_BRIDGE(Name) BRIDGE_SCENARIO_OF(SuspendedThreadsBridge, SuspendedThreads, Name)
+#define SUSPENDED_BRIDGE(Name) BRIDGE_SCENARIO_OF(SuspendedThreadsBridge, SuspendedThreads, Name)
 
-HELD_BRIDGE(AThreadInTheProcessHeap)
+SUSPENDED_BRIDGE(AThreadInTheProcessHeap)
 {
-    HoldInside();
+    SuspendInside();
     Reload(1);
 }
 
-HELD_BRIDGE(AThreadInTheProcessHeapBehindTheLoad)
+SUSPENDED_BRIDGE(AThreadInTheProcessHeapAfterTheLoad)
 {
-    HoldInside();
-    ASSERT_TRUE(OrderLoad());
+    SuspendInside();
+    ASSERT_TRUE(CommandLoad());
     ASSERT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout))
         << "The loader needs the heap.";
     threads->Resume();
     ASSERT_TRUE(link.ReceiveOneOf({BlobType::SuspendHeldThreads}, testTimeout));
-    HoldInside();
-    // Without care: what is left to do behind the load needs the heap as well, and nobody watches that.
+    SuspendInside();
+    // A naive Bridge: what is left to do after the load needs the heap as well, and that isn't watched.
     const bool hasCome = static_cast<bool>(link.ReceiveOneOf({BlobType::PatchLoaded}, 2000));
     threads->Resume();
     EXPECT_TRUE(hasCome || link.ReceiveOneOf({BlobType::PatchLoaded}, testTimeout));
 }
 
-HELD_BRIDGE(AThreadInAnotherLibrarysEntryPoint)
+SUSPENDED_BRIDGE(AThreadInAnotherLibrarysEntryPoint)
 {
-    HoldInside();
+    SuspendInside();
     Reload(1);
 }
 
-HELD_BRIDGE(AThreadInALogCall)
+SUSPENDED_BRIDGE(AThreadInALogCall)
 {
-    HoldInGate();
-    // Without care: a log call owns nothing.
+    SuspendInGate();
+    // A naive Bridge is answered: a log call owns nothing.
     ASSERT_TRUE(SendReadMemory(link, 4, {words}, 1));
     EXPECT_TRUE(Expect<ReadMemoryResultBlob>());
     Reload(1);
 }
 
-HELD_BRIDGE(AThreadInAPush)
+SUSPENDED_BRIDGE(AThreadInAPush)
 {
-    HoldInGate();
-    // Without care: every reply needs the queue's lock, and nobody watches that.
+    SuspendInGate();
+    // A naive Bridge isn't answered: every reply needs the queue's lock, and that isn't watched.
     ExpectReplyOnlyOutsideTheAgent();
 }
 
-HELD_BRIDGE(AThreadInAnAllocation)
+SUSPENDED_BRIDGE(AThreadInAnAllocation)
 {
-    HoldInGate();
-    // Without care: a reply of the size that the thread is allocating waits for the lock of that pool.
+    SuspendInGate();
+    // A naive Bridge isn't answered: a reply of the size that the thread is allocating waits for the lock of that pool.
     ExpectReplyOnlyOutsideTheAgent();
 }
 
-HELD_BRIDGE(AThreadInTheConnectionCallback)
+SUSPENDED_BRIDGE(AThreadInTheConnectionCallback)
 {
-    HoldInside();
-    // Without care: the Agent owns nothing while it calls back.
+    SuspendInside();
+    // A naive Bridge is answered: the Agent owns nothing while it calls back.
     ASSERT_TRUE(SendEchoRequest(link, 1));
     EXPECT_TRUE(Expect<EchoReplyBlob>());
     Reload(1);
 }
 
-HELD_BRIDGE(AThreadInTheWaitForEnabledModules)
+SUSPENDED_BRIDGE(AThreadInTheWaitForEnabledModules)
 {
     const auto enabled = Expect<EnableModulesBlob>();
     ASSERT_TRUE(enabled);
     threads->Suspend();
     EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
-    // Without care: a waiting thread owns nothing, and its answer is taken in while it is held.
+    // A naive Bridge is answered: a waiting thread owns nothing, and its answer is received while it is suspended.
     ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
     ASSERT_TRUE(SendEchoRequest(link, 1));
     EXPECT_TRUE(Expect<EchoReplyBlob>());
     Reload(1);
-    // The next call of the thread that has been let go shows that it came through.
+    // The next call of the resumed thread shows that the first one has returned.
     const auto next = Expect<EnableModulesBlob>();
     ASSERT_TRUE(next);
     Stop();
     ASSERT_TRUE(SendDecrementLatch(link, next->latch));
 }
 
-HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
+SUSPENDED_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
 {
     {
         // What waits for the Agent in a reload takes less than that.
@@ -479,7 +483,7 @@ HELD_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
         for (uint32_t number = 1; number <= 100 && !HasFatalFailure(); ++number)
         {
             lostSuspension.NoteProgress();
-            AcknowledgeModules(); // those who wait since the last round go on, and others come
+            AcknowledgeModules(); // threads that have waited since the last round continue, and others wait
             threads->Suspend();
             threads->RunUntilOutside(image.base, image.size);
             Reload(number);

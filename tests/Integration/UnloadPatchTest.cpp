@@ -37,7 +37,7 @@ HOST_TEST(UnloadPatch, FreesOneLoadOfSeveral)
     EXPECT_FALSE(IsModule(module));
 }
 
-HOST_TEST(UnloadPatch, SaysNothingOfWhatIsNoModule)
+HOST_TEST(UnloadPatch, IgnoresWhatIsNoModule)
 {
     Publish("heap", HeapAlloc(GetProcessHeap(), 0, 16));
     Publish("page", VirtualAlloc(nullptr, 4096, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
@@ -46,7 +46,7 @@ HOST_TEST(UnloadPatch, SaysNothingOfWhatIsNoModule)
     EXPECT_TRUE(Await("unloaded"));
     EXPECT_EQ(6u, CountInLog("Processing Blob::UnloadPatch"));
     ExpectNoErrorsInLog();
-    // From the first of them to the echo behind the last one there is no other line.
+    // From the first of them to the echo after the last one there is no other line.
     const std::vector<LogRecord> log = ReadLog();
     size_t first = 0;
     while (first < log.size() && log[first].message != "Processing Blob::UnloadPatch")
@@ -90,7 +90,7 @@ UNLOAD_PATCH_BRIDGE(FreesOneLoadOfSeveral)
     Signal("unloaded");
 }
 
-UNLOAD_PATCH_BRIDGE(SaysNothingOfWhatIsNoModule)
+UNLOAD_PATCH_BRIDGE(IgnoresWhatIsNoModule)
 {
     const auto loaded = Load(AwaitText("path"));
     ASSERT_TRUE(loaded);

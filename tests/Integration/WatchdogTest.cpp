@@ -56,9 +56,9 @@ double TimeBetween(const std::vector<LogRecord>& log, const std::string& from, c
         EXPECT_TRUE(Await("checked"));                       \
     }
 
-WATCHDOG_TEST_OF_ONE_LOAD(LetsALoadOf200MillisecondsBe, 200, false)
-WATCHDOG_TEST_OF_ONE_LOAD(LetsALoadOf400MillisecondsBe, 400, false)
-WATCHDOG_TEST_OF_ONE_LOAD(LetsAFailedLoadOf200MillisecondsBe, 200, true)
+WATCHDOG_TEST_OF_ONE_LOAD(IgnoresALoadOf200Milliseconds, 200, false)
+WATCHDOG_TEST_OF_ONE_LOAD(IgnoresALoadOf400Milliseconds, 400, false)
+WATCHDOG_TEST_OF_ONE_LOAD(IgnoresAFailedLoadOf200Milliseconds, 200, true)
 WATCHDOG_TEST_OF_ONE_LOAD(AsksForTheThreadsInALoadOf600Milliseconds, 600, false)
 WATCHDOG_TEST_OF_ONE_LOAD(AsksForTheThreadsInALoadOf2000Milliseconds, 2000, false)
 WATCHDOG_TEST_OF_ONE_LOAD(AsksForTheThreadsInAFailedLoadOf600Milliseconds, 600, true)
@@ -97,7 +97,7 @@ HOST_TEST(Watchdog, LetsALoadWithoutTheFlagTakeAnyTime)
 
 HOST_TEST(Watchdog, ShutdownWakesItWhenIdle)
 {
-    UseScenario("DefaultBridge");
+    UseDefaultBridge();
     ConnectDefaultAgent();
     EXPECT_TRUE(WaitForLog("Running watchdog thread"));
     Shutdown();
@@ -111,7 +111,7 @@ HOST_TEST(Watchdog, ShutdownWakesItWhileItWatches)
     PublishText("path", SlowLibrary());
     SetLoad(300, false);
     ConnectDefaultAgent();
-    EXPECT_TRUE(Await("ordered"));
+    EXPECT_TRUE(Await("sent"));
     Shutdown();
     EXPECT_EQ(1u, CountInLog("Exiting watchdog thread"));
 }
@@ -127,7 +127,7 @@ HOST_TEST(Watchdog, ShutdownWakesItWhileItWaitsForAHangingLoad)
     ExpectLogOrder({"Waiting for loading to finish", "Suspending held threads", "Exiting watchdog thread"});
 }
 
-HOST_TEST(Watchdog, HeartbeatGoesOnUntilShutdown)
+HOST_TEST(Watchdog, HeartbeatContinuesUntilShutdown)
 {
     TvnDefaultAgent& agent = ConnectDefaultAgent();
     agent.TvnSetIntPreferences(1, 1);
@@ -149,17 +149,17 @@ protected:
         Message answer;
         uint32_t resumed = 0;   ///< `ResumeHeldThreads` Blobs before the answer
         uint32_t suspended = 0; ///< `SuspendHeldThreads` Blobs
-        double time = 0;        ///< seconds from order to answer
+        double time = 0;        ///< seconds from command to answer
     };
 
     /// Loads the library once and takes everything that comes of it.
     Outcome Load(bool watchdog = true)
     {
-        PatchCommand order;
-        order.path = AwaitText("path");
-        order.watchdog = watchdog;
+        PatchCommand command;
+        command.path = AwaitText("path");
+        command.watchdog = watchdog;
         const double begin = link.Now();
-        EXPECT_TRUE(SendLoadPatch(link, order));
+        EXPECT_TRUE(SendLoadPatch(link, command));
         Outcome outcome;
         for (Message message = Next(); message; message = Next())
         {
@@ -189,7 +189,7 @@ protected:
         }
     }
 
-    /// Loads that are meant to stay below the limit: a busy machine can make one longer, which then says nothing.
+    /// Loads that are meant to stay below the limit: a busy machine can make one longer, which then proves nothing.
     void ExpectNoHang(BlobType answer)
     {
         constexpr uint32_t tries = 20;
@@ -214,10 +214,10 @@ protected:
 
     void ExpectHang(BlobType answer)
     {
-        PatchCommand order;
-        order.path = AwaitText("path");
-        order.watchdog = true;
-        ASSERT_TRUE(SendLoadPatch(link, order));
+        PatchCommand command;
+        command.path = AwaitText("path");
+        command.watchdog = true;
+        ASSERT_TRUE(SendLoadPatch(link, command));
         EXPECT_EQ(ByteCount(BlobType::ResumeHeldThreads), 12u);
         EXPECT_TRUE(link.ReceiveOneOf({answer}, testTimeout));
         EXPECT_EQ(ByteCount(BlobType::SuspendHeldThreads), 12u);
@@ -242,17 +242,17 @@ private:
 
 #define WATCHDOG_BRIDGE(Name) BRIDGE_SCENARIO_OF(WatchdogBridge, Watchdog, Name)
 
-WATCHDOG_BRIDGE(LetsALoadOf200MillisecondsBe)
+WATCHDOG_BRIDGE(IgnoresALoadOf200Milliseconds)
 {
     ExpectNoHang(BlobType::PatchLoaded);
 }
 
-WATCHDOG_BRIDGE(LetsALoadOf400MillisecondsBe)
+WATCHDOG_BRIDGE(IgnoresALoadOf400Milliseconds)
 {
     ExpectNoHang(BlobType::PatchLoaded);
 }
 
-WATCHDOG_BRIDGE(LetsAFailedLoadOf200MillisecondsBe)
+WATCHDOG_BRIDGE(IgnoresAFailedLoadOf200Milliseconds)
 {
     ExpectNoHang(BlobType::LogNarrow);
 }
@@ -296,23 +296,23 @@ WATCHDOG_BRIDGE(LetsALoadWithoutTheFlagTakeAnyTime)
 
 WATCHDOG_BRIDGE(ShutdownWakesItWhileItWatches)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    order.watchdog = true;
-    ASSERT_TRUE(SendLoadPatch(link, order));
-    Signal("ordered");
+    PatchCommand command;
+    command.path = AwaitText("path");
+    command.watchdog = true;
+    ASSERT_TRUE(SendLoadPatch(link, command));
+    Signal("sent");
 }
 
 WATCHDOG_BRIDGE(ShutdownWakesItWhileItWaitsForAHangingLoad)
 {
-    PatchCommand order;
-    order.path = AwaitText("path");
-    order.watchdog = true;
-    ASSERT_TRUE(SendLoadPatch(link, order));
+    PatchCommand command;
+    command.path = AwaitText("path");
+    command.watchdog = true;
+    ASSERT_TRUE(SendLoadPatch(link, command));
     EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout));
 }
 
-WATCHDOG_BRIDGE(HeartbeatGoesOnUntilShutdown)
+WATCHDOG_BRIDGE(HeartbeatContinuesUntilShutdown)
 {
     const Heartbeat heartbeat(link.HostProcessId());
     ASSERT_TRUE(heartbeat);

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Bytes put down at offsets, as a Blob's description in a document would have them, independent of the records
+/// Bytes written at offsets, as a document describes a Blob, independent of the records
 /// in `Blob.h`; a value.
 
 #include <stdint.h>
@@ -11,7 +11,7 @@
 
 namespace Torvane::Testing
 {
-/// Grows as needed; what nobody puts down is 0. Integers are little-endian.
+/// Grows as needed; bytes that aren't written are 0. Integers are little-endian.
 class ByteImage
 {
 public:
@@ -47,7 +47,7 @@ public:
         return *this;
     }
 
-    /// A text with its terminator at the end of what is there, and its distance from `field` in `field`.
+    /// Appends a string with its terminator, and writes its distance from `field` to `field`.
     ByteImage& Text(size_t field, const std::string& text)
     {
         return Item(field, text.c_str(), text.size() + 1);
@@ -69,7 +69,7 @@ public:
         return bytes;
     }
 
-    /// The same behind a header of payload size and number.
+    /// The same after a header of payload size and number.
     std::vector<uint8_t> Blob(uint32_t type) const
     {
         ByteImage blob;

@@ -1,15 +1,14 @@
 #pragma once
 
 /// \file
-/// What this process tells its debugger, caught before a debugger could have it; made and asked by the thread that
-/// runs the test.
+/// What this process sends to its debugger, caught before a debugger receives it; for the thread that runs the test.
 
 #include <string>
 #include <vector>
 
 namespace Torvane::Testing
 {
-/// Catches the output of all threads from its making on.
+/// Catches the output of all threads as long as it lives.
 class DebugOutput
 {
 public:
@@ -18,7 +17,7 @@ public:
     DebugOutput(const DebugOutput&) = delete;
     DebugOutput& operator=(const DebugOutput&) = delete;
 
-    /// The texts so far, one for each call of `OutputDebugStringA`.
+    /// The strings so far, one for each call of `OutputDebugStringA`.
     std::vector<std::string> Texts() const;
 
 private:

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// A performance counter that stands where a test put it. Tests only.
+/// A performance counter with the value that a test gives it.
 
 #include "Shared/Foundation/Windows/Clock.h"
 #include "tests/Support/FakeImport.h"

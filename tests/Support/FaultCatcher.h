@@ -9,7 +9,7 @@
 
 namespace Torvane::Testing
 {
-/// What an access violation tells.
+/// An access violation as the handler saw it.
 struct Fault
 {
     uint32_t count = 0; ///< how many were caught
@@ -18,9 +18,9 @@ struct Fault
     const void* address = nullptr;
 };
 
-/// Catches each access violation whose address lies in [start, start + size), as long as the object lives.
+/// Catches each access violation whose address is in [start, start + size), as long as the object lives.
 ///
-/// Either it mends the page, so that the thread goes on where it was, or it keeps the thread for good.
+/// It either makes the page writable, so that the thread continues, or keeps the thread waiting permanently.
 class FaultCatcher
 {
 public:

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What tests of the queue stand on: the Agent's instance, what lies in its memory, elements. Tests only.
+/// What tests of the queue use: the Agent's instance, its layout in memory, elements.
 
 #include "Shared/Container/FixedSizeQueue.h"
 #include "tests/Support/RecordedLog.h"
@@ -17,7 +17,7 @@ namespace Torvane::Testing
 constexpr uint32_t agentQueueCapacity = 4096;
 using AgentQueue = FixedSizeQueue<Allocation, agentQueueCapacity>;
 
-/// The queue's fields as they lie in memory.
+/// The layout of the queue's fields in memory.
 struct QueueLayout
 {
     SRWLOCK producerLock;
@@ -37,7 +37,7 @@ inline QueueLayout Look(const void* queue)
     return layout;
 }
 
-/// An element that can be told from others, and points nowhere.
+/// An element that differs from all others, and points to no object.
 inline Allocation Numbered(uint32_t number)
 {
     return {reinterpret_cast<void*>(uintptr_t{number}), ~number};

@@ -36,22 +36,22 @@ struct ImageBuilder
         memcpy(contents.data() + offset, bytes, count);
     }
 
-    /// Puts an import directory, its end descriptor and behind it the names at an offset of the file.
+    /// Puts an import directory, its end descriptor and after it the names at an offset of the file.
     ///
     /// \param rva at which the byte at `offset` gets loaded.
     void PutImports(uint32_t offset, uint32_t rva, const std::vector<std::string>& names)
     {
         importDirectoryRva = rva;
         importDirectorySize = static_cast<uint32_t>((names.size() + 1) * sizeof(IMAGE_IMPORT_DESCRIPTOR));
-        uint32_t behind = importDirectorySize;
+        uint32_t nameOffset = importDirectorySize;
         IMAGE_IMPORT_DESCRIPTOR descriptor;
         for (size_t i = 0; i < names.size(); ++i)
         {
             memset(&descriptor, 0x5A, sizeof(descriptor));
-            descriptor.Name = rva + behind;
+            descriptor.Name = rva + nameOffset;
             Put(static_cast<uint32_t>(offset + i * sizeof(descriptor)), &descriptor, sizeof(descriptor));
-            Put(offset + behind, names[i].c_str(), names[i].size() + 1);
-            behind += static_cast<uint32_t>(names[i].size() + 1);
+            Put(offset + nameOffset, names[i].c_str(), names[i].size() + 1);
+            nameOffset += static_cast<uint32_t>(names[i].size() + 1);
         }
         memset(&descriptor, 0x5A, sizeof(descriptor));
         descriptor.Name = 0;

@@ -14,7 +14,7 @@
 
 namespace Torvane::Testing
 {
-/// A copy in a block of its exact size, for the sanitizers to see every byte that is read behind it.
+/// A copy in a block of its exact size, so that the sanitizers see every byte that is read after its end.
 class ExactCopy
 {
 public:
@@ -27,7 +27,7 @@ public:
 
     const uint8_t* Start() const
     {
-        // One of no bytes begins behind its block.
+        // One of no bytes begins at the end of its block.
         return size != 0 ? bytes.get() : bytes.get() + 1;
     }
 
@@ -47,7 +47,7 @@ struct JsonTree
     JsonParseState sized; ///< the state after pass one
     JsonParseState built; ///< the state after pass two
     bool sizePassed;      ///< pass one went through
-    bool accepted;        ///< and nothing stood behind the value
+    bool accepted;        ///< and nothing followed the value
     std::unique_ptr<char, decltype(&free)> block = {nullptr, &free};
 
     const JsonValue& Root() const

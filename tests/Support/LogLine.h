@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// A line that a test expects in a recorded log. Tests only.
+/// A line that a test expects in a recorded log.
 
 #include "Shared/Foundation/FixedString.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The log line of an error of the OS, as a recorded log has it. Tests only.
+/// The log line of an error of the OS, as a recorded log has it.
 
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Foundation/Windows/ResultOS.h"

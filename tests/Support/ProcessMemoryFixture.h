@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What tests of process memory stand on: the memory system, the OS's functions, a recorded log, pages; one thread.
+/// What tests of process memory use: the memory system, the OS's functions, a recorded log, pages; one thread.
 
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
 #include "tests/Support/RecordedLog.h"
@@ -67,7 +67,7 @@ private:
     uint8_t* base;
 };
 
-/// Counts the queries of memory, and answers them as the test says.
+/// Counts the queries of memory, and answers them as the test specifies.
 struct FakeQuery
 {
     static inline uint32_t calls = 0;

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Keeps the calls that product code makes to the OS's heaps, and makes them. Tests only.
+/// Keeps the calls that product code makes to the OS's heaps, and makes them.
 
 #include "tests/Support/FakeImport.h"
 

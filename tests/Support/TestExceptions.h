@@ -7,7 +7,7 @@
 
 namespace Torvane::Testing
 {
-/// One exception with the texts that stand in the log.
+/// One exception with its texts in the log.
 struct TestException
 {
     uint32_t code;

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The memory system for the length of a test, on the target and natively. Tests only.
+/// The memory system for the length of a test, on the target and natively.
 
 #ifdef _WIN32
 #include "Shared/Foundation/Logger.h"

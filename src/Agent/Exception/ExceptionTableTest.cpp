@@ -72,7 +72,7 @@ TEST(ExceptionTable, OnlyTheFlagsValue1IsNonContinuable)
     }
 }
 
-TEST(ExceptionTable, TellsWhatAMemoryFaultTried)
+TEST(ExceptionTable, ReportsWhatAMemoryFaultTried)
 {
     for (const uint32_t code : {0xC0000005u, 0xC0000006u})
     {

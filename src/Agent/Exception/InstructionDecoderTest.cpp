@@ -210,7 +210,7 @@ TEST_F(InstructionDecoder, RefusesWhatIsNoInstruction)
     }
 }
 
-TEST_F(InstructionDecoder, TellsOneInstructionOutOfTwo)
+TEST_F(InstructionDecoder, DecodesOneInstructionOutOfTwo)
 {
     EXPECT_EQ(1, Decode(FromText("90 90 90")));
     EXPECT_EQ(2, Decode(FromText("89 D8 0F 0B")));

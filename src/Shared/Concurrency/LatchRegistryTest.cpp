@@ -159,7 +159,7 @@ TEST_F(LatchRegistryTest, WrapsBelowZeroWithoutASignal)
     EXPECT_FALSE(IsSignalled(latch));
 }
 
-TEST_F(LatchRegistryTest, GoesOnCountingAfterTheSignal)
+TEST_F(LatchRegistryTest, ContinuesCountingAfterTheSignal)
 {
     RegisteredLatch latch(registry, 1);
     registry.DecrementByAddress(&latch);
@@ -376,7 +376,7 @@ TEST_F(LatchRegistryTest, ServesManyWaitersWhileStaleAddressesComeIn)
                     registry.DecrementByAddress(address);
                     registry.DecrementByAddress(address);
                 }
-                // Not the address itself: the thread's next latch may lie there by now.
+                // Not the address itself: the thread's next latch may be there by now.
                 registry.DecrementByAddress(reinterpret_cast<const void*>(stale[i] + 1));
             }
             SwitchToThread();

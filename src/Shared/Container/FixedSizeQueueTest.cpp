@@ -231,7 +231,7 @@ TEST_F(FixedSizeQueueTest, GivesNothingWhenTheConsumersWaitFails)
                                      "ERR Cannot wait for consumer semaphore in fixed-size queue"}));
 }
 
-TEST_F(FixedSizeQueueTest, HoldsAnElementThatTheConsumersWereNotToldOf)
+TEST_F(FixedSizeQueueTest, HoldsAnElementWithoutASignalToTheConsumers)
 {
     ASSERT_TRUE(ReleaseSemaphore(Consumer(), agentQueueCapacity, nullptr)); // no room for another signal
     Allocation element = Numbered(1);
@@ -242,7 +242,7 @@ TEST_F(FixedSizeQueueTest, HoldsAnElementThatTheConsumersWereNotToldOf)
                                      "ERR Cannot signal consumer semaphore in fixed-size queue"}));
 }
 
-TEST_F(FixedSizeQueueTest, FailsAPopWhoseSlotCannotBeToldFree)
+TEST_F(FixedSizeQueueTest, FailsAPopWhoseSlotCannotBeSignalledFree)
 {
     PushNumber(queue, 1);
     ASSERT_TRUE(ReleaseSemaphore(Producer(), 1, nullptr));

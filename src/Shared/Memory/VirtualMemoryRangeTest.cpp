@@ -158,7 +158,7 @@ TEST_F(VirtualMemoryRangeTest, StaysAsItIsWhenTheOSCommitsNothing)
     EXPECT_TRUE(range.Ensure(2 * pageSize + 1));
 }
 
-TEST_F(VirtualMemoryRangeTest, GoesOnWithoutAnAddressAfterAFailedReservation)
+TEST_F(VirtualMemoryRangeTest, ContinuesWithoutAnAddressAfterAFailedReservation)
 {
     VirtualMemoryRange other = {};
     fails = true;

@@ -64,7 +64,7 @@ void ExpectFailure(const std::string& source, uint32_t error, size_t offset)
     ASSERT_EQ(tree.sized.offset, offset) << source;
 }
 
-/// Every way to write a text with something else at one place.
+/// Every variant of a text with something else at one place.
 template<typename Visit>
 void ForEachPlace(Visit visit)
 {

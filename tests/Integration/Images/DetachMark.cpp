@@ -1,5 +1,5 @@
 /// \file
-/// A library that tells when the process lets go of it: it appends a line to the file that the environment variable
+/// A library that records when the process unloads it: it appends a line to the file that the environment variable
 /// `TORVANE_TEST_MARKS` names.
 
 #include <windows.h>

@@ -1,6 +1,6 @@
 /// \file
 /// A library with thread-local storage and sections of its own, which the linker sorts by name: executable ones
-/// behind others of every sort.
+/// after others of every sort.
 
 asm(R"(
     .section s1code, "xr"

@@ -26,8 +26,8 @@ std::string ReadAgentLogText(unsigned long processId);
 /// The records of a log file's text, in the order of the file.
 std::vector<LogRecord> ParseAgentLog(const std::string& text);
 
-/// Leaves out what the search for the process heap's lock has logged as its outcome. That is the OS's affair: the lock
-/// is found only where a heap's undocumented header looks as the Agent knows it.
+/// Leaves out what the search for the process heap's lock has logged as its outcome. That depends on the OS: the lock is
+/// found only if a heap's undocumented header has the layout that the Agent knows.
 std::vector<LogRecord> WithoutHeapSearch(std::vector<LogRecord> records);
 
 /// Makes the folder of the log files, which the Agent doesn't.

@@ -37,11 +37,11 @@ private:
     Channel& channel;
 };
 
-/// Nobody is left behind: this process ends soon after its host, whatever it waits for. A host whose own time limit
-/// doesn't end it, since its threads are held, is ended from here.
+/// No process is left running: this one ends soon after its host, whatever it waits for. A host whose own time limit
+/// doesn't end it, since its threads are suspended, is ended from here.
 unsigned __stdcall EndWithHost(void* host)
 {
-    uint64_t limit = 60; // for a host that starts its Agent past the harness
+    uint64_t limit = 60; // for a host that doesn't start its Agent by the functions of `HostTest`
     std::vector<uint8_t> data;
     Channel channel(Torvane::Bridge::HostProcessIdFromCommandLine());
     if (channel.Find(timeLimitName, data) && data.size() == sizeof(limit))

@@ -100,7 +100,7 @@ bool EndsByItself(Function function)
         RunInExceptionFrame([](void* context) { (*static_cast<Function*>(context))(); }, &function);
     if (!ended)
     {
-        __asm__ volatile("fninit"); // a floating-point fault leaves its unmasked exceptions behind
+        __asm__ volatile("fninit"); // a floating-point fault leaves its exceptions unmasked
     }
     return ended;
 }
@@ -136,7 +136,7 @@ public:
     LastHandler(const LastHandler&) = delete;
     LastHandler& operator=(const LastHandler&) = delete;
 
-    /// From now on the handler ends the search: the thread goes on at the exception's own context.
+    /// From now on the handler ends the search: the thread continues at the exception's own context.
     static void ContinueExecution()
     {
         continues = true;

@@ -21,7 +21,7 @@ struct Trace
     std::map<std::string, int> created; ///< how many of each kind
     std::map<const void*, std::string> open;
     std::vector<Call> calls;
-    size_t vainCloses = 0;
+    size_t failedCloses = 0;
 };
 
 Trace trace;
@@ -70,7 +70,7 @@ void Close(const char* verb, const void* handle)
 {
     Use(verb, handle);
     const TraceLock lock;
-    trace.vainCloses += trace.open.erase(handle) == 0;
+    trace.failedCloses += trace.open.erase(handle) == 0;
 }
 
 HANDLE WINAPI TraceEvent(SECURITY_ATTRIBUTES* security, BOOL manual, BOOL set, const wchar_t* name)
@@ -259,9 +259,9 @@ std::vector<std::string> HandleTrace::OpenHandles() const
     return names;
 }
 
-size_t HandleTrace::VainCloses() const
+size_t HandleTrace::FailedCloses() const
 {
     const TraceLock lock;
-    return trace.vainCloses;
+    return trace.failedCloses;
 }
 } // namespace Torvane::Testing

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// What the Agent does with handles of the OS, call by call; for the thread that runs the test.
+/// The Agent's calls with handles of the OS; for the thread that runs the test.
 
 #include "tests/Support/FakeImport.h"
 
@@ -19,8 +19,7 @@ inline const std::string loadPatchReceived = "event 4";
 inline const std::string waitForPatchLoad = "event 5";
 inline const std::string hotReloadFinished = "event 6";
 
-/// Follows each handle that the Agent creates, from its making on. One object per process, made before the Agent is
-/// started.
+/// Follows each handle that the Agent creates. One object per process, constructed before the Agent is started.
 ///
 /// A handle is called by its kind and its number among those of that kind, in the order of their creation by
 /// whatever thread: "event 1", "semaphore 1", "mutex 1", "mapping 1", "view 1", "file 1", "pipe 1", "thread 1",
@@ -37,11 +36,11 @@ public:
     /// How often any thread has made this call.
     size_t Count(const std::string& call) const;
 
-    /// What of all threads was created and is still open.
+    /// What any thread has created and is still open.
     std::vector<std::string> OpenHandles() const;
 
-    /// How many calls to close something were about what wasn't open.
-    size_t VainCloses() const;
+    /// How many calls closed something that wasn't open.
+    size_t FailedCloses() const;
 
 private:
     std::vector<std::unique_ptr<ReplacedImport>> replaced;

@@ -134,6 +134,11 @@ void HostTest::UseScenario(const std::string& name)
     scenario = name;
 }
 
+void HostTest::UseDefaultBridge()
+{
+    UseScenario("DefaultBridge");
+}
+
 void HostTest::RemoveBridge()
 {
     agentFolder = CopyAgentFolder(false);
@@ -163,7 +168,7 @@ const AgentLibrary& HostTest::Library()
         const std::string error = library.Load(agentFolder + L"\\" + agentFileName);
         if (!error.empty())
         {
-            // Nothing of the test can go on without its subject.
+            // The test can't continue without its subject.
             fprintf(stderr, "TVN_Agent_x86.dll in %ls: %s\n", agentFolder.c_str(), error.c_str());
             fflush(stderr);
             TerminateProcess(GetCurrentProcess(), 1);
@@ -260,8 +265,8 @@ bool HostTest::IsSenderReadyOrGone() const
 
 void HostTest::Shutdown()
 {
-    // The host hears of the connection when the Bridge's version has come. The Agent's own may still be on its way, and
-    // a Bridge takes it for a failure if none comes.
+    // The host is notified of the connection when the Bridge's version has been received. The Agent's own may not have
+    // been sent yet, and for a Bridge it is a failure if none is received.
     constexpr uint32_t senderLimit = 10000; // milliseconds; there are tests whose sender never gets that far
     if (bridgeExpected && CountInLog("Pipes connected") != 0)
     {

@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// The host half of an integration test; what isn't said otherwise is for the thread that runs the test.
+/// The host half of an integration test; for the thread that runs the test unless stated otherwise.
 
 #include "tests/Support/FakeImport.h"
 #include "tests/Support/Integration/AgentLibrary.h"
@@ -16,7 +16,7 @@
 namespace Torvane::Testing
 {
 /// Base of all host halves. Waits have the limit `testTimeout` unless stated otherwise, and end early when the
-/// Bridge half has failed or gone.
+/// Bridge half has failed or ended.
 class HostTest : public TestHalf
 {
 protected:
@@ -24,9 +24,11 @@ protected:
 
     // Before the Agent is started
 
-    /// Another test's Bridge half, as "Suite.Name", in place of the one of this test's name; "DefaultBridge" is the
-    /// default Bridge's default, which checks nothing.
+    /// Another test's Bridge half, as "Suite.Name", in place of the one of this test's name.
     void UseScenario(const std::string& name);
+
+    /// The default Bridge, which executes what it receives and checks nothing, in place of a Bridge half.
+    void UseDefaultBridge();
 
     /// Loads the Agent from a folder that no Bridge is in. Implies `ExpectNoBridge`.
     void RemoveBridge();
@@ -102,7 +104,7 @@ protected:
     /// Waits until the log has a record with exactly this message.
     bool WaitForLog(const std::string& message, uint32_t milliseconds = testTimeout);
 
-    /// Fails the test unless records with these messages stand in the log in this order; others may be between.
+    /// Fails the test unless the log has records with these messages in this order; others may be between.
     void ExpectLogOrder(const std::vector<std::string>& messages) const;
 
     /// Fails the test if the log has a record of tag "ERR" or "PNC", `WithoutHeapSearch`.

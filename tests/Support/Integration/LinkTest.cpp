@@ -70,8 +70,8 @@ void LinkTest::ExpectSenderEnd(uint32_t result)
 
 std::vector<uint32_t> LinkTest::PipeErrors() const
 {
-    // The code of a failure stands in a record of its own behind the words, from the same place of the source; both
-    // threads can write theirs at once.
+    // The code of a failure has a record of its own after the message, from the same source file; both threads can write
+    // theirs at once.
     size_t awaited = 0;
     std::string position;
     std::vector<uint32_t> codes;
@@ -89,7 +89,7 @@ std::vector<uint32_t> LinkTest::PipeErrors() const
             codes.push_back(static_cast<uint32_t>(strtoul(record.message.c_str() + 7, nullptr, 10)));
         }
     }
-    EXPECT_EQ(0u, awaited) << "A failure hasn't told its code.";
+    EXPECT_EQ(0u, awaited) << "A failure has no code.";
     return codes;
 }
 
@@ -115,7 +115,7 @@ void LinkTest::ExpectErrorLines(std::vector<std::string> messages) const
     EXPECT_EQ(messages, found);
 }
 
-void LinkTest::ExpectHostGoesOnAndShutsDown()
+void LinkTest::ExpectHostWorksAndShutsDown()
 {
     EXPECT_TRUE(WaitForBridge());
     agent->TvnLogMessageANSI("nobody reads this");

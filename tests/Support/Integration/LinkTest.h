@@ -1,8 +1,7 @@
 #pragma once
 
 /// \file
-/// The host half of a test about the end of the link; what isn't said otherwise is for the thread that runs the
-/// test.
+/// The host half of a test about the end of the link; for the thread that runs the test.
 
 #include "tests/Support/Integration/HostTest.h"
 
@@ -31,12 +30,12 @@ protected:
     std::vector<uint32_t> PipeErrors() const;
 
     /// The Error lines so far are these, in any order. Each failure of a pipe adds its own line, unless its code is
-    /// one of the three that tell of an ordinary end of the link. The receiver never sees another code, so its
+    /// one of the three of an ordinary end of the link. The receiver never sees another code, so its
     /// lines aren't allowed.
     void ExpectErrorLines(std::vector<std::string> messages) const;
 
-    /// Waits until the Bridge half has gone. The Agent still takes calls then, and shuts down.
-    void ExpectHostGoesOnAndShutsDown();
+    /// Waits until the Bridge half has ended. The Agent still accepts calls then, and shuts down.
+    void ExpectHostWorksAndShutsDown();
 
     /// Waits until the Agent waits for the second of its pipes to be connected.
     void WaitForFirstPipe();

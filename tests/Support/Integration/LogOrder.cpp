@@ -6,20 +6,20 @@ namespace Torvane::Testing
 {
 namespace
 {
-using Position = std::vector<size_t>; ///< how many of each sequence have been dealt out
+using Position = std::vector<size_t>; ///< how many of each sequence have been assigned
 
-/// Tries every way of dealing. Few records fit more than one sequence, so there are few ways.
-class Dealer
+/// Tries every assignment. Few records fit more than one sequence, so there are few of them.
+class Assignment
 {
 public:
-    Dealer(const std::vector<LogRecord>& dealtRecords, const std::vector<LogSequence>& usedSequences)
-        : records(dealtRecords)
-        , sequences(usedSequences)
-        , farthest(usedSequences.size())
+    Assignment(const std::vector<LogRecord>& allRecords, const std::vector<LogSequence>& allSequences)
+        : records(allRecords)
+        , sequences(allSequences)
+        , farthest(allSequences.size())
     {
     }
 
-    bool Deal(size_t next, Position& position)
+    bool Assign(size_t next, Position& position)
     {
         if (next >= farthestNext)
         {
@@ -39,7 +39,7 @@ public:
             if (position[i] < sequences[i].size() && IsLogged(records[next], sequences[i][position[i]]))
             {
                 ++position[i];
-                if (Deal(next + 1, position))
+                if (Assign(next + 1, position))
                 {
                     return true;
                 }
@@ -49,14 +49,14 @@ public:
         return false;
     }
 
-    /// The record that fits nowhere, and what was to come in its place.
+    /// The record that fits nowhere, and what was expected in its place.
     std::string DescribeFarthest() const
     {
         std::string text = "Record " + std::to_string(farthestNext) + " is ";
         text += farthestNext < records.size()
                     ? records[farthestNext].tag + " " + records[farthestNext].message
                     : "missing";
-        text += "\nOne of these was to come:";
+        text += "\nOne of these was expected:";
         for (size_t i = 0; i < sequences.size(); ++i)
         {
             if (farthest[i] < sequences[i].size())
@@ -104,8 +104,8 @@ bool IsLogged(const LogRecord& record, const std::string& expected)
 std::string FindLogDifference(const std::vector<LogRecord>& records,
                               const std::vector<LogSequence>& sequences)
 {
-    Dealer dealer(records, sequences);
+    Assignment assignment(records, sequences);
     Position position(sequences.size());
-    return dealer.Deal(0, position) ? std::string() : dealer.DescribeFarthest();
+    return assignment.Assign(0, position) ? std::string() : assignment.DescribeFarthest();
 }
 } // namespace Torvane::Testing

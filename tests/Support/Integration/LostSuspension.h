@@ -14,9 +14,9 @@ namespace Torvane::Testing
 /// `cmake/run-in-wine` runs the test again, at most twice.
 ///
 /// Wine 8.0 can lose a suspension: the thread has stopped, but the server doesn't know, and whoever asks for the thread's
-/// registers waits for good (seen in `Wow64GetThreadContext`, once in some thousand reloads, with every thread of the host
+/// registers waits forever (seen in `Wow64GetThreadContext`, once in some thousand reloads, with every thread of the host
 /// in Wine's handler of the suspending signal). No call of the OS ends that wait. All waits for the Agent have limits, so
-/// that a Bridge which stands still for longer than they all take together stands in one of the OS's.
+/// that a Bridge without progress for longer than they all take together is in one of the OS's.
 class LostSuspension
 {
 public:

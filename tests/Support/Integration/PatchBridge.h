@@ -12,31 +12,31 @@ class PatchBridge : public ConnectedBridgeTest
 {
 protected:
     /// Has a patch loaded. \return the answer; empty, with a failure of the test, if none has come.
-    Received<PatchLoadedBlob> Load(const PatchCommand& order)
+    Received<PatchLoadedBlob> Load(const PatchCommand& command)
     {
-        EXPECT_TRUE(SendLoadPatch(link, order));
+        EXPECT_TRUE(SendLoadPatch(link, command));
         return ExpectLoaded();
     }
 
     Received<PatchLoadedBlob> Load(const std::wstring& path)
     {
-        PatchCommand order;
-        order.path = path;
-        return Load(order);
+        PatchCommand command;
+        command.path = path;
+        return Load(command);
     }
 
     /// Has a patch loaded, and compares every byte of the answer.
-    Received<PatchLoadedBlob> LoadAsExpected(const PatchCommand& order)
+    Received<PatchLoadedBlob> LoadAsExpected(const PatchCommand& command)
     {
-        const Received<PatchLoadedBlob> loaded = Load(order);
+        const Received<PatchLoadedBlob> loaded = Load(command);
         if (loaded)
         {
-            EXPECT_EQ(ExpectedAnswer(order, loaded->base), loaded.Bytes());
+            EXPECT_EQ(ExpectedAnswer(command, loaded->base), loaded.Bytes());
         }
         return loaded;
     }
 
-    /// The answer to an order that has been sent.
+    /// The answer to a command that has been sent.
     Received<PatchLoadedBlob> ExpectLoaded()
     {
         const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
@@ -60,14 +60,14 @@ protected:
         return NumberAt(base + NumberAt(base + 0x3C) + 0x50);
     }
 
-    /// The `PatchLoaded` that is due for an order, given where the image is.
-    std::vector<uint8_t> ExpectedAnswer(const PatchCommand& order, AddressSlot base)
+    /// The `PatchLoaded` that is due for a command, given the address of the image.
+    std::vector<uint8_t> ExpectedAnswer(const PatchCommand& command, AddressSlot base)
     {
         const uint32_t size = ImageSize(base);
         ByteImage expected(80);
-        expected.U32(0x08, static_cast<uint32_t>(order.echo38)).U64(0x10, base).U32(0x18, size);
-        expected.U64(0x20, order.echo50).U64(0x28, order.echo58).U64(0x30, order.echo60);
-        expected.Text(0x00, order.path).Text(0x04, order.secondText);
+        expected.U32(0x08, static_cast<uint32_t>(command.echo38)).U64(0x10, base).U32(0x18, size);
+        expected.U64(0x20, command.echo50).U64(0x28, command.echo58).U64(0x30, command.echo60);
+        expected.Text(0x00, command.path).Text(0x04, command.secondText);
         ByteImage ranges;
         uint32_t count = 0;
         for (const WirePageRange& range : QueryPageRanges(base, size))
@@ -77,7 +77,7 @@ protected:
             ++count;
         }
         expected.Item(0x38, ranges.Bytes().data(), ranges.Bytes().size()).U32(0x3C, count);
-        expected.Item(0x40, nullptr, 0).U32(0x44, 0).U8(0x48, order.echo68);
+        expected.Item(0x40, nullptr, 0).U32(0x44, 0).U8(0x48, command.echo68);
         return expected.Blob(18);
     }
 

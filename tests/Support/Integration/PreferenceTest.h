@@ -15,7 +15,7 @@ namespace Torvane::Testing
 class PreferenceTest : public LinkTest
 {
 protected:
-    /// To be called first. The library lies in the folder `agent\x86` of `Root()`, and no preferences anywhere.
+    /// Called first. The library is in the folder `agent\x86` of `Root()`, and there are no preferences.
     void PrepareFolders()
     {
         UseOwnAgentFolder();
@@ -91,11 +91,11 @@ protected:
                                std::to_string(milliseconds) + "ms"));
     }
 
-    /// Starts an Agent for which the default Bridge connects, and looks at its time-out.
+    /// Starts an Agent to which the default Bridge connects, and checks its time-out.
     void ExpectConnectionWithTimeout(uint32_t milliseconds, const wchar_t* projectPath = nullptr,
                                      const TvnProjectPreferences* projectRecord = nullptr)
     {
-        UseScenario("DefaultBridge");
+        UseDefaultBridge();
         StartDefaultAgent(projectPath, projectRecord);
         ExpectTimeout(milliseconds);
         EXPECT_EQ(ConnectionSucceeded, WaitForConnection());

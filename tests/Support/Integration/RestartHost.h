@@ -18,7 +18,7 @@ namespace Torvane::Testing
 /// What the second process gets.
 struct Rerun
 {
-    std::wstring arguments;     ///< further arguments, as they stand on the command line
+    std::wstring arguments;     ///< further arguments, as on the command line
     std::wstring currentFolder; ///< empty for this process's own
 };
 

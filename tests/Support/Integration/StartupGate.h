@@ -1,7 +1,7 @@
 #pragma once
 
 /// \file
-/// Holds an Agent of this process up before it spawns its Bridge; for the thread that runs the test.
+/// Blocks an Agent of this process before it spawns its Bridge; for the thread that runs the test.
 
 #include "Agent/Protocol/Names.h"
 
@@ -23,7 +23,7 @@ public:
     {
     }
 
-    /// Lets the Agent go on, at the latest.
+    /// Lets the Agent continue if it doesn't yet.
     ~StartupGate()
     {
         Open();
@@ -31,7 +31,7 @@ public:
     StartupGate(const StartupGate&) = delete;
     StartupGate& operator=(const StartupGate&) = delete;
 
-    /// Lets the Agent go on.
+    /// Lets the Agent continue.
     void Open()
     {
         if (mutex != nullptr)

@@ -196,7 +196,7 @@ private:
 
 TEST(ResumeAtFrame, UnwindsExactlyTheTopFrame)
 {
-    // A frame further out has to lie at a higher address.
+    // An outer frame has to be at a higher address.
     NotingFrame frames[2];
     NotingFrame& outer = frames[1];
     NotingFrame& inner = frames[0];
@@ -276,7 +276,7 @@ TEST(ResumeAtFrame, ContinuesWithTheLowHalvesOfTheThreeWords)
     EXPECT_TRUE(log.GetLines().empty());
 }
 
-TEST(ResumeAtFrame, TellsThatAThreadCannotGoOn)
+TEST(ResumeAtFrame, ReportsThatAThreadCannotContinue)
 {
     NotingFrame frame;
     frame.Register();

@@ -78,7 +78,7 @@ class HotReloadOS : public ProcessMemoryFixture
 };
 } // namespace
 
-TEST_F(HotReloadOS, MakesThePageInFrontOfEachExecutableSectionExecutable)
+TEST_F(HotReloadOS, MakesThePageBeforeEachExecutableSectionExecutable)
 {
     const TemporaryFile file(ImageOf({Section(0x1000, executable), Section(0x2000, readOnly),
                                       Section(0x4000, executable | IMAGE_SCN_MEM_WRITE)}));
@@ -129,7 +129,7 @@ TEST_F(HotReloadOS, FollowsTheOrderOfTheSectionTable)
                                      PreparingLine(0x1000), ConversionLine(pages.At(0), 0x04, 0x40)}));
 }
 
-TEST_F(HotReloadOS, KeepsAGuardThatStandsInFrontOfASection)
+TEST_F(HotReloadOS, KeepsAGuardBeforeASection)
 {
     const TemporaryFile file(ImageOf({Section(0x1000, executable)}));
     const TestPages pages(2);
@@ -138,7 +138,7 @@ TEST_F(HotReloadOS, KeepsAGuardThatStandsInFrontOfASection)
     EXPECT_EQ(pages.GetProtection(0), 0x140u);
 }
 
-TEST_F(HotReloadOS, ChangesThePageThatHoldsTheFiveBytesInFrontOfAnUnalignedSection)
+TEST_F(HotReloadOS, ChangesThePageThatHoldsTheFiveBytesBeforeAnUnalignedSection)
 {
     const TestPages pages(3);
     const TemporaryFile inItsOwnPage(ImageOf({Section(0x1800, executable)}));
@@ -154,7 +154,7 @@ TEST_F(HotReloadOS, ChangesThePageThatHoldsTheFiveBytesInFrontOfAnUnalignedSecti
     EXPECT_EQ(pages.GetProtection(2), static_cast<DWORD>(PAGE_READWRITE));
 }
 
-TEST_F(HotReloadOS, GoesOnToTheNextSectionAfterAFailedQuery)
+TEST_F(HotReloadOS, ContinuesWithTheNextSectionAfterAFailedQuery)
 {
     const TemporaryFile file(ImageOf({Section(0x1000, executable), Section(0x3000, executable)}));
     const TestPages pages(4);

@@ -56,7 +56,7 @@ TEST_F(AgentGlobalPreferencesTest, AreTwoSecondsByDefault)
     EXPECT_EQ(log.GetLines(), expected);
 }
 
-TEST_F(AgentGlobalPreferencesTest, TellOfEachFileInTheWordsForIt)
+TEST_F(AgentGlobalPreferencesTest, LogEachFileWithItsOwnMessage)
 {
     MakeFile(defaultFile, "1");
     MakeFile(usersFile, "2");

@@ -157,7 +157,7 @@ TEST_F(AgentProjectPreferencesTest, KeepTheDefaultAndTellOfAMalformedFile)
     EXPECT_EQ(log.GetLines(), expected);
 }
 
-TEST_F(AgentProjectPreferencesTest, AreRelativeToTheLibraryWithoutAColonBehindTheFirstCharacter)
+TEST_F(AgentProjectPreferencesTest, AreRelativeToTheLibraryWithoutAColonAfterTheFirstCharacter)
 {
     // None of these folders is there, so that none is normalized.
     EXPECT_EQ(MakeFolderOf("../../Broker"), L"C:\\Host\\Agent\\../../Broker");
@@ -166,7 +166,7 @@ TEST_F(AgentProjectPreferencesTest, AreRelativeToTheLibraryWithoutAColonBehindTh
     EXPECT_EQ(MakeFolderOf("\\\\server\\No Broker"), L"C:\\Host\\Agent\\\\\\server\\No Broker");
 }
 
-TEST_F(AgentProjectPreferencesTest, AreAbsoluteWithAColonBehindTheFirstCharacterOrEmpty)
+TEST_F(AgentProjectPreferencesTest, AreAbsoluteWithAColonAfterTheFirstCharacterOrEmpty)
 {
     EXPECT_EQ(MakeFolderOf("Q:\\No Broker"), L"Q:\\No Broker");
     EXPECT_EQ(MakeFolderOf("Q:No Broker"), L"Q:No Broker");

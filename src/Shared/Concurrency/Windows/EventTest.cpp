@@ -29,7 +29,7 @@ protected:
     Event event = {Event::Create("Test").payload};
 };
 
-/// A mutex whose owning thread has ended; the first wait for it says so.
+/// A mutex whose owning thread has ended; the first wait for it reports so.
 HANDLE CreateAbandonedMutex()
 {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
@@ -63,7 +63,7 @@ TEST(Event, IsMadeForManualResetUnsignalledAndWithoutAName)
     CloseHandle(result.payload);
 }
 
-TEST(Event, TellsWhichOneCouldNotBeMade)
+TEST(Event, ReportsWhichOneCouldNotBeCreated)
 {
     const RecordedLog log;
     const FakeImport create(
@@ -92,7 +92,7 @@ TEST_F(EventTest, StaysSignalledUntilItIsReset)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST(Event, SaysNothingOfASignalThatFails)
+TEST(Event, LogsNothingForASignalThatFails)
 {
     const RecordedLog log;
     Event event = {nullptr};
@@ -134,7 +134,7 @@ TEST_F(EventTest, HoldsTheInvalidHandleAfterItsDestruction)
 
 // What each wait result means
 
-TEST_F(EventTest, WaitsAsLongAsItIsTold)
+TEST_F(EventTest, WaitsAsLongAsSpecified)
 {
     const FakeWait wait(event.handle, WAIT_OBJECT_0);
     EXPECT_TRUE(event.Wait());
@@ -145,20 +145,20 @@ TEST_F(EventTest, WaitsAsLongAsItIsTold)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(EventTest, SaysNothingOfATryThatFindsItUnsignalled)
+TEST_F(EventTest, LogsNothingForATryThatFindsItUnsignalled)
 {
     EXPECT_FALSE(event.TryWait());
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(EventTest, SaysNothingOfAFiniteTimeOut)
+TEST_F(EventTest, LogsNothingForAFiniteTimeOut)
 {
     EXPECT_FALSE(event.Wait(1));
     EXPECT_FALSE(event.Wait(0));
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(EventTest, SaysNothingOfALongFiniteTimeOut)
+TEST_F(EventTest, LogsNothingForALongFiniteTimeOut)
 {
     const FakeWait wait(event.handle, WAIT_TIMEOUT);
     EXPECT_FALSE(event.Wait(INFINITE - 1));
@@ -211,7 +211,7 @@ TEST(Event, ReportsAWaitForAnEventThatIsGone)
     EXPECT_EQ(log.GetLines(), Lines{"ERR Failed to Wait() on an event"});
 }
 
-TEST_F(EventTest, SaysNothingOfAResultThatIsUnknown)
+TEST_F(EventTest, LogsNothingForAResultThatIsUnknown)
 {
     const FakeWait wait(event.handle, WAIT_IO_COMPLETION);
     EXPECT_FALSE(event.Wait());

@@ -142,7 +142,7 @@ TEST(InterprocessMutex, IsMadeWithItsNameAndWithoutAnOwner)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST(InterprocessMutex, TellsWhichOneCouldNotBeMade)
+TEST(InterprocessMutex, ReportsWhichOneCouldNotBeCreated)
 {
     const RecordedLog log;
     const std::wstring name = OwnName(L"Taken");
@@ -282,7 +282,7 @@ TEST_F(InterprocessMutexTest, IsTakenOverFromAThreadThatEnded)
 
 // Waits that fail
 
-TEST_F(InterprocessMutexTest, GoesOnAfterAFailedWaitAndReleasesAllTheSame)
+TEST_F(InterprocessMutexTest, ContinuesAfterAFailedWaitAndReleasesAllTheSame)
 {
     struct Row
     {

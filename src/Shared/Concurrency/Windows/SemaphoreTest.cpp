@@ -66,7 +66,7 @@ TEST(Semaphore, IsMadeWithItsCountsAndWithoutAName)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST(Semaphore, TellsWhichOneCouldNotBeMade)
+TEST(Semaphore, ReportsWhichOneCouldNotBeCreated)
 {
     const RecordedLog log;
     const Result<HANDLE> result = CreateSemaphoreObject(2, 1, "Test"); // more than its maximum

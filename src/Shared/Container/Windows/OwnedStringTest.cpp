@@ -98,7 +98,7 @@ TEST_F(OwnedStringTest, CutsWhatNeedsMoreThanOneCharacterForOne)
     const TestLocale utf8(".UTF8");
     const std::string whole = "ab\xC3\xA4\xC3\xB6\xC3\xBC";
     const OwnedString text = NarrowFromWide(L"ab\x00E4\x00F6\x00FC");
-    // Whether half a character stands at the cut is the runtime's choice.
+    // Whether there is half a character at the cut is the runtime's choice.
     EXPECT_GE(strlen(text.pointer), 4u);
     EXPECT_LE(strlen(text.pointer), 5u);
     EXPECT_EQ(whole.compare(0, strlen(text.pointer), text.pointer), 0);

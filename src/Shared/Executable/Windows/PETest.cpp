@@ -194,7 +194,7 @@ TEST_F(PE, ClosesAFileWithoutSections)
     }
 }
 
-TEST_F(PE, TellsAWrongNtSignatureBeforeTheMissingSections)
+TEST_F(PE, ReportsAWrongNtSignatureBeforeTheMissingSections)
 {
     ImageBuilder builder;
     builder.ntSignature = 0;
@@ -210,7 +210,7 @@ TEST_F(PE, LeavesAFileOfAnotherMachineTypeOpen)
     ExpectMachineTypeFailure(builder);
 }
 
-TEST_F(PE, TellsAnUnknownMachineTypeBeforeAWrongNtSignature)
+TEST_F(PE, ReportsAnUnknownMachineTypeBeforeAWrongNtSignature)
 {
     ImageBuilder builder;
     builder.machine = 0xAA64;
@@ -293,7 +293,7 @@ TEST_F(PE, MapsTheFirstAndTheLastByteOfASection)
     EXPECT_EQ(log.GetLines(), noLines);
 }
 
-TEST_F(PE, MapsBytesBehindTheRawSizeToZeroWithoutALine)
+TEST_F(PE, MapsBytesAfterTheRawSizeToZeroWithoutALine)
 {
     EXPECT_EQ(RvaToFileOffset(0x1200, mixedSections, mixedSectionCount), 0u);
     EXPECT_EQ(RvaToFileOffset(0x17FF, mixedSections, mixedSectionCount), 0u);
@@ -465,7 +465,7 @@ TEST_F(PE, CopiesTheHeadersOfA64BitImage)
 }
 
 #if defined(_WIN32)
-TEST_F(PE, TellsTheSizeOfTheFile)
+TEST_F(PE, ReturnsTheSizeOfTheFile)
 {
     std::vector<uint8_t> bytes = ImageBuilder().Build();
     bytes.resize(0x12345);

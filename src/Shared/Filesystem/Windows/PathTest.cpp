@@ -206,7 +206,7 @@ TEST_F(Paths, AFailureToGetTheFinalPathIsLoggedAndGivesThePathAsItIs)
     EXPECT_FALSE(IsOpenHandle(opened));
 }
 
-TEST(Directories, TheDirectoryIsWhatStandsBeforeTheLastSeparator)
+TEST(Directories, TheDirectoryIsWhatPrecedesTheLastSeparator)
 {
     EXPECT_EQ(DirectoryOf(L"C:\\folder\\file.txt"), L"C:\\folder");
     EXPECT_EQ(DirectoryOf(L"C:/folder/file.txt"), L"C:/folder");
@@ -254,7 +254,7 @@ TEST(Directories, TextsOfLengthZeroAndOneComeBackAsTheyAre)
     EXPECT_EQ(DirectoryOf(L"/"), L"/");
 }
 
-TEST(Directories, TheLengthAloneTellsWhereThePathEnds)
+TEST(Directories, TheLengthAloneDeterminesWhereThePathEnds)
 {
     EXPECT_EQ(TextOf(GetDirectory(L"C:\\one\\two\\three", 9)), L"C:\\one");
     EXPECT_EQ(TextOf(GetDirectory(L"C:\\one\\two\\three", 6)), L"C:");

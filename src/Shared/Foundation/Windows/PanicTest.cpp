@@ -27,7 +27,7 @@ const ChildRole panickingProcess(L"panicking process", [](const wchar_t* argumen
                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     const Result<HANDLE> failed = Failure{"CreateEventW(%hs) failed.", failureCode};
     const HANDLE payload = Expect(failed, "Cannot create event %d", 5);
-    LogDebug(TVN_HERE, "went on");
+    LogDebug(TVN_HERE, "continued");
     ShutdownLog();
     ExitProcess(static_cast<UINT>(reinterpret_cast<uintptr_t>(payload)));
 });
@@ -48,8 +48,8 @@ public:
         : child(debuggedChild)
         , file(logFile)
     {
-        bool goesOn = true;
-        while (goesOn)
+        bool isRunning = true;
+        while (isRunning)
         {
             DEBUG_EVENT event = {};
             if (!WaitForDebugEvent(&event, testTimeout))
@@ -59,7 +59,7 @@ public:
                 return;
             }
             const DWORD answer = Handle(event);
-            goesOn = event.dwDebugEventCode != EXIT_PROCESS_DEBUG_EVENT;
+            isRunning = event.dwDebugEventCode != EXIT_PROCESS_DEBUG_EVENT;
             ContinueDebugEvent(event.dwProcessId, event.dwThreadId, answer);
         }
     }
@@ -143,7 +143,7 @@ std::string ReadRecords(const LogFile& file)
     return records;
 }
 
-constexpr const char* allRecords = "PNC | Cannot create event 5\nDBG | went on\n";
+constexpr const char* allRecords = "PNC | Cannot create event 5\nDBG | continued\n";
 
 std::wstring ArgumentFor(wchar_t mask, const LogFile& file)
 {
@@ -151,7 +151,7 @@ std::wstring ArgumentFor(wchar_t mask, const LogFile& file)
 }
 } // namespace
 
-TEST(Panic, StopsTwiceInADebuggerWhichMayGoOnFromBoth)
+TEST(Panic, StopsTwiceInADebuggerWhichMayContinueFromBoth)
 {
     LogFile file;
     CloseHandle(file.Release());
@@ -167,7 +167,7 @@ TEST(Panic, StopsTwiceInADebuggerWhichMayGoOnFromBoth)
     EXPECT_EQ(ReadRecords(file), allRecords);
 }
 
-TEST(Panic, StopsTwiceInADebuggerThatIsToldNothing)
+TEST(Panic, StopsTwiceInADebuggerThatReceivesNoText)
 {
     LogFile file;
     CloseHandle(file.Release());

@@ -83,7 +83,7 @@ TEST(PoolChunk, CutsAMegabyteIntoTheBlocksOfEveryClass)
     }
 }
 
-TEST(PoolChunk, HoldsTheToldNumbersOfBlocks)
+TEST(PoolChunk, HoldsTheDocumentedNumbersOfBlocks)
 {
     const TestChunk chunk(megabyte);
     const auto count = [&](uint32_t blockSize) {

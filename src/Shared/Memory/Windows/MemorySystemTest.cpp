@@ -230,7 +230,7 @@ TEST_F(MemorySystemTest, WorksWhileAnotherThreadIsInsideTheProcessHeap)
     const HANDLE parked = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     const HANDLE done = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     bool inTime = false;
-    // Until it unlocks the heap, nothing here may allocate in any other way.
+    // Until it unlocks the heap, nothing here may allocate by other means.
     const TestThread owner([&] {
         HeapLock(GetProcessHeap());
         SetEvent(parked);

@@ -240,7 +240,7 @@ TEST_F(OutputDrain, EndsSilentlyWhenTheReadIsCancelled)
     ReleaseSpawnedProcess(process);
 }
 
-TEST_F(OutputDrain, GoesOnAfterAReadOfNoBytes)
+TEST_F(OutputDrain, ContinuesAfterAReadOfNoBytes)
 {
     FakeRead fake = {readEnd,
                      {{TRUE, ERROR_GEN_FAILURE, ""}, {TRUE, 0, "later"}, {FALSE, ERROR_BROKEN_PIPE, ""}}};

@@ -222,7 +222,7 @@ TEST_F(PipeClient, APipeCanBeWaitedForAgainAfterATimeOut)
     EXPECT_EQ(WaitForPipeClient(pipe, testTimeout).error, nullptr);
 }
 
-TEST_F(PipeClient, AClientThatIsGoneAlreadyIsAFailure)
+TEST_F(PipeClient, AClientThatHasClosedAlreadyIsAFailure)
 {
     ConnectClient();
     DisconnectClient();
@@ -284,7 +284,7 @@ TEST_F(PipeClient, WithoutAHandleOfTheWaitingThreadThereIsNoCancel)
         {LogLine("ERR Failed to open thread %u", waitingThreadId), OSErrorLine(ERROR_ACCESS_DENIED, "ERR")});
 }
 
-TEST_F(PipeClient, WithoutAnEventTheWaitPanicsAndGoesOn)
+TEST_F(PipeClient, WithoutAnEventTheWaitPanicsAndContinues)
 {
     constexpr DWORD code = 0x2000F00F; // no handle, either
     FakeImport create("CreateEventW",
@@ -303,7 +303,7 @@ TEST_F(PipeClient, WithoutAnEventTheWaitPanicsAndGoesOn)
     EXPECT_EQ(log.Count("ERR Failed to Wait() on an event"), 1u);
 }
 
-TEST_F(PipeClient, TheEventAndTheWatcherAreGoneWhenTheWaitEnds)
+TEST_F(PipeClient, TheEventAndTheWatcherAreClosedWhenTheWaitEnds)
 {
     HANDLE event = nullptr;
     HANDLE thread = nullptr;

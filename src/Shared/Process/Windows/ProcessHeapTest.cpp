@@ -37,7 +37,7 @@ std::string UnreadableLine()
 }
 
 /// A critical section that this thread has entered, counted as the OS counts: -2 for a section that is taken, 4 less
-/// for each thread that waits. Where it counts otherwise, its count stands aside meanwhile.
+/// for each thread that waits. Where it counts otherwise, its count is saved meanwhile.
 class HeldSection
 {
 public:
@@ -157,7 +157,7 @@ TEST_F(ProcessHeapTest, ReadsNoFurtherThanTheWordThatItTries)
     EXPECT_EQ(log.GetLines().size(), 3u);
 }
 
-TEST_F(ProcessHeapTest, GoesOnFromANullWordAtTheFirstOffset)
+TEST_F(ProcessHeapTest, ContinuesAfterANullWordAtTheFirstOffset)
 {
     const HeldSection held;
     Header header;

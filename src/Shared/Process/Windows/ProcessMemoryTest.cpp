@@ -381,7 +381,7 @@ TEST_F(ProcessMemory, CopiesExactlyAnEnvironmentThatEndsAtTheEndOfItsRegion)
     EXPECT_EQ(memcmp(buffer.Get().pointer, block, sizeof(block)), 0);
 }
 
-TEST_F(ProcessMemory, CopiesTheBytesBehindTheEndMarkOfTheEnvironment)
+TEST_F(ProcessMemory, CopiesTheBytesAfterTheEndMarkOfTheEnvironment)
 {
     const wchar_t block[] = L"A=1\0";
     const TestPages pages(4);

@@ -170,7 +170,7 @@ TEST_F(ProcessModulesTest, ListsAStartModuleTwiceThatAnotherOneImports)
     EXPECT_EQ(GatherNames({a, a}), (Names{"TvnA.dll", "TvnA.dll"}));
 }
 
-TEST_F(ProcessModulesTest, PassesOverAStartModuleThatIsNotLoaded)
+TEST_F(ProcessModulesTest, SkipsAStartModuleThatIsNotLoaded)
 {
     ASSERT_TRUE(libraries.Write("TvnA.dll"));
     ASSERT_TRUE(libraries.Write("TvnB.dll"));
@@ -181,7 +181,7 @@ TEST_F(ProcessModulesTest, PassesOverAStartModuleThatIsNotLoaded)
     EXPECT_EQ(GetModuleHandleW(L"TvnB.dll"), nullptr);
 }
 
-TEST_F(ProcessModulesTest, PassesOverAnImportThatIsNotLoaded)
+TEST_F(ProcessModulesTest, SkipsAnImportThatIsNotLoaded)
 {
     ASSERT_TRUE(libraries.Write("TvnA.dll"));
     ASSERT_TRUE(libraries.Write("TvnB.dll"));
@@ -193,7 +193,7 @@ TEST_F(ProcessModulesTest, PassesOverAnImportThatIsNotLoaded)
     EXPECT_EQ(GetModuleHandleW(L"TvnB.dll"), nullptr);
 }
 
-TEST_F(ProcessModulesTest, ListsAModuleWhoseFileIsGoneAndFollowsNoneOfItsImports)
+TEST_F(ProcessModulesTest, ListsAModuleWhoseFileIsMissingAndFollowsNoneOfItsImports)
 {
     ASSERT_TRUE(libraries.Write("TvnA.dll", {{"TvnB.dll"}, {"TvnC.dll"}}));
     ASSERT_TRUE(libraries.Write("TvnB.dll"));

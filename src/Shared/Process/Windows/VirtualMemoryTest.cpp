@@ -114,7 +114,7 @@ TEST_F(VirtualMemoryTest, NoBytesAreReservedWithoutACallOfTheOS)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(VirtualMemoryTest, AFailedReservationTellsTheRoundedSize)
+TEST_F(VirtualMemoryTest, AFailedReservationReportsTheRoundedSize)
 {
     RefusedPages pages;
     EXPECT_EQ(VirtualMemory::Reserve(pageSize + 1), nullptr);
@@ -188,7 +188,7 @@ TEST_F(VirtualMemoryTest, PagesThatAreNotReservedCannotBeCommitted)
     EXPECT_EQ(log.GetLines(), Lines({"ERR Cannot commit 4096 bytes of physical memory."}));
 }
 
-TEST_F(VirtualMemoryTest, AFailedCommitTellsTheSizeAsItIs)
+TEST_F(VirtualMemoryTest, AFailedCommitReportsTheSizeAsItIs)
 {
     RefusedPages pages;
     void* address = reinterpret_cast<void*>(0x12340000);

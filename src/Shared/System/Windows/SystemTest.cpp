@@ -131,7 +131,7 @@ TEST_F(SystemTest, QueriesTheProcessorsSilently)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
-TEST_F(SystemTest, TellsTheVersionOfTheOS)
+TEST_F(SystemTest, ReturnsTheVersionOfTheOS)
 {
     QueryOSVersion(version);
     OSVERSIONINFOW expected = {};

@@ -17,7 +17,7 @@ namespace
 {
 constexpr uint32_t chunkSize = 0x100000;
 
-/// The fields as they lie in memory.
+/// The layout of the fields in memory.
 struct PoolLayout
 {
     CRITICAL_SECTION lock;
