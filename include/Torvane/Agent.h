@@ -17,7 +17,7 @@
  * crashes where this file doesn't allow it.
  *
  * Blocking: calls that send something put it into a queue of 4096 messages. Where this file says "queues", the
- * call returns at once unless the queue is full; then it blocks until there is room, and for good once the
+ * call returns at once unless the queue is full; then it blocks until there is room, and permanently once the
  * connection is lost or never came, since nothing takes messages out of it any more.
  *
  * Texts are zero-terminated: narrow ones in the runtime's multibyte encoding, wide ones in UTF-16. They are
@@ -200,7 +200,7 @@ void TVN_CALL TvnSetShortcutPreferences(uint32_t preference, uint32_t firstArgum
 /* ---- Modules ------------------------------------------------------------------------------------------- */
 
 /** Announces a loaded module, so that it may be changed. `path` is what GetModuleHandleW understands; a module
- *  that isn't loaded is passed over with a line in the log, nothing is loaded. `filter` may be null. Blocks until
+ *  that isn't loaded is skipped with a line in the log, nothing is loaded. `filter` may be null. Blocks until
  *  the Broker has acknowledged the modules or the connection is lost; doesn't block if there is nothing to
  *  announce or the connection has failed. Not to be called from a library's entry point. */
 void TVN_CALL TvnEnableModule(const wchar_t* path, TvnModuleOptions options, void* context,

@@ -24,7 +24,7 @@ protected:
     }
 
     /// Starts an agent that can't create a pipe. It stays: its shutdown would wait for threads that it never had.
-    TvnDefaultAgent& StartInVain()
+    TvnDefaultAgent& StartWithoutLink()
     {
         ExpectNoBridge();
         LeaveAgentRunning();
@@ -57,28 +57,28 @@ protected:
 PIPE_CREATION(ShowsAMessageBoxWhenTheAgentPipesNameIsTaken)
 {
     TakeName(agentPipePrefix);
-    StartInVain();
+    StartWithoutLink();
     ExpectFailureInLog("agent");
 }
 
 PIPE_CREATION(ShowsAMessageBoxWhenTheBridgePipesNameIsTaken)
 {
     TakeName(bridgePipePrefix);
-    StartInVain();
+    StartWithoutLink();
     ExpectFailureInLog("bridge");
 }
 
 PIPE_CREATION(LeavesTheFailureForWhoeverAsks)
 {
     TakeName(agentPipePrefix);
-    StartInVain();
+    StartWithoutLink();
     EXPECT_EQ(ConnectionFailed, WaitForConnection());
 }
 
 PIPE_CREATION(LeavesAnAgentThatTakesCalls)
 {
     TakeName(agentPipePrefix);
-    TvnDefaultAgent& agent = StartInVain();
+    TvnDefaultAgent& agent = StartWithoutLink();
     agent.TvnLogMessageANSI("nobody reads this");
     agent.TvnLogMessage(L"nor this");
     agent.TvnSetBoolPreferences(1, true);
@@ -93,7 +93,7 @@ PIPE_CREATION(LeavesAnAgentThatTakesCalls)
 PIPE_CREATION(LeavesAShutdownThatWaitsForever)
 {
     TakeName(bridgePipePrefix);
-    StartInVain();
+    StartWithoutLink();
     const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
     EXPECT_TRUE(WaitForLog("Shutting down agent-bridge communication"));
     EXPECT_FALSE(shutdown->WaitForEnd(longerLook));
