@@ -36,11 +36,11 @@ HOST_TEST(Connection, GoesThroughItsStepsInOrder)
 {
     UseDefaultBridge();
     ConnectDefaultAgent();
-    const std::wstring bridge = AgentFolder() + L"\\" + Torvane::bridgeFileName;
+    const std::wstring bridge = AgentFolder() + L"\\" + bridgeFileName;
     const std::string path(bridge.begin(), bridge.end());
     const std::string identifier = std::to_string(GetCurrentProcessId());
     ExpectLogOrder({
-        std::string("Torvane version ") + Torvane::apiVersion,
+        std::string("Torvane version ") + apiVersion,
         "Initializing OS internal functions",
         "Initializing system",
         "Initializing hot-reload system",

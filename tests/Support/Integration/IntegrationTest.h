@@ -54,9 +54,9 @@
 #include "tests/Support/Integration/BridgeTest.h"
 #include "tests/Support/Integration/RawPipeBridge.h"
 
-using namespace Torvane;
 using namespace Torvane::Bridge;
 #endif
+using namespace Torvane;
 using namespace Torvane::Testing;
 
 #if TORVANE_HOST_HALF
