@@ -1,7 +1,7 @@
 #include "bridge/Recording/BlobDecoder.h"
 
 #include "bridge/Recording/FieldText.h"
-#include "bridge/Recording/TestBlobs.h"
+#include "tests/Support/Blobs.h"
 
 #include "gtest/gtest.h"
 

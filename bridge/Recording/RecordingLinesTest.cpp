@@ -1,7 +1,7 @@
 #include "bridge/Recording/RecordingLines.h"
 
 #include "bridge/Recording/Encoding.h"
-#include "bridge/Recording/TestBlobs.h"
+#include "tests/Support/Blobs.h"
 
 #include "gtest/gtest.h"
 

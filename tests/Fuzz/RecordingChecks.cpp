@@ -2,9 +2,9 @@
 
 #include "bridge/Recording/BlobDecoder.h"
 #include "bridge/Recording/Encoding.h"
+#include "tests/Support/Trace.h"
 #include "tools/blobs/Exports.h"
 #include "tools/blobs/Listing.h"
-#include "tools/blobs/TestTrace.h"
 
 #include <nlohmann/json.hpp>
 

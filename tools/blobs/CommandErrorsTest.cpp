@@ -1,6 +1,5 @@
-#include "tools/blobs/TestCommand.h"
-
-#include "tools/blobs/TestRecording.h"
+#include "tests/Support/BlobsCommand.h"
+#include "tests/Support/WrittenRecording.h"
 
 #include "gtest/gtest.h"
 

@@ -1,6 +1,6 @@
 #include "tools/blobs/Operations.h"
 
-#include "tools/blobs/TestRecording.h"
+#include "tests/Support/WrittenRecording.h"
 
 #include "gtest/gtest.h"
 

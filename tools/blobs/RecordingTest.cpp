@@ -1,7 +1,7 @@
 #include "tools/blobs/Recording.h"
 
+#include "tests/Support/WrittenRecording.h"
 #include "tools/blobs/Filter.h"
-#include "tools/blobs/TestRecording.h"
 
 #include "gtest/gtest.h"
 

@@ -1,8 +1,7 @@
-#include "tools/blobs/TestTrace.h"
-
+#include "tests/Support/Trace.h"
+#include "tests/Support/WrittenRecording.h"
 #include "tools/blobs/Exports.h"
 #include "tools/blobs/Files.h"
-#include "tools/blobs/TestRecording.h"
 
 #include "gtest/gtest.h"
 

@@ -3,7 +3,7 @@
 /// \file
 /// Builds recordings for tests, Blob by Blob; for the test's only thread.
 
-#include "bridge/Recording/TestBlobs.h"
+#include "tests/Support/Blobs.h"
 #include "tools/blobs/Recording.h"
 
 namespace Torvane::Testing
