@@ -57,6 +57,20 @@ HRESULT WINAPI GetFolder(REFKNOWNFOLDERID id, DWORD flags, HANDLE token, wchar_t
     return S_OK;
 }
 
+/// `WriteFile` for an Agent whose disk is full, when it is. Pipes take what they are given.
+volatile bool diskIsFull;
+
+BOOL WINAPI WriteUnlessFull(HANDLE file, const void* bytes, DWORD size, DWORD* written,
+                            OVERLAPPED* overlapped)
+{
+    if (!diskIsFull || GetFileType(file) != FILE_TYPE_DISK)
+    {
+        return WriteFile(file, bytes, size, written, overlapped);
+    }
+    SetLastError(ERROR_DISK_FULL);
+    return FALSE;
+}
+
 class LogFileTest : public HostTest
 {
 protected:
@@ -93,6 +107,35 @@ LOG_FILE(IsInTheUsersLocalApplicationDataUnderTheProcessId)
     EXPECT_FALSE(Exists(path));
     RunConnected();
     EXPECT_TRUE(Exists(path));
+}
+
+LOG_FILE(CostsItsRecordsAloneWhileNothingCanBeWritten)
+{
+    ReplaceImport("WriteFile", &WriteUnlessFull);
+    const DebugOutput output;
+    RunConnected();
+    EXPECT_TRUE(WaitForLog("Sender thread ready"));
+    const std::string before = ReadAgentLogText(GetCurrentProcessId());
+    diskIsFull = true;
+    for (int i = 0; i < 1000; ++i)
+    {
+        Library().TvnSetBoolPreferences(0, true);
+    }
+    EXPECT_EQ(before, ReadAgentLogText(GetCurrentProcessId()));
+    diskIsFull = false;
+    Library().TvnSetIntPreferences(0, 1);
+    const std::string after = ReadAgentLogText(GetCurrentProcessId());
+    const std::string record = after.substr(before.size());
+    EXPECT_EQ(" | API TvnSetIntPreferences", record.substr(record.rfind(" | ")));
+    EXPECT_EQ(0u, record.rfind("\r\n")) << "Just the one record.";
+    Shutdown();
+    size_t reports = 0;
+    for (const std::string& text : output.Texts())
+    {
+        reports += text.find("Cannot write to file.") != std::string::npos;
+    }
+    EXPECT_EQ(0u, reports) << "Debug lines never reach the debugger.";
+    EXPECT_EQ(0u, CountInLog("Cannot write to file."));
 }
 
 LOG_FILE(HasARecordPerLineInColumns)

@@ -10,6 +10,9 @@ namespace Torvane
 {
 namespace
 {
+/// Whether this thread is reporting a failed write: what can't be written of the report is lost without another one.
+thread_local bool reporting = false;
+
 constexpr const char* tags[] = {"DBG", "SCS", "INF", "WRN", "ERR", "PNC"}; ///< by `LogLevel`
 
 uint32_t LengthOrWholeBuffer(int formatted)
@@ -21,9 +24,15 @@ uint32_t LengthOrWholeBuffer(int formatted)
 void FileSink::WriteBytes(const char* bytes, uint32_t count) const
 {
     DWORD written = 0;
-    if (!WriteFile(file, bytes, count, &written, nullptr))
+    if (WriteFile(file, bytes, count, &written, nullptr))
     {
+        failing = 0;
+    }
+    else if (InterlockedExchange(&failing, 1) == 0 && !reporting)
+    {
+        reporting = true;
         MakeOSError("Cannot write to file.");
+        reporting = false;
     }
 }
 

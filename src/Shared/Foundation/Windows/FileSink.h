@@ -11,7 +11,8 @@ namespace Torvane
 {
 /// A record is a line break, the seconds since startup, a three-letter tag, the source position and the message. With
 /// `separateText` 1 the message follows by itself, unformatted. With an invalid handle nothing happens. A failed write
-/// costs that record, and is reported as "Cannot write to file." through the same log.
+/// costs that record, and is reported as "Cannot write to file." through the same log; further failures are silent until
+/// a write succeeds again.
 class FileSink final : public MessageLogger<FileSink>
 {
 public:
@@ -37,5 +38,6 @@ private:
     void WriteBytes(const char* bytes, uint32_t count) const;
 
     HANDLE file;
+    mutable volatile LONG failing = 0; ///< 1: the latest write has failed
 };
 } // namespace Torvane

@@ -6,7 +6,10 @@
 #include "tests/Support/OSErrorLine.h"
 #include "tests/Support/RecordedLog.h"
 
+#include <functional>
+#include <string.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Torvane::Testing
@@ -22,9 +25,16 @@ constexpr DWORD beforeText = 2 + 9 + 3 + 3 + 3 + 43;
 class WriteJournal
 {
 public:
-    /// \param failing the number of the write that fails, from 0 on; none if negative
-    explicit WriteJournal(int failingWrite = -1)
-        : failing(failingWrite)
+    using Condition = std::function<bool(size_t number, DWORD size)>;
+
+    /// \param condition whether a write fails; they are numbered from 0 on.
+    explicit WriteJournal(Condition condition = [](size_t, DWORD) { return false; })
+        : fails(std::move(condition))
+    {
+    }
+
+    explicit WriteJournal(size_t failingWrite)
+        : WriteJournal([failingWrite](size_t number, DWORD) { return number == failingWrite; })
     {
     }
 
@@ -42,7 +52,7 @@ private:
                         LPOVERLAPPED overlapped) const
         {
             journal.sizes.push_back(size);
-            if (static_cast<int>(journal.sizes.size()) - 1 != journal.failing)
+            if (!journal.fails(journal.sizes.size() - 1, size))
             {
                 return real(file, bytes, size, written, overlapped);
             }
@@ -51,7 +61,7 @@ private:
         }
     };
 
-    int failing;
+    Condition fails;
     std::vector<DWORD> sizes;
     FakeImport<Write> write{"WriteFile", Write{*this}};
 };
@@ -214,7 +224,7 @@ TEST_F(FileSinkTest, DoesNothingAtAllWithoutAFile)
 TEST_F(FileSinkTest, ReportsAFailedWriteThroughTheLog)
 {
     const RecordedLog log;
-    const WriteJournal writes(0);
+    const WriteJournal writes(size_t{0});
     Error("lost", "Agent.cpp", 1);
     Error("kept", "Agent.cpp", 1);
     EXPECT_EQ(log.GetLines(), Lines({"DBG Cannot write to file.", OSErrorLine(ERROR_DISK_FULL)}));
@@ -226,7 +236,7 @@ TEST_F(FileSinkTest, LosesTheFailedRecordAloneWhenItIsTheLogItself)
     Logger* before = GetCurrentLogger();
     SetCurrentLogger(&sink);
     {
-        const WriteJournal writes(0);
+        const WriteJournal writes(size_t{0});
         LogError("Agent.cpp", 1, "lost");
         LogError("Agent.cpp", 1, "kept");
     }
@@ -240,10 +250,80 @@ TEST_F(FileSinkTest, LosesTheFailedRecordAloneWhenItIsTheLogItself)
     EXPECT_LT(report, kept);
 }
 
+TEST_F(FileSinkTest, ReportsFailingWritesOnceUntilOneSucceeds)
+{
+    const RecordedLog log;
+    const WriteJournal writes([](size_t number, DWORD) { return number != 3; });
+    const Lines report = {"DBG Cannot write to file.", OSErrorLine(ERROR_DISK_FULL)};
+    for (int i = 0; i < 3; ++i)
+    {
+        Error("lost", "Agent.cpp", 1);
+        EXPECT_EQ(log.GetLines(), report);
+    }
+    Error("kept", "Agent.cpp", 1);
+    EXPECT_EQ(file.Read().substr(beforeText), " | kept");
+    EXPECT_EQ(log.GetLines(), report);
+    Error("lost", "Agent.cpp", 1);
+    Error("lost", "Agent.cpp", 1);
+    EXPECT_EQ(log.GetLines(), Lines({report[0], report[1], report[0], report[1]}));
+}
+
+/// A failed write in a log that is the file itself.
+class FailingFileSinkTest : public FileSinkTest
+{
+protected:
+    FailingFileSinkTest()
+        : before(GetCurrentLogger())
+    {
+        SetCurrentLogger(&sink);
+    }
+
+    ~FailingFileSinkTest() override
+    {
+        SetCurrentLogger(before);
+    }
+
+private:
+    Logger* before;
+};
+
+TEST_F(FailingFileSinkTest, TriesTheRecordAndTheTwoLinesOfOneReport)
+{
+    const WriteJournal writes([](size_t, DWORD) { return true; });
+    LogError("Agent.cpp", 1, "lost");
+    EXPECT_EQ(writes.GetSizes().size(), 3u);
+    LogError("Agent.cpp", 1, "lost");
+    LogError("Agent.cpp", 1, "lost");
+    EXPECT_EQ(writes.GetSizes().size(), 5u);
+    EXPECT_EQ(file.Read(), "");
+}
+
+TEST_F(FailingFileSinkTest, ContinuesWithTheFirstRecordThatCanBeWritten)
+{
+    {
+        const WriteJournal writes([](size_t, DWORD) { return true; });
+        LogError("Agent.cpp", 1, "lost");
+    }
+    LogError("Agent.cpp", 1, "kept");
+    EXPECT_EQ(file.Read().substr(beforeText), " | kept");
+}
+
+/// As on a nearly full disk, where what is short still finds room.
+TEST_F(FailingFileSinkTest, ReportsOnceWhereOnlyTheFirstLineOfAReportCanBeWritten)
+{
+    const size_t shortest = beforeText + strlen(" | Cannot write to file.");
+    const WriteJournal writes([shortest](size_t, DWORD size) { return size > shortest; });
+    LogError("Agent.cpp", 1, "%hs", std::string(100, 'm').c_str());
+    EXPECT_EQ(writes.GetSizes().size(), 3u);
+    const std::string bytes = file.Read();
+    EXPECT_EQ(bytes.size(), shortest);
+    EXPECT_EQ(bytes.substr(beforeText), " | Cannot write to file.");
+}
+
 TEST_F(FileSinkTest, WritesASeparateTextEvenWhenItsRecordFailed)
 {
     const RecordedLog log;
-    const WriteJournal writes(0);
+    const WriteJournal writes(size_t{0});
     Error("text", "Agent.cpp", 1, 1);
     EXPECT_EQ(file.Read(), "text");
     EXPECT_EQ(log.GetCalls().size(), 2u);
