@@ -315,6 +315,18 @@ ENTRY_POINT_TEST(TakesAnIllegalInstruction)
     ExpectExceptionIsTaken([] { asm volatile("ud2"); });
 }
 
+ENTRY_POINT_TEST(TakesAFaultWithAFloatingPointExceptionPending)
+{
+    ExpectExceptionIsTaken([] {
+        const uint16_t nothingMasked = 0x0340;
+        asm volatile("fldcw %0\n\t"
+                     "fld1\n\t"
+                     "fldz\n\t"
+                     "fdivrp\n\t"
+                     "ud2" ::"m"(nothingMasked));
+    });
+}
+
 ENTRY_POINT_TEST(TakesABreakpoint)
 {
     ExpectExceptionIsTaken([] { asm volatile("int3"); });

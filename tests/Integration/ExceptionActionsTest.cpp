@@ -183,9 +183,38 @@ HOST_TEST_OF(ExceptionHost, ExceptionActions, ContinueSearchAndIgnoreAndUnknownA
         EXPECT_FALSE(EndsByItself([&code] { code.Run(); }));
         EXPECT_EQ(++count, handler.Count());
         EXPECT_EQ(code.Start() + 2, handler.Latest().record.ExceptionAddress);
+        EXPECT_EQ(CodePages::lastError, handler.Latest().state.lastError);
         EXPECT_EQ(1u, CountInLog("Received exception handler action " + std::to_string(action)));
     }
     EXPECT_EQ(before, code.Bytes());
+}
+
+HOST_TEST_OF(ExceptionHost, ExceptionActions, ContinueSearchLeavesTheThreadsStateToTheNextHandler)
+{
+    ASSERT_TRUE(Start());
+    static ThreadState before;
+    struct FirstHandler
+    {
+        static LONG CALLBACK See(EXCEPTION_POINTERS*)
+        {
+            before = before.lastError == 0 ? ThreadState::Get() : before;
+            return EXCEPTION_CONTINUE_SEARCH;
+        }
+    };
+    void* const first = AddVectoredExceptionHandler(1, &FirstHandler::See);
+    LastHandler handler;
+    // push 0x0341; fldcw [esp]; push 0x1F80 with another rounding; ldmxcsr [esp]; add esp, 8; fld1; fldz; fdivp; fwait
+    const CodePages code({0x68, 0x41, 0x03, 0,    0,    0xD9, 0x2C, 0x24, 0x68, 0x80,
+                          0x7F, 0,    0,    0x0F, 0xAE, 0x14, 0x24, 0x83, 0xC4, 8,
+                          0xD9, 0xE8, 0xD9, 0xEE, 0xDE, 0xF9, 0x9B, 0xC3});
+    EXPECT_FALSE(EndsByItself([&code] { code.Run(); }));
+    RemoveVectoredExceptionHandler(first);
+    ASSERT_EQ(1u, handler.Count());
+    const ThreadState& after = handler.Latest().state;
+    EXPECT_EQ(CodePages::lastError, after.lastError);
+    EXPECT_EQ(before.x87Control, after.x87Control);
+    EXPECT_EQ(before.x87Status, after.x87Status);
+    EXPECT_EQ(before.sse, after.sse);
 }
 
 HOST_TEST_OF(ExceptionHost, ExceptionActions, SkipContinuesAfterAnInstructionOfAnyLength)
@@ -320,6 +349,14 @@ BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, ContinueSearchAndIgnoreAnd
         Answer(report, action, {1, 2, 3});
     }
     EXPECT_TRUE(NothingElseCame());
+}
+
+BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, ContinueSearchLeavesTheThreadsStateToTheNextHandler)
+{
+    const ExceptionReport report = AwaitException();
+    ASSERT_TRUE(report);
+    EXPECT_EQ(static_cast<DWORD>(EXCEPTION_FLT_DIVIDE_BY_ZERO), report.record.ExceptionCode);
+    Answer(report, ActionContinueSearch);
 }
 
 BRIDGE_SCENARIO_OF(ExceptionBridge, ExceptionActions, SkipContinuesAfterAnInstructionOfAnyLength)

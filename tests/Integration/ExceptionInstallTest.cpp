@@ -179,6 +179,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AFailedWaitPassesOnWhatNobo
     FailingCalls::threadId = 0;
     EXPECT_EQ(1, FailingCalls::waits);
     EXPECT_EQ(1u, handler.Count());
+    EXPECT_EQ(CodePages::lastError, handler.Latest().state.lastError);
     ExpectLogOrder({"Could not wait for event in exception handler", "Received exception handler action 0"});
     ExpectTag("Could not wait for event in exception handler", "ERR");
     EXPECT_EQ(1u, CountInLog("Could not wait for event in exception handler"));
@@ -211,6 +212,7 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, WithoutAnEventItContinuesWi
     EXPECT_FALSE(EndsByItself([&code] { code.Run(); }));
     FailingCalls::threadId = 0;
     EXPECT_EQ(1u, handler.Count());
+    EXPECT_EQ(CodePages::lastError, handler.Latest().state.lastError);
     ExpectLogOrder({
         "CreateEventW(Exception filter) failed.",
         "Cannot create event for exception filter",

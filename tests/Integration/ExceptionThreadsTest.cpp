@@ -191,6 +191,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, AFaultInAPatchesEntryPointIsNotRep
     const CodePages code(faultingCode);
     EXPECT_FALSE(EndsByItself([&code] { code.Run(); })) << "declined";
     EXPECT_EQ(1u, handler.Count());
+    EXPECT_EQ(CodePages::lastError, handler.Latest().state.lastError);
     SetEvent(meeting.leave);
     EXPECT_TRUE(WaitForLog("Exception thrown while calling the patch entry point"));
     ASSERT_TRUE(Await("called"));

@@ -45,6 +45,7 @@ struct Landing
         [8]; ///< in the order of PUSHAD, from the lowest address: edi, esi, ebp, esp, ebx, edx, ecx, eax
     uint32_t flags;
     const void* topFrame; ///< the head of the list of exception frames
+    DWORD lastError;
 };
 
 Levels levels;
@@ -109,6 +110,8 @@ _baseLanding:
     popl _landing + 32
     movl %fs:0, %eax
     movl %eax, _landing + 36
+    movl %fs:0x34, %eax
+    movl %eax, _landing + 40
     cld
     movl _levels + 80, %esp
     movl _levels + 84, %ebp
@@ -193,7 +196,9 @@ protected:
         for (uint32_t i = 0; i < repetitions; ++i)
         {
             unwoundCount = 0;
+            SetLastError(i + 1);
             GoIn(count);
+            ASSERT_EQ(i + 1, landing.lastError);
             ASSERT_EQ(1u, unwoundCount) << "after " << i;
             ASSERT_EQ(0u, unwoundLevels[0]);
             ASSERT_EQ(count == 1 ? top : frameOfLevel[1], landing.topFrame);

@@ -36,6 +36,26 @@ protected:
     }
 };
 
+/// What belongs to a thread beside its registers, as a handler of an exception finds it.
+struct ThreadState
+{
+    DWORD lastError;
+    uint16_t x87Control;
+    uint16_t x87Status;
+    uint32_t sse; ///< control and status
+
+    static ThreadState Get()
+    {
+        ThreadState state = {};
+        state.lastError = GetLastError();
+        __asm__ volatile("fnstcw %0\n\t"
+                         "fnstsw %1\n\t"
+                         "stmxcsr %2"
+                         : "=m"(state.x87Control), "=m"(state.x87Status), "=m"(state.sse));
+        return state;
+    }
+};
+
 /// Code in two pages of its own.
 class CodePages
 {
@@ -78,11 +98,17 @@ public:
         return information.Protect;
     }
 
-    /// Calls the code as a function without arguments.
+    /// Calls the code as a function without arguments, which doesn't touch the last error: an exception in it mustn't
+    /// either.
     uint32_t Run() const
     {
-        return reinterpret_cast<uint32_t(__cdecl*)()>(start)();
+        SetLastError(lastError);
+        const uint32_t result = reinterpret_cast<uint32_t(__cdecl*)()>(start)();
+        EXPECT_EQ(lastError, GetLastError());
+        return result;
     }
+
+    static constexpr DWORD lastError = 4711;
 
     static constexpr size_t size = 0x2000;
 
@@ -96,13 +122,7 @@ private:
 template<typename Function>
 bool EndsByItself(Function function)
 {
-    const bool ended =
-        RunInExceptionFrame([](void* context) { (*static_cast<Function*>(context))(); }, &function);
-    if (!ended)
-    {
-        __asm__ volatile("fninit"); // a floating-point fault leaves its exceptions unmasked
-    }
-    return ended;
+    return RunInExceptionFrame([](void* context) { (*static_cast<Function*>(context))(); }, &function);
 }
 
 /// An exception as a handler saw it.
@@ -110,6 +130,7 @@ struct SeenException
 {
     EXCEPTION_RECORD record;
     CONTEXT context;
+    ThreadState state;
 };
 
 /// An exception that is raised only for what the OS makes of the answer to it.
@@ -163,12 +184,13 @@ private:
 
     static LONG CALLBACK See(EXCEPTION_POINTERS* exception)
     {
+        const ThreadState state = ThreadState::Get();
         const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
         if (GetCurrentThreadId() != owner || record.ExceptionCode == occasion || IsDebugText(record))
         {
             return EXCEPTION_CONTINUE_SEARCH;
         }
-        latest = {record, *exception->ContextRecord};
+        latest = {record, *exception->ContextRecord, state};
         ++count;
         return continues ? EXCEPTION_CONTINUE_EXECUTION : EXCEPTION_CONTINUE_SEARCH;
     }

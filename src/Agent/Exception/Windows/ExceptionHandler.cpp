@@ -96,6 +96,23 @@ void AskForDecision(const EXCEPTION_POINTERS& exception, Decision& decision)
     }
 }
 
+/// Gives the thread its last error back.
+class ScopedLastError
+{
+public:
+    ScopedLastError() = default;
+
+    ~ScopedLastError()
+    {
+        SetLastError(code);
+    }
+
+    ScopedLastError(const ScopedLastError&) = delete;
+    ScopedLastError& operator=(const ScopedLastError&) = delete;
+
+    const DWORD code = GetLastError();
+};
+
 /// The length of the instruction at an address that needn't be readable: if it isn't, the copy faults on this
 /// thread, and that exception is reported like any other. \return 0 after an Error line if nothing could be decoded.
 uint8_t DecodeFaultingInstruction(const void* address)
@@ -110,7 +127,7 @@ uint8_t DecodeFaultingInstruction(const void* address)
     return length;
 }
 
-LONG Act(EXCEPTION_POINTERS& exception, const Decision& decision)
+LONG Act(EXCEPTION_POINTERS& exception, const Decision& decision, DWORD lastError)
 {
     void* address = exception.ExceptionRecord->ExceptionAddress;
     switch (decision.action)
@@ -129,7 +146,7 @@ LONG Act(EXCEPTION_POINTERS& exception, const Decision& decision)
             static_cast<DWORD>(reinterpret_cast<uintptr_t>(address)) + DecodeFaultingInstruction(address);
         return EXCEPTION_CONTINUE_EXECUTION;
     case ActionResumeAtFrame:
-        ResumeAtFrame(exception, decision.resumeRecord);
+        ResumeAtFrame(exception, decision.resumeRecord, lastError);
         return EXCEPTION_CONTINUE_EXECUTION;
     default:
         return EXCEPTION_CONTINUE_SEARCH;
@@ -193,6 +210,7 @@ LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception)
     {
         return EXCEPTION_CONTINUE_SEARCH;
     }
+    const ScopedLastError lastError;
     const DefaultFloatingPoint floatingPoint;
     Decision decision = {};
     {
@@ -203,6 +221,6 @@ LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception)
         }
         AskForDecision(*exception, decision);
     }
-    return Act(*exception, decision);
+    return Act(*exception, decision, lastError.code);
 }
 } // namespace Torvane

@@ -38,7 +38,8 @@ private:
 /// Codes that `IsKnownExceptionCode` doesn't know pass at once, without a lock or a log line. For the others, one
 /// thread after the other: logs what happened, sends `HandleExceptionWindows`, waits without a limit for the answer,
 /// which the receiver thread stores in this function's frame, and acts on it when the lock has been left. A stack
-/// overflow is reported without a log line, since the logger needs stack.
+/// overflow is reported without a log line, since the logger needs stack. On each way out the thread's last error and its
+/// floating-point state are what they were.
 /// \return `EXCEPTION_CONTINUE_SEARCH` or `EXCEPTION_CONTINUE_EXECUTION`.
 LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception);
 } // namespace Torvane

@@ -8,7 +8,7 @@ extern "C" void __cdecl TorvaneUnwindTopFrame(EXCEPTION_RECORD* record);
 
 namespace Torvane
 {
-void ResumeAtFrame(EXCEPTION_POINTERS& exception, const ResumeRecord& target)
+void ResumeAtFrame(EXCEPTION_POINTERS& exception, const ResumeRecord& target, DWORD lastError)
 {
     TorvaneUnwindTopFrame(exception.ExceptionRecord);
 
@@ -16,6 +16,7 @@ void ResumeAtFrame(EXCEPTION_POINTERS& exception, const ResumeRecord& target)
     context.Eip = static_cast<DWORD>(target.instructionPointer);
     context.Esp = static_cast<DWORD>(target.stackPointer);
     context.Ebp = static_cast<DWORD>(target.framePointer);
+    SetLastError(lastError);
     const NTSTATUS status = GetWindowsInternalAPI().NtContinue(&context, BOOLEAN{FALSE});
     if (status < 0)
     {

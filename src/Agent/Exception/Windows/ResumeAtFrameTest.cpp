@@ -178,6 +178,7 @@ public:
     static inline CONTEXT context;
     static inline BOOLEAN testAlert;
     static inline void* topFrame;
+    static inline DWORD lastError;
 
 private:
     static NTSTATUS NTAPI Call(CONTEXT* givenContext, BOOLEAN givenTestAlert)
@@ -186,6 +187,7 @@ private:
         context = *givenContext;
         testAlert = givenTestAlert;
         topFrame = NotingFrame::Top();
+        lastError = GetLastError();
         return status;
     }
 
@@ -268,11 +270,12 @@ TEST(ResumeAtFrame, ContinuesWithTheLowHalvesOfTheThreeWords)
     EXCEPTION_POINTERS exception = {&record, &context};
     const RecordedLog log;
     const FakeContinue fake(0);
-    ResumeAtFrame(exception, {0xFFFFFFFF11223344, 0xEEEEEEEE55667788, 0xDDDDDDDD99AABBCC});
+    ResumeAtFrame(exception, {0xFFFFFFFF11223344, 0xEEEEEEEE55667788, 0xDDDDDDDD99AABBCC}, 4711);
     EXPECT_EQ(1u, FakeContinue::calls);
     EXPECT_EQ(0, memcmp(&expected, &FakeContinue::context, sizeof(expected)));
     EXPECT_EQ(0, FakeContinue::testAlert);
     EXPECT_EQ(frame.next, FakeContinue::topFrame) << "Unwound before the thread continues.";
+    EXPECT_EQ(4711u, FakeContinue::lastError);
     EXPECT_TRUE(log.GetLines().empty());
 }
 
@@ -285,7 +288,7 @@ TEST(ResumeAtFrame, ReportsThatAThreadCannotContinue)
     EXCEPTION_POINTERS exception = {&record, &context};
     const RecordedLog log;
     const FakeContinue fake(static_cast<NTSTATUS>(0xC000000D));
-    ResumeAtFrame(exception, {0x1000, 0x2000, 0x3000});
+    ResumeAtFrame(exception, {0x1000, 0x2000, 0x3000}, 0);
     EXPECT_EQ(std::vector<std::string>{"ERR Call to function NtContinue failed. Error: 0xC000000D"},
               log.GetLines());
     EXPECT_EQ(1u, frame.calls);

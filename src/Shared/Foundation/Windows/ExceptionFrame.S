@@ -19,6 +19,9 @@ _TorvaneRunInFrame:                     // int __cdecl (function, context)
     push ebx                            // with all that the caller expects to keep
     push esi
     push edi
+    sub esp, 8
+    fnstcw [esp + 4]                    // [ebp - 16]
+    stmxcsr [esp]                       // [ebp - 20]
     push ebp                            // frame + 12
     mov eax, offset landing
     push eax                            // frame + 8
@@ -36,6 +39,9 @@ landing:                                // here with esp = frame, ebp = [frame +
     xor eax, eax
 remove:
     pop dword ptr fs:[0]                // the outer frame is the innermost again
+    fninit                              // drops what is left in the unit, a pending exception above all
+    fldcw [ebp - 16]
+    ldmxcsr [ebp - 20]
     lea esp, [ebp - 12]                 // where the three registers were saved
     pop edi
     pop esi

@@ -130,6 +130,50 @@ void FaultWithScrambledRegisters(void*)
                      : "ebx", "esi", "edi", "memory");
 }
 
+/// Unmasks all exceptions of both floating-point units and divides by 0 in the older one, which raises that only at its
+/// next instruction.
+void LeaveAFloatingPointExceptionPending(void*)
+{
+    const uint16_t x87Control = 0x0F40;     // round towards zero
+    const uint32_t sseControl = 0x00006000; // the same
+    __asm__ volatile("fldcw %0\n\t"
+                     "ldmxcsr %1\n\t"
+                     "fld1\n\t"
+                     "fldz\n\t"
+                     "fdivrp"
+                     :
+                     : "m"(x87Control), "m"(sseControl));
+}
+
+void FaultWithAFloatingPointExceptionPending(void*)
+{
+    LeaveAFloatingPointExceptionPending(nullptr);
+    ExecuteNoInstruction(nullptr);
+}
+
+void RaiseAFloatingPointException(void*)
+{
+    LeaveAFloatingPointExceptionPending(nullptr);
+    __asm__ volatile("fwait");
+}
+
+struct FloatingPointControl
+{
+    uint16_t x87;
+    uint16_t x87Status;
+    uint32_t sse;
+};
+
+FloatingPointControl GetFloatingPointControl()
+{
+    FloatingPointControl control = {};
+    __asm__ volatile("fnstcw %0\n\t"
+                     "fnstsw %1\n\t"
+                     "stmxcsr %2"
+                     : "=m"(control.x87), "=m"(control.x87Status), "=m"(control.sse));
+    return control;
+}
+
 struct Registers
 {
     uint32_t ebx;
@@ -245,6 +289,28 @@ TEST_F(StructuredException, RunsAFunctionThatReturns)
     EXPECT_TRUE(RunInExceptionFrame(&CountUp, &counter));
     EXPECT_EQ(counter, 1);
     EXPECT_EQ(caughtCode, 0u);
+}
+
+TEST_F(StructuredException, LeavesTheFloatingPointUnitsAsTheyWere)
+{
+    const uint16_t shortPrecision = 0x007F;
+    __asm__ volatile("fninit\n\t"
+                     "fldcw %0"
+                     :
+                     : "m"(shortPrecision));
+    const FloatingPointControl before = GetFloatingPointControl();
+    for (const auto& [function, returns] : {std::pair{&LeaveAFloatingPointExceptionPending, true},
+                                            {&FaultWithAFloatingPointExceptionPending, false},
+                                            {&RaiseAFloatingPointException, false}})
+    {
+        EXPECT_EQ(RunInExceptionFrame(function, nullptr), returns);
+        const FloatingPointControl after = GetFloatingPointControl();
+        EXPECT_EQ(after.x87, before.x87);
+        EXPECT_EQ(after.x87Status, 0u);
+        EXPECT_EQ(after.sse, before.sse);
+        __asm__ volatile("fwait");
+    }
+    __asm__ volatile("fninit");
 }
 
 TEST_F(StructuredException, CatchesAccessViolations)
