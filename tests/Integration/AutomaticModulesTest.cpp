@@ -124,7 +124,8 @@ AUTOMATIC_HOST(AreShownToTheWideFilterAloneIfThereAreBoth)
     SendEnd();
     EXPECT_EQ(0, askedNarrow);
     EXPECT_LE(4, askedWide) << "Two registrations, two libraries.";
-    LeaveAgentRunning(); // the first registration would outlast it
+    EXPECT_TRUE(Await("ended"));
+    Shutdown(); // before what the filters count in goes
 }
 
 AUTOMATIC_HOST(AreEnabledAlsoFromWithinAnEntryPoint)
@@ -159,6 +160,20 @@ AUTOMATIC_HOST(AreLeftAloneAfterShutdown)
     EXPECT_EQ(records, ReadLog().size());
     ExpectLogOrder({"API TvnShutdown", "Shutting down agent-bridge communication"});
     ExpectNoErrorsInLog();
+}
+
+AUTOMATIC_HOST(AreLeftAloneAfterShutdownByARegistrationThatStays)
+{
+    UseScenario("AutomaticModules.AreLeftAloneAfterShutdown");
+    TvnDefaultAgent& agent = ConnectDefaultAgent();
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    SendEnd();
+    EXPECT_TRUE(Await("ended"));
+    Shutdown();
+    const size_t records = ReadLog().size();
+    LoadAndFree("TvnA.dll");
+    EXPECT_EQ(records, ReadLog().size());
 }
 
 AUTOMATIC_HOST(AreEnabledOnManyThreads)
@@ -276,7 +291,7 @@ AUTOMATIC_BRIDGE(AreShownToTheWideFilterAloneIfThereAreBoth)
     ReceiveAll();
     EXPECT_EQ(FileNames(), enabled);
     EXPECT_EQ(FileNames(), disabled);
-    ExitBeforeAgent();
+    Signal("ended");
 }
 
 AUTOMATIC_BRIDGE(AreEnabledAlsoFromWithinAnEntryPoint)

@@ -34,7 +34,8 @@ struct ModuleNotification
 };
 static_assert(sizeof(ModuleNotification) == 8);
 
-/// No lock: the host's thread writes, the threads that load libraries read.
+/// No lock for these: the host's thread writes, the threads that load libraries read.
+volatile bool enabled = false; ///< what stays registered does nothing once shutdown has begun
 ModuleFilters automaticFilters;
 Allocation moduleNotification;
 
@@ -59,7 +60,7 @@ void OnModuleNotification(uint32_t reason, const wchar_t* path)
 
 void CALLBACK OnLoaderNotification(ULONG reason, const LoaderNotificationData* data, void* context)
 {
-    if (reason == reasonLoaded || reason == reasonUnloaded)
+    if (enabled && (reason == reasonLoaded || reason == reasonUnloaded))
     {
         static_cast<const ModuleNotification*>(context)->onNotification(reason, data->fullName->Buffer);
     }
@@ -68,6 +69,7 @@ void CALLBACK OnLoaderNotification(ULONG reason, const LoaderNotificationData* d
 void TvnGenericEnableAutomaticHandlingOfDynamicallyLoadedModules()
 {
     LogDebug(TVN_HERE, "API TvnGenericEnableAutomaticHandlingOfDynamicallyLoadedModules");
+    enabled = true;
     const Allocation block = Allocate(sizeof(ModuleNotification));
     ModuleNotification* notification = static_cast<ModuleNotification*>(block.pointer);
     notification->onNotification = OnModuleNotification;
@@ -84,6 +86,7 @@ void TvnGenericEnableAutomaticHandlingOfDynamicallyLoadedModules()
 
 void ShutdownAutomaticModuleHandling()
 {
+    enabled = false;
     if (moduleNotification.pointer == nullptr)
     {
         return;

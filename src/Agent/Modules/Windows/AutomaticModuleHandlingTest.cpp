@@ -179,6 +179,17 @@ TEST_F(AutomaticModuleHandlingTest, RegistersAgainWithEachCallAndUnregistersTheL
     EXPECT_EQ(LoaderDouble::unregistered, std::vector<void*>{reinterpret_cast<void*>(2)});
 }
 
+TEST_F(AutomaticModuleHandlingTest, DoesNothingAfterShutdownForAnEarlierRegistration)
+{
+    TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    ShutdownAutomaticModuleHandling();
+    log.Clear();
+    LoaderDouble::Notify(1, absentModule, 0);
+    LoaderDouble::Notify(2, absentModule, 0);
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
 TEST_F(AutomaticModuleHandlingTest, KeepsItsRecordIfItCannotRegister)
 {
     LoaderDouble::status = static_cast<NTSTATUS>(0xC000000D);
