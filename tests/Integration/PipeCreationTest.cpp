@@ -7,11 +7,10 @@
 #if TORVANE_HOST_HALF
 
 #include "tests/Support/MessageBoxWatcher.h"
+#include "tests/Support/TestThread.h"
 
 namespace
 {
-constexpr uint32_t longerLook = 200; // milliseconds
-
 class PipeCreationTest : public LinkTest
 {
 protected:
@@ -23,11 +22,10 @@ protected:
                   CreateNamedPipeW(name.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE, 1, 0, 0, 0, nullptr));
     }
 
-    /// Starts an agent that can't create a pipe. It stays: its shutdown would wait for threads that it never had.
+    /// Starts an agent that can't create a pipe.
     TvnDefaultAgent& StartWithoutLink()
     {
         ExpectNoBridge();
-        LeaveAgentRunning();
         Library();
         MessageBoxWatcher watcher("Torvane Agent");
         TvnDefaultAgent& agent = StartDefaultAgent();
@@ -48,6 +46,22 @@ protected:
                         "Failed to create " + pipe + " pipe"});
         EXPECT_EQ("Failed to create " + pipe + " pipe", ReadLog().back().message);
         EXPECT_EQ(1u, CountInLog("CreateNamedPipeW failed."));
+    }
+
+    /// Without one pipe: shuts down, and closes the other.
+    void ExpectShutdown(const wchar_t* takenPrefix)
+    {
+        TakeName(takenPrefix);
+        StartWithoutLink();
+        Shutdown();
+        ExpectLogOrder({"API TvnShutdown", "Shutting down agent-bridge communication",
+                        "Shutting down hot-restart system",
+                        "Shutting down default allocators for memory system"});
+        const std::wstring otherPrefix =
+            takenPrefix == std::wstring(agentPipePrefix) ? bridgePipePrefix : agentPipePrefix;
+        const std::wstring other = otherPrefix + std::to_wstring(GetCurrentProcessId());
+        EXPECT_FALSE(WaitNamedPipeW(other.c_str(), 1));
+        EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError()) << "Its own pipe is closed.";
     }
 };
 } // namespace
@@ -90,14 +104,25 @@ PIPE_CREATION(LeavesAnAgentThatTakesCalls)
     }
 }
 
-PIPE_CREATION(LeavesAShutdownThatWaitsForever)
+PIPE_CREATION(LeavesAnAgentWhoseCallsDoNotWait)
 {
-    TakeName(bridgePipePrefix);
+    TakeName(agentPipePrefix);
     StartWithoutLink();
-    const auto* const shutdown = new TestThread([this] { Library().TvnShutdown(); }); // never ends
-    EXPECT_TRUE(WaitForLog("Shutting down agent-bridge communication"));
-    EXPECT_FALSE(shutdown->WaitForEnd(longerLook));
-    EXPECT_EQ("Shutting down agent-bridge communication", ReadLog().back().message);
+    const TestThread caller([this] {
+        Library().TvnEnableModule(L"kernel32.dll", ExactlyTheseModules, nullptr, nullptr);
+        Library().TvnDisableModule(L"kernel32.dll", ExactlyTheseModules, nullptr, nullptr);
+    });
+    EXPECT_TRUE(caller.WaitForEnd(testTimeout));
+}
+
+PIPE_CREATION(LeavesAnAgentThatShutsDownWithoutItsFirstPipe)
+{
+    ExpectShutdown(agentPipePrefix);
+}
+
+PIPE_CREATION(LeavesAnAgentThatShutsDownWithoutItsSecondPipe)
+{
+    ExpectShutdown(bridgePipePrefix);
 }
 
 #endif

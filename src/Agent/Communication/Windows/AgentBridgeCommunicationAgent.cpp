@@ -5,7 +5,6 @@
 #include "Agent/Communication/Windows/Registration.h"
 #include "Agent/HotReload/Windows/Watchdog.h"
 #include "Agent/Preferences/Windows/PreferencesSection.h"
-#include "Agent/Transport/Windows/ConnectionState.h"
 #include "Agent/Transport/Windows/Heartbeat.h"
 #include "Agent/Transport/Windows/Receiver.h"
 #include "Agent/Transport/Windows/Sender.h"
@@ -13,6 +12,24 @@
 
 namespace Torvane::AgentBridgeCommunicationAgent
 {
+namespace
+{
+bool linkCreated = false; ///< both pipes, and with them the threads
+
+/// Ends the threads, each before what it uses.
+void EndThreads()
+{
+    Sender::CancelThreadIO();
+    ReceiverInitialization::CancelThreadIO();
+    Receiver::DisconnectPipe();
+    Sender::DisconnectPipe();
+    ReceiverInitialization::WaitForThreadEnd();
+    Sender::EndThread();
+    Watchdog::EndThread();
+    Heartbeat::EndThread();
+}
+} // namespace
+
 bool Startup(const FixedWideString& identifier, uint32_t agentType, const wchar_t* projectPreferencesFile,
              const TvnProjectPreferences* projectPreferences)
 {
@@ -26,10 +43,10 @@ bool Startup(const FixedWideString& identifier, uint32_t agentType, const wchar_
     LogDebug(TVN_HERE, "Creating communication pipes");
     if (!Sender::CreatePipe(identifier) || !Receiver::CreatePipe(identifier))
     {
-        ReceiverInitialization::SignalFinished();
-        ReportConnectionStatus(ConnectionFailed);
+        ReceiverInitialization::FailConnection();
         return false;
     }
+    linkCreated = true;
 
     LogDebug(TVN_HERE, "Creating synchronization events");
     Heartbeat::CreateExitEvent();
@@ -59,14 +76,10 @@ void Shutdown()
         LogError(TVN_HERE, "Failed to wait for Startup() to complete");
         return;
     }
-    Sender::CancelThreadIO();
-    ReceiverInitialization::CancelThreadIO();
-    Receiver::DisconnectPipe();
-    Sender::DisconnectPipe();
-    ReceiverInitialization::WaitForThreadEnd();
-    Sender::EndThread();
-    Watchdog::EndThread();
-    Heartbeat::EndThread();
+    if (linkCreated)
+    {
+        EndThreads();
+    }
     Receiver::ClosePipe();
     Sender::ClosePipe();
     ReleaseBridge();

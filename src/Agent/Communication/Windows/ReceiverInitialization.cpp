@@ -108,9 +108,7 @@ uint32_t Run(ReceiverBlock& block)
     }
     else
     {
-        Receiver::GetLatches().ReleaseAll();
-        finished.Signal();
-        ReportConnectionStatus(ConnectionFailed);
+        FailConnection();
     }
     return result;
 }
@@ -126,9 +124,11 @@ void DestroyFinishedEvent()
     finished.Destroy();
 }
 
-void SignalFinished()
+void FailConnection()
 {
+    Receiver::GetLatches().ReleaseAll();
     finished.Signal();
+    ReportConnectionStatus(ConnectionFailed);
 }
 
 bool WaitUntilFinished()
@@ -140,6 +140,10 @@ void StartThread(const FixedWideString& identifier, uint32_t agentType)
 {
     thread = Torvane::StartThread<ReceiverBlock, Run>(receiverThread.stackSize,
                                                       {receiverThread.name, identifier, agentType});
+    if (thread == nullptr)
+    {
+        FailConnection();
+    }
 }
 
 void CancelThreadIO()

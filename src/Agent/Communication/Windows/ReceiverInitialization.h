@@ -12,14 +12,15 @@ namespace Torvane::ReceiverInitialization
 void CreateFinishedEvent();
 void DestroyFinishedEvent();
 
-/// Signals the event, for a startup that starts no thread.
-void SignalFinished();
+/// Ends an initialization that has failed: releases whoever waits for the Bridge, signals the event and reports
+/// `ConnectionFailed`. Also on the receiver thread.
+void FailConnection();
 
 /// Waits without a limit. \return false after an Error line of the event if the wait failed.
 bool WaitUntilFinished();
 
 /// Starts the receiver thread: the initialization, then the receive loop. A thread that can't be started logs an Error
-/// line. The thread's result is 10 if the Bridge couldn't be spawned, 11 if a pipe didn't connect, 12 if the process's
+/// line, and the connection has failed. The thread's result is 10 if the Bridge couldn't be spawned, 11 if a pipe didn't connect, 12 if the process's
 /// executable couldn't be opened, otherwise that of the receive loop.
 void StartThread(const FixedWideString& identifier, uint32_t agentType);
 void CancelThreadIO();

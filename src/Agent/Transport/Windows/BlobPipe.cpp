@@ -31,8 +31,11 @@ void FlushAndDisconnect(HANDLE pipe)
 
 void ClosePipe(HANDLE& pipe)
 {
-    CloseHandle(pipe);
-    pipe = INVALID_HANDLE_VALUE;
+    if (pipe != INVALID_HANDLE_VALUE)
+    {
+        CloseHandle(pipe);
+        pipe = INVALID_HANDLE_VALUE;
+    }
 }
 
 Result<uint32_t> WriteExact(HANDLE pipe, const void* bytes, uint32_t size)
