@@ -7,6 +7,7 @@
 #if TORVANE_HOST_HALF
 
 #include "tests/Support/Integration/StartupGate.h"
+#include "tests/Support/TestThread.h"
 
 namespace
 {
@@ -91,6 +92,17 @@ protected:
         ExpectPanic(std::string("CreateEventW(") + name + ") failed.", panicWord);
     }
 
+    /// Starts an Agent that doesn't get the `number`th thread, counted from 1.
+    TvnDefaultAgent& StartWithoutThread(long number)
+    {
+        callsUntilRefusal = number;
+        beginThread = reinterpret_cast<BeginThread>(
+            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ucrtbase.dll"), "_beginthreadex")));
+        EXPECT_NE(nullptr, beginThread);
+        ReplaceImport("_beginthreadex", RefuseThread);
+        return StartWatchedAgent();
+    }
+
     bool HasFailedToOpenAThread() const
     {
         for (const LogRecord& record : ReadLog())
@@ -101,6 +113,14 @@ protected:
             }
         }
         return false;
+    }
+
+    /// The Agent that lacks a mutex doesn't use its handle, and shuts down.
+    void ExpectNoMutexIsUsed()
+    {
+        Shutdown();
+        EXPECT_EQ(0u, CountInLog("Failed to Wait() on a mutex"));
+        EXPECT_EQ("Shutting down default allocators for memory system", ReadLog().back().message);
     }
 
     /// Its log has one Panic line, after the report of the refused call.
@@ -240,22 +260,45 @@ STARTUP_FAILURE(OfTheMutexOfTheSharedMemoryIsNotTheEnd)
     ExpectStatus(ConnectionSucceeded);
     ExpectPanic("CreateMutexW(TVN_AgentBridge_Mutex_" + identifier + ") failed.",
                 "Cannot create agent bridge mutex for process " + identifier);
-    ExpectLogOrder({"Thread 'Torvane receiver' started", "Failed to Wait() on a mutex"});
-    Shutdown();
+    ExpectNoMutexIsUsed();
+}
+
+STARTUP_FAILURE(OfTheMutexOfTheHeartbeatIsNotTheEnd)
+{
+    const std::string identifier = std::to_string(GetCurrentProcessId());
+    callsUntilRefusal = 2;
+    ReplaceImport("CreateMutexW", RefuseMutex);
+    UseDefaultBridge();
+    StartWatchedAgent();
+    ExpectStatus(ConnectionSucceeded);
+    EXPECT_TRUE(WaitForLog("Exiting heart beat thread"));
+    ExpectPanic("CreateMutexW(TVN_Mutex_" + identifier + ") failed.",
+                "Cannot create heart beat mutex for process " + identifier);
+    ExpectNoMutexIsUsed();
 }
 
 STARTUP_FAILURE(OfTheHeartbeatThreadIsNotTheEnd)
 {
-    callsUntilRefusal = 1;
-    beginThread = reinterpret_cast<BeginThread>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ucrtbase.dll"), "_beginthreadex")));
-    ASSERT_NE(nullptr, beginThread);
-    ReplaceImport("_beginthreadex", RefuseThread);
     UseDefaultBridge();
-    StartWatchedAgent();
+    StartWithoutThread(1);
     ExpectStatus(ConnectionSucceeded);
     ExpectLogOrder({"Creating heartbeat thread", "Failed to create thread", "Creating watchdog thread"});
     EXPECT_EQ(0u, CountInLog("Thread 'Torvane heartbeat' started"));
+    Shutdown();
+    EXPECT_EQ("Shutting down default allocators for memory system", ReadLog().back().message);
+}
+
+STARTUP_FAILURE(OfTheReceiverThreadIsALostConnection)
+{
+    ExpectNoBridge();
+    TvnDefaultAgent& agent = StartWithoutThread(4);
+    ExpectStatus(ConnectionFailed);
+    ExpectLogOrder({"Creating receiver thread", "Failed to create thread"});
+    const TestThread caller([&agent] {
+        agent.TvnEnableModule(L"kernel32.dll", ExactlyTheseModules, nullptr, nullptr);
+        agent.TvnDisableModule(L"kernel32.dll", ExactlyTheseModules, nullptr, nullptr);
+    });
+    EXPECT_TRUE(caller.WaitForEnd(testTimeout));
     Shutdown();
     EXPECT_EQ("Shutting down default allocators for memory system", ReadLog().back().message);
 }

@@ -70,4 +70,13 @@ Payload Expect(const Result<Payload>& result, FormatOf<Arguments...> message, Ar
     }
     return result.payload;
 }
+
+/// The same, but \return `fallback` after a failure.
+template<typename Payload, typename... Arguments>
+Payload ExpectOr(const Payload& fallback, const Result<Payload>& result, FormatOf<Arguments...> message,
+                 Arguments... arguments)
+{
+    Expect(result, message, arguments...);
+    return result.error == nullptr ? result.payload : fallback;
+}
 } // namespace Torvane

@@ -123,4 +123,14 @@ TEST(Expect, ReturnsACodeOfZeroToo)
     EXPECT_EQ(Expect(Result<void*>(Failure{"text", 0}), "Cannot create event"), nullptr);
     EXPECT_EQ(log.GetLines(), Lines({"PNC Cannot create event"})) << "a failure by its error alone";
 }
+
+TEST(ExpectOr, ReturnsThePayloadOrTheFallbackAfterAPanicUnderItsOwnHeadersPosition)
+{
+    const RecordedLog log;
+    EXPECT_EQ(ExpectOr(7u, Success(5u), "Cannot create %hs", "it"), 5u);
+    EXPECT_EQ(log.GetLines(), Lines());
+    EXPECT_EQ(ExpectOr(7u, Result<uint32_t>(Failure{"text", 183}), "Cannot create %hs", "it"), 7u);
+    ASSERT_EQ(log.GetLines(), Lines({"PNC Cannot create it"}));
+    EXPECT_EQ(log.GetCalls()[0].file, "Result.h");
+}
 } // namespace Torvane::Testing

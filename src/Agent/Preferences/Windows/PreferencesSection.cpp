@@ -20,12 +20,12 @@ void Open(const FixedWideString& identifier)
     FixedWideString name = {};
     name.Assign(agentBridgeSectionPrefix);
     name.Append(identifier.text);
-    memory = Expect(CreateNamedSharedMemory(name.text, agentBridgeSectionSize),
-                    "Cannot create agent bridge shared memory for process %ls", identifier.text);
+    memory = ExpectOr({}, CreateNamedSharedMemory(name.text, agentBridgeSectionSize),
+                      "Cannot create agent bridge shared memory for process %ls", identifier.text);
     name.Assign(agentBridgeMutexPrefix);
     name.Append(identifier.text);
-    mutex.handle = Expect(InterprocessMutex::Create(name.text),
-                          "Cannot create agent bridge mutex for process %ls", identifier.text);
+    mutex.handle = ExpectOr(INVALID_HANDLE_VALUE, InterprocessMutex::Create(name.text),
+                            "Cannot create agent bridge mutex for process %ls", identifier.text);
 }
 
 void Close()
@@ -36,6 +36,10 @@ void Close()
 
 void Publish(const BlobHeader& blob)
 {
+    if (memory.view == nullptr || !mutex.Exists())
+    {
+        return;
+    }
     const uint32_t size = blob.size + static_cast<uint32_t>(sizeof(BlobHeader));
     const ScopedInterprocessLock lock(mutex);
     memcpy(memory.view, &size, sizeof(size));

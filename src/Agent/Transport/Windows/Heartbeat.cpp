@@ -34,13 +34,14 @@ void Run(const FixedWideString& identifier)
     name.Assign(heartbeatSectionPrefix);
     name.Append(identifier.text);
     NamedSharedMemory memory =
-        Expect(CreateNamedSharedMemory(name.text, heartbeatSectionSize),
-               "Cannot create heart beat named shared memory for process %ls", identifier.text);
+        ExpectOr({}, CreateNamedSharedMemory(name.text, heartbeatSectionSize),
+                 "Cannot create heart beat named shared memory for process %ls", identifier.text);
     name.Assign(heartbeatMutexPrefix);
     name.Append(identifier.text);
-    InterprocessMutex mutex = {Expect(InterprocessMutex::Create(name.text),
-                                      "Cannot create heart beat mutex for process %ls", identifier.text)};
-    while (!exitEvent.Wait(0))
+    InterprocessMutex mutex = {ExpectOr(INVALID_HANDLE_VALUE, InterprocessMutex::Create(name.text),
+                                        "Cannot create heart beat mutex for process %ls", identifier.text)};
+    const bool usable = memory.view != nullptr && mutex.Exists();
+    while (usable && !exitEvent.Wait(0))
     {
         Beat(memory, mutex);
         Sleep(beatMilliseconds);

@@ -11,8 +11,8 @@ namespace Torvane::Heartbeat
 void CreateExitEvent();
 
 /// Starts the thread. It writes the time (`FILETIME`, UTC) at offset 0 of the section `heartbeatSectionPrefix` with the
-/// identifier appended, under the mutex `heartbeatMutexPrefix` with the same, every 10 milliseconds. A thread that can't be started logs an
-/// Error line.
+/// identifier appended, under the mutex `heartbeatMutexPrefix` with the same, every 10 milliseconds. It ends at once,
+/// after a Panic line, if one of the two can't be created. A thread that can't be started logs an Error line.
 void StartThread(const FixedWideString& identifier);
 
 /// Ends the thread, waits for it, and closes its handle and event.

@@ -16,8 +16,11 @@ Result<HANDLE> InterprocessMutex::Create(const wchar_t* name)
 
 void InterprocessMutex::Destroy()
 {
-    CloseHandle(handle);
-    handle = INVALID_HANDLE_VALUE;
+    if (Exists())
+    {
+        CloseHandle(handle);
+        handle = INVALID_HANDLE_VALUE;
+    }
 }
 
 ScopedInterprocessLock::ScopedInterprocessLock(const InterprocessMutex& mutex)

@@ -15,6 +15,12 @@ struct InterprocessMutex
     HANDLE handle;
 
     static Result<HANDLE> Create(const wchar_t* name);
+
+    bool Exists() const
+    {
+        return handle != INVALID_HANDLE_VALUE;
+    }
+
     void Destroy();
 };
 

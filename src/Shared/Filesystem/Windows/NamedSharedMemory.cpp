@@ -25,8 +25,11 @@ Result<NamedSharedMemory> CreateNamedSharedMemory(const wchar_t* name, uint32_t 
 
 void CloseNamedSharedMemory(NamedSharedMemory& memory)
 {
-    UnmapViewOfFile(memory.view);
-    CloseHandle(memory.mapping);
-    memory = NamedSharedMemory{};
+    if (memory.view != nullptr)
+    {
+        UnmapViewOfFile(memory.view);
+        CloseHandle(memory.mapping);
+        memory = NamedSharedMemory{};
+    }
 }
 } // namespace Torvane

@@ -9,6 +9,7 @@
 
 namespace Torvane
 {
+/// All 0 while there is none.
 struct NamedSharedMemory
 {
     HANDLE mapping;
