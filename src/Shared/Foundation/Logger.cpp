@@ -28,19 +28,11 @@ void SetLogChannel(const char* channel)
 
 namespace Unchecked
 {
-void Log(LogLevel level, const char* file, int32_t line, const char* format, ...)
+void Log(LogLevel level, int32_t number, const char* file, int32_t line, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    LogV(level, 0, file, line, format, arguments);
-    va_end(arguments);
-}
-
-void LogInfo(int32_t number, const char* file, int32_t line, const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    LogV(LogLevel::Info, number, file, line, format, arguments);
+    LogV(level, number, file, line, format, arguments);
     va_end(arguments);
 }
 

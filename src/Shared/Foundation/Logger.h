@@ -68,32 +68,32 @@ public:
     void Debug(const char*, const char* text, uint32_t length, const char* file, int32_t line,
                uint32_t separateText) final
     {
-        Forward({LogLevel::Debug, text, length, file, line, separateText});
+        static_cast<Derived*>(this)->Write({LogLevel::Debug, text, length, file, line, separateText});
     }
     void Success(const char*, const char* text, uint32_t length, const char* file, int32_t line,
                  uint32_t separateText) final
     {
-        Forward({LogLevel::Success, text, length, file, line, separateText});
+        static_cast<Derived*>(this)->Write({LogLevel::Success, text, length, file, line, separateText});
     }
     void Info(const char*, int32_t, const char* text, uint32_t length, const char* file, int32_t line,
               uint32_t separateText) final
     {
-        Forward({LogLevel::Info, text, length, file, line, separateText});
+        static_cast<Derived*>(this)->Write({LogLevel::Info, text, length, file, line, separateText});
     }
     void Warning(const char*, const char* text, uint32_t length, const char* file, int32_t line,
                  uint32_t separateText) final
     {
-        Forward({LogLevel::Warning, text, length, file, line, separateText});
+        static_cast<Derived*>(this)->Write({LogLevel::Warning, text, length, file, line, separateText});
     }
     void Error(const char*, const char* text, uint32_t length, const char* file, int32_t line,
                uint32_t separateText) final
     {
-        Forward({LogLevel::Error, text, length, file, line, separateText});
+        static_cast<Derived*>(this)->Write({LogLevel::Error, text, length, file, line, separateText});
     }
     void Panic(const char*, const char* text, uint32_t length, const char* file, int32_t line,
                uint32_t separateText) final
     {
-        Forward({LogLevel::Panic, text, length, file, line, separateText});
+        static_cast<Derived*>(this)->Write({LogLevel::Panic, text, length, file, line, separateText});
     }
     void Reserved() final
     {
@@ -101,12 +101,6 @@ public:
 
 protected:
     ~MessageLogger() = default;
-
-private:
-    void Forward(const LogMessage& message)
-    {
-        static_cast<Derived*>(this)->Write(message);
-    }
 };
 
 /// Does nothing.
@@ -128,23 +122,22 @@ void SetLogChannel(const char* channel);
 /// What the checked functions forward to. `format` has to fit the arguments.
 namespace Unchecked
 {
-void Log(LogLevel level, const char* file, int32_t line, const char* format, ...);
+void Log(LogLevel level, int32_t number, const char* file, int32_t line, const char* format, ...);
 void LogV(LogLevel level, int32_t number, const char* file, int32_t line, const char* format,
           va_list arguments);
-void LogInfo(int32_t number, const char* file, int32_t line, const char* format, ...);
 } // namespace Unchecked
 
 /// Each logs one message at its level; see `CheckedFormat` for the format. The first parameters are `TVN_HERE`.
 template<typename... Arguments>
 void LogDebug(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
 {
-    Unchecked::Log(LogLevel::Debug, file, line, format.Get(), arguments...);
+    Unchecked::Log(LogLevel::Debug, 0, file, line, format.Get(), arguments...);
 }
 
 template<typename... Arguments>
 void LogSuccess(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
 {
-    Unchecked::Log(LogLevel::Success, file, line, format.Get(), arguments...);
+    Unchecked::Log(LogLevel::Success, 0, file, line, format.Get(), arguments...);
 }
 
 /// \param number 0 in every call.
@@ -152,18 +145,18 @@ template<typename... Arguments>
 void LogInfo(int32_t number, const char* file, int32_t line, FormatOf<Arguments...> format,
              Arguments... arguments)
 {
-    Unchecked::LogInfo(number, file, line, format.Get(), arguments...);
+    Unchecked::Log(LogLevel::Info, number, file, line, format.Get(), arguments...);
 }
 
 template<typename... Arguments>
 void LogError(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
 {
-    Unchecked::Log(LogLevel::Error, file, line, format.Get(), arguments...);
+    Unchecked::Log(LogLevel::Error, 0, file, line, format.Get(), arguments...);
 }
 
 template<typename... Arguments>
 void LogPanic(const char* file, int32_t line, FormatOf<Arguments...> format, Arguments... arguments)
 {
-    Unchecked::Log(LogLevel::Panic, file, line, format.Get(), arguments...);
+    Unchecked::Log(LogLevel::Panic, 0, file, line, format.Get(), arguments...);
 }
 } // namespace Torvane

@@ -1,5 +1,7 @@
 #include "Shared/Serialization/JsonReader.h"
 
+#include "Shared/Serialization/JsonSizePass.h"
+
 #include <stdlib.h>
 
 namespace Torvane
@@ -12,6 +14,15 @@ JsonParseState StartJsonParse(const void* source, uint32_t size, uint32_t flags)
     state.flags = flags;
     state.lineNumber = 1;
     return state;
+}
+
+uint32_t SizeJson(JsonParseState& state, uint32_t withoutBraces)
+{
+    JsonSizer sizer(state);
+    sizer.Take<JsonValue>(sizer.valueSize);
+    const bool passed = ReadRoot(sizer, withoutBraces != 0, nullptr) != nullptr;
+    state = sizer;
+    return passed ? 0 : 1;
 }
 
 JsonValue* ParseJson(JsonParseState& state)

@@ -3,8 +3,8 @@
 #include "Agent/Exception/ExceptionTable.h"
 #include "Agent/Exception/InstructionDecoder.h"
 #include "Agent/Exception/NopSequences.h"
-#include "Agent/Exception/Windows/FloatingPoint.h"
 #include "Agent/Exception/Windows/ResumeAtFrame.h"
+#include "Agent/Exception/Windows/ThreadState.h"
 #include "Agent/Protocol/BlobBuilder.h"
 #include "Agent/Protocol/HostAddress.h"
 #include "Agent/Transport/Windows/Sender.h"
@@ -95,23 +95,6 @@ void AskForDecision(const EXCEPTION_POINTERS& exception, Decision& decision)
         LogDebug(TVN_HERE, "Received exception handler action %u", decision.action);
     }
 }
-
-/// Gives the thread its last error back.
-class ScopedLastError
-{
-public:
-    ScopedLastError() = default;
-
-    ~ScopedLastError()
-    {
-        SetLastError(code);
-    }
-
-    ScopedLastError(const ScopedLastError&) = delete;
-    ScopedLastError& operator=(const ScopedLastError&) = delete;
-
-    const DWORD code = GetLastError();
-};
 
 /// The length of the instruction at an address that needn't be readable: if it isn't, the copy faults on this
 /// thread, and that exception is reported like any other. \return 0 after an Error line if nothing could be decoded.
@@ -210,8 +193,7 @@ LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception)
     {
         return EXCEPTION_CONTINUE_SEARCH;
     }
-    const ScopedLastError lastError;
-    const DefaultFloatingPoint floatingPoint;
+    const ScopedThreadState state;
     Decision decision = {};
     {
         const ScopedCriticalSection scope(exceptionHandlerLock);
@@ -221,6 +203,6 @@ LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception)
         }
         AskForDecision(*exception, decision);
     }
-    return Act(*exception, decision, lastError.code);
+    return Act(*exception, decision, state.lastError);
 }
 } // namespace Torvane

@@ -10,6 +10,9 @@ namespace Torvane
 class FileSink;
 class DebugOutputSink;
 
+/// Executes a breakpoint instruction if a debugger is attached, otherwise does nothing.
+void BreakIntoDebugger();
+
 /// Passes each message to the file and then to the debugger. A panic breaks into an attached debugger after each.
 class CompositeLogger final : public MessageLogger<CompositeLogger>
 {

@@ -1,7 +1,6 @@
 #include "Shared/Foundation/Windows/CompositeLogger.h"
 
 #include "Shared/Foundation/Windows/DebugOutputSink.h"
-#include "Shared/Foundation/Windows/Debugger.h"
 #include "Shared/Foundation/Windows/FileSink.h"
 #include "tests/Support/FakeImport.h"
 
