@@ -153,13 +153,14 @@ STARTUP_FORMS(TakeNoNarrowPathForNone)
 STARTUP_FORMS(TakeTheRecordWithoutANarrowPath)
 {
     TvnProjectPreferences record = {};
-    record.directoryToBroker = record.wideText18 = record.wideText1C = record.wideText28 = L"";
+    record.directoryToBroker = L"../../Broker"; // where the preferences with a generous time-out are
+    record.wideText18 = record.wideText1C = record.wideText28 = L"";
     record.wideText38 = record.wideText4C = record.wideText5C = L"";
     record.text08 = record.text0C = record.text20 = record.text2C = record.text3C = "";
     record.text58 = record.text64 = "";
     record.number10 = 17;
     ByteImage expected(120);
-    expected.U32(0x10, 17).U8(0x75, 1).Text(0x04, std::wstring());
+    expected.U32(0x10, 17).U8(0x75, 1).Text(0x04, std::wstring(record.directoryToBroker));
     expected.Text(0x08, std::string()).Text(0x0C, std::string());
     expected.Text(0x18, std::wstring()).Text(0x1C, std::wstring());
     expected.Text(0x20, std::string()).Text(0x28, std::wstring()).Text(0x2C, std::string());
