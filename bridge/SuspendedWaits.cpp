@@ -43,11 +43,11 @@ Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<
         }
         else if (message.Type() == BlobType::ResumeHeldThreads)
         {
-            threads.Resume();
+            threads.ResumeForLoad();
         }
         else if (message.Type() == BlobType::SuspendHeldThreads)
         {
-            threads.Suspend();
+            threads.SuspendAfterLoad();
         }
         else
         {

@@ -112,12 +112,29 @@ uint32_t ThreadSuspender::SuspendNewThreads()
 
 void ThreadSuspender::Resume()
 {
+    resumedForLoad = false;
     for (const Thread& thread : threads)
     {
         ResumeThread(thread.handle);
         CloseHandle(thread.handle);
     }
     threads.clear();
+}
+
+void ThreadSuspender::ResumeForLoad()
+{
+    const bool suspended = !threads.empty();
+    Resume();
+    resumedForLoad = suspended;
+}
+
+void ThreadSuspender::SuspendAfterLoad()
+{
+    if (resumedForLoad)
+    {
+        resumedForLoad = false;
+        Suspend();
+    }
 }
 
 bool ThreadSuspender::AnyAt(AddressSlot address, uint32_t size) const

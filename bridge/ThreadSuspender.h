@@ -41,6 +41,13 @@ public:
     /// Resumes all suspended threads.
     void Resume();
 
+    /// Executes `ResumeHeldThreads`: resumes all suspended threads until `SuspendAfterLoad`.
+    void ResumeForLoad();
+
+    /// Executes `SuspendHeldThreads`: suspends the threads again that `ResumeForLoad` has resumed. The Agent's watchdog
+    /// sends that beside `PatchLoaded` and can be late: nothing is suspended if `Resume` was called meanwhile.
+    void SuspendAfterLoad();
+
     /// How many threads are suspended.
     uint32_t Count() const
     {
@@ -71,6 +78,7 @@ private:
     void* process;
     std::vector<uint32_t> excluded;
     std::vector<Thread> threads;
+    bool resumedForLoad = false;
 };
 
 /// The Agent's own four threads, which a Bridge mustn't suspend.

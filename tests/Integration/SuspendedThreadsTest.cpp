@@ -108,6 +108,12 @@ SUSPENDED_HOST(AThreadInTheProcessHeap)
     EXPECT_LE(1u, CountInLog("Possible hang detected while loading patch code, resuming held threads"));
 }
 
+SUSPENDED_HOST(AWatchdogThatIsLate)
+{
+    Start();
+    RunUntilStopped(1, [] { Sleep(1); });
+}
+
 SUSPENDED_HOST(AThreadInTheProcessHeapAfterTheLoad)
 {
     Start();
@@ -402,6 +408,24 @@ SUSPENDED_BRIDGE(AThreadInTheProcessHeap)
 {
     SuspendInside();
     Reload(1);
+}
+
+SUSPENDED_BRIDGE(AWatchdogThatIsLate)
+{
+    threads->Suspend();
+    EXPECT_LT(0u, threads->Count());
+    threads->ResumeForLoad();
+    EXPECT_EQ(0u, threads->Count());
+    threads->SuspendAfterLoad();
+    EXPECT_LT(0u, threads->Count()) << "in time";
+    threads->ResumeForLoad();
+    threads->Resume(); // the reload has ended
+    threads->SuspendAfterLoad();
+    EXPECT_EQ(0u, threads->Count());
+    threads->ResumeForLoad(); // both late
+    threads->SuspendAfterLoad();
+    EXPECT_EQ(0u, threads->Count());
+    Stop();
 }
 
 SUSPENDED_BRIDGE(AThreadInTheProcessHeapAfterTheLoad)
