@@ -200,6 +200,28 @@ TEST(BoundedFormat, WritesUtf16AsUtf8)
     EXPECT_EQ(Formatted("[%4ls]", L"\x00E4"), "[   \xC3\xA4]");
 }
 
+TEST(BoundedFormat, WritesTheFirstAndLastCodePointsOfEachLength)
+{
+    EXPECT_EQ(Formatted("%ls", L"\x0001\x007F\x0080"), "\x01\x7F\xC2\x80");
+    EXPECT_EQ(Formatted("%ls", L"\x07FF\x0800"), "\xDF\xBF\xE0\xA0\x80");
+    EXPECT_EQ(Formatted("%ls", L"\xD7FF\xE000\xFFFF"), "\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF");
+    EXPECT_EQ(Formatted("%ls", L"\xD800\xDC00\xD800\xDFFF"), "\xF0\x90\x80\x80\xF0\x90\x8F\xBF");
+    EXPECT_EQ(Formatted("%ls", L"\xDBFF\xDC00"), "\xF4\x8F\xB0\x80");
+}
+
+TEST(BoundedFormat, ReplacesTheFirstAndLastSurrogatesWithoutTheirOtherHalf)
+{
+    const std::string replacement = "\xEF\xBF\xBD";
+    for (const wchar_t surrogate : {0xD800, 0xDBFF, 0xDC00, 0xDFFF})
+    {
+        const wchar_t alone[] = {surrogate, 0};
+        EXPECT_EQ(Formatted("%ls", alone), replacement) << std::hex << surrogate;
+        const wchar_t beforeOther[] = {surrogate, 0xE000, 0};
+        EXPECT_EQ(Formatted("%ls", beforeOther), replacement + "\xEE\x80\x80") << std::hex << surrogate;
+    }
+    EXPECT_EQ(Formatted("%ls", L"\xD800\xDBFF"), replacement + replacement);
+}
+
 TEST(BoundedFormat, ReplacesSurrogatesWithoutTheirOtherHalf)
 {
     const std::string replacement = "\xEF\xBF\xBD";
