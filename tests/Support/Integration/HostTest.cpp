@@ -1,6 +1,7 @@
 #include "tests/Support/Integration/HostTest.h"
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Integration/LogLevels.h"
 #include "tests/Support/Integration/TimeLimit.h"
 
 #include <algorithm>
@@ -75,6 +76,7 @@ void HostTest::RunInThisProcess()
         EXPECT_TRUE(WaitForBridge(limit)) << "The Bridge half hasn't come to its end.";
         ReportBridge();
     }
+    EXPECT_EQ(std::vector<std::string>{}, FindUnknownLines(ReadLog())) << "Not at their level, or unknown.";
     if (HasFailure())
     {
         const std::string log = ReadAgentLogText(GetCurrentProcessId());

@@ -16,7 +16,8 @@
 namespace Torvane::Testing
 {
 /// Base of all host halves. Waits have the limit `testTimeout` unless stated otherwise, and end early when the
-/// Bridge half has failed or ended.
+/// Bridge half has failed or ended. At the end of each test all lines of the Agent's log have to be at their levels
+/// (`LogLevels.h`), so what looks for a line looks for its message alone.
 class HostTest : public TestHalf
 {
 protected:
