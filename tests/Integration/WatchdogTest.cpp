@@ -127,16 +127,6 @@ HOST_TEST(Watchdog, ShutdownWakesItWhileItWaitsForAHangingLoad)
     ExpectLogOrder({"Waiting for loading to finish", "Suspending held threads", "Exiting watchdog thread"});
 }
 
-HOST_TEST(Watchdog, HeartbeatContinuesUntilShutdown)
-{
-    TvnDefaultAgent& agent = ConnectDefaultAgent();
-    agent.TvnSetIntPreferences(1, 1);
-    EXPECT_TRUE(Await("beating"));
-    Shutdown();
-    ExpectLogOrder({"Creating heartbeat thread", "Running heart beat thread", "Exiting heart beat thread"});
-    Signal("shut down");
-}
-
 #else
 
 namespace
@@ -310,31 +300,6 @@ WATCHDOG_BRIDGE(ShutdownWakesItWhileItWaitsForAHangingLoad)
     command.watchdog = true;
     ASSERT_TRUE(SendLoadPatch(link, command));
     EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout));
-}
-
-WATCHDOG_BRIDGE(HeartbeatContinuesUntilShutdown)
-{
-    const Heartbeat heartbeat(link.HostProcessId());
-    ASSERT_TRUE(heartbeat);
-    FILETIME before = {};
-    GetSystemTimeAsFileTime(&before);
-    const uint64_t begin = uint64_t(before.dwHighDateTime) << 32 | before.dwLowDateTime;
-    uint64_t beats = 0;
-    uint64_t last = 0;
-    for (const double end = link.Now() + testTimeout / 1000.0; beats < 20 && link.Now() < end; Sleep(1))
-    {
-        const uint64_t beat = heartbeat.LastBeat();
-        EXPECT_GE(beat, last);
-        beats += beat > last && beat >= begin;
-        last = beat;
-    }
-    EXPECT_EQ(20u, beats);
-    Signal("beating");
-    ASSERT_TRUE(Await("shut down"));
-    const uint64_t atTheEnd = heartbeat.LastBeat();
-    EXPECT_GE(atTheEnd, last) << "Nothing clears the section.";
-    EXPECT_EQ(atTheEnd, heartbeat.LastBeat());
-    ExitBeforeAgent();
 }
 
 #endif
