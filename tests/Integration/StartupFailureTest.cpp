@@ -166,8 +166,20 @@ EVENT_REFUSED(HotReloadWaitForPatchLoad, 5, "HotReload wait for patch load", "Ca
 EVENT_REFUSED(HotReloadFinished, 6, "HotReload finished", "Cannot create hot-reload event")
 EVENT_REFUSED(HotRestart, 7, "HotRestart", "Cannot create event")
 EVENT_REFUSED(LatchesDead, 9, "Cannot wait for latches", "Cannot create event for startup")
-EVENT_REFUSED(WatchdogEnter, 11, "Watchdog thread enter", "Cannot create event for watchdog enter")
 EVENT_REFUSED(WatchdogWatch, 13, "Watchdog watch", "Cannot create event for watchdog watch")
+
+STARTUP_FAILURE(OfTheEventWatchdogEnterEndsTheWatchdog)
+{
+    StartWithoutEvent(11, "Watchdog thread enter", "Cannot create event for watchdog enter");
+    ExpectStatus(ConnectionSucceeded);
+    EXPECT_TRUE(WaitForLog("Sender thread ready"));
+    EXPECT_TRUE(WaitForLog("Thread 'Torvane watchdog' exited with result 0"));
+    ExpectLogOrder({"Running watchdog thread", "Failed to Wait() on an event", "Exiting watchdog thread"});
+    ExpectErrorLines({"Cannot create event for watchdog enter", "Failed to Wait() on an event"});
+    Shutdown();
+    ExpectReceiverEnd(8);
+    ExpectSenderEnd(0);
+}
 
 STARTUP_FAILURE(OfTheEventStartupFinishedLeavesAnAgentThatIsNotTakenDown)
 {

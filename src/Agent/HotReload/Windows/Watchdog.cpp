@@ -44,7 +44,7 @@ uint32_t Run(WatchdogBlock&)
     LogDebug(TVN_HERE, "Running watchdog thread");
     while (!exitEvent.Wait(0))
     {
-        if (!enterEvent.Wait())
+        if (!enterEvent.Wait() || exitEvent.Wait(0)) // shutdown signals both, which a poll before can miss
         {
             break;
         }
