@@ -23,6 +23,8 @@ constexpr uint32_t longListSize = 3000;
 
 #if TORVANE_HOST_HALF
 
+#include "tests/Support/Integration/BlockTrace.h"
+
 namespace
 {
 constexpr uint32_t argumentCount = 7;
@@ -37,6 +39,7 @@ struct HookCall
     std::string bytes[argumentCount]; ///< the bytes there if the argument is an address
     std::vector<uint32_t> list;       ///< the third argument as an array, the fourth being its count
     std::vector<std::string> listTexts;
+    uint32_t openLists; ///< arrays of the long list's size that the Agent hasn't freed
 
     std::string Text(uint32_t argument) const
     {
@@ -85,6 +88,7 @@ void __cdecl Record(uint32_t hook, const uint32_t* stack)
             call.listTexts.push_back(ReadBytes(list[i]).c_str());
         }
     }
+    call.openLists = BlockTrace::CountBlocks(longListSize * sizeof(uint32_t)).open;
     hookCalls.push_back(call);
 }
 
@@ -264,14 +268,18 @@ HOST_TEST_OF(CallHooksHost, CallHooks, PassesAnEmptyListAsNull)
 HOST_TEST_OF(CallHooksHost, CallHooks, PassesALongListToEachHookOfTheTable)
 {
     static const Hook hooks[] = {RecordingHook<0>, RecordingHook<1>};
+    new BlockTrace(Library().Module()); // for the rest of the process
     ASSERT_TRUE(Call(hooks));
     ASSERT_EQ(2u, hookCalls.size());
     for (const HookCall& call : hookCalls)
     {
+        EXPECT_EQ(1u, call.openLists);
         EXPECT_EQ(longListSize, call.arguments[3]);
         EXPECT_TRUE(call.listTexts == MakeTexts(longListSize));
     }
-    EXPECT_EQ(hookCalls[0].arguments[2], hookCalls[1].arguments[2]) << "The array lives until the last hook.";
+    EXPECT_EQ(hookCalls[0].arguments[2], hookCalls[1].arguments[2]) << "There is one array for all hooks,";
+    const BlockTrace::Count lists = BlockTrace::CountBlocks(longListSize * sizeof(uint32_t));
+    EXPECT_EQ((BlockTrace::Count{1, 0}), lists) << "and it is freed after the last one.";
 }
 
 HOST_TEST_OF(CallHooksHost, CallHooks, PassesNothingButTheHookIdToKinds10And11)

@@ -22,6 +22,25 @@ void TVN_CALL TakeReport(void* context, TvnConnectionStatus status)
     report.status = status;
     report.threadId = GetCurrentThreadId();
 }
+
+class TimedHost : public HostTest
+{
+protected:
+    /// From the record of a message until now, by the log's own clock: a further record shows it.
+    double SecondsSince(const std::string& message)
+    {
+        Library().TvnLogMessageANSI("");
+        const std::vector<LogRecord> records = ReadLog();
+        double begin = 0;
+        double now = 0;
+        for (const LogRecord& record : records)
+        {
+            begin = record.message == message ? record.time : begin;
+            now = record.message == "API TvnLogMessageANSI" ? record.time : now;
+        }
+        return now - begin;
+    }
+};
 } // namespace
 
 HOST_TEST(Connection, SucceedsWithTheDefaultBridge)
@@ -102,11 +121,14 @@ HOST_TEST(Connection, FailsWithoutABridge)
     EXPECT_EQ(1u, CountInLog("Failed to send Version blob"));
 }
 
-HOST_TEST(Connection, FailsWithABridgeThatNeverConnects)
+HOST_TEST_OF(TimedHost, Connection, FailsWithABridgeThatNeverConnects)
 {
     UseOwnAgentFolder();
     StartDefaultAgent();
+    EXPECT_TRUE(WaitForLog("Waiting for bridge to connect to pipes, timeout 2000ms"));
     EXPECT_EQ(ConnectionFailed, WaitForConnection());
+    const double reported = SecondsSince("Waiting for bridge to connect to pipes, timeout 2000ms");
+    EXPECT_GE(reported, 2 * 2.0 - 0.1) << "Both pipes are waited for, one after the other.";
     ExpectLogOrder({
         "Spawned bridge process",
         "Waiting for bridge to connect to pipes, timeout 2000ms",

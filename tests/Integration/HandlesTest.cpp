@@ -8,6 +8,8 @@
 
 #include "tests/Support/Integration/HandleTrace.h"
 
+#include <algorithm>
+
 namespace
 {
 // By the order of their creation, after the events of the hot reload.
@@ -102,6 +104,29 @@ Calls ShutdownCalls(const Calls& ofTheBridge)
                  "close " + logFile};
 }
 
+// The blocks of the queue and of the list of latches, which are larger than any other that shutdown frees.
+constexpr SIZE_T listOfLatchesSize = 4096 * sizeof(void*);
+
+BOOL WINAPI NoteFree(HANDLE heap, DWORD flags, void* block)
+{
+    const SIZE_T size = HeapSize(heap, flags, block);
+    if (size == listOfLatchesSize)
+    {
+        HandleTrace::Note("free the list of latches");
+    }
+    else if (size > listOfLatchesSize && size != static_cast<SIZE_T>(-1))
+    {
+        HandleTrace::Note("free the queue");
+    }
+    return HeapFree(heap, flags, block);
+}
+
+void WINAPI NoteDelete(CRITICAL_SECTION* section)
+{
+    HandleTrace::Note("delete a lock");
+    DeleteCriticalSection(section);
+}
+
 const Calls closesTheBridge = {"close process 1", "close first thread 1"};
 
 class HandlesTest : public LinkTest
@@ -134,6 +159,26 @@ HANDLES(OfAConnectedDefaultAgent)
     ExpectStatus(ConnectionSucceeded);
     Shutdown();
     ExpectCalls(StartupCalls() + ShutdownCalls(closesTheBridge));
+}
+
+HANDLES(AndWhatBelongsToThemAreReleasedInOrder)
+{
+    UseDefaultBridge();
+    Prepare();
+    ReplaceImport("HeapFree", NoteFree);
+    ReplaceImport("DeleteCriticalSection", NoteDelete);
+    StartWatchedAgent();
+    ExpectStatus(ConnectionSucceeded);
+    Shutdown();
+    const Calls all = trace->OwnCalls();
+    const auto first = std::find(all.begin(), all.end(), closesTheBridge.back());
+    const auto last = std::find(first, all.end(), "close " + shouldCompileAndReload);
+    ASSERT_NE(all.end(), last);
+    EXPECT_EQ((Calls{"close " + producer, "close " + consumer, "free the queue", "close " + startupFinished,
+                     "close " + latchesDead, "delete a lock", "free the list of latches", "close mutex 1",
+                     "unmap view 1", "close mapping 1", "delete a lock", // the connection state's
+                     "close " + hotRestart}),
+              Calls(first + 1, last));
 }
 
 HANDLES(OfAConnectedSynchronizedAgent)

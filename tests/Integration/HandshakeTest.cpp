@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <tlhelp32.h>
+
 // The four Blobs that an Agent sends first, byte for byte.
 
 #if TORVANE_HOST_HALF
@@ -110,7 +112,47 @@ std::vector<uint8_t> RegisterAgentBytes(uint32_t agentType)
     return ByteImage(1036).U32(0, agentType).Text(1032, OSVersionText()).Blob(1);
 }
 
-/// Thread ids and addresses of code and locks can't be known from outside: `known` has them.
+/// The name that a thread has been given; empty if there is none.
+std::wstring ThreadName(uint32_t threadId)
+{
+    using GetDescription = HRESULT(WINAPI*)(HANDLE, wchar_t**);
+    static const auto getDescription = reinterpret_cast<GetDescription>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "GetThreadDescription")));
+    const HANDLE thread = OpenThread(THREAD_QUERY_LIMITED_INFORMATION, FALSE, threadId);
+    wchar_t* text = nullptr;
+    std::wstring name;
+    if (thread != nullptr && getDescription(thread, &text) >= 0)
+    {
+        name = text;
+        LocalFree(text);
+    }
+    CloseHandle(thread);
+    return name;
+}
+
+/// The id of the thread of that name, as soon as there is one. 0 if there is none.
+uint32_t FindThread(uint32_t processId, const std::wstring& name)
+{
+    uint32_t found = 0;
+    WaitUntil([&] {
+        const HANDLE threads = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+        THREADENTRY32 entry = {};
+        entry.dwSize = sizeof(entry);
+        for (BOOL more = Thread32First(threads, &entry); more; more = Thread32Next(threads, &entry))
+        {
+            if (entry.th32OwnerProcessID == processId && ThreadName(entry.th32ThreadID) == name)
+            {
+                found = entry.th32ThreadID;
+            }
+        }
+        CloseHandle(threads);
+        return found != 0;
+    });
+    return found;
+}
+
+/// The ids of the threads come from the OS. The addresses of code and locks can't be known from outside: `known` has
+/// them, and the tests of lock discovery compare them.
 std::vector<uint8_t> RegisterProcessBytes(const std::wstring& executable, const std::wstring& commandLine,
                                           uint32_t processId, const RegisterProcessBlob& known)
 {
@@ -121,10 +163,10 @@ std::vector<uint8_t> RegisterProcessBytes(const std::wstring& executable, const 
     image.Put(8, file.data() + headers + 4, 20);
     image.Put(28, file.data() + headers + 4 + 20, 224);
     image.U32(0x114, processId);
-    image.U32(0x118, known.senderThreadId);
-    image.U32(0x11C, known.receiverThreadId);
-    image.U32(0x120, known.heartbeatThreadId);
-    image.U32(0x124, known.watchdogThreadId);
+    image.U32(0x118, FindThread(processId, L"Torvane sender"));
+    image.U32(0x11C, FindThread(processId, L"Torvane receiver"));
+    image.U32(0x120, FindThread(processId, L"Torvane heartbeat"));
+    image.U32(0x124, FindThread(processId, L"Torvane watchdog"));
     image.U64(0x128, known.spinForever);
     image.U64(0x130, known.loaderLock);
     image.U64(0x138, known.processHeapLock);

@@ -40,8 +40,14 @@ HOST_TEST(HostCalls, SendSchedulesOfReloadsAndRestarts)
 {
     TvnDefaultAgent& agent = StartDefaultAgent();
     agent.TvnScheduleReload();
+    agent.TvnScheduleRestart(ThisProcessOnly);
+    agent.TvnScheduleReload();
+    agent.TvnScheduleRestart(AllProcesses);
     EXPECT_EQ(ConnectionSucceeded, WaitForConnection());
-    EXPECT_EQ(1u, CountInLog("API TvnScheduleReload"));
+    ExpectLogOrder({"API TvnScheduleReload", "API TvnScheduleRestart", "API TvnScheduleReload",
+                    "API TvnScheduleRestart"});
+    EXPECT_EQ(2u, CountInLog("API TvnScheduleReload"));
+    EXPECT_EQ(2u, CountInLog("API TvnScheduleRestart"));
 }
 
 HOST_TEST(HostCalls, KeepTheirOrderAmongOneAnotherAndAfterTheHandshake)
@@ -142,10 +148,16 @@ BRIDGE_SCENARIO(HostCalls, SendPreferences)
 
 BRIDGE_SCENARIO(HostCalls, SendSchedulesOfReloadsAndRestarts)
 {
-    const Message message = Receive();
-    ASSERT_TRUE(message);
-    EXPECT_EQ(BlobType::ScheduleReload, message.Type());
-    EXPECT_EQ(4u, message.PayloadSize());
+    for (const uint32_t processId : {link.HostProcessId(), 0u})
+    {
+        const Message message = Receive();
+        ASSERT_TRUE(message);
+        EXPECT_EQ(BlobType::ScheduleReload, message.Type());
+        EXPECT_EQ(4u, message.PayloadSize()) << "nothing is written there";
+        EXPECT_EQ(12u, message.Bytes().size());
+        EXPECT_EQ(ByteImage(4).U32(0, processId).Blob(static_cast<uint32_t>(BlobType::ScheduleRestart)),
+                  Receive().Bytes());
+    }
 }
 
 BRIDGE_SCENARIO(HostCalls, KeepTheirOrderAmongOneAnotherAndAfterTheHandshake)

@@ -6,6 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
+#include <string.h>
+
 namespace
 {
 constexpr char foundHeapLock[] = "Found process heap critical section at 0x";
@@ -48,6 +50,81 @@ private:
 };
 } // namespace
 
+namespace
+{
+/// What the Agent takes for the process heap: a header whose word at an offset leads to a lock.
+struct FakeHeap
+{
+    static inline uint8_t header[0x100];
+    static inline RTL_CRITICAL_SECTION lock;
+
+    static void PutLockAt(uint32_t offset)
+    {
+        const RTL_CRITICAL_SECTION* address = &lock;
+        memcpy(header + offset, &address, sizeof(address));
+    }
+
+    static HANDLE WINAPI Get()
+    {
+        return header;
+    }
+
+    /// As the OS has it: -2 for a lock that is taken and that nobody waits for.
+    static BOOL WINAPI Lock(HANDLE)
+    {
+        lock.OwningThread = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(GetCurrentThreadId()));
+        lock.RecursionCount = 1;
+        lock.LockCount = -2;
+        return TRUE;
+    }
+
+    static BOOL WINAPI Unlock(HANDLE)
+    {
+        lock = {};
+        lock.LockCount = -1;
+        return TRUE;
+    }
+};
+
+class LockDiscoveryHost : public HostTest
+{
+protected:
+    void ConnectWithFakeHeap()
+    {
+        UseScenario("LockDiscovery.RegistersTheHeapsLock");
+        Library();
+        ReplaceImport("GetProcessHeap", &FakeHeap::Get);
+        ReplaceImport("HeapLock", &FakeHeap::Lock);
+        ReplaceImport("HeapUnlock", &FakeHeap::Unlock);
+        ConnectDefaultAgent();
+    }
+
+    void ExpectHeapsLock(uint64_t lock, const std::string& outcome)
+    {
+        EXPECT_EQ(lock, AwaitNumber("heap lock"));
+        ExpectLogOrder({"Registering process with bridge", outcome, "Initialization done"});
+        EXPECT_EQ(1u, CountInLog(outcome));
+        EXPECT_EQ(-1, FakeHeap::lock.LockCount) << "The search has unlocked it.";
+    }
+};
+} // namespace
+
+HOST_TEST_OF(LockDiscoveryHost, LockDiscovery, RegistersTheHeapsLock)
+{
+    FakeHeap::PutLockAt(0xC8);
+    ConnectWithFakeHeap();
+    const uint64_t lock = reinterpret_cast<uintptr_t>(&FakeHeap::lock);
+    ExpectHeapsLock(lock, foundHeapLock + Hexadecimal(lock));
+    EXPECT_EQ(0u, CountInLog(noHeapLock));
+}
+
+HOST_TEST_OF(LockDiscoveryHost, LockDiscovery, RegistersNoLockOfAHeapOfAnotherLayout)
+{
+    FakeHeap::PutLockAt(0xD0);
+    ConnectWithFakeHeap();
+    ExpectHeapsLock(0, noHeapLock);
+}
+
 HOST_TEST(LockDiscovery, NamesAPlaceInTheAgentThatJumpsToItself)
 {
     Publish("agent", Library().Module());
@@ -80,6 +157,11 @@ HOST_TEST(LockDiscovery, RegistersTheHeapsLockOrThatThereIsNone)
 }
 
 #else
+
+BRIDGE_SCENARIO(LockDiscovery, RegistersTheHeapsLock)
+{
+    Publish("heap lock", process->processHeapLock);
+}
 
 namespace
 {

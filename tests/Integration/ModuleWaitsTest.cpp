@@ -12,6 +12,7 @@ constexpr uint32_t rounds = 10;
 
 #if TORVANE_HOST_HALF
 
+#include "tests/Support/Integration/StartupGate.h"
 #include "tests/Support/TestLibraries.h"
 #include "tests/Support/TestThread.h"
 
@@ -62,9 +63,13 @@ WAITING_HOST(LastUntilTheBridgeHasConnectedAndAnswered)
 WAITING_HOST(EndIfThereIsNoBridge)
 {
     RemoveBridge();
+    StartupGate gate;
     StartDefaultAgent();
     {
         const TestThread caller([this] { Enable(); });
+        EXPECT_TRUE(WaitForLog(EnablingLine()));
+        EXPECT_FALSE(caller.WaitForEnd(quietPeriod)) << "There can be one yet.";
+        gate.Open();
         EXPECT_TRUE(caller.WaitForEnd(testTimeout));
     }
     EXPECT_EQ(ConnectionFailed, WaitForConnection());

@@ -7,6 +7,35 @@
 
 #if TORVANE_HOST_HALF
 
+namespace
+{
+/// The calls of the function that the Blob is named after, by the receiver thread.
+struct FlushCalls
+{
+    static inline volatile LONG count;
+    static inline volatile LONG ofWholeProcess;
+
+    static BOOL WINAPI Note(HANDLE process, const void* base, SIZE_T size)
+    {
+        if (process == GetCurrentProcess() && base == nullptr && size == 0)
+        {
+            InterlockedIncrement(&ofWholeProcess);
+        }
+        InterlockedIncrement(&count);
+        return FlushInstructionCache(process, base, size);
+    }
+};
+} // namespace
+
+HOST_TEST(SmallBlobs, FlushTheInstructionCacheOfTheWholeProcess)
+{
+    ReplaceImport("FlushInstructionCache", &FlushCalls::Note);
+    ConnectDefaultAgent();
+    EXPECT_TRUE(Await("checked"));
+    EXPECT_EQ(2, FlushCalls::count);
+    EXPECT_EQ(2, FlushCalls::ofWholeProcess);
+}
+
 HOST_TEST(SmallBlobs, IgnoresLatchesThatNobodyWaitsFor)
 {
     static uint32_t memory[16] = {7, 7, 7, 7};
@@ -62,6 +91,13 @@ HOST_TEST(SmallBlobs, LogsEachBlobInTheOrderSent)
 }
 
 #else
+
+BRIDGE_SCENARIO(SmallBlobs, FlushTheInstructionCacheOfTheWholeProcess)
+{
+    ASSERT_TRUE(SendFlushInstructionCache(link));
+    ASSERT_TRUE(SendFlushInstructionCache(link));
+    ExpectNoReply();
+}
 
 BRIDGE_SCENARIO(SmallBlobs, IgnoresLatchesThatNobodyWaitsFor)
 {

@@ -237,6 +237,12 @@ std::vector<std::string> HandleTrace::OwnCalls() const
     return own;
 }
 
+void HandleTrace::Note(const std::string& call)
+{
+    const TraceLock lock;
+    trace.calls.push_back({GetCurrentThreadId(), call});
+}
+
 size_t HandleTrace::Count(const std::string& text) const
 {
     const TraceLock lock;

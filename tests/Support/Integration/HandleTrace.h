@@ -33,6 +33,9 @@ public:
     /// The calls of the thread that asks, as in "create event 1", "set event 1", "wait for thread 2", "close pipe 1".
     std::vector<std::string> OwnCalls() const;
 
+    /// Adds a call that isn't about a handle, of this thread.
+    static void Note(const std::string& call);
+
     /// How often any thread has made this call.
     size_t Count(const std::string& call) const;
 
