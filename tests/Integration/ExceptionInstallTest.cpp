@@ -83,6 +83,22 @@ protected:
     }
 };
 
+/// The handlers that the Agent adds, and those that it removes until that fails.
+std::vector<void*> addedHandlers;
+std::vector<void*> removedHandlers;
+
+void* WINAPI NoteAdding(ULONG first, PVECTORED_EXCEPTION_HANDLER handler)
+{
+    addedHandlers.push_back(AddVectoredExceptionHandler(first, handler));
+    return addedHandlers.back();
+}
+
+ULONG WINAPI NoteRemoval(void* handle)
+{
+    removedHandlers.push_back(handle);
+    return RemoveVectoredExceptionHandler(handle);
+}
+
 uint32_t endedSearches = 0;
 
 /// Lets a thread with one kind of exception continue where it is.
@@ -122,6 +138,9 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AnyOtherOrderIsBeforeTheOth
 
 HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, ASecondOneIsInstalledBesideTheFirst)
 {
+    Library();
+    ReplaceImport("AddVectoredExceptionHandler", &NoteAdding);
+    ReplaceImport("RemoveVectoredExceptionHandler", &NoteRemoval);
     ASSERT_TRUE(Start());
     EXPECT_EQ(1u, CountInLog("Installing exception handler with order 1"));
     EXPECT_EQ(1u, CountInLog("Installing exception handler with order 0"));
@@ -137,8 +156,13 @@ HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, ASecondOneIsInstalledBeside
 
     // The handle of the first is lost. The Agent stays loaded, so what is left of it does no harm.
     Shutdown();
+    ASSERT_EQ(2u, addedHandlers.size());
+    EXPECT_EQ(std::vector<void*>(2, addedHandlers[1]), removedHandlers) << "once, and then there is none";
+    EXPECT_NE(0u, RemoveVectoredExceptionHandler(addedHandlers[0])) << "It was still there.";
     EXPECT_FALSE(EndsByItself([] { RaiseException(0xE0001234, 0, 0, nullptr); }));
     EXPECT_EQ(2u, handler.Count());
+    EXPECT_FALSE(EndsByItself([&code] { code.Run(); })) << "Nothing is left of either.";
+    EXPECT_EQ(3u, handler.Count());
 }
 
 HOST_TEST_OF(ExceptionInstallHost, ExceptionInstall, AfterTheShutdownAFaultTakesItsOrdinaryWay)

@@ -32,45 +32,6 @@ constexpr uintptr_t nowhere = 0x5678;
 /// mov eax, [0x10]; ret
 const std::vector<uint8_t> faultingCode = {0xA1, 0x10, 0x00, 0x00, 0x00, 0xC3};
 
-/// Counts the exceptions of this process at `address` before the Agent sees them.
-class FirstHandler
-{
-public:
-    explicit FirstHandler(const void* wanted)
-    {
-        address = wanted;
-        count = 0;
-        handle = AddVectoredExceptionHandler(1, &See);
-    }
-
-    ~FirstHandler()
-    {
-        RemoveVectoredExceptionHandler(handle);
-    }
-
-    FirstHandler(const FirstHandler&) = delete;
-    FirstHandler& operator=(const FirstHandler&) = delete;
-
-    static LONG Count()
-    {
-        return InterlockedCompareExchange(&count, 0, 0);
-    }
-
-private:
-    static LONG CALLBACK See(EXCEPTION_POINTERS* exception)
-    {
-        if (exception->ExceptionRecord->ExceptionAddress == address)
-        {
-            InterlockedIncrement(&count);
-        }
-        return EXCEPTION_CONTINUE_SEARCH;
-    }
-
-    static inline const void* address;
-    static inline volatile LONG count;
-    void* handle;
-};
-
 /// Goes down the stack until no more than `wanted` bytes of it can be used, and calls `function` there.
 __attribute__((noinline)) void CallNearTheEnd(size_t wanted, const std::function<void()>& function)
 {

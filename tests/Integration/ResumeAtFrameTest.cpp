@@ -161,6 +161,17 @@ static_assert(offsetof(Landing, flags) == 32 && offsetof(Landing, topFrame) == 3
 
 namespace
 {
+LONG NTAPI RefuseToContinue(CONTEXT*, BOOLEAN)
+{
+    return static_cast<LONG>(0xC000000D);
+}
+
+FARPROC WINAPI GetRefusingProcAddress(HMODULE module, const char* name)
+{
+    return std::string(name) == "NtContinue" ? reinterpret_cast<FARPROC>(&RefuseToContinue)
+                                             : GetProcAddress(module, name);
+}
+
 class ResumeAtFrameHost : public ExceptionHost
 {
 protected:
@@ -259,6 +270,22 @@ HOST_TEST_OF(ResumeAtFrameHost, ResumeAtFrame, LeadsOutOfACallThroughABadPointer
          "address 0x00001234"});
 }
 
+HOST_TEST_OF(ResumeAtFrameHost, ResumeAtFrame, ContinuesByTheHandlersResultIfTheOSRefusesTo)
+{
+    ReplaceImport("GetProcAddress", &GetRefusingProcAddress);
+    ASSERT_TRUE(StartWithPlaces());
+    SetLastError(4711);
+    GoIn(2);
+    EXPECT_EQ(4711u, landing.lastError);
+    EXPECT_EQ(1u, unwoundCount);
+    EXPECT_EQ(0u, askedCount);
+    EXPECT_EQ(frameOfLevel[1], landing.topFrame);
+    ExpectRegistersOfTheFault();
+    ExpectLogOrder(
+        {"Received exception handler action 3", "Call to function NtContinue failed. Error: 0xC000000D"});
+    EXPECT_EQ(1u, CountInLog("Call to function NtContinue failed. Error: 0xC000000D"));
+}
+
 #else
 
 namespace
@@ -323,6 +350,11 @@ BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, GoesOutLevelByLevel)
         Answer(report, ActionResumeAtFrame,
                At(AwaitNumber("level landing"), levels.stackPointers[level], levels.framePointers[level]));
     }
+    ResumeAtBase();
+}
+
+BRIDGE_SCENARIO_OF(ResumeAtFrameBridge, ResumeAtFrame, ContinuesByTheHandlersResultIfTheOSRefusesTo)
+{
     ResumeAtBase();
 }
 

@@ -202,4 +202,43 @@ private:
 
     void* handle;
 };
+/// Counts the exceptions of this process at `address` before the Agent sees them.
+class FirstHandler
+{
+public:
+    explicit FirstHandler(const void* wanted)
+    {
+        address = wanted;
+        count = 0;
+        handle = AddVectoredExceptionHandler(1, &See);
+    }
+
+    ~FirstHandler()
+    {
+        RemoveVectoredExceptionHandler(handle);
+    }
+
+    FirstHandler(const FirstHandler&) = delete;
+    FirstHandler& operator=(const FirstHandler&) = delete;
+
+    static LONG Count()
+    {
+        return InterlockedCompareExchange(&count, 0, 0);
+    }
+
+private:
+    static LONG CALLBACK See(EXCEPTION_POINTERS* exception)
+    {
+        if (exception->ExceptionRecord->ExceptionAddress == address)
+        {
+            InterlockedIncrement(&count);
+        }
+        return EXCEPTION_CONTINUE_SEARCH;
+    }
+
+    static inline const void* address;
+    static inline volatile LONG count;
+    void* handle;
+};
+
 } // namespace Torvane::Testing
