@@ -6,6 +6,8 @@
 
 #if TORVANE_HOST_HALF
 
+#include "tests/Support/HeapLock.h"
+
 #include <string.h>
 
 namespace
@@ -147,9 +149,17 @@ HOST_TEST(LockDiscovery, RegistersTheHeapsLockOrThatThereIsNone)
 {
     ConnectDefaultAgent();
     const uint64_t lock = AwaitNumber("heap lock");
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(LockOfProcessHeap()), lock);
     const std::string outcome = lock != 0 ? foundHeapLock + Hexadecimal(lock) : noHeapLock;
     ExpectLogOrder({"Registering process with bridge", outcome, "Initialization done"});
     EXPECT_EQ(1u, CountInLog(outcome));
+    for (const LogRecord& record : ReadLog())
+    {
+        if (record.message == outcome)
+        {
+            EXPECT_EQ(lock != 0 ? "DBG" : "ERR", record.tag);
+        }
+    }
 
     ASSERT_TRUE(HeapLock(GetProcessHeap()));
     Publish("owner", uint64_t{GetCurrentThreadId()});

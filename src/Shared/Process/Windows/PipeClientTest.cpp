@@ -358,6 +358,77 @@ TEST_F(PipeClient, WithoutAnEventTheWaitPanicsAndContinues)
     EXPECT_EQ(log.Count("ERR Failed to Wait() on an event"), 1u);
 }
 
+TEST_F(PipeClient, TheWatcherWaitsForTheEndOfTheConnectAsLongAsTheTimeOutSays)
+{
+    HANDLE event = nullptr;
+    std::vector<DWORD> timeOuts;
+    FakeImport create("CreateEventW",
+                      [&](decltype(&CreateEventW) real, LPSECURITY_ATTRIBUTES security, BOOL manual,
+                          BOOL signalled, LPCWSTR eventName) -> HANDLE {
+                          event = real(security, manual, signalled, eventName);
+                          return event;
+                      });
+    FakeImport wait("WaitForSingleObject",
+                    [&](decltype(&WaitForSingleObject) real, HANDLE object, DWORD milliseconds) -> DWORD {
+                        if (object == event)
+                        {
+                            timeOuts.push_back(milliseconds);
+                        }
+                        return real(object, milliseconds);
+                    });
+    ConnectClient();
+    for (const uint32_t milliseconds : {23456u, 0x7FFFFFFFu})
+    {
+        WaitForPipeClient(pipe, milliseconds);
+    }
+    EXPECT_EQ(timeOuts, std::vector<DWORD>({23456, 0x7FFFFFFF}));
+}
+
+TEST_F(PipeClient, AFailureIsSignalledAndThenReportedAndThenTheWatcherIsWaitedFor)
+{
+    const DWORD caller = GetCurrentThreadId();
+    Lines steps;
+    const auto note = [&](const std::string& step) {
+        if (GetCurrentThreadId() == caller)
+        {
+            steps.push_back(step);
+        }
+    };
+    const RecordedLog noted([&] { note("line"); });
+    HANDLE watcher = nullptr;
+    FakeImport connect("ConnectNamedPipe", [](decltype(&ConnectNamedPipe), HANDLE, LPOVERLAPPED) -> BOOL {
+        SetLastError(ERROR_BAD_PIPE);
+        return FALSE;
+    });
+    FakeImport begin("_beginthreadex",
+                     [&](decltype(&_beginthreadex) real, void* security, unsigned size,
+                         _beginthreadex_proc_type body, void* block, unsigned flags,
+                         unsigned* id) -> uintptr_t {
+                         const uintptr_t started = real(security, size, body, block, flags, id);
+                         watcher = reinterpret_cast<HANDLE>(started);
+                         return started;
+                     });
+    FakeImport signal("SetEvent", [&](decltype(&SetEvent) real, HANDLE event) -> BOOL {
+        note("signal");
+        return real(event);
+    });
+    FakeImport wait("WaitForSingleObject",
+                    [&](decltype(&WaitForSingleObject) real, HANDLE object, DWORD milliseconds) -> DWORD {
+                        if (object == watcher)
+                        {
+                            note("wait " + std::to_string(milliseconds));
+                        }
+                        return real(object, milliseconds);
+                    });
+    FakeImport close("CloseHandle", [&](decltype(&CloseHandle) real, HANDLE handle) -> BOOL {
+        note(handle == watcher ? "close the watcher" : "close the event");
+        return real(handle);
+    });
+    EXPECT_STREQ(WaitForPipeClient(pipe, testTimeout).error, connectFailure);
+    EXPECT_EQ(steps,
+              Lines({"signal", "line", "line", "wait 4294967295", "close the watcher", "close the event"}));
+}
+
 TEST_F(PipeClient, TheEventAndTheWatcherAreClosedWhenTheWaitEnds)
 {
     HANDLE event = nullptr;

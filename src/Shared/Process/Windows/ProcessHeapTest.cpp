@@ -1,6 +1,8 @@
 #include "Shared/Process/Windows/ProcessHeap.h"
 
 #include "Shared/Foundation/FixedString.h"
+#include "tests/Support/FakeImport.h"
+#include "tests/Support/HeapLock.h"
 #include "tests/Support/ProcessMemoryFixture.h"
 #include "tests/Support/TestThread.h"
 
@@ -106,6 +108,113 @@ struct Header
     void Set(uint32_t offset, const void* pointer)
     {
         words[offset / 4] = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointer));
+    }
+};
+
+/// A heap that the test lays out, in place of the process's own. Its lock is a critical section of which the header has
+/// the address. Keeps the calls of the search, in their order.
+class FakeHeap
+{
+public:
+    FakeHeap()
+    {
+        InitializeCriticalSection(&section);
+        header.Set(0xC8, &section);
+        current = this;
+        TestInternalAPI::Get().NtReadVirtualMemory.pointer = &Read;
+    }
+
+    ~FakeHeap()
+    {
+        DeleteCriticalSection(&section);
+    }
+
+    FakeHeap(const FakeHeap&) = delete;
+    FakeHeap& operator=(const FakeHeap&) = delete;
+
+    Lines calls;
+    Header header;
+    RTL_CRITICAL_SECTION section = {};
+
+private:
+    static NTSTATUS NTAPI Read(HANDLE process, const void* address, void* buffer, SIZE_T size, SIZE_T* read)
+    {
+        current->calls.push_back(address == &current->header    ? "read the header"
+                                 : address == &current->section ? "read the section"
+                                                                : "read something else");
+        return FakeQuery::real.NtReadVirtualMemory(process, address, buffer, size, read);
+    }
+
+    struct Get
+    {
+        FakeHeap& heap;
+
+        HANDLE operator()(decltype(&GetProcessHeap)) const
+        {
+            return &heap.header;
+        }
+    };
+
+    struct Lock
+    {
+        FakeHeap& heap;
+
+        BOOL operator()(decltype(&HeapLock), HANDLE given) const
+        {
+            EXPECT_EQ(given, &heap.header);
+            heap.calls.push_back("lock");
+            EnterCriticalSection(&heap.section);
+            heap.ownCount = heap.section.LockCount;
+            heap.section.LockCount = lockedOnce;
+            return TRUE;
+        }
+    };
+
+    struct Unlock
+    {
+        FakeHeap& heap;
+
+        BOOL operator()(decltype(&HeapUnlock), HANDLE given) const
+        {
+            EXPECT_EQ(given, &heap.header);
+            heap.calls.push_back("unlock");
+            heap.section.LockCount = heap.ownCount;
+            LeaveCriticalSection(&heap.section);
+            return TRUE;
+        }
+    };
+
+    static inline FakeHeap* current = nullptr;
+    LONG ownCount = 0;
+    FakeImport<Get> get{"GetProcessHeap", Get{*this}};
+    FakeImport<Lock> lock{"HeapLock", Lock{*this}};
+    FakeImport<Unlock> unlock{"HeapUnlock", Unlock{*this}};
+};
+
+/// A header that changes between the read that takes a copy of it and the one in place.
+struct StaleHeader
+{
+    static inline const void* header = nullptr;
+    static inline uint32_t offset = 0;
+    static inline const void* word = nullptr;
+
+    /// The copy has another word at the offset than the header has now.
+    static NTSTATUS NTAPI Read(HANDLE process, const void* address, void* buffer, SIZE_T size, SIZE_T* read)
+    {
+        const NTSTATUS status = FakeQuery::real.NtReadVirtualMemory(process, address, buffer, size, read);
+        if (address == header && size >= offset + sizeof(word))
+        {
+            memcpy(static_cast<uint8_t*>(buffer) + offset, &word, sizeof(word));
+        }
+        return status;
+    }
+
+    static void Install(const void* staleHeader, uint32_t staleOffset, const void* shown)
+    {
+        header = staleHeader;
+        offset = staleOffset;
+        word = shown;
+        TestInternalAPI::Get().NtReadVirtualMemory.pointer = &Read;
     }
 };
 
@@ -234,19 +343,69 @@ TEST_F(ProcessHeapTest, RejectsALockThatAnotherThreadWaitsFor)
     EXPECT_EQ(log.GetLines(), Lines{notFoundLine});
 }
 
+TEST_F(ProcessHeapTest, SearchesWithTheHeapLocked)
+{
+    FakeHeap heap;
+    EXPECT_EQ(GetProcessHeapLock(), &heap.section);
+    EXPECT_EQ(heap.calls, (Lines{"lock", "read the header", "read the section", "unlock"}));
+    EXPECT_EQ(heap.section.RecursionCount, 0);
+    EXPECT_EQ(log.GetLines(), Lines{FoundLine(&heap.section)});
+}
+
+TEST_F(ProcessHeapTest, UnlocksTheHeapAlsoIfNothingIsFound)
+{
+    FakeHeap heap;
+    const uint32_t garbage[6] = {1, 2, 3, 4, 5, 6};
+    heap.header.Set(0xC8, garbage);
+    heap.header.Set(0xCC, garbage);
+    EXPECT_EQ(GetProcessHeapLock(), nullptr);
+    EXPECT_EQ(heap.calls, (Lines{"lock", "read the header", "read something else", "read the header",
+                                 "read something else", "unlock"}));
+    EXPECT_EQ(heap.section.RecursionCount, 0);
+    EXPECT_EQ(log.GetLines(), Lines{notFoundLine});
+}
+
+TEST_F(ProcessHeapTest, TakesNoLockWhoseWordHasBecomeNull)
+{
+    const HeldSection first;
+    const HeldSection second;
+    Header header;
+    header.Set(0xC8, nullptr);
+    header.Set(0xCC, &second.section);
+    StaleHeader::Install(&header, 0xC8, &first.section);
+    EXPECT_EQ(FindHeapLock(&header), &second.section);
+    EXPECT_EQ(log.GetLines(), Lines{FoundLine(&second.section)});
+
+    log.Clear();
+    const uint32_t garbage[6] = {1, 2, 3, 4, 5, 6};
+    header.Set(0xC8, garbage);
+    header.Set(0xCC, nullptr);
+    StaleHeader::Install(&header, 0xCC, &second.section);
+    EXPECT_EQ(FindHeapLock(&header), nullptr);
+    EXPECT_EQ(log.GetLines(), Lines{notFoundLine});
+}
+
+TEST_F(ProcessHeapTest, TakesTheWordThatTheHeaderHasNow)
+{
+    const HeldSection before;
+    const HeldSection now;
+    Header header;
+    header.Set(0xC8, &now.section);
+    StaleHeader::Install(&header, 0xC8, &before.section);
+    EXPECT_EQ(FindHeapLock(&header), &now.section);
+    EXPECT_EQ(log.GetLines(), Lines{FoundLine(&now.section)});
+}
+
 TEST_F(ProcessHeapTest, AnswersForTheRealHeapAndLeavesItFree)
 {
     const HANDLE heap = GetProcessHeap();
-    const auto* lock = static_cast<const RTL_CRITICAL_SECTION*>(GetProcessHeapLock());
+    void* expected = LockOfProcessHeap();
+    EXPECT_EQ(GetProcessHeapLock(), expected);
     ASSERT_FALSE(log.GetLines().empty());
-    EXPECT_EQ(log.GetLines().back(), lock != nullptr ? FoundLine(lock) : notFoundLine);
+    EXPECT_EQ(log.GetLines().back(), expected != nullptr ? FoundLine(expected) : notFoundLine);
 
-    const TestThread other([&] {
+    const TestThread other([heap] {
         EXPECT_TRUE(HeapLock(heap));
-        if (lock != nullptr)
-        {
-            EXPECT_EQ(reinterpret_cast<uintptr_t>(lock->OwningThread), GetCurrentThreadId());
-        }
         EXPECT_TRUE(HeapUnlock(heap));
     });
     EXPECT_TRUE(other.WaitForEnd());

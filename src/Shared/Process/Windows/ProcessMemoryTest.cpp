@@ -2,6 +2,7 @@
 
 #include "Shared/Foundation/FixedString.h"
 #include "Shared/Memory/MemorySystem.h"
+#include "tests/Support/FakeImport.h"
 #include "tests/Support/ProcessMemoryFixture.h"
 
 #include <string.h>
@@ -53,16 +54,26 @@ void ExpectRange(const PageRange& range, const void* base, size_t size, uint32_t
     EXPECT_EQ(range.padding, 0u);
 }
 
-/// Lets reads of process memory fail or answer with a status of the test's choice.
+/// Lets reads of process memory fail or answer with a status of the test's choice, and keeps what is read.
 struct ReadDouble
 {
+    struct Call
+    {
+        HANDLE process;
+        const void* address;
+        SIZE_T size;
+        SIZE_T* read;
+    };
+
     static inline uint32_t calls = 0;
+    static inline std::vector<Call> arguments;
     static inline uint32_t firstAnswer = 0; ///< the number of the call that is answered with `status`, from 1
     static inline NTSTATUS status = 0;
 
     static NTSTATUS NTAPI Read(HANDLE process, const void* address, void* buffer, SIZE_T size, SIZE_T* read)
     {
         ++calls;
+        arguments.push_back({process, address, size, read});
         if (calls == firstAnswer)
         {
             return status;
@@ -73,6 +84,7 @@ struct ReadDouble
     static void Install(uint32_t answeredCall, NTSTATUS answer)
     {
         calls = 0;
+        arguments.clear();
         firstAnswer = answeredCall;
         status = answer;
         TestInternalAPI::Get().NtReadVirtualMemory.pointer = &Read;
@@ -302,6 +314,100 @@ TEST_F(ProcessMemory, CopiesEvenWhereTheProtectionCannotBeChanged)
     VirtualFree(base + granularity, 0, MEM_RELEASE);
 }
 
+namespace
+{
+/// Keeps the calls that a write over code makes, in their order, with what is in the written bytes then.
+class WriteJournal
+{
+public:
+    explicit WriteJournal(const uint8_t* writtenTo)
+        : target(writtenTo)
+    {
+    }
+
+    Lines calls;
+    uint32_t failingProtection = 0; ///< the number of the change of protection that fails, from 1; 0 for none
+    BOOL flushed = TRUE;            ///< what the flush returns
+
+private:
+    struct Protect
+    {
+        WriteJournal& journal;
+
+        BOOL operator()(decltype(&VirtualProtect) real, LPVOID address, SIZE_T size, DWORD protection,
+                        PDWORD before) const
+        {
+            if (address != journal.target)
+            {
+                return real(address, size, protection, before); // of an import that is replaced
+            }
+            EXPECT_EQ(size, 1u);
+            journal.calls.push_back(
+                FormatLine("protect as 0x%X, byte %u", protection, unsigned{*journal.target}));
+            if (++journal.protections == journal.failingProtection)
+            {
+                return FALSE;
+            }
+            return real(address, size, protection, before);
+        }
+    };
+
+    struct Flush
+    {
+        WriteJournal& journal;
+
+        BOOL operator()(decltype(&FlushInstructionCache), HANDLE process, LPCVOID address, SIZE_T size) const
+        {
+            EXPECT_EQ(process, GetCurrentProcess());
+            EXPECT_EQ(address, journal.target);
+            EXPECT_EQ(size, 1u);
+            journal.calls.push_back(FormatLine("flush, byte %u", unsigned{*journal.target}));
+            return journal.flushed;
+        }
+    };
+
+    const uint8_t* target;
+    uint32_t protections = 0;
+    FakeImport<Protect> protect{"VirtualProtect", Protect{*this}};
+    FakeImport<Flush> flush{"FlushInstructionCache", Flush{*this}};
+};
+} // namespace
+
+TEST_F(ProcessMemory, FlushesWhatItHasWrittenOnceThePagesHaveTheirProtectionBack)
+{
+    const TestPages pages(1);
+    pages.At(0)[100] = 1;
+    pages.Protect(0, PAGE_EXECUTE_READ);
+    const uint8_t two = 2;
+    WriteJournal journal(pages.At(0, 100));
+    EXPECT_TRUE(WriteCode(pages.At(0, 100), &two, 1));
+    EXPECT_EQ(journal.calls, (Lines{"protect as 0x4, byte 1", "protect as 0x20, byte 2", "flush, byte 2"}));
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST_F(ProcessMemory, ReturnsTheResultOfTheFlush)
+{
+    const TestPages pages(1, PAGE_EXECUTE_READ);
+    const uint8_t two = 2;
+    WriteJournal journal(pages.At(0));
+    journal.flushed = 7;
+    EXPECT_TRUE(WriteCode(pages.At(0), &two, 1));
+    journal.flushed = FALSE;
+    EXPECT_FALSE(WriteCode(pages.At(0), &two, 1));
+    EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST_F(ProcessMemory, ReportsAProtectionThatCannotBeRestoredAndFlushesAllTheSame)
+{
+    const TestPages pages(1, PAGE_EXECUTE_READ);
+    const uint8_t two = 2;
+    WriteJournal journal(pages.At(0));
+    journal.failingProtection = 2;
+    EXPECT_TRUE(WriteCode(pages.At(0), &two, 1));
+    EXPECT_EQ(journal.calls, (Lines{"protect as 0x4, byte 0", "protect as 0x20, byte 2", "flush, byte 2"}));
+    EXPECT_EQ(log.GetLines(), Lines{ProtectFailureLine(pages.At(0), 1, PAGE_EXECUTE_READ)});
+}
+
 // The environment block
 
 namespace
@@ -379,6 +485,36 @@ TEST_F(ProcessMemory, CopiesExactlyAnEnvironmentThatEndsAtTheEndOfItsRegion)
     }
     ASSERT_EQ(buffer.Get().size, sizeof(block));
     EXPECT_EQ(memcmp(buffer.Get().pointer, block, sizeof(block)), 0);
+}
+
+TEST_F(ProcessMemory, ReadsTheBlockOfTheProcessAndItsParametersAndTheEnvironmentAndNoByteMore)
+{
+    const TestPages pages(2);
+    pages.Protect(1, PAGE_NOACCESS);
+    const uint8_t* environment = pages.At(1, -60);
+    PROCESS_BASIC_INFORMATION basic = {};
+    GetWindowsInternalAPI().NtQueryInformationProcess(GetCurrentProcess(), ProcessBasicInformation, &basic,
+                                                      sizeof(basic), nullptr);
+    const auto* block = reinterpret_cast<const uint8_t*>(basic.PebBaseAddress);
+    const void* parameters = *reinterpret_cast<const void* const*>(block + 0x10);
+    const struct
+    {
+        const void* address;
+        SIZE_T size;
+    } expected[] = {{block, 0x1D8}, {parameters, 0x4C}, {environment, 60}};
+    {
+        const SwappedEnvironment swapped(environment);
+        ReadDouble::Install(0, 0);
+        EXPECT_EQ(ReadEnvironmentBlock(GetCurrentProcess()).Get().size, 60u);
+    }
+    ASSERT_EQ(ReadDouble::arguments.size(), 3u);
+    for (size_t i = 0; i < 3; ++i)
+    {
+        EXPECT_EQ(ReadDouble::arguments[i].process, GetCurrentProcess()) << i;
+        EXPECT_EQ(ReadDouble::arguments[i].address, expected[i].address) << i;
+        EXPECT_EQ(ReadDouble::arguments[i].size, expected[i].size) << i;
+        EXPECT_EQ(ReadDouble::arguments[i].read, nullptr) << i;
+    }
 }
 
 TEST_F(ProcessMemory, CopiesTheBytesAfterTheEndMarkOfTheEnvironment)

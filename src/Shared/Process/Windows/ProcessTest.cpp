@@ -137,7 +137,9 @@ TEST_F(Spawning, WithoutAWorkingDirectoryTheChildRunsInOurs)
 
 TEST_F(Spawning, WithoutACommandLineTheChildRunsToo)
 {
-    Report(folder.GetPath().c_str(), nullptr);
+    const ChildReport report = Report(folder.GetPath().c_str(), nullptr);
+    EXPECT_EQ(std::wstring(report.directory), folder.GetPath());
+    EXPECT_EQ(report.commandLine, L"\"" + program + L"\"");
     EXPECT_EQ(log.GetLines(), Lines({SpawnLine(program, L"no cmdline", folder.GetPath().c_str())}));
 }
 

@@ -1,5 +1,6 @@
 #include "Shared/Process/Windows/VirtualMemory.h"
 
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/RecordedLog.h"
@@ -21,6 +22,52 @@ MEMORY_BASIC_INFORMATION Query(const void* address)
     EXPECT_NE(VirtualQuery(address, &information, sizeof(information)), 0u);
     return information;
 }
+
+constexpr uint32_t askers = 4;
+
+DWORD WINAPI AskForThePageSize(void*)
+{
+    return VirtualMemory::GetPageSize();
+}
+
+/// A process that has never asked for the page size: several threads ask at once, then one more time. Ends with what
+/// was wrong, 0 for nothing.
+const ChildRole firstAskers(L"first askers", [](const wchar_t*) {
+    LONG asked = 0;
+    FakeImport ask("GetSystemInfo", [&](decltype(&GetSystemInfo) real, LPSYSTEM_INFO information) -> void {
+        InterlockedIncrement(&asked);
+        // The others get the time to ask too, while the size isn't known yet.
+        WaitUntil([&] { return InterlockedCompareExchange(&asked, 0, 0) == LONG{askers}; }, quietPeriod);
+        real(information);
+    });
+    HANDLE threads[askers];
+    for (HANDLE& thread : threads)
+    {
+        thread = CreateThread(nullptr, 0, AskForThePageSize, nullptr, 0, nullptr);
+    }
+    for (const HANDLE thread : threads)
+    {
+        DWORD size = 0;
+        if (WaitForSingleObject(thread, testTimeout) != WAIT_OBJECT_0 || !GetExitCodeThread(thread, &size) ||
+            size != pageSize)
+        {
+            ExitProcess(1);
+        }
+    }
+    if (asked == 0)
+    {
+        ExitProcess(2);
+    }
+    asked = 0;
+    if (VirtualMemory::GetPageSize() != pageSize)
+    {
+        ExitProcess(3);
+    }
+    if (asked != 0)
+    {
+        ExitProcess(4);
+    }
+});
 
 class VirtualMemoryTest : public testing::Test
 {
@@ -81,6 +128,13 @@ TEST_F(VirtualMemoryTest, ThePageSizeIsTheOSsAndAskedForAtMostOnce)
     }
     EXPECT_LE(calls, 1u);
     EXPECT_EQ(information.dwPageSize, pageSize);
+}
+
+TEST_F(VirtualMemoryTest, ThePageSizeIsTheSameForThreadsThatAskFirstAndAtOnceAndIsKept)
+{
+    const PROCESS_INFORMATION child = firstAskers.Start(L"-");
+    ASSERT_NE(child.hProcess, nullptr);
+    EXPECT_EQ(WaitForChild(child), 0u);
 }
 
 TEST_F(VirtualMemoryTest, SizesAreRoundedUpToWholePages)
