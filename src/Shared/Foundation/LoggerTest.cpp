@@ -168,8 +168,20 @@ TEST(NullLogger, DoesNothingWithWhatIsLogged)
     LogInfo(0, TVN_HERE, "nowhere");
     LogError(TVN_HERE, "nowhere");
     LogPanic(TVN_HERE, "nowhere");
-    GetCurrentLogger()->Warning("", nullptr, UINT32_MAX, nullptr, 0, 1);
-    GetCurrentLogger()->Reserved();
+    // Nothing of a message is looked at, and none shows anywhere.
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Logger& logger = *GetCurrentLogger();
+    logger.Debug(nullptr, nullptr, UINT32_MAX, nullptr, 0, 1);
+    logger.Success(nullptr, nullptr, UINT32_MAX, nullptr, 0, 1);
+    logger.Info(nullptr, 0, nullptr, UINT32_MAX, nullptr, 0, 1);
+    logger.Warning(nullptr, nullptr, UINT32_MAX, nullptr, 0, 1);
+    logger.Error(nullptr, nullptr, UINT32_MAX, nullptr, 0, 1);
+    logger.Panic(nullptr, nullptr, UINT32_MAX, nullptr, 0, 1);
+    logger.Reserved();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(GetCurrentLogger(), &nullLogger);
     SetCurrentLogger(const_cast<RecordedLog*>(&outer));
     EXPECT_TRUE(outer.GetCalls().empty());
 }

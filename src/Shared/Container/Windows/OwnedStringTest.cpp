@@ -106,6 +106,29 @@ TEST_F(OwnedStringTest, CutsWhatNeedsMoreThanOneCharacterForOne)
     EXPECT_EQ(text.capacity, 6u);
 }
 
+TEST_F(OwnedStringTest, IsEmptyWhereTheLocaleLacksACharacter)
+{
+    // What a block had before must not show.
+    constexpr uint32_t bytes = 8;
+    Allocation earlier = Allocate(bytes);
+    memset(earlier.pointer, 'x', bytes);
+    Free(earlier);
+    const TestLocale plain("C");
+    const OwnedString narrow = NarrowFromWide(L"one\x6728two");
+    EXPECT_STREQ(narrow.pointer, "");
+    EXPECT_EQ(narrow.length, 7u);
+    EXPECT_EQ(narrow.capacity, 8u);
+
+    Allocation earlierWide = Allocate(16);
+    memset(earlierWide.pointer, 'x', 16);
+    Free(earlierWide);
+    const TestLocale utf8(".UTF8");
+    const OwnedWideString wide = WideFromNarrow("one\xFFtwo");
+    EXPECT_STREQ(wide.pointer, L"");
+    EXPECT_EQ(wide.length, 7u);
+    EXPECT_EQ(wide.capacity, 8u);
+}
+
 TEST_F(OwnedStringTest, HasRoomToSpareWhereOneCharacterIsMadeOfSeveral)
 {
     const TestLocale utf8(".UTF8");

@@ -6,6 +6,7 @@
 
 #if defined(_WIN32)
 #include "Shared/Memory/Windows/MemoryDefaultAllocators.h"
+#include "tests/Support/FakeImport.h"
 #endif
 
 #include <gtest/gtest.h>
@@ -162,6 +163,24 @@ TEST_F(PE, FollowsLfanewAndSizeOfOptionalHeaderToTheSectionTable)
     EXPECT_EQ(sections.pointer[0].rva, 0x1000u);
 }
 
+TEST_F(PE, FollowsLfanewWhereverItPoints)
+{
+    // To headers before the view: the offset is signed, and nothing checks it.
+    constexpr size_t distance = 0x2000;
+    const std::vector<uint8_t> image = ImageBuilder().Build();
+    std::vector<uint8_t> memory(2 * distance);
+    memcpy(memory.data(), image.data(), image.size());
+    const int32_t lfanew = 0x80 - int32_t{distance};
+    uint8_t* view = memory.data() + distance;
+    memcpy(view, "MZ", 2);
+    memcpy(view + offsetof(IMAGE_DOS_HEADER, e_lfanew), &lfanew, sizeof(lfanew));
+    MappedFile file = {nullptr, nullptr, view};
+    const Result<ImageFile> result = ParseImage(L"wild.dll", file);
+    ASSERT_EQ(result.error, nullptr);
+    EXPECT_EQ(reinterpret_cast<const uint8_t*>(result.payload.ntHeaders32), memory.data() + 0x80);
+    EXPECT_EQ(log.GetLines(), noLines);
+}
+
 TEST_F(PE, ClosesAFileWithAWrongDosSignature)
 {
     ImageBuilder builder;
@@ -315,6 +334,21 @@ TEST_F(PE, LetsTheFirstSectionThatHoldsAnRvaDecide)
     EXPECT_EQ(RvaToFileOffset(0x2810, mixedSections + 2, 2), 0x610u);
 }
 
+TEST_F(PE, TakesASectionThatEndsAfterTheAddressSpaceForOneThatEndsBeforeItsStart)
+{
+    const ImageSection wrapping[] = {{0xFFFFF000, 0x2000, 0x400, 0x2000, 0},
+                                     {0x800, 0x100, 0x9000, 0x100, 0}};
+    EXPECT_EQ(RvaToFileOffset(0xFFFFF800, wrapping, 2), 0u);
+    EXPECT_EQ(RvaToFileOffset(0xFFFFFFFF, wrapping, 2), 0u);
+    EXPECT_EQ(RvaToFileOffset(0x810, wrapping, 2), 0x9010u);
+    EXPECT_EQ(log.GetLines(),
+              (std::vector<std::string>{"DBG Cannot map RVA 0xFFFFF800 to executable image file offset",
+                                        "DBG Cannot map RVA 0xFFFFFFFF to executable image file offset"}));
+    // One that ends with the address space ends at 0 as well.
+    const ImageSection last = {0xFFFFF000, 0x1000, 0x400, 0x1000, 0};
+    EXPECT_EQ(RvaToFileOffset(0xFFFFF000, &last, 1), 0u);
+}
+
 TEST_F(PE, LogsAnRvaThatNoSectionHolds)
 {
     EXPECT_EQ(RvaToFileOffset(0x0FFF, mixedSections, mixedSectionCount), 0u);
@@ -465,6 +499,57 @@ TEST_F(PE, CopiesTheHeadersOfA64BitImage)
 }
 
 #if defined(_WIN32)
+namespace
+{
+/// Blocks have room after their end, for what writes past it.
+class RoomAfterBlocks
+{
+private:
+    struct Allocate
+    {
+        LPVOID operator()(decltype(&HeapAlloc) real, HANDLE heap, DWORD flags, SIZE_T size) const
+        {
+            return real(heap, flags, size + 0x4000);
+        }
+    };
+
+    FakeImport<Allocate> allocate{"HeapAlloc", Allocate{}};
+};
+} // namespace
+
+TEST_F(PE, WalksPastTheCapacityToTheDescriptorWithoutAName)
+{
+    const RoomAfterBlocks room;
+    ImageBuilder builder;
+    builder.PutImports(0x500, 0x1100, {"one.dll", "two.dll", "three.dll"});
+    builder.importDirectorySize = 20;
+    const ImportedModuleNameList names = ParsedImage(builder).GatherNames();
+    EXPECT_EQ(names.capacity, 1u);
+    ASSERT_EQ(names.count, 3u);
+    EXPECT_EQ(NameOf(names, 0), "one.dll");
+    EXPECT_EQ(NameOf(names, 1), "two.dll");
+    EXPECT_EQ(NameOf(names, 2), "three.dll");
+}
+
+TEST_F(PE, CopiesANameOfMoreThan1023BytesWholeOverWhatFollowsIt)
+{
+    const RoomAfterBlocks room;
+    const std::string tooLong(1500, 'n');
+    ImageBuilder builder;
+    builder.PutImports(0x500, 0x1100, {tooLong, "two.dll", tooLong});
+    builder.importDirectorySize = 60;
+    const ImportedModuleNameList names = ParsedImage(builder).GatherNames();
+    EXPECT_EQ(names.capacity, 3u);
+    ASSERT_EQ(names.count, 3u);
+    EXPECT_EQ(names[0].length, 1500u);
+    EXPECT_EQ(std::string(names[0].text, 1024), tooLong.substr(0, 1024));
+    EXPECT_EQ(NameOf(names, 1), "two.dll");
+    constexpr size_t left = 1500 - sizeof(ImportedModuleName) - 8; // of the first name, after the second one
+    EXPECT_EQ(std::string(names[1].text + 8, left), tooLong.substr(0, left));
+    EXPECT_EQ(names[2].length, 1500u);
+    EXPECT_EQ(std::string(names[2].text, 1501), tooLong + '\0');
+}
+
 TEST_F(PE, ReturnsTheSizeOfTheFile)
 {
     std::vector<uint8_t> bytes = ImageBuilder().Build();

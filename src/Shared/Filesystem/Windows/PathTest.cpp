@@ -206,6 +206,45 @@ TEST_F(Paths, AFailureToGetTheFinalPathIsLoggedAndGivesThePathAsItIs)
     EXPECT_FALSE(IsOpenHandle(opened));
 }
 
+TEST_F(Paths, AFinalPathLongerThanTheBufferIsAFailure)
+{
+    const std::wstring path = folder / L".\\SOME file.txt";
+    HANDLE opened = nullptr;
+    DWORD answer = 0;
+    FakeImport ask(
+        "GetFinalPathNameByHandleW",
+        [&](decltype(&GetFinalPathNameByHandleW), HANDLE handle, LPWSTR buffer, DWORD size, DWORD) -> DWORD {
+            opened = handle;
+            const std::wstring text = std::wstring(L"\\\\?\\") + std::wstring(size, L'p');
+            if (answer < size)
+            {
+                wcsncpy(buffer, text.c_str(), answer);
+            }
+            SetLastError(ERROR_INSUFFICIENT_BUFFER);
+            return answer;
+        });
+    // The room that is needed, and an answer that has nothing but the prefix.
+    for (const DWORD length : {1024, 1025, 5000, 4, 1})
+    {
+        answer = length;
+        log.Clear();
+        EXPECT_EQ(Normalize(path), path) << length;
+        EXPECT_EQ(log.GetLines(), Lines({LogLine("ERR Cannot normalize path %ls", path.c_str()),
+                                         OSErrorLine(ERROR_INSUFFICIENT_BUFFER, "ERR")}))
+            << length;
+        EXPECT_FALSE(IsOpenHandle(opened));
+    }
+    // The longest and the shortest path that there is room for.
+    for (const DWORD length : {1023, 5})
+    {
+        answer = length;
+        log.Clear();
+        EXPECT_EQ(Normalize(path), std::wstring(length - 4, L'p'));
+        EXPECT_EQ(log.GetLines(), Lines());
+        EXPECT_FALSE(IsOpenHandle(opened));
+    }
+}
+
 TEST(Directories, TheDirectoryIsWhatPrecedesTheLastSeparator)
 {
     EXPECT_EQ(DirectoryOf(L"C:\\folder\\file.txt"), L"C:\\folder");

@@ -8,7 +8,9 @@
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Torvane::Testing
@@ -31,8 +33,10 @@ public:
         std::vector<ULONG_PTR> arguments;
     };
 
-    NamingWatch()
-        : handler(AddVectoredExceptionHandler(1, Look))
+    /// \param atEach is called whenever an exception is raised.
+    explicit NamingWatch(std::function<void()> atEach = [] {})
+        : onNaming(std::move(atEach))
+        , handler(AddVectoredExceptionHandler(1, Look))
     {
         current = this;
     }
@@ -57,11 +61,13 @@ private:
             current->namings.push_back({record.ExceptionFlags,
                                         GetCurrentThreadId(),
                                         {arguments, arguments + record.NumberParameters}});
+            current->onNaming();
         }
         return EXCEPTION_CONTINUE_SEARCH;
     }
 
     static inline NamingWatch* current = nullptr;
+    std::function<void()> onNaming;
     void* handler;
 };
 
@@ -315,6 +321,16 @@ TEST_F(Threads, TheNamingExceptionNeitherEndsAThreadNorShowsInTheLog)
     ExpectNaming(watch.namings[0], testName, GetCurrentThreadId());
     EXPECT_EQ(FakeDescription::descriptions, std::vector<std::wstring>({L"Torvane test"}));
     EXPECT_EQ(log.GetLines(), Lines());
+}
+
+TEST_F(Threads, TheNameIsGivenToTheOSBeforeTheExceptionIsRaised)
+{
+    FakeDescription::Install();
+    size_t described = 0;
+    NamingWatch watch([&described] { described = FakeDescription::descriptions.size(); });
+    SetCurrentThreadName(testName);
+    EXPECT_EQ(watch.namings.size(), 1u);
+    EXPECT_EQ(described, 1u);
 }
 
 TEST_F(Threads, WithoutTheOSsFunctionAThreadRunsAllTheSameAndTheExceptionIsRaised)
