@@ -8,20 +8,13 @@
 
 #if TORVANE_HOST_HALF
 
-#include "tests/Support/Modules.h"
-#include "tests/Support/TestLibraries.h"
-#include "tests/Support/TestThread.h"
+#include "tests/Support/Integration/ModuleHost.h"
 
 #include <functional>
 
 namespace
 {
 using Lines = std::vector<std::string>;
-
-std::string Narrow(const std::wstring& text)
-{
-    return std::string(text.begin(), text.end());
-}
 
 /// What a filter was asked, and how it answers.
 struct FilterRecord
@@ -47,46 +40,6 @@ struct FilterRecord
         return static_cast<FilterRecord*>(context)->Ask(path);
     }
 };
-
-class ModuleHost : public HostTest
-{
-protected:
-    /// Three libraries of different sizes that import nothing.
-    void LoadThree()
-    {
-        EXPECT_TRUE(libraries.Write("TvnSmall.dll", {}, 0x3000));
-        EXPECT_TRUE(libraries.Write("TvnLarge.dll", {}, 0x9000));
-        EXPECT_TRUE(libraries.Write("TvnMiddle.dll", {}, 0x5000));
-        for (const char* name : {"TvnSmall.dll", "TvnLarge.dll", "TvnMiddle.dll"})
-        {
-            EXPECT_NE(nullptr, libraries.Load(name));
-        }
-    }
-
-    /// Calls on a thread of its own, which has to wait until the Bridge has said "last", and no longer.
-    void ExpectToWaitForLast(const std::function<void()>& call)
-    {
-        const TestThread caller(call);
-        EXPECT_TRUE(Await("nearly"));
-        EXPECT_FALSE(caller.WaitForEnd(quietPeriod));
-        Signal("waits");
-        EXPECT_TRUE(caller.WaitForEnd(testTimeout));
-    }
-
-    const wchar_t* three[3] = {L"TvnSmall.dll", L"TvnLarge.dll", L"TvnMiddle.dll"};
-    TestLibraries libraries;
-};
-
-/// The path by which the OS knows an open file.
-std::wstring FinalPath(const std::wstring& path)
-{
-    const HANDLE file = CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ, nullptr,
-                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    wchar_t text[1024] = {};
-    GetFinalPathNameByHandleW(file, text, 1024, 0);
-    CloseHandle(file);
-    return std::wstring(text).substr(4);
-}
 } // namespace
 
 #define MODULE_HOST(Name) HOST_TEST_OF(ModuleHost, ModuleEnabling, Name)
@@ -319,81 +272,7 @@ MODULE_HOST(PreparesSectionsBeforeItLooksAtPages)
 
 #else
 
-namespace
-{
-using FileNames = std::vector<std::wstring>;
-
-class ModuleBridge : public ConnectedBridgeTest
-{
-protected:
-    template<typename Record>
-    static FileNames NamesOf(const Received<Record>& blob)
-    {
-        FileNames names;
-        for (const AnnouncedModule& module : ModulesOf(blob))
-        {
-            names.push_back(FileNameOf(module.path));
-        }
-        return names;
-    }
-
-    template<typename Record>
-    Received<Record> ExpectModules(const FileNames& names)
-    {
-        const auto blob = Expect<Record>();
-        EXPECT_TRUE(blob);
-        if (blob)
-        {
-            EXPECT_EQ(names, NamesOf(blob));
-        }
-        return blob;
-    }
-
-    /// Receives an `EnableModules` and lets the call continue.
-    Received<EnableModulesBlob> Acknowledge(const FileNames& names)
-    {
-        const auto blob = ExpectModules<EnableModulesBlob>(names);
-        if (blob)
-        {
-            SendDecrementLatch(link, blob->latch, blob->modules.count);
-        }
-        return blob;
-    }
-
-    /// The host waits until the latch has been counted down this often.
-    void ExpectCount(const Received<EnableModulesBlob>& blob, uint32_t count)
-    {
-        ASSERT_TRUE(blob);
-        SendDecrementLatch(link, blob->latch, count - 1);
-        ASSERT_TRUE(WaitUntilExecuted());
-        Signal("nearly");
-        ASSERT_TRUE(Await("waits"));
-        SendDecrementLatch(link, blob->latch);
-    }
-};
-
-uint32_t HeadersOf(const std::vector<uint8_t>& file)
-{
-    return *reinterpret_cast<const uint32_t*>(file.data() + 0x3C);
-}
-
-std::vector<uint8_t> ModuleBytes(const std::wstring& path, AddressSlot base, const std::vector<uint8_t>& file)
-{
-    ByteImage module(2072);
-    module.U32(0, static_cast<uint32_t>(path.size())).Put(4, path.data(), path.size() * sizeof(wchar_t));
-    module.U64(2056, base).Put(2064, file.data() + HeadersOf(file) + 0x50, 4);
-    return module.Bytes();
-}
-
-std::vector<uint8_t> ExecutableBytes(const std::vector<uint8_t>& file)
-{
-    ByteImage executable(272);
-    executable.U64(0, file.size());
-    executable.Put(8, file.data() + HeadersOf(file) + 4, 20);
-    executable.Put(28, file.data() + HeadersOf(file) + 24, 224);
-    return executable.Bytes();
-}
-} // namespace
+#include "tests/Support/Integration/ModuleBridge.h"
 
 #define MODULE_BRIDGE(Name) BRIDGE_SCENARIO_OF(ModuleBridge, ModuleEnabling, Name)
 

@@ -156,6 +156,36 @@ HOST_TEST(PageProtection, OpensAReadOnlyPageForWriting)
     EXPECT_EQ(0x11, pages[3]);
 }
 
+namespace
+{
+/// A call of `FlushInstructionCache` that the Agent has made, and what was in the test's code then.
+struct Flush
+{
+    HANDLE process;
+    const void* address;
+    SIZE_T size;
+    uint8_t code;
+    DWORD protection;
+};
+
+std::vector<Flush> flushes; ///< written by the receiver thread, read once all is executed
+const uint8_t* watchedByte = nullptr;
+
+BOOL WINAPI KeepFlush(HANDLE process, const void* address, SIZE_T size)
+{
+    flushes.push_back({process, address, size, watchedByte != nullptr ? *watchedByte : uint8_t{0},
+                       watchedByte != nullptr ? ProtectionOf(watchedByte) : 0});
+    return FlushInstructionCache(process, address, size);
+}
+
+void ExpectWholeCache(const Flush& flush)
+{
+    EXPECT_EQ(GetCurrentProcess(), flush.process);
+    EXPECT_EQ(nullptr, flush.address);
+    EXPECT_EQ(0u, flush.size);
+}
+} // namespace
+
 HOST_TEST(PageProtection, OpensAPageOfCodeWhichIsRunOnceItIsFlushed)
 {
     using Function = int (*)();
@@ -167,8 +197,14 @@ HOST_TEST(PageProtection, OpensAPageOfCodeWhichIsRunOnceItIsFlushed)
     const Function function = reinterpret_cast<Function>(reinterpret_cast<void*>(page));
     EXPECT_EQ(42, function());
     Publish("code", page);
+    watchedByte = page + 1;
+    ReplaceImport("FlushInstructionCache", &KeepFlush);
     StartDefaultAgent();
     EXPECT_TRUE(Await("patched"));
+    ASSERT_EQ(1u, flushes.size());
+    ExpectWholeCache(flushes[0]);
+    EXPECT_EQ(43, flushes[0].code);
+    EXPECT_EQ(DWORD(PAGE_EXECUTE_READ), flushes[0].protection);
     EXPECT_EQ(43, function());
     EXPECT_EQ(DWORD(PAGE_EXECUTE_READ), ProtectionOf(page));
     ExpectLogOrder({"Processing Blob::SetPageProtectionWindows", "Processing Blob::WriteMemory",
@@ -178,8 +214,12 @@ HOST_TEST(PageProtection, OpensAPageOfCodeWhichIsRunOnceItIsFlushed)
 
 HOST_TEST(PageProtection, FlushingReadsNothingOfItsBlob)
 {
+    ReplaceImport("FlushInstructionCache", &KeepFlush);
     StartDefaultAgent();
     EXPECT_TRUE(Await("flushed"));
+    ASSERT_EQ(2u, flushes.size());
+    ExpectWholeCache(flushes[0]);
+    ExpectWholeCache(flushes[1]);
     EXPECT_EQ(2u, CountInLog("Processing Blob::FlushInstructionCache"));
     ExpectNoErrorsInLog();
 }

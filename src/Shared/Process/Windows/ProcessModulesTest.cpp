@@ -1,11 +1,15 @@
 #include "Shared/Process/Windows/ProcessModules.h"
 
+#include "tests/Support/LogLine.h"
+#include "tests/Support/RecordedHeapCalls.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestLibraries.h"
 #include "tests/Support/TestMemorySystem.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
+#include <stddef.h>
 
 #include <gtest/gtest.h>
 
@@ -251,6 +255,210 @@ TEST_F(ProcessModulesTest, ListsAChainOfLibrariesFromTheFirstToTheLast)
     EXPECT_EQ(GatherNames({L"TvnLink0.dll"}), expected);
 }
 
+TEST_F(ProcessModulesTest, ListsMoreThan1024Modules)
+{
+    constexpr uint32_t repetitions = 1100;
+    ASSERT_TRUE(libraries.Write("TvnA.dll", {}, 0x4000));
+    ASSERT_TRUE(libraries.Write("TvnB.dll", {}, 0x5000));
+    const HMODULE modules[] = {libraries.Load("TvnA.dll"), libraries.Load("TvnB.dll")};
+    std::vector<std::wstring> starts;
+    for (uint32_t i = 0; i < repetitions; ++i)
+    {
+        starts.push_back(i % 3 == 0 ? L"TvnB.dll" : L"TvnA.dll");
+    }
+    const ModuleIdentityList closure = Gather(starts);
+    ASSERT_EQ(closure.count, repetitions);
+    EXPECT_EQ(closure.capacity, 2048u);
+    for (uint32_t i = 0; i < repetitions; ++i)
+    {
+        const uint32_t library = (repetitions - 1 - i) % 3 == 0 ? 1 : 0;
+        ASSERT_EQ(closure[i].base, reinterpret_cast<uintptr_t>(modules[library])) << i;
+        ASSERT_EQ(closure[i].imageSize, library == 0 ? 0x4000u : 0x5000u) << i;
+        ASSERT_EQ(std::wstring(closure[i].path.text),
+                  libraries.PathOf(library == 0 ? "TvnA.dll" : "TvnB.dll"));
+    }
+}
+
+TEST_F(ProcessModulesTest, ListsAModuleWhoseFileHasBecomeNoImageAndFollowsNothing)
+{
+    ASSERT_TRUE(libraries.Write("TvnA.dll", {{"TvnB.dll"}}));
+    ASSERT_TRUE(libraries.Write("TvnB.dll"));
+    ASSERT_NE(libraries.Load("TvnA.dll"), nullptr);
+    const std::wstring path = libraries.PathOf("TvnA.dll");
+    ASSERT_TRUE(libraries.Rename("TvnA.dll"));
+    ASSERT_TRUE(WriteWholeFile(path, "no image, but a file that can be mapped", 39));
+    log.Clear();
+    EXPECT_EQ(GatherNames({L"TvnA.dll"}), Names{"TvnA.dll"});
+    EXPECT_EQ(log.GetLines(), (Names{LogLine("DBG Image '%ls' has wrong DOS header signature", path.c_str()),
+                                     "DBG Error: -1, 0xFFFFFFFF"}));
+    EXPECT_TRUE(IsUnused(path));
+}
+
+TEST_F(ProcessModulesTest, ListsAModuleWhoseImportDirectoryCannotBeMappedAndFollowsNothing)
+{
+    ASSERT_TRUE(libraries.Write("TvnA.dll", {{"TvnB.dll"}}));
+    ASSERT_TRUE(libraries.Write("TvnB.dll"));
+    ASSERT_NE(libraries.Load("TvnA.dll"), nullptr);
+    const std::wstring path = libraries.PathOf("TvnA.dll");
+    std::vector<uint8_t> image = BuildTestLibrary("TvnA.dll", {{"TvnB.dll"}});
+    reinterpret_cast<IMAGE_NT_HEADERS32*>(image.data() + 0x80)
+        ->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT]
+        .VirtualAddress = 0x9000;
+    // The start of the file, as an import directory, would name the other library.
+    const std::string imported = "TvnB.dll";
+    const auto name = std::search(image.begin(), image.end(), imported.begin(), imported.end());
+    const uint32_t nameRva = static_cast<uint32_t>(name - image.begin()) - 0x400 + 0x1000;
+    memcpy(image.data() + offsetof(IMAGE_IMPORT_DESCRIPTOR, Name), &nameRva, sizeof(nameRva));
+    ASSERT_TRUE(libraries.Rename("TvnA.dll"));
+    ASSERT_TRUE(WriteWholeFile(path, image.data(), image.size()));
+    log.Clear();
+    EXPECT_EQ(GatherNames({L"TvnA.dll"}), Names{"TvnA.dll"});
+    EXPECT_EQ(log.GetLines(), Names{"DBG Cannot map RVA 0x9000 to executable image file offset"});
+    EXPECT_TRUE(IsUnused(path));
+}
+
+namespace
+{
+/// Follows the files that are mapped meanwhile, and what belongs to them.
+class MappedFileTrace
+{
+public:
+    std::map<const void*, std::string> open; ///< what is still open, by its handle or its address
+    uint32_t files = 0;                      ///< that were opened
+    uint32_t failedCloses = 0;               ///< of what isn't open
+
+private:
+    struct Create
+    {
+        MappedFileTrace& trace;
+
+        HANDLE operator()(decltype(&CreateFileW) real, LPCWSTR path, DWORD access, DWORD sharing,
+                          LPSECURITY_ATTRIBUTES security, DWORD disposition, DWORD flags,
+                          HANDLE pattern) const
+        {
+            const HANDLE file = real(path, access, sharing, security, disposition, flags, pattern);
+            trace.open[file] = "file";
+            ++trace.files;
+            return file;
+        }
+    };
+
+    struct CreateMapping
+    {
+        MappedFileTrace& trace;
+
+        HANDLE operator()(decltype(&CreateFileMappingW) real, HANDLE file, LPSECURITY_ATTRIBUTES security,
+                          DWORD protection, DWORD high, DWORD low, LPCWSTR name) const
+        {
+            const HANDLE mapping = real(file, security, protection, high, low, name);
+            trace.open[mapping] = "mapping";
+            return mapping;
+        }
+    };
+
+    struct Map
+    {
+        MappedFileTrace& trace;
+
+        LPVOID operator()(decltype(&MapViewOfFile) real, HANDLE mapping, DWORD access, DWORD high, DWORD low,
+                          SIZE_T size) const
+        {
+            void* view = real(mapping, access, high, low, size);
+            trace.open[view] = "view";
+            return view;
+        }
+    };
+
+    struct Unmap
+    {
+        MappedFileTrace& trace;
+
+        BOOL operator()(decltype(&UnmapViewOfFile) real, LPCVOID view) const
+        {
+            trace.failedCloses += trace.open.erase(view) == 0;
+            return real(view);
+        }
+    };
+
+    struct Close
+    {
+        MappedFileTrace& trace;
+
+        BOOL operator()(decltype(&CloseHandle) real, HANDLE handle) const
+        {
+            trace.failedCloses += trace.open.erase(handle) == 0;
+            return real(handle);
+        }
+    };
+
+    FakeImport<Create> create{"CreateFileW", Create{*this}};
+    FakeImport<CreateMapping> createMapping{"CreateFileMappingW", CreateMapping{*this}};
+    FakeImport<Map> map{"MapViewOfFile", Map{*this}};
+    FakeImport<Unmap> unmap{"UnmapViewOfFile", Unmap{*this}};
+    FakeImport<Close> close{"CloseHandle", Close{*this}};
+};
+} // namespace
+
+TEST_F(ProcessModulesTest, ClosesAndUnmapsAndFreesAllThatItHasUsed)
+{
+    ASSERT_TRUE(libraries.Write("TvnA.dll", {{"TvnB.dll"}}));
+    ASSERT_TRUE(libraries.Write("TvnB.dll"));
+    ASSERT_NE(libraries.Load("TvnA.dll"), nullptr);
+    Gather({L"TvnA.dll"}); // so that the pools have grown
+    uint32_t modules = 0;
+    uint32_t files = 0;
+    uint32_t failedCloses = 0;
+    std::vector<std::string> stillOpen;
+    size_t allocated = 0;
+    size_t freed = 0;
+    {
+        const MappedFileTrace trace;
+        const RecordedHeapCalls heap;
+        modules = Gather({L"TvnA.dll"}).count;
+        files = trace.files;
+        failedCloses = trace.failedCloses;
+        for (const auto& opened : trace.open)
+        {
+            stillOpen.push_back(opened.second);
+        }
+        allocated = heap.GetCalls("HeapAlloc").size();
+        freed = heap.GetCalls("HeapFree").size();
+    }
+    EXPECT_EQ(modules, 2u);
+    EXPECT_EQ(files, 2u);
+    EXPECT_EQ(failedCloses, 0u);
+    EXPECT_EQ(stillOpen, std::vector<std::string>());
+    EXPECT_NE(allocated, 0u);
+    EXPECT_EQ(allocated, freed);
+}
+
+namespace
+{
+/// Adds the modules that a loaded one imports, by the import directory in its memory, and all that those import.
+void AddWithImports(HMODULE module, std::set<uint64_t>& bases)
+{
+    if (!bases.insert(reinterpret_cast<uintptr_t>(module)).second)
+    {
+        return;
+    }
+    const auto* image = reinterpret_cast<const uint8_t*>(module);
+    const auto& directory = ImageHeaders(module).OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    if (directory.Size == 0)
+    {
+        return;
+    }
+    const auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(image + directory.VirtualAddress);
+    for (; import->Name != 0; ++import)
+    {
+        const HMODULE imported = GetModuleHandleA(reinterpret_cast<const char*>(image + import->Name));
+        if (imported != nullptr)
+        {
+            AddWithImports(imported, bases);
+        }
+    }
+}
+} // namespace
+
 TEST_F(ProcessModulesTest, ListsEverythingThatThisProgramImportsOnce)
 {
     const ModuleIdentityList modules = Gather({ExecutablePath()});
@@ -265,6 +473,9 @@ TEST_F(ProcessModulesTest, ListsEverythingThatThisProgramImportsOnce)
         EXPECT_NE(module.imageSize, 0u);
     }
     EXPECT_EQ(modules[0].base, reinterpret_cast<uintptr_t>(GetModuleHandleW(nullptr)));
+    std::set<uint64_t> expected;
+    AddWithImports(GetModuleHandleW(nullptr), expected);
+    EXPECT_EQ(bases, expected);
     for (const wchar_t* name : {L"kernel32.dll", L"ntdll.dll"})
     {
         EXPECT_EQ(bases.count(reinterpret_cast<uintptr_t>(GetModuleHandleW(name))), 1u);
