@@ -71,6 +71,12 @@ BOOL WINAPI WriteUnlessFull(HANDLE file, const void* bytes, DWORD size, DWORD* w
     return FALSE;
 }
 
+HRESULT WINAPI RefuseFolder(REFKNOWNFOLDERID, DWORD, HANDLE, wchar_t** path)
+{
+    *path = nullptr;
+    return E_FAIL;
+}
+
 class LogFileTest : public HostTest
 {
 protected:
@@ -136,6 +142,13 @@ LOG_FILE(CostsItsRecordsAloneWhileNothingCanBeWritten)
     }
     EXPECT_EQ(0u, reports) << "Debug lines never reach the debugger.";
     EXPECT_EQ(0u, CountInLog("Cannot write to file."));
+}
+
+LOG_FILE(IsDoneWithoutIfTheOSDoesNotKnowTheFolder)
+{
+    Library();
+    ReplaceImport("SHGetKnownFolderPath", &RefuseFolder);
+    ExpectRunWithoutAFile();
 }
 
 LOG_FILE(HasARecordPerLineInColumns)

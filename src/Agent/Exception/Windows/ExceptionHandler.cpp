@@ -189,7 +189,8 @@ ScopedExceptionHandlerSuspension::~ScopedExceptionHandlerSuspension()
 
 LONG CALLBACK ExceptionFilter(EXCEPTION_POINTERS* exception)
 {
-    if (!IsKnownExceptionCode(exception->ExceptionRecord->ExceptionCode))
+    // Without a handle it is called for a registration that has outlasted shutdown.
+    if (exceptionHandlerHandle == nullptr || !IsKnownExceptionCode(exception->ExceptionRecord->ExceptionCode))
     {
         return EXCEPTION_CONTINUE_SEARCH;
     }

@@ -123,7 +123,7 @@ FixedWideString GetLogFilePath(const wchar_t* fileName)
     wchar_t* folder = nullptr;
     SHGetKnownFolderPath(localApplicationData, 0, nullptr, &folder);
     FixedWideString path = {};
-    path.Assign(folder);
+    path.Assign(folder != nullptr ? folder : L"");
     CoTaskMemFree(folder);
     path.Append(L"\\Torvane 2\\Logs\\");
     path.Append(fileName);
