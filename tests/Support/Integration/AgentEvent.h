@@ -58,7 +58,7 @@ public:
         losesSignals = true;
     }
 
-    /// From now on, after signals by this thread, the thread that waits for it goes on first, as far as it can.
+    /// From now on, after signals by this thread, the thread that waits for it runs first, as far as it can.
     static void YieldAfterSignals()
     {
         yields = true;

@@ -13,7 +13,7 @@
 namespace Torvane::Testing
 {
 /// Follows each block of more than 1024 bytes, which the Agent takes from a heap of the OS. Smaller ones are from pools,
-/// whose own chunks are seen here too: blocks are told by sizes that no chunk has. One object per process, constructed
+/// whose own chunks are seen here too: blocks are recognized by sizes that no chunk has. One object per process, constructed
 /// before the Agent is started.
 class BlockTrace
 {

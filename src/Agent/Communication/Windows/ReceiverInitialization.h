@@ -20,8 +20,8 @@ void FailConnection();
 bool WaitUntilFinished();
 
 /// Starts the receiver thread: the initialization, then the receive loop. A thread that can't be started logs an Error
-/// line, and the connection has failed. The thread's result is 10 if the Bridge couldn't be spawned, 11 if a pipe didn't connect, 12 if the process's
-/// executable couldn't be opened, otherwise that of the receive loop.
+/// line, and the connection has failed. The thread's result is 10 if the Bridge couldn't be spawned, 11 if a pipe didn't
+/// connect, 12 if the process's executable couldn't be opened, otherwise that of the receive loop.
 void StartThread(const FixedWideString& identifier, uint32_t agentType);
 void CancelThreadIO();
 
