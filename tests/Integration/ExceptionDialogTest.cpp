@@ -257,6 +257,19 @@ EXCEPTION_DIALOG(OfTheSenderIsReportedToNobody)
     ExpectNoLine("Received exception handler action");
 }
 
+EXCEPTION_DIALOG(AfterARefusedBlobIsReportedAndNeverEnds)
+{
+    ExpectNoBridge(); // it stays, as its Agent does
+    LeaveAgentRunning();
+    ASSERT_TRUE(Start());
+    ASSERT_TRUE(WaitForLog("Unknown blob type 9"));
+    static TestThread thread([this] { code.Run(); });
+    EXPECT_TRUE(Await("answered"));
+    EXPECT_FALSE(thread.WaitForEnd(quietPeriod));
+    thread.Abandon();
+    ExpectNoLine("Received exception handler action");
+}
+
 EXCEPTION_DIALOG(IsWaitedForByAFaultThatWillBeDeclined)
 {
     ASSERT_TRUE(Start());
@@ -371,6 +384,16 @@ EXCEPTION_DIALOG_BRIDGE(OfTheSenderIsReportedToNobody)
     ASSERT_TRUE(SendSynchronize(link));
     EXPECT_FALSE(link.Receive(quietPeriod));
     Signal("checked");
+    ExitBeforeAgent();
+}
+
+EXCEPTION_DIALOG_BRIDGE(AfterARefusedBlobIsReportedAndNeverEnds)
+{
+    ASSERT_TRUE(link.Send(MakeBlob(static_cast<BlobType>(9), nullptr, 0)));
+    const ExceptionReport report = AwaitException();
+    ASSERT_TRUE(report);
+    Answer(report, ActionSkipInstruction);
+    Signal("answered");
     ExitBeforeAgent();
 }
 

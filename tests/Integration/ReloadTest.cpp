@@ -161,6 +161,20 @@ HOST_TEST(Reload, BeforeLoadHandsOnlyTheFirstPatchOver)
     EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
 }
 
+HOST_TEST(Reload, AFailedLoadLetsTheHostWaitUntilItIsFinishedToo)
+{
+    TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
+    ASSERT_TRUE(Await("requested"));
+    EXPECT_FALSE(agent.TvnWantsReload(SyncBeforeLoad));
+    Signal("accepted");
+    EXPECT_TRUE(WaitUntil([&] { return agent.TvnWantsReload(SyncBeforeLoad); }));
+    TestThread thread([&] { agent.TvnReload(WaitUntilFinished); });
+    EXPECT_TRUE(Await("failed"));
+    EXPECT_FALSE(thread.WaitForEnd(quietPeriod));
+    Signal("waiting");
+    EXPECT_TRUE(thread.WaitForEnd());
+}
+
 HOST_TEST(Reload, APatchForSuspendedThreadsIsNotHandedOver)
 {
     TvnSynchronizedAgent& agent = ConnectSynchronizedAgent();
@@ -408,6 +422,22 @@ RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(secondPatch));
     Signal("both loaded");
+}
+
+RELOAD_BRIDGE(AFailedLoadLetsTheHostWaitUntilItIsFinishedToo)
+{
+    ASSERT_TRUE(SendRequestReload(link));
+    ASSERT_TRUE(WaitUntilExecuted());
+    Signal("requested");
+    ASSERT_TRUE(Await("accepted"));
+    EXPECT_TRUE(IsGranted());
+    ASSERT_TRUE(Load(L"C:\\no such patch.dll"));
+    const auto report = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
+    ASSERT_TRUE(report);
+    EXPECT_EQ(BlobLogLevel::Error, report->level);
+    Signal("failed");
+    ASSERT_TRUE(Await("waiting"));
+    ASSERT_TRUE(SendFinishAfterHotReload(link));
 }
 
 RELOAD_BRIDGE(APatchForSuspendedThreadsIsNotHandedOver)

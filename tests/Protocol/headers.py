@@ -1,4 +1,4 @@
-"""Reads the protocol's headers: the Blobs and records of Blob.h, and the constants of Names.h."""
+"""Reads the protocol's headers: the Blobs, records and values of Blob.h, the constants of Names.h, the exception codes."""
 import re
 
 COMMENT = re.compile(r"//.*$", re.M)
@@ -24,6 +24,17 @@ def blobs(text):
     if len(found) != enumeration.count(" = "):
         raise ValueError("a Blob in BlobType has no number, or no comment that begins with its way")
     return found
+
+
+def enumerators(text, enumeration):
+    """Value and name of each enumerator, in order, as texts."""
+    body = re.search(rf"^enum (?:class )?{enumeration} : uint32_t\n\{{\n(.*?)^\}};", text, re.M | re.S)[1]
+    return [(value, name) for name, value in re.findall(r"^    (\w+) = (\d+),", body, re.M)]
+
+
+def exception_codes(text):
+    """Code and name of each row, in order, as texts."""
+    return re.findall(r'\{(0x[0-9A-F]{8}),\s*\{"(\w+)"', text)
 
 
 class Record:

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """Compares docs/protocol.md with the protocol's headers.
 
-    tables.py PROTOCOL.MD BLOB.H NAMES.H               compares names and types
-    tables.py PROTOCOL.MD BLOB.H NAMES.H OUTPUT.CPP    writes a program that compares numbers, offsets and sizes
+    tables.py PROTOCOL.MD FOLDER               compares names and types
+    tables.py PROTOCOL.MD FOLDER OUTPUT.CPP    writes a program that compares numbers, offsets and sizes
 
-The document has to contain every Blob, record and member of Blob.h, and all constants of Names.h. The program compares the
-document's tables with the compiled records and with the layouts of the recorder.
+FOLDER has the headers. The document has to contain every Blob, record and member of Blob.h, its log levels and exception
+actions, the codes of ExceptionCodes.h and all constants of Names.h. The program compares the document's tables with the
+compiled records and with the layouts of the recorder.
 """
+import pathlib
 import re
 import sys
 
@@ -19,6 +21,7 @@ SECTIONS = {
 }
 BLOB = re.compile(r"^### (?P<number>\d+) `(?P<blob>\w+)`$")
 RECORD = re.compile(r"^(?:### |Fixed part: )`(?P<record>\w+)`, (?P<size>\d+) bytes\.?$")
+VALUE = re.compile(r"^\| (?P<value>\w+) \| `(?P<name>\w+)` \|", re.M)
 ROW = re.compile(r"^\| 0x(?P<offset>[0-9A-F]+) \| (?P<size>\d+) \| (?P<type>[^|]*) \| `(?P<field>\w+)` \|")
 
 # As the document calls types. Those of its own have their name.
@@ -91,6 +94,13 @@ def compare_names(document, text, known_blobs, known_records, names):
             fail(f"{name}, {value}, is missing")
 
 
+def compare_values(text, section, expected):
+    """The rows "| value | `name` |" of a section have to be exactly those."""
+    found = VALUE.findall(text.split(f"\n## {section}\n")[1].split("\n## ")[0])
+    if found != expected:
+        fail(f"{section}: {found} instead of {expected}")
+
+
 def checks(document):
     for name, tables in document.records.items():
         for size, rows in tables:
@@ -106,11 +116,16 @@ def checks(document):
         yield f'CheckBlob("{name}", BlobType::{name}, {number}, Bridge::BlobSender::{SENDERS[way]}, {fixed});'
 
 
-def main(protocol, blob_header, names_header, output=None):
-    text, blob_text, names_text = (open(path, encoding="utf-8").read() for path in (protocol, blob_header, names_header))
+def main(protocol, folder, output=None):
+    text, blob_text, names_text, codes_text = (
+        pathlib.Path(path).read_text(encoding="utf-8")
+        for path in (protocol, f"{folder}/Blob.h", f"{folder}/Names.h", f"{folder}/ExceptionCodes.h"))
     document = Document(text)
     if output is None:
         compare_names(document, text, headers.blobs(blob_text), headers.records(blob_text), headers.constants(names_text))
+        compare_values(text, "Log levels", headers.enumerators(blob_text, "BlobLogLevel"))
+        compare_values(text, "Exceptions",
+                       headers.exception_codes(codes_text) + headers.enumerators(blob_text, "ExceptionAction"))
         return
     with open(output, "w", encoding="utf-8") as file:
         file.write('#include "tests/Protocol/Check.h"\n\nint main()\n{\n')
