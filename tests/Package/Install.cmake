@@ -8,6 +8,7 @@ set(expected
     bin/TVN_Agent_x86.pdb
     docs/host-guide.md
     include/Torvane/Agent.h
+    include/Torvane/Load.h
     lib/TVN_Agent_x86.lib
     lib/libTVN_Agent_x86.dll.a
     lib/cmake/TorvaneAgent/TorvaneAgentConfig.cmake
