@@ -3,7 +3,8 @@
 ///
 ///     Crash [ROUNDS]
 
-#include "samples/Common/AgentLibrary.h"
+#include "Torvane/Load.h"
+
 #include "samples/Crash/Crashes.h"
 #include "samples/Crash/Show.h"
 
@@ -67,16 +68,14 @@ int main(int argc, char** argv)
     {
         return 1;
     }
-    const HMODULE library = LoadAgent();
-    if (library == nullptr)
+    Torvane::Host agent;
+    if (agent->library == nullptr)
     {
         Show("fail", "TVN_Agent_x86.dll is missing or has another version");
         return 1;
     }
     resumePlace.instructionPointer = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(resumed));
-    static TvnDefaultAgent agent;
-    Find<decltype(&TvnStartupDefaultAgent)>(library, "TvnStartupDefaultAgent")(&agent, nullptr, nullptr,
-                                                                               nullptr);
+    TvnHostStartDefaultAgent(agent, nullptr, nullptr, nullptr);
 
     const bool isProtected = WaitForProtection();
     if (isProtected)
@@ -90,7 +89,7 @@ int main(int argc, char** argv)
     {
         Show("fail", "no Bridge that keeps this program alive");
     }
-    Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
+    TvnHostShutdown(agent);
     Show("host", "ends");
     return isProtected ? 0 : 1;
 }

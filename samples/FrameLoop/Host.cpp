@@ -3,7 +3,7 @@
 ///
 /// It requests the reload itself, and continues with its frames until the patch is ready.
 
-#include "Torvane/Agent.h"
+#include "Torvane/Load.h"
 
 #include "samples/FrameLoop/FrameTimes.h"
 #include "samples/FrameLoop/Motion.h"
@@ -24,36 +24,12 @@ constexpr unsigned framesBefore = 60;        // measured before the reload is re
 constexpr unsigned framesAfter = 60;         // after the reload
 constexpr unsigned mostFrames = 60 * 60 * 2; // the host ends then without a reload
 
-HMODULE library;
-TvnSynchronizedAgent agent;
-volatile LONG connection = -1;
-
-template<typename Function>
-Function Find(const char* name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
-
-// [receive the connection's status]
-void TVN_CALL TakeStatus(void* context, TvnConnectionStatus status)
-{
-    InterlockedExchange(static_cast<volatile LONG*>(context), status); // no more than that: a lock is owned
-}
-// [end]
-
 // [start a synchronized agent]
+TvnHost agent;
+
 bool StartAgent()
 {
-    library = LoadLibraryW(L"TVN_Agent_x86.dll");
-    const auto checkVersion = Find<decltype(&TvnCheckVersion)>("TvnCheckVersion");
-    if (checkVersion == nullptr || !checkVersion(TVN_VERSION))
-    {
-        return false; // the program continues without reloads
-    }
-    Find<decltype(&TvnStartupSynchronizedAgent)>("TvnStartupSynchronizedAgent")(&agent, nullptr, nullptr,
-                                                                                nullptr);
-    agent.TvnOnConnection(const_cast<LONG*>(&connection), &TakeStatus);
-    return true;
+    return TvnHostLoad(&agent, nullptr) && TvnHostStartSynchronizedAgent(&agent, nullptr, nullptr, nullptr);
 }
 // [end]
 
@@ -63,7 +39,7 @@ void AnnounceExecutable()
 {
     wchar_t path[1024] = {};
     GetModuleFileNameW(nullptr, path, 1024);
-    agent.TvnEnableModule(path, ExactlyTheseModules, nullptr, nullptr);
+    TvnHostEnableModule(&agent, path, ExactlyTheseModules, nullptr, nullptr);
 }
 // [end]
 
@@ -71,12 +47,12 @@ void AnnounceExecutable()
 /// \return whether the frame was reloaded.
 bool AcceptReload()
 {
-    if (!agent.TvnWantsReload(SyncBeforeLoad)) // one call for each frame; it doesn't wait
+    if (!TvnHostWantsReload(&agent, SyncBeforeLoad)) // one call for each frame; it doesn't wait
     {
         return false;
     }
     // Nothing of a frame is in progress here: no job, no iterator, no lock.
-    agent.TvnReload(WaitUntilFinished);
+    TvnHostReload(&agent, WaitUntilFinished);
     return true;
 }
 // [end]
@@ -121,7 +97,7 @@ bool RunFrames()
         if (phase == Phase::Before && before.count == framesBefore)
         {
             printf("host  frame %u: requests a reload, a frame moves by %d\n", frameNumber, Advance(0));
-            agent.TvnScheduleReload();
+            TvnHostScheduleReload(&agent);
             phase = Phase::PatchIsCompiled;
         }
     }
@@ -139,11 +115,11 @@ int main()
     setvbuf(stdout, nullptr, _IONBF, 0);
     if (!StartAgent())
     {
-        printf("!! TVN_Agent_x86.dll is missing or has another version\n");
+        printf("!! %ls\n", agent.reason);
         return 1;
     }
     AnnounceExecutable();
-    bool success = connection == ConnectionSucceeded;
+    bool success = TvnHostIsConnected(&agent);
     if (success)
     {
         printf("host  connected, and the executable is announced\n");
@@ -151,10 +127,10 @@ int main()
     }
     else
     {
-        printf("!! no connection to a Bridge, status %ld\n", connection);
+        printf("!! no connection to a Bridge, status %ld\n", agent.status);
     }
     // [shut down]
-    Find<decltype(&TvnShutdown)>("TvnShutdown")(); // no other thread calls the Agent any more
+    TvnHostShutdown(&agent); // no other thread calls the Agent any more
     // [end]
     printf("host  ended\n");
     return success ? 0 : 1;

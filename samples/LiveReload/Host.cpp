@@ -5,7 +5,8 @@
 ///     LiveReload          a reload happens whenever the Bridge requests it
 ///     LiveReload --sync   a reload waits for the main loop, which accepts it between two frames
 
-#include "samples/Common/AgentLibrary.h"
+#include "Torvane/Load.h"
+
 #include "samples/LiveReload/Hooks.h"
 #include "samples/LiveReload/Line.h"
 #include "samples/LiveReload/Output.h"
@@ -13,8 +14,6 @@
 #include <string.h>
 
 #include <windows.h>
-
-using namespace Torvane::Sample;
 
 namespace
 {
@@ -33,11 +32,11 @@ void TVN_CALL PrintStatus(void*, TvnConnectionStatus status)
 }
 
 /// Enables reloads of this program and all that it imports. Waits for the Bridge, or until the connection has failed.
-void AnnounceModule(void(TVN_CALL* enableModule)(const wchar_t*, TvnModuleOptions, void*, TvnModuleFilter))
+void AnnounceModule(TvnHost* agent)
 {
     wchar_t path[1024] = {};
     GetModuleFileNameW(nullptr, path, 1024);
-    enableModule(path, IncludeImports, nullptr, nullptr);
+    TvnHostEnableModule(agent, path, IncludeImports, nullptr, nullptr);
     PrintLine("host", "this program and its imports are announced");
 }
 
@@ -81,12 +80,12 @@ DWORD WINAPI WaitForEndOfInput(void* end)
 }
 
 /// Accepts a reload between two frames. The loop runs while a patch is compiled and waits while it is loaded.
-void AcceptReload(const TvnSynchronizedAgent& agent, unsigned frame)
+void AcceptReload(TvnHost* agent, unsigned frame)
 {
-    if (agent.TvnWantsReload(SyncBeforeLoad))
+    if (TvnHostWantsReload(agent, SyncBeforeLoad))
     {
         PrintLine("host", "a patch is ready: accepted after frame ", frame);
-        agent.TvnReload(WaitUntilFinished);
+        TvnHostReload(agent, WaitUntilFinished);
         PrintLine("host", "the reload is over: continues with frame ", frame + 1);
     }
 }
@@ -95,28 +94,16 @@ void AcceptReload(const TvnSynchronizedAgent& agent, unsigned frame)
 int main(int argc, char** argv)
 {
     const bool synchronized = argc > 1 && strcmp(argv[1], "--sync") == 0;
-    const HMODULE library = LoadAgent();
-    if (library == nullptr)
+    static TvnHost agent;
+    if (!TvnHostLoad(&agent, nullptr))
     {
         PrintLine("host", "TVN_Agent_x86.dll is missing or has another version");
         return 1;
     }
-
-    static TvnDefaultAgent agent;
-    static TvnSynchronizedAgent synchronizedAgent;
-    if (synchronized)
-    {
-        Find<decltype(&TvnStartupSynchronizedAgent)>(library, "TvnStartupSynchronizedAgent")(
-            &synchronizedAgent, nullptr, nullptr, nullptr);
-    }
-    else
-    {
-        Find<decltype(&TvnStartupDefaultAgent)>(library, "TvnStartupDefaultAgent")(&agent, nullptr, nullptr,
-                                                                                   nullptr);
-    }
-    (synchronized ? synchronizedAgent.TvnOnConnection : agent.TvnOnConnection)(nullptr, &PrintStatus);
-
-    AnnounceModule(synchronized ? synchronizedAgent.TvnEnableModule : agent.TvnEnableModule);
+    const auto start = synchronized ? &TvnHostStartSynchronizedAgent : &TvnHostStartDefaultAgent;
+    start(&agent, nullptr, nullptr, nullptr);
+    TvnHostOnConnection(&agent, nullptr, &PrintStatus);
+    AnnounceModule(&agent);
 
     const HANDLE end = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     const HANDLE input = CreateThread(nullptr, 0, &WaitForEndOfInput, end, 0, nullptr);
@@ -129,12 +116,12 @@ int main(int argc, char** argv)
         PrintLine("line", text);
         if (synchronized)
         {
-            AcceptReload(synchronizedAgent, counter);
+            AcceptReload(&agent, counter);
         }
     }
     while (WaitForSingleObject(end, frameTime) == WAIT_TIMEOUT);
 
-    Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
+    TvnHostShutdown(&agent);
     WaitForSingleObject(input, INFINITE);
     CloseHandle(input);
     CloseHandle(end);

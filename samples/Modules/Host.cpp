@@ -2,7 +2,8 @@
 /// A program of an executable and three libraries: World.dll, which it imports, Physics.dll, which World.dll imports,
 /// and the plug-in Weather.dll, which it loads late and frees again. All of them may be changed, and nothing else.
 
-#include "samples/Common/AgentLibrary.h"
+#include "Torvane/Load.h"
+
 #include "samples/Modules/World.h"
 
 #include <stdio.h>
@@ -10,31 +11,11 @@
 
 #include <windows.h>
 
-using namespace Torvane::Sample;
-
 namespace
 {
-HMODULE library;
-TvnDefaultAgent agent;
-volatile LONG connection = -1;
+constexpr DWORD connectLimit = 30000; // milliseconds
 
-void TVN_CALL TakeStatus(void*, TvnConnectionStatus status)
-{
-    InterlockedExchange(&connection, status);
-}
-
-bool StartAgent()
-{
-    library = LoadAgent();
-    if (library == nullptr)
-    {
-        return false;
-    }
-    Find<decltype(&TvnStartupDefaultAgent)>(library, "TvnStartupDefaultAgent")(&agent, nullptr, nullptr,
-                                                                               nullptr);
-    agent.TvnOnConnection(nullptr, &TakeStatus);
-    return true;
-}
+TvnHost agent;
 
 // [choose modules by their folder]
 wchar_t ownFolder[1024];
@@ -55,14 +36,20 @@ bool TVN_CALL IsOurs(void*, const wchar_t* path)
 // [end]
 
 // [announce all modules]
-void AnnounceModules()
+/// \return false if there is no connection.
+bool AnnounceModules()
 {
+    if (!TvnHostWaitForConnection(&agent, connectLimit))
+    {
+        return false;
+    }
     // First the libraries that are still to come, and then those that are here: none is missed in between.
-    agent.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, &IsOurs);
+    TvnHostEnableAutomaticHandlingOfDynamicallyLoadedModules(&agent, nullptr, &IsOurs);
 
     wchar_t path[1024] = {};
     GetModuleFileNameW(nullptr, path, 1024);
-    agent.TvnEnableModule(path, IncludeImports, nullptr, &IsOurs); // waits for the Broker
+    TvnHostEnableModule(&agent, path, IncludeImports, nullptr, &IsOurs); // waits for the Broker
+    return true;
 }
 // [end]
 
@@ -75,10 +62,12 @@ void UsePlugin()
     {
         return;
     }
-    printf("host  the plug-in says %d degrees\n", Find<int (*)()>(weather, "ReportWeather")());
+    const auto report =
+        reinterpret_cast<int (*)()>(reinterpret_cast<void*>(GetProcAddress(weather, "ReportWeather")));
+    printf("host  the plug-in says %d degrees\n", report());
 
     // While a library is freed, the OS may not know it by its name any more. Before that it does for sure.
-    agent.TvnDisableModule(L"Weather.dll", ExactlyTheseModules, nullptr, nullptr);
+    TvnHostDisableModule(&agent, L"Weather.dll", ExactlyTheseModules, nullptr, nullptr);
     FreeLibrary(weather);
 }
 // [end]
@@ -88,7 +77,7 @@ void KeepPlugin()
 {
     if (LoadLibraryW(L"Weather.dll") != nullptr)
     {
-        agent.TvnEnableModule(L"Weather.dll", ExactlyTheseModules, nullptr, nullptr);
+        TvnHostEnableModule(&agent, L"Weather.dll", ExactlyTheseModules, nullptr, nullptr);
         printf("host  the plug-in is loaded to stay, and announced\n");
     }
 }
@@ -99,22 +88,21 @@ int main()
 {
     setvbuf(stdout, nullptr, _IONBF, 0);
     FindOwnFolder();
-    if (!StartAgent())
+    if (!TvnHostLoad(&agent, nullptr) || !TvnHostStartDefaultAgent(&agent, nullptr, nullptr, nullptr))
     {
-        printf("!! TVN_Agent_x86.dll is missing or has another version\n");
+        printf("!! %ls\n", agent.reason);
         return 1;
     }
-    AnnounceModules();
-    if (connection != ConnectionSucceeded)
+    if (!AnnounceModules())
     {
-        printf("!! no connection to a Bridge, status %ld\n", connection);
+        printf("!! no connection to a Bridge, status %ld\n", agent.status);
         return 1;
     }
     printf("host  the executable and its imports are announced\n");
     printf("host  a ball is at %d after 3 seconds\n", SimulateWorld(3));
     UsePlugin();
     KeepPlugin();
-    Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
+    TvnHostShutdown(&agent);
     printf("host  ended\n");
     return 0;
 }

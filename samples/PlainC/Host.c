@@ -2,73 +2,49 @@
  * A host in C: it starts a default agent, enables reloads of itself, requests one, and ends. */
 
 /* [twenty lines] */
-#include <Torvane/Agent.h>
-#include <windows.h>
+#include <Torvane/Load.h>
 
-static TvnDefaultAgent agent;
-static HMODULE library; /* null: there is no Agent, and none of its functions is called */
+static TvnHost agent;
 
 static bool StartAgent(void)
 {
-    library = LoadLibraryW(L"TVN_Agent_x86.dll");
-    bool(TVN_CALL * checkVersion)(const char*) = (void*)GetProcAddress(library, "TvnCheckVersion");
-    if (checkVersion == NULL || !checkVersion(TVN_VERSION))
+    if (!TvnHostLoad(&agent, NULL) || !TvnHostStartDefaultAgent(&agent, NULL, NULL, NULL))
     {
-        return false;
+        return false; /* the program continues without reloads */
     }
-    void(TVN_CALL * startup)(TvnDefaultAgent*, const TvnLogFilter*, const wchar_t*,
-                             const TvnProjectPreferences*) =
-        (void*)GetProcAddress(library, "TvnStartupDefaultAgent");
-    startup(&agent, NULL, NULL, NULL);
     wchar_t path[1024];
     GetModuleFileNameW(NULL, path, 1024);
-    agent.TvnEnableModule(path, ExactlyTheseModules, NULL, NULL); /* waits for the Bridge */
+    TvnHostEnableModule(&agent, path, ExactlyTheseModules, NULL, NULL); /* waits for the Bridge */
     return true;
 }
 /* [end] */
 
 #include <stdio.h>
 
-/* [wait for the connection] */
-struct Connection
-{
-    HANDLE known;
-    TvnConnectionStatus status;
-};
-
+/* [get the connection's status] */
 static void TVN_CALL TakeStatus(void* context, TvnConnectionStatus status)
 {
-    struct Connection* connection = context;
-    connection->status = status;
-    SetEvent(connection->known);
-}
-
-static TvnConnectionStatus WaitForConnection(void)
-{
-    static struct Connection connection; /* outlives this call, as the callback may */
-    connection.known = CreateEventW(NULL, TRUE, FALSE, NULL);
-    agent.TvnOnConnection(&connection, TakeStatus);
-    WaitForSingleObject(connection.known, INFINITE);
-    return connection.status;
+    *(volatile LONG*)context = (LONG)status; /* no more than that: a lock is owned */
 }
 /* [end] */
 
 int main(void)
 {
+    static volatile LONG status = -1; /* exists as long as the callback can come */
     if (!StartAgent())
     {
-        printf("!! TVN_Agent_x86.dll is missing or has another version\n");
+        wprintf(L"!! %ls\n", agent.reason);
         return 1;
     }
-    const TvnConnectionStatus status = WaitForConnection();
+    TvnHostOnConnection(&agent, (void*)&status, TakeStatus);
+    const bool connected = TvnHostWaitForConnection(&agent, 10000);
     printf("host  connection status %d\n", (int)status);
-    if (status == ConnectionSucceeded)
+    if (connected)
     {
-        agent.TvnLogMessage(L"a message for the Broker's log");
-        agent.TvnScheduleReload();
+        TvnHostLogMessage(&agent, L"a message for the Broker's log");
+        TvnHostScheduleReload(&agent);
     }
-    void(TVN_CALL * shutdown)(void) = (void*)GetProcAddress(library, "TvnShutdown");
-    shutdown();
+    TvnHostShutdown(&agent);
     printf("host  ended\n");
-    return status == ConnectionSucceeded ? 0 : 1;
+    return connected ? 0 : 1;
 }

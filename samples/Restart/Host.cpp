@@ -5,28 +5,22 @@
 /// It writes to the file `output` and keeps its counter in the file `counter`, both in its current folder: a process that
 /// is started in another folder doesn't find them.
 
-#include "samples/Common/AgentLibrary.h"
+#include "Torvane/Load.h"
 
 #include <stdio.h>
 #include <stdlib.h>
 
 #include <windows.h>
 
-using namespace Torvane::Sample;
-
 namespace
 {
 constexpr unsigned restartAt = 5;
 constexpr unsigned endAt = 10;
-constexpr DWORD frameTime = 150; // milliseconds
+constexpr DWORD frameTime = 150;      // milliseconds
+constexpr DWORD connectLimit = 30000; // milliseconds
 
 FILE* output;
-volatile LONG connection = -1;
-
-void TVN_CALL TakeStatus(void*, TvnConnectionStatus status)
-{
-    InterlockedExchange(&connection, status);
-}
+TvnHost agent;
 
 void PrintProcess()
 {
@@ -77,46 +71,42 @@ int main()
         return 1;
     }
     setvbuf(output, nullptr, _IONBF, 0);
-    const HMODULE library = LoadAgent();
-    if (library == nullptr)
+    if (!TvnHostLoad(&agent, nullptr))
     {
-        fprintf(output, "!! TVN_Agent_x86.dll is missing or has another version\n");
+        fprintf(output, "!! %ls\n", agent.reason);
         return 1;
     }
     atexit(SayGoodbye);
     PrintProcess();
 
-    static TvnSynchronizedAgent agent;
-    Find<decltype(&TvnStartupSynchronizedAgent)>(library, "TvnStartupSynchronizedAgent")(&agent, nullptr,
-                                                                                         nullptr, nullptr);
-    agent.TvnOnConnection(nullptr, &TakeStatus);
+    TvnHostStartSynchronizedAgent(&agent, nullptr, nullptr, nullptr);
+    if (!TvnHostWaitForConnection(&agent, connectLimit))
+    {
+        fprintf(output, "!! no connection to a Bridge, status %ld\n", agent.status);
+        return 1;
+    }
 
     unsigned counter = LoadCounter();
     while (counter < endAt)
     {
         Sleep(frameTime);
-        if (connection > ConnectionSucceeded)
-        {
-            fprintf(output, "!! no connection to a Bridge, status %ld\n", connection);
-            return 1;
-        }
         fprintf(output, "line  counter %u\n", ++counter);
         if (counter == restartAt)
         {
             // [request a restart]
             fprintf(output, "host  requests its restart\n");
-            agent.TvnScheduleRestart(ThisProcessOnly); // the Broker can also request one by itself
-            while (!agent.TvnWantsRestart())           // a game would continue with its frames
+            TvnHostScheduleRestart(&agent, ThisProcessOnly); // the Broker can also request one by itself
+            while (!TvnHostWantsRestart(&agent))             // a game would continue with its frames
             {
                 Sleep(1);
             }
             SaveCounter(counter);
             fprintf(output, "host  has saved its counter and ends\n");
-            agent.TvnRestart(TvnRestartExitWithCleanup, 0);
+            TvnHostRestart(&agent, TvnRestartExitWithCleanup, 0);
             // [end]
         }
     }
-    Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
+    TvnHostShutdown(&agent);
     fprintf(output, "host  done with counter %u\n", counter);
     return 0;
 }

@@ -1,41 +1,29 @@
 // A host in C++ that loads the Agent at run time.
 
-#include <Torvane/Agent.h>
+#include <Torvane/Load.h>
 
 #include <stdio.h>
-#include <windows.h>
 
 namespace
 {
-void TVN_CALL TakeStatus(void* context, TvnConnectionStatus status)
+void TVN_CALL TakeStatus(void*, TvnConnectionStatus status)
 {
     printf("status %d\n", static_cast<int>(status));
-    SetEvent(context);
-}
-
-template<typename Function>
-Function Find(HMODULE library, const char* name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 } // namespace
 
 int main()
 {
-    const HMODULE library = LoadLibraryW(L"TVN_Agent_x86.dll");
-    const auto checkVersion = Find<decltype(&TvnCheckVersion)>(library, "TvnCheckVersion");
-    if (checkVersion == nullptr || !checkVersion(TVN_VERSION))
+    static TvnHost host;
+    if (!TvnHostLoad(&host, nullptr) || !TvnHostStartSynchronizedAgent(&host, nullptr, nullptr, nullptr))
     {
+        printf("%ls\n", host.reason);
         return 1;
     }
-    printf("version %s\n", Find<decltype(&TvnGetVersion)>(library, "TvnGetVersion")());
-    static TvnSynchronizedAgent agent;
-    Find<decltype(&TvnStartupSynchronizedAgent)>(library, "TvnStartupSynchronizedAgent")(&agent, nullptr,
-                                                                                         nullptr, nullptr);
-    const HANDLE known = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    agent.TvnOnConnection(known, &TakeStatus);
-    WaitForSingleObject(known, INFINITE);
-    Find<decltype(&TvnShutdown)>(library, "TvnShutdown")();
+    printf("version %s\n", host.exports.TvnGetVersion());
+    TvnHostOnConnection(&host, nullptr, &TakeStatus);
+    TvnHostWaitForConnection(&host, INFINITE);
+    TvnHostShutdown(&host);
     printf("done\n");
     return 0;
 }
