@@ -20,8 +20,10 @@
  * call returns at once unless the queue is full; then it blocks until there is room, and permanently once the
  * connection is lost or never came, since nothing takes messages out of it any more.
  *
- * Texts are zero-terminated: narrow ones in the runtime's multibyte encoding, wide ones in UTF-16. They are
- * copied during the call.
+ * Strings are zero-terminated and copied during the call. Wide ones are in UTF-16. Narrow ones are converted by the C
+ * runtime that the Agent uses, the universal one (ucrtbase.dll), in that runtime's locale: a host that is linked to
+ * the same runtime dynamically sets it by setlocale; otherwise it is the locale "C". A narrow filter gets an empty
+ * string for a path with characters that the locale lacks.
  */
 #ifndef TORVANE_AGENT_H
 #define TORVANE_AGENT_H
@@ -50,8 +52,10 @@ extern "C"
  *  connection that had succeeded is never reported. */
 typedef enum TvnConnectionStatus
 {
-    ConnectionSucceeded = 0,   /**< the Bridge is there and has this version; reloads can come from now on */
-    ConnectionFailed = 1,      /**< not spawned, not connected in time, or gone during the handshake */
+    ConnectionSucceeded = 0, /**< the Bridge is there and has this version; reloads can come from now on */
+    /** The Bridge wasn't spawned, didn't connect in time or has gone during the handshake; or the pipes, the receiver's
+     *  thread or the record of the host's executable can't be made. */
+    ConnectionFailed = 1,
     UnexpectedVersionBlob = 2, /**< the Bridge's first message was not its version */
     VersionMismatch = 3        /**< the Bridge has another version */
 } TvnConnectionStatus;
@@ -80,13 +84,15 @@ typedef enum TvnReloadWait
     WaitUntilFinished = 1 /**< return when the reload is finished, however long that takes */
 } TvnReloadWait;
 
-/** How TvnRestart ends the process. With any other value it returns after its wait and the process lives on.
+/** How TvnRestart ends the process. With any other value it returns after its wait and the process continues.
  *  (Prefixed, because two of the names belong to functions of the OS.) */
 typedef enum TvnRestartBehaviour
 {
-    TvnRestartExitProcess = 0,        /**< ExitProcess */
-    TvnRestartExitWithCleanup = 1,    /**< the runtime's exit: exit handlers and static destructors run */
-    TvnRestartExitWithoutCleanup = 2, /**< the runtime's _exit */
+    TvnRestartExitProcess = 0, /**< ExitProcess */
+    /** exit of the universal C runtime (ucrtbase.dll): runs the exit handlers and static destructors of programs that are
+     *  linked to it dynamically, no others'. */
+    TvnRestartExitWithCleanup = 1,
+    TvnRestartExitWithoutCleanup = 2, /**< _exit of that runtime */
     TvnRestartTerminateProcess = 3    /**< TerminateProcess */
 } TvnRestartBehaviour;
 
@@ -98,12 +104,13 @@ typedef enum TvnRestartScope
 } TvnRestartScope;
 
 /** Called once with the connection's status, on a thread of the Agent or inside TvnOnConnection, with a lock
- *  held: a callback that blocks holds up that thread and every other TvnOnConnection. It may call
- *  TvnOnConnection itself. */
+ *  held: a callback that blocks holds up that thread and every other TvnOnConnection. It may register another
+ *  callback by TvnOnConnection, which is then called at once; one that registers itself again never returns. */
 typedef void(TVN_CALL* TvnConnectionCallback)(void* context, TvnConnectionStatus status);
 
-/** Decides whether a module is acted on. Called on the calling thread, once per module, before anything is read
- *  from that module's file. `path` is the full path as the OS reports it, valid during the call only. */
+/** Decides whether a module is acted on. Called on the calling thread for each module that the call has found, twice for
+ *  one that was found twice. With IncludeImports the modules' files have been mapped before. `path` is the full path as
+ *  the OS reports it, valid during the call only. */
 typedef bool(TVN_CALL* TvnModuleFilter)(void* context, const wchar_t* path);
 
 /** The same with a narrow path. */
@@ -173,7 +180,7 @@ const char* TVN_CALL TvnGetVersion(void);
 
 /* ---- Connection, log, preferences ---------------------------------------------------------------------- */
 
-/** Registers the callback that learns the connection's status, in place of any earlier one. If the status is
+/** Registers the callback that receives the connection's status, in place of any earlier one. If the status is
  *  known already, the callback is called before this returns, on this thread; so the order of the two doesn't
  *  matter. A null callback is harmless before the status is known and a crash afterwards. Waits while another
  *  thread's callback runs. */
@@ -200,9 +207,12 @@ void TVN_CALL TvnSetShortcutPreferences(uint32_t preference, uint32_t firstArgum
 /* ---- Modules ------------------------------------------------------------------------------------------- */
 
 /** Announces a loaded module, so that it may be changed. `path` is what GetModuleHandleW understands; a module
- *  that isn't loaded is skipped with a line in the log, nothing is loaded. `filter` may be null. Blocks until
- *  the Broker has acknowledged the modules or the connection is lost; doesn't block if there is nothing to
- *  announce or the connection has failed. Not to be called from a library's entry point. */
+ *  that isn't loaded is skipped with a line in the log, nothing is loaded. `filter` may be null.
+ *
+ *  Waits until the Broker has acknowledged as many modules as the call has found, or the connection is lost. Those that
+ *  the filter refused or whose files can't be read count as well, and a Bridge doesn't see them: it has to acknowledge
+ *  more than it was sent. Returns at once if the filter refuses all, and doesn't wait once the connection has failed or
+ *  was lost; but it sends, and so blocks if the queue is full. Not to be called from a library's entry point. */
 void TVN_CALL TvnEnableModule(const wchar_t* path, TvnModuleOptions options, void* context,
                               TvnModuleFilter filter);
 
@@ -218,7 +228,7 @@ void TVN_CALL TvnEnableModules(const wchar_t* const* paths, uint32_t count, TvnM
 void TVN_CALL TvnEnableModulesANSI(const char* const* paths, uint32_t count, TvnModuleOptions options,
                                    void* context, TvnModuleFilterANSI filter);
 
-/** Takes a module out of play. As TvnEnableModule, but queues and doesn't wait. */
+/** Disables a module. As TvnEnableModule, but queues and doesn't wait. */
 void TVN_CALL TvnDisableModule(const wchar_t* path, TvnModuleOptions options, void* context,
                                TvnModuleFilter filter);
 
@@ -235,7 +245,11 @@ void TVN_CALL TvnDisableModulesANSI(const char* const* paths, uint32_t count, Tv
                                     void* context, TvnModuleFilterANSI filter);
 
 /** From now on every library that the process loads or frees is enabled or disabled as it happens, if `filter`
- *  (or null) keeps it. The filter then runs on the loading thread, inside the loader. */
+ *  (or null) keeps it. The filter then runs on the loading thread, inside the loader. Libraries with ".patch_" in
+ *  their path are skipped. Queues one message for each library, so it blocks inside the loader if the queue is full.
+ *
+ *  To be called once. A second call registers a second time, with the newest filters for both. TvnShutdown removes the
+ *  last registration; the others stay and do nothing, but the Agent's library must not be freed then. */
 void TVN_CALL TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(void* context, TvnModuleFilter filter);
 
 /** The same with a filter of narrow paths. */
@@ -244,13 +258,13 @@ void TVN_CALL TvnEnableAutomaticHandlingOfDynamicallyLoadedModulesANSI(void* con
 
 /* ---- Reload -------------------------------------------------------------------------------------------- */
 
-/** Queues the wish for a reload. The reload itself comes when the Broker decides on it. */
+/** Queues a request for a reload. The reload itself comes when the Broker decides on it. */
 void TVN_CALL TvnScheduleReload(void);
 
 /** Synchronized agent only: whether the host should call TvnReload now. To be polled regularly, for instance once
  *  a frame, from one thread only. With SyncBeforeCompile it gives true once per request. With SyncBeforeLoad it
- *  gives true from the arrival of a patch until TvnReload is called. Any other value gives false. Queues in the
- *  call that accepts a request. */
+ *  gives true from the arrival of a patch until TvnReload is called, and queues in the call that accepts a request. Any
+ *  other value gives false. */
 bool TVN_CALL TvnWantsReload(TvnReloadSync sync);
 
 /** Synchronized agent only: lets the reload in, at a point that is safe for the host. With WaitUntilFinished it
@@ -261,14 +275,14 @@ void TVN_CALL TvnReload(TvnReloadWait wait);
 
 /* ---- Restart ------------------------------------------------------------------------------------------- */
 
-/** Queues the wish for a restart of this process, or of all processes that the Broker knows. */
+/** Queues a request for a restart of this process, or of all processes that the Broker knows. */
 void TVN_CALL TvnScheduleRestart(TvnRestartScope scope);
 
 /** Synchronized agent only: whether the Broker asks for a restart. One request gives one true. */
 bool TVN_CALL TvnWantsRestart(void);
 
-/** Synchronized agent only: hands over what a new process needs, waits without a limit until the Bridge says so,
- *  and ends this process. */
+/** Synchronized agent only: hands over what a new process needs, waits without a limit until the Bridge allows it, and ends
+ *  this process. Doesn't return if the connection is lost meanwhile or was lost before. */
 void TVN_CALL TvnRestart(TvnRestartBehaviour behaviour, int32_t exitCode);
 
 /* ---- Startup and shutdown ------------------------------------------------------------------------------ */
@@ -350,15 +364,16 @@ typedef struct TvnSynchronizedAgent
                                               uint32_t secondArgument);
 } TvnSynchronizedAgent;
 
-/** Fills `agent` and starts the Agent. Returns long before there is a connection: learn of that through
- *  TvnOnConnection. On return the whole table may be used at once.
+/** Fills `agent` and starts the Agent. Returns long before there is a connection: TvnOnConnection reports it. On
+ *  return the whole table may be used at once.
  *
- *  Reserves two heaps of 128 MiB each and starts four threads. If a pipe can't be created, it shows a message box,
- *  waits until the user has closed it, and returns with an Agent that has no connection.
+ *  Creates two heaps, whose 128 MiB each are committed at once, and starts four threads. If a pipe can't be created,
+ *  it shows a message box, waits until the user has closed it, and returns with an Agent that has no connection.
  *
  *  \param logFilter may be null: everything that can reach the debugger does.
- *  \param projectPreferencesPath may be null. A relative path counts from the folder of the process's executable.
- *         With a path, `projectPreferences` isn't read.
+ *  \param projectPreferencesPath may be null. A path whose second character is a colon is absolute. Any other, one
+ *         that begins with a backslash included, is relative to the folder of the process's executable. Together with
+ *         that folder it has fewer than 1024 characters. With a path, `projectPreferences` isn't read.
  *  \param projectPreferences may be null. */
 void TVN_CALL TvnStartupDefaultAgent(TvnDefaultAgent* agent, const TvnLogFilter* logFilter,
                                      const wchar_t* projectPreferencesPath,
