@@ -49,6 +49,11 @@ def main():
             wrong.append(f"lives: {name}")
     if not evaluate.findFaultsOfLives("lives", [dict(life, time=1.5 + i) for i in range(60)]):
         wrong.append("lives: time")
+    slower = [dict(life, time=1.5 + i) for i in range(60)]
+    if evaluate.findFaultsOfLives("lives", slower, [dict(life, time=0.2 * (1.5 + 10 * i)) for i in range(6)]):
+        wrong.append("lives on a machine that gets slower")
+    if not evaluate.findFaultsOfLives("lives", slower, [life] * 6):
+        wrong.append("lives that get slower than their controls")
     sys.exit("\n".join(wrong) or 0)
 
 

@@ -84,21 +84,33 @@ def findFaults(title, samples, control=None):
     return [f"{title}: grown: {name} {formatCell(name, values)}" for name in values if values[name][2]]
 
 
-def compareLives(lives):
-    """Medians of the first and the last tenth of lives, each in a process of its own, and whether they are too much."""
+def firstAndLast(lives, name):
+    """Medians of the first and the last tenth."""
     size = max(1, len(lives) // 10)
+    return median(life[name] for life in lives[:size]), median(life[name] for life in lives[-size:])
+
+
+def compareLives(lives, controls=()):
+    """Medians of the first and the last tenth of lives, each in a process of its own, and whether they are too much.
+
+    By as much as the controls' times have grown meanwhile the machine has become slower.
+    """
     result = {}
     for name, most in LEFT.items():
-        begin, end = (median(life[name] for life in part) for part in (lives[:size], lives[-size:]))
+        begin, end = firstAndLast(lives, name)
         result[name] = (begin, end, max(begin, end) > most)
-    begin, end = (median(life["time"] * 1000 for life in part) for part in (lives[:size], lives[-size:]))
+    begin, end = (1000 * seconds for seconds in firstAndLast(lives, "time"))
+    slower = 1.0
+    if controls:
+        firstControl, lastControl = firstAndLast(controls, "time")
+        slower = max(1.0, lastControl / firstControl)
     absolute, share = TOLERANCES["milliseconds"]
-    result["milliseconds"] = (begin, end, size >= 3 and end - begin > absolute + share * begin)
+    result["milliseconds"] = (begin, end, len(lives) >= 30 and end > slower * (absolute + (1 + share) * begin))
     return result
 
 
-def findFaultsOfLives(title, lives):
-    values = compareLives(lives)
+def findFaultsOfLives(title, lives, controls=()):
+    values = compareLives(lives, controls)
     return [f"{title}: too much: {name} {formatCell(name, values)}" for name in values if values[name][2]]
 
 
