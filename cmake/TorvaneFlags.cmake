@@ -4,15 +4,17 @@
 #   Torvane::CppLibrary  whatever uses the C++ library on Windows links this as well
 #   Torvane::Json        <nlohmann/json.hpp>, for tools and tests
 
-set(generatedHeaders "${CMAKE_CURRENT_BINARY_DIR}/include")
-find_file(TORVANE_XXHASH_HEADER xxhash.h PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
-# The folder it comes from holds the host's headers and must stay off the cross compiler's path.
-configure_file("${TORVANE_XXHASH_HEADER}" "${generatedHeaders}/xxhash.h" COPYONLY)
+include(TorvaneDependencies)
 
 add_library(TorvaneCommonFlags INTERFACE)
 target_include_directories(TorvaneCommonFlags INTERFACE
     "${CMAKE_CURRENT_SOURCE_DIR}/src" "${CMAKE_CURRENT_SOURCE_DIR}/include")
-target_include_directories(TorvaneCommonFlags SYSTEM INTERFACE "${generatedHeaders}")
+torvane_find_parts(xxhash)
+if(xxhash_FOUND)
+    target_link_libraries(TorvaneCommonFlags INTERFACE xxHash::xxhash)
+else()
+    target_include_directories(TorvaneCommonFlags SYSTEM INTERFACE "${xxhash_SOURCE_DIR}")
+endif()
 target_compile_options(TorvaneCommonFlags INTERFACE
     -Wall -Wextra $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
     -fno-omit-frame-pointer "-ffile-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=")
@@ -58,12 +60,14 @@ set_target_properties(TorvaneCppLibrary PROPERTIES EXPORT_NAME CppLibrary)
 add_library(Torvane::CppLibrary ALIAS TorvaneCppLibrary)
 
 # Not for hosts, who may build the Agent as a part of their own project.
-if(NOT TORVANE_ARCHITECTURE STREQUAL x86)
-    find_path(TORVANE_JSON_HEADERS nlohmann/json.hpp
-        PATHS /usr/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH REQUIRED)
-    file(COPY "${TORVANE_JSON_HEADERS}/nlohmann" DESTINATION "${CMAKE_CURRENT_BINARY_DIR}/include-json")
+if(NOT TORVANE_ARCHITECTURE STREQUAL x86 OR TORVANE_BUILD_BENCHMARKS)
+    torvane_find_parts(nlohmann_json)
     add_library(TorvaneJson INTERFACE)
-    target_include_directories(TorvaneJson SYSTEM INTERFACE "${CMAKE_CURRENT_BINARY_DIR}/include-json")
+    if(nlohmann_json_FOUND)
+        target_link_libraries(TorvaneJson INTERFACE nlohmann_json::nlohmann_json)
+    else()
+        target_include_directories(TorvaneJson SYSTEM INTERFACE "${nlohmann_json_SOURCE_DIR}/include")
+    endif()
     add_library(Torvane::Json ALIAS TorvaneJson)
 endif()
 

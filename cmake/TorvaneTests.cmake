@@ -1,17 +1,21 @@
 # The test library and the functions that make tests of sources.
 
-set(TORVANE_GOOGLETEST_DIR /usr/src/googletest/googletest CACHE PATH "GoogleTest's sources")
-add_library(TorvaneGoogleTest STATIC EXCLUDE_FROM_ALL
-    "${TORVANE_GOOGLETEST_DIR}/src/gtest-all.cc" "${TORVANE_GOOGLETEST_DIR}/src/gtest_main.cc")
-target_include_directories(TorvaneGoogleTest SYSTEM PUBLIC "${TORVANE_GOOGLETEST_DIR}/include")
-target_include_directories(TorvaneGoogleTest PRIVATE "${TORVANE_GOOGLETEST_DIR}")
-target_compile_options(TorvaneGoogleTest PRIVATE -fno-exceptions $<IF:$<BOOL:${WIN32}>,-fno-rtti,-fshort-wchar>)
-target_link_libraries(TorvaneGoogleTest PUBLIC Torvane::CppLibrary)
+torvane_find_parts(googletest)
+if(googletest_FOUND)
+    add_library(TorvaneGoogleTest INTERFACE)
+    target_link_libraries(TorvaneGoogleTest INTERFACE GTest::gtest_main Torvane::CppLibrary)
+else()
+    set(googletest "${googletest_SOURCE_DIR}/googletest")
+    add_library(TorvaneGoogleTest STATIC EXCLUDE_FROM_ALL
+        "${googletest}/src/gtest-all.cc" "${googletest}/src/gtest_main.cc")
+    target_include_directories(TorvaneGoogleTest SYSTEM PUBLIC "${googletest}/include")
+    target_include_directories(TorvaneGoogleTest PRIVATE "${googletest}")
+    target_compile_options(TorvaneGoogleTest PRIVATE -fno-exceptions $<IF:$<BOOL:${WIN32}>,-fno-rtti,-fshort-wchar>)
+    target_link_libraries(TorvaneGoogleTest PUBLIC Torvane::CppLibrary)
+    set_target_properties(TorvaneGoogleTest PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
+endif()
 if(TORVANE_ARCHITECTURE STREQUAL x86)
     target_sources(TorvaneGoogleTest INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}/tests/Support/ThreadNameHandler.cpp")
-endif()
-if(WIN32)
-    set_target_properties(TorvaneGoogleTest PROPERTIES ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}")
 endif()
 add_library(Torvane::GoogleTest ALIAS TorvaneGoogleTest)
 

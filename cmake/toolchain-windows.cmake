@@ -16,15 +16,23 @@ set(CMAKE_CXX_COMPILER_TARGET ${target})
 set(CMAKE_ASM_COMPILER_TARGET ${target})
 set(CMAKE_RC_COMPILER ${TORVANE_TRIPLE}-windres)
 
-file(GLOB gccFolders LIST_DIRECTORIES true /usr/lib/gcc/${TORVANE_TRIPLE}/*-posix)
-list(SORT gccFolders COMPARE NATURAL)
-list(POP_BACK gccFolders gccFolder)
-if(NOT gccFolder)
-    message(FATAL_ERROR "No posix-thread MinGW compiler for ${TORVANE_TRIPLE} is installed")
+# MinGW's compiler of posix threads knows where its headers and libraries are.
+find_program(TORVANE_MINGW NAMES ${TORVANE_TRIPLE}-g++-posix ${TORVANE_TRIPLE}-g++)
+if(NOT TORVANE_MINGW)
+    message(FATAL_ERROR "No MinGW compiler for ${TORVANE_TRIPLE} is installed")
 endif()
+foreach(file libgcc.a libkernel32.a)
+    execute_process(COMMAND "${TORVANE_MINGW}" -print-file-name=${file} OUTPUT_VARIABLE path
+        OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    cmake_path(NORMAL_PATH path)
+    cmake_path(GET path PARENT_PATH folder_${file})
+endforeach()
+set(gccFolder "${folder_libgcc.a}")
+set(platformLibraries "${folder_libkernel32.a}")
+cmake_path(GET platformLibraries PARENT_PATH platformFolder)
 
 # The compiler's own search list ends in the host's headers, so the whole list is given here.
-set(platform "-nostdlibinc -idirafter /usr/${TORVANE_TRIPLE}/include")
+set(platform "-nostdlibinc -idirafter ${platformFolder}/include")
 if(TORVANE_TRIPLE MATCHES "^i686")
     # Floating point by SSE2, which every supported Windows has, and not by the x87 with its excess precision.
     string(APPEND platform " -march=pentium4 -D_UCRT -D__MSVCRT_VERSION__=0xE00 -D__USE_MINGW_ANSI_STDIO=0")
@@ -41,7 +49,7 @@ set(CMAKE_CXX_FLAGS_INIT "-isystem ${cxxHeaders} -isystem ${cxxHeaders}/${TORVAN
 # Without the C++ library: what needs it links the target Torvane::CppLibrary.
 string(CONCAT linking
     "-fuse-ld=lld -static -nostdlib++${runtime} -Wno-unused-command-line-argument"
-    " -B${gccFolder} -L${gccFolder} -L/usr/${TORVANE_TRIPLE}/lib")
+    " -B${gccFolder} -L${gccFolder} -L${platformLibraries}")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${linking}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${linking}")
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "${linking}")
@@ -54,7 +62,7 @@ foreach(language C CXX)
     set(CMAKE_${language}_FLAGS_RELWITHDEBINFO_INIT "-O2 -g -gcodeview -DNDEBUG")
 endforeach()
 
-set(CMAKE_FIND_ROOT_PATH /usr/${TORVANE_TRIPLE})
+set(CMAKE_FIND_ROOT_PATH "${platformFolder}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -42,7 +42,7 @@ endif()
 expect_match("The trace" "${trace}" "\"exception 0xC0000094 \\(EXCEPTION_INT_DIVIDE_BY_ZERO\\)\"")
 run(0 html reload.jsonl --output reload.html)
 file(READ "${FOLDER}/reload.html" page)
-expect_match("The page" "${page}" "^<!DOCTYPE html>.*\"name\":\"PatchLoaded\".*</html>\n$")
+expect_match("The page" "${page}" "^<!DOCTYPE html>.*<title>reload.jsonl</title>.*</html>\n$")
 
 run(1 html reload.jsonl --output reload.html)
 expect_match("The refusal" "${output}" "^blobs: reload.html can't be written: it exists already")

@@ -1,10 +1,10 @@
 # Installs the Bridge kit from BUILD into PREFIX, builds the Bridge of the project SOURCE with it, and runs HOST with
-# that Bridge and the library AGENT beside it. With TORVANE_SOURCE the project takes the kit from there, and nothing is
-# installed.
+# that Bridge and the library AGENT beside it. With TORVANE_SOURCE the project takes the kit from there, with
+# ARGUMENTS, separated by |, for its configuration, and nothing is installed.
 set(folder "${COPY}/host")
 file(REMOVE_RECURSE "${folder}")
 if(TORVANE_SOURCE)
-    set(kit "-DTORVANE_SOURCE=${TORVANE_SOURCE}")
+    string(REPLACE "|" ";" kit "-DTORVANE_SOURCE=${TORVANE_SOURCE}|${ARGUMENTS}")
 else()
     if(NOT EXISTS "${BUILD}/cmake_install.cmake")
         message(FATAL_ERROR "The Bridge kit isn't built: build the preset windows-x64 first")
@@ -36,7 +36,7 @@ file(COPY "${SOURCE}/" DESTINATION "${COPY}/source")
 execute_process(
     COMMAND "${CMAKE_COMMAND}" -S "${COPY}/source" -B "${COPY}/build" -G Ninja
             "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}" -DCMAKE_BUILD_TYPE=RelWithDebInfo
-            "${kit}" "-DHOST_FOLDER=${folder}"
+            ${kit} "-DHOST_FOLDER=${folder}"
     COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND "${CMAKE_COMMAND}" --build "${COPY}/build" COMMAND_ERROR_IS_FATAL ANY)
 
