@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <process.h>
 #include <tlhelp32.h>
 
 namespace Torvane::Bridge
@@ -80,6 +81,7 @@ void ThreadSuspender::Suspend()
 {
     while (SuspendNewThreads() != 0)
     {
+        WaitUntilStopped();
     }
 }
 
@@ -102,12 +104,47 @@ uint32_t ThreadSuspender::SuspendNewThreads()
             CloseHandle(thread);
             continue;
         }
-        Position ignored;
-        ReadPosition(thread, ignored);
         threads.push_back({id, thread});
         ++added;
     }
     return added;
+}
+
+unsigned __stdcall ThreadSuspender::ReadPositions(void* suspender)
+{
+    for (const Thread& thread : static_cast<ThreadSuspender*>(suspender)->threads)
+    {
+        Position ignored;
+        ReadPosition(thread.handle, ignored);
+    }
+    return 0;
+}
+
+void ThreadSuspender::WaitUntilStopped()
+{
+    for (uint32_t limit = 100;; limit *= 2) // milliseconds; a busy machine takes its time
+    {
+        const auto reader =
+            reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &ReadPositions, this, 0, nullptr));
+        const bool stopped = WaitForSingleObject(reader, limit) == WAIT_OBJECT_0;
+        if (!stopped)
+        {
+            for (const Thread& thread : threads)
+            {
+                ResumeThread(thread.handle);
+            }
+            WaitForSingleObject(reader, INFINITE);
+        }
+        CloseHandle(reader);
+        if (stopped)
+        {
+            return;
+        }
+        for (const Thread& thread : threads)
+        {
+            SuspendThread(thread.handle);
+        }
+    }
 }
 
 void ThreadSuspender::Resume()
@@ -166,7 +203,7 @@ bool ThreadSuspender::IsInside(const Thread& thread, AddressSlot image, uint32_t
                        [=](uint32_t word) { return IsIn(word, image, size); });
 }
 
-bool ThreadSuspender::RunBriefly(const Thread& thread) const
+bool ThreadSuspender::RunBriefly(const Thread& thread)
 {
     Position before;
     Position after;
@@ -174,6 +211,7 @@ bool ThreadSuspender::RunBriefly(const Thread& thread) const
     ResumeThread(thread.handle);
     Sleep(1);
     SuspendThread(thread.handle);
+    WaitUntilStopped();
     return ReadPosition(thread.handle, after) && !(after == before);
 }
 

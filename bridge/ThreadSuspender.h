@@ -69,10 +69,16 @@ private:
     bool IsInside(const Thread& thread, AddressSlot image, uint32_t size) const;
 
     /// \return whether the thread has made progress.
-    bool RunBriefly(const Thread& thread) const;
+    bool RunBriefly(const Thread& thread);
 
     /// \return how many threads were added.
     uint32_t SuspendNewThreads();
+
+    /// Waits until all suspensions are complete. A thread can't stop while it needs what a suspended one owns: in Wine,
+    /// a lock of the C library at the thread's end, or its own start by the thread that creates it. So if it takes
+    /// long, all threads run until each has stopped once, and are suspended again.
+    void WaitUntilStopped();
+    static unsigned __stdcall ReadPositions(void* suspender);
 
     uint32_t processId;
     void* process;
