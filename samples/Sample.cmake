@@ -57,7 +57,7 @@ function(torvane_add_sample_demo name)
     add_test(NAME ${name}.Demo${options} COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/demo" ${ARGN})
     set_tests_properties(${name}.Demo${options} PROPERTIES
         ENVIRONMENT "TORVANE_BIN_DIR=${TORVANE_BIN_DIR};TORVANE_BUILD_DIR=${CMAKE_BINARY_DIR};\
-WINEPREFIX=${TORVANE_WINE_PREFIX};WINEDEBUG=-all;WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe="
+WINEPREFIX=${TORVANE_WINE_PREFIX};WINEDEBUG=-all;WINEDLLOVERRIDES=mscoree,mshtml,winemenubuilder.exe,winedbg.exe="
         RESOURCE_LOCK ${name}
         TIMEOUT 300)
 endfunction()
