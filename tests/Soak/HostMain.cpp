@@ -216,12 +216,8 @@ void Senders::Spoil(uint32_t& sequence, Item& item)
         ++item.hash;
         item.text.back() ^= 1;
     }
-    else if ((session.campaign == "hang" || session.campaign == "lost-suspension") && sequence == 300)
+    else if (session.campaign == "hang" && sequence == 300)
     {
-        if (session.campaign == "lost-suspension")
-        {
-            session.board.Enter(bridgeThread, "suspending threads"); // as the Bridge says before it does
-        }
         Sleep(INFINITE);
     }
 }
@@ -282,7 +278,6 @@ constexpr Campaign campaigns[] = {
     {"reordering", &RunTraffic},
     {"corruption", &RunTraffic},
     {"hang", &RunTraffic},
-    {"lost-suspension", &RunTraffic},
     {"leak", &RunTraffic},
     {"crash", &RunTraffic},
 };

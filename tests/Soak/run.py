@@ -6,7 +6,6 @@ import time
 
 # Longer than every wait of a host and its Bridge that has a limit of its own.
 HANG = 100       # seconds without a sample
-LOST = 50        # the same while the Bridge has suspended threads: twice its own limit (Bridge.h)
 ROWS = 10   # of `BoardMemory::phases`
 WIDTH = 48
 FAULT = 464
@@ -25,11 +24,6 @@ class Board:
     def describe(self):
         names = [f"thread {i}" for i in range(ROWS - 2)] + ["main thread", "Bridge"]
         return "; ".join(f"{name}: {phase}" for name, phase in zip(names, self.phases) if phase)
-
-    def hasLostSuspension(self):
-        """All other waits of the Bridge have limits, after which it reports a fault: it is in a call of the OS that
-        suspends a thread, or reads the registers of one (tests/Support/Integration/LostSuspension.h)."""
-        return "suspending" in self.phases[-1] or "under the watchdog" in self.phases[-1]
 
 
 def asWindows(path):
@@ -57,7 +51,6 @@ class Host:
                 env=settings.environment)
         self.reader = open(self.output, errors="replace")
         self.fault = None
-        self.lost = False
 
     def poll(self):
         """Takes what was printed. Returns whether the process has ended."""
@@ -72,11 +65,8 @@ class Host:
                 self.fault = self.fault or f"has printed: {line}"
         board = Board(self.board)
         quiet = time.monotonic() - self.lastLine
-        lost = quiet > LOST and board.hasLostSuspension() and not board.fault
-        if not ended and (lost or quiet > HANG):
-            self.lost = lost
-            if not lost:
-                self.fault = f"{board.fault and board.fault + '; '}hangs: {board.describe()}"
+        if not ended and quiet > HANG:
+            self.fault = f"{board.fault and board.fault + '; '}hangs: {board.describe()}"
             self.process.kill()  # alone: its children can be Wine's own, which others need; its Bridge ends with it
             self.process.wait()
             ended = True
