@@ -91,7 +91,6 @@ void* BlobBuilder::Payload() const
 
 OwnedBlob BlobBuilder::Finish()
 {
-    next = nullptr;
     return std::move(block);
 }
 
