@@ -43,8 +43,9 @@ private:
 
     MappedFile watched;
 #else
-    explicit MappedFileWatch(const MappedFile&)
-        : closedBefore(closedMappedFiles)
+    explicit MappedFileWatch(const MappedFile& file)
+        : watchedView(file.view)
+        , closedBefore(closedMappedFiles)
     {
     }
 
@@ -55,10 +56,11 @@ private:
 
     bool IsClosed() const
     {
-        return closedMappedFiles == closedBefore + 1;
+        return closedMappedFiles == closedBefore + 1 && lastClosedView == watchedView;
     }
 
 private:
+    const uint8_t* watchedView;
     uint32_t closedBefore;
 #endif
 };

@@ -220,6 +220,7 @@ TEST(BoundedFormat, ReplacesTheFirstAndLastSurrogatesWithoutTheirOtherHalf)
         EXPECT_EQ(Formatted("%ls", beforeOther), replacement + "\xEE\x80\x80") << std::hex << surrogate;
     }
     EXPECT_EQ(Formatted("%ls", L"\xD800\xDBFF"), replacement + replacement);
+    EXPECT_EQ(Formatted("%ls", L"\xDC00\xDC00"), replacement + replacement);
 }
 
 TEST(BoundedFormat, ReplacesSurrogatesWithoutTheirOtherHalf)

@@ -168,6 +168,16 @@ TYPED_TEST(FixedText, FormatsInThePlaceOfTheEarlierText)
         << "what follows the terminator stays";
 }
 
+TYPED_TEST(FixedText, FormatsAnEmptyText)
+{
+    const typename TestFixture::Repeated first('x', 9);
+    const typename TestFixture::Repeated nothing('y', 0);
+    static constexpr typename TestFixture::Character format[] = {'%', 's', 0};
+    this->string.Assign(first.text);
+    this->string.Format(format, nothing.text);
+    this->ExpectText(this->string, "");
+}
+
 TYPED_TEST(FixedText, FormatsATextOf1023Characters)
 {
     static constexpr typename TestFixture::Character format[] = {'%', '1', '0', '2', '3', 'u', 0};

@@ -78,6 +78,23 @@ TEST(Logger, TakesEachFrontEndAtItsOwnLevel)
     ExpectCall(Only(log), "INF", "Pipe 3 is broken", "Sender.cpp", 12);
 }
 
+TEST(Logger, TakesALevelThatIsGivenAsAnArgument)
+{
+    struct Row
+    {
+        LogLevel level;
+        const char* name;
+    };
+    for (const Row& row :
+         {Row{LogLevel::Debug, "DBG"}, Row{LogLevel::Success, "SCS"}, Row{LogLevel::Info, "INF"},
+          Row{LogLevel::Warning, "WRN"}, Row{LogLevel::Error, "ERR"}, Row{LogLevel::Panic, "PNC"}})
+    {
+        const RecordedLog log;
+        Unchecked::Log(row.level, 0, "Sender.cpp", 12, "Pipe %u", 3u);
+        ExpectCall(Only(log), row.name, "Pipe 3", "Sender.cpp", 12);
+    }
+}
+
 TEST(Logger, GetsTheIntegerOfInfo)
 {
     const RecordedLog log;
@@ -156,6 +173,47 @@ TEST(Logger, ForgetsTheCutOfAnEarlierMessage)
     LogDebug(TVN_HERE, "%hs", tooLong.c_str());
     LogDebug(TVN_HERE, "short");
     EXPECT_EQ(log.GetCalls().at(1).bytes, "short");
+}
+
+namespace
+{
+/// Keeps the messages of all six operations.
+class MessageKeeper final : public MessageLogger<MessageKeeper>
+{
+public:
+    void Write(const LogMessage& message)
+    {
+        messages.push_back(message);
+    }
+
+    std::vector<LogMessage> messages;
+};
+} // namespace
+
+TEST(MessageLogger, MakesOneOperationOfSix)
+{
+    static constexpr char text[] = "text";
+    static constexpr char file[] = "Sender.cpp";
+    MessageKeeper keeper;
+    Logger& logger = keeper;
+    logger.Debug("(ALL) ", text, 1, file, 11, 21);
+    logger.Success("(ALL) ", text, 2, file, 12, 22);
+    logger.Info("(ALL) ", 5, text, 3, file, 13, 23);
+    logger.Warning("(ALL) ", text, 4, file, 14, 24);
+    logger.Error("(ALL) ", text, 5, file, 15, 25);
+    logger.Panic("(ALL) ", text, 6, file, 16, 26);
+    logger.Reserved();
+    ASSERT_EQ(keeper.messages.size(), 6u);
+    for (uint32_t i = 0; i < 6; ++i)
+    {
+        const LogMessage& message = keeper.messages[i];
+        EXPECT_EQ(static_cast<uint32_t>(message.level), i);
+        EXPECT_EQ(message.text, text);
+        EXPECT_EQ(message.length, i + 1);
+        EXPECT_EQ(message.file, file);
+        EXPECT_EQ(message.line, static_cast<int32_t>(i + 11));
+        EXPECT_EQ(message.separateText, i + 21);
+    }
 }
 
 TEST(NullLogger, DoesNothingWithWhatIsLogged)

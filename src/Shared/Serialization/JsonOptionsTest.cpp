@@ -177,12 +177,15 @@ TEST(JsonOptions, CommentsCountAsWhitespace)
                       {"/* / // * */1", "1", JsonError::BadValue},
                       {"1// c", "1", JsonError::BadNumber},
                       {"1 // c", "1", 0},
+                      {"1//", "1", JsonError::BadNumber},
+                      {"[] //", "[]", 0},
                       {"1 /* c */", "1", 0},
                       {"[1/* c */,/* c */2// c\n]", "[1,2]", JsonError::BadNumber},
                       {"{/* c */\"a\"/* c */:/* c */1/* c */}", "{\"a\":1}", JsonError::BadString}});
     ExpectFailures(JsonOption::Comments, {{"/1", JsonError::BadValue, 0},
                                           {"/", JsonError::BadValue, 0},
                                           {"[1/]", JsonError::BadNumber, 2},
+                                          {"//", JsonError::UnexpectedEnd, 2},
                                           {"// c", JsonError::UnexpectedEnd, 4},
                                           {"// c\r1", JsonError::UnexpectedEnd, 6},
                                           {"[/* c", JsonError::UnexpectedEnd, 1},
@@ -273,6 +276,8 @@ TEST(JsonOptions, InfinityAndNaNAreNumbersWithAnySign)
                                                 {"NaN1", JsonError::BadNumber, 3},
                                                 {"+1", JsonError::BadNumber, 0},
                                                 {"+", JsonError::BadNumber, 0},
+                                                {"+I", JsonError::BadNumber, 1},
+                                                {"+N", JsonError::BadNumber, 1},
                                                 {"--NaN", JsonError::BadNumber, 1}});
 }
 

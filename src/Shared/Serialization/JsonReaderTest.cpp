@@ -114,6 +114,14 @@ TEST(JsonReader, SkipsTabsLineFeedsCarriageReturnsAndBlanks)
                     {"\xEF\xBB\xBF[]", JsonError::BadValue, 0}});
 }
 
+TEST(JsonReader, ReturnsZeroFromPassOneOrOneOnFailure)
+{
+    JsonParseState state = StartJsonParse("[]", 2, 0);
+    EXPECT_EQ(SizeJson(state, 0), 0u);
+    state = StartJsonParse("[", 1, 0);
+    EXPECT_EQ(SizeJson(state, 0), 1u);
+}
+
 TEST(JsonReader, CountsLinesByTheirLineFeeds)
 {
     const JsonTree tree = ParseInSteps("[\n\r\n  1,\n   x]");
@@ -284,6 +292,9 @@ TEST(JsonReader, MakesOneCharacterOfASurrogatePair)
                     {R"("\ud83d\ud83d\ude00")", JsonError::BadEscape, 1},
                     {R"("\ud83d\ude0")", JsonError::BadEscape, 1},
                     {R"("\udc00")", JsonError::BadEscape, 1},
+                    {R"("\uDC00\uDC00")", JsonError::BadEscape, 1},
+                    {R"("\uD800\uDBFF")", JsonError::BadEscape, 1},
+                    {R"("\uD800\uE000")", JsonError::BadEscape, 1},
                     {R"("\udfff\ud83d")", JsonError::BadEscape, 1}});
 }
 
@@ -291,6 +302,7 @@ TEST(JsonReader, RejectsOtherEscapes)
 {
     ExpectFailures({{R"("a\x")", JsonError::BadEscape, 2},
                     {R"("\'")", JsonError::BadEscape, 1},
+                    {"\"\\x", JsonError::BadEscape, 1},
                     {R"("\0")", JsonError::BadEscape, 1},
                     {R"("\U0041")", JsonError::BadEscape, 1},
                     {"\"\\\n\"", JsonError::BadEscape, 1},

@@ -77,6 +77,24 @@ void ForEachPlace(Visit visit)
     }
 }
 
+TEST(JsonRuns, StopAtTheseBytesAndAtNoOthers)
+{
+    const auto isOneOf = [](std::string_view bytes, uint8_t byte) {
+        return bytes.find(static_cast<char>(byte)) != std::string_view::npos;
+    };
+    const auto stringStops = [](__m128i group) {
+        return StringStops(group, _mm_set1_epi8('"'));
+    };
+    for (uint32_t i = 0; i < 256; ++i)
+    {
+        const uint8_t byte = static_cast<uint8_t>(i);
+        EXPECT_EQ(IsStop(stringStops, byte), byte <= '\r' || isOneOf("\"\\", byte)) << i;
+        EXPECT_EQ(IsStop(NumberStops, byte), byte <= ' ' || isOneOf(",/]}", byte)) << i;
+        EXPECT_EQ(IsStop(NonDigits, byte), !isOneOf("0123456789", byte)) << i;
+        EXPECT_EQ(IsStop(NonBlanks, byte), !isOneOf(" \t\r", byte)) << i;
+    }
+}
+
 TEST(JsonRuns, StringsOfAllLengthsAreCopied)
 {
     for (size_t length = 0; length <= longest; ++length)

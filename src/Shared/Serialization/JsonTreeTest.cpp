@@ -181,6 +181,25 @@ TEST(JsonTree, CopiesAllTextsSoThatTheSourceCanBeFreed)
     FreeJson(root);
 }
 
+TEST(JsonTree, IsTheSameInOneCallAsInSteps)
+{
+    constexpr std::string_view text = "[1,\n {\"a\": \"b\"}]\n\t "; // the first value is in the first line
+    for (const uint32_t flags : {uint32_t{0}, uint32_t{JsonOption::RecordPositions}})
+    {
+        const JsonTree tree = ParseInSteps(text, flags);
+        ASSERT_TRUE(tree.accepted);
+        JsonParseState state = StartJsonParse(text.data(), static_cast<uint32_t>(text.size()), flags);
+        JsonValue* root = ParseJson(state);
+        ASSERT_NE(root, nullptr);
+        EXPECT_TRUE(
+            IsSameValue(*root, tree.Root(), flags != 0 ? ComparePositions::Yes : ComparePositions::No));
+        EXPECT_EQ(state.offset, tree.built.offset);
+        EXPECT_EQ(state.lineNumber, tree.built.lineNumber);
+        EXPECT_EQ(state.lineOffset, tree.built.lineOffset);
+        FreeJson(root);
+    }
+}
+
 TEST(JsonTree, EndsPassTwoAtTheEndOfTheValue)
 {
     const JsonTree tree = ParseInSteps(" {\"a\":\n[]} \n");

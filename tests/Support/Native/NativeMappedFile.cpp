@@ -27,6 +27,7 @@ size_t SizeOfMapping(const MappedFile& file)
 } // namespace
 
 uint32_t closedMappedFiles = 0;
+const uint8_t* lastClosedView = nullptr;
 
 Result<MappedFile> OpenMappedFile(const wchar_t* path)
 {
@@ -63,6 +64,7 @@ void CloseMappedFile(MappedFile& file)
     {
         munmap(const_cast<uint8_t*>(file.view), SizeOfMapping(file));
     }
+    lastClosedView = file.view;
     file = {};
     ++closedMappedFiles;
 }

@@ -15,4 +15,7 @@ MappedFile LendAsMappedFile(const void* buffer);
 
 /// Calls of `CloseMappedFile` so far.
 extern uint32_t closedMappedFiles;
+
+/// The view of the last one.
+extern const uint8_t* lastClosedView;
 } // namespace Torvane

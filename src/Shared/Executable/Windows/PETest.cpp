@@ -467,6 +467,19 @@ TEST_F(PE, KeepsANameOf1023BytesWhole)
     EXPECT_EQ(NameOf(names, 2), "short.dll");
 }
 
+TEST_F(PE, KeepsALastNameOf1023BytesWithinTheBlock)
+{
+    // The native build has a sanitizer that sees a byte after the block.
+    const std::string longest(1023, 'n');
+    ImageBuilder builder;
+    builder.PutImports(0x500, 0x1100, {"one.dll", longest});
+    builder.importDirectorySize = 40;
+    const ImportedModuleNameList names = ParsedImage(builder).GatherNames();
+    EXPECT_EQ(names.capacity, 2u);
+    ASSERT_EQ(names.count, 2u);
+    EXPECT_EQ(NameOf(names, 1), longest);
+}
+
 TEST_F(PE, CopiesTheHeadersOfA32BitImageAndClearsTheRest)
 {
     const ParsedImage image{ImageBuilder()};

@@ -135,6 +135,19 @@ TEST(PoolChunk, AlignsTheBlocksOfAChunkThatIsNot)
     }
 }
 
+TEST(PoolChunk, RoundsEveryBlockSizeUpToTheAlignment)
+{
+    const TestChunk chunk(4096);
+    for (uint32_t blockSize = 16; blockSize <= 64; ++blockSize)
+    {
+        SCOPED_TRACE(blockSize);
+        const auto blocks = Follow(CarveChunk(chunk.start, 4096, blockSize, alignment), chunk.start);
+        ASSERT_EQ(blocks.size(), 4096 / StrideOf(blockSize) - 1);
+        EXPECT_EQ(blocks[0], static_cast<ptrdiff_t>(StrideOf(blockSize)));
+        EXPECT_EQ(blocks[1], static_cast<ptrdiff_t>(2 * StrideOf(blockSize)));
+    }
+}
+
 TEST(PoolChunk, RaisesTheSmallestBlocks)
 {
     const TestChunk chunk(256);

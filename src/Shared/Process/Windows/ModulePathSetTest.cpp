@@ -291,6 +291,14 @@ TEST_F(ModulePathSetTest, DoublesAtThreeQuartersAlsoForAPathThatItContains)
     ExpectSoundTable(set);
 }
 
+TEST_F(ModulePathSetTest, EndsWithoutATable)
+{
+    const ModulePathSet set(0);
+    EXPECT_EQ(set.entries, nullptr);
+    EXPECT_EQ(set.controls, nullptr);
+    EXPECT_EQ(set.capacity, 0u);
+}
+
 TEST_F(ModulePathSetTest, GrowsFromNothingTo16Slots)
 {
     ModulePathSet set(0);
