@@ -28,8 +28,9 @@ function(torvane_precompile_test_headers target)
 endfunction()
 
 # torvane_add_test_suites(target prefix)
-# Each suite of a GoogleTest program becomes a test <prefix>.<suite>.
+# Each suite of a GoogleTest program becomes a test <prefix>.<suite>. Each of its tests has a time limit.
 function(torvane_add_test_suites target prefix)
+    target_sources(${target} PRIVATE "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../tests/Support/TestLimit.cpp")
     set(script "${CMAKE_CURRENT_BINARY_DIR}/${target}Suites.cmake")
     file(GENERATE OUTPUT "${script}" CONTENT "\
 set(program [[$<TARGET_FILE:${target}>]])

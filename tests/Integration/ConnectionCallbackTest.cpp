@@ -259,7 +259,8 @@ void TVN_CALL WaitAtGate(void* context, TvnConnectionStatus)
 {
     Gate& gate = *static_cast<Gate*>(context);
     InterlockedIncrement(&gate.entered);
-    WaitForSingleObject(gate.open, INFINITE);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(gate.open, testTimeout))
+        << "The test hasn't opened the gate.";
 }
 } // namespace
 

@@ -138,7 +138,7 @@ HOST_TEST_OF(ExceptionHost, ExceptionThreads, AFaultInAPatchesEntryPointIsNotRep
         static BOOL WINAPI Run(void*, DWORD reason, void*)
         {
             SetEvent(meeting.entered);
-            WaitForSingleObject(meeting.leave, INFINITE);
+            EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(meeting.leave, testTimeout));
             *reinterpret_cast<volatile DWORD*>(nowhere) = reason;
             return TRUE;
         }

@@ -6,6 +6,7 @@
 #include <windows.h>
 
 #include <process.h>
+#include <stdio.h>
 #include <string.h>
 
 namespace
@@ -48,8 +49,14 @@ unsigned __stdcall EndWithHost(void* host)
     {
         memcpy(&limit, data.data(), sizeof(limit));
     }
-    WaitForSingleObject(host, static_cast<DWORD>(limit * 1000) + graceAfterHost);
-    TerminateProcess(host, orphanExitCode);
+    if (WaitForSingleObject(host, static_cast<DWORD>(limit * 1000) + graceAfterHost) == WAIT_TIMEOUT)
+    {
+        fprintf(stderr,
+                "\n%s hangs: its host hasn't ended within its %u seconds and is ended by its Bridge.\n",
+                Torvane::Bridge::ChosenScenario().c_str(), static_cast<unsigned>(limit));
+        fflush(stderr);
+        TerminateProcess(host, orphanExitCode);
+    }
     Sleep(graceAfterHost);
     TerminateProcess(GetCurrentProcess(), orphanExitCode);
     return 0;

@@ -1,5 +1,7 @@
 #include "tests/Support/Integration/Channel.h"
 
+#include "tests/Support/Wait.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -67,7 +69,11 @@ Channel::~Channel()
 
 void Channel::Lock()
 {
-    WaitForSingleObject(mutex, INFINITE);
+    // Abandoned if the other half has been ended, and owned for long if that one's threads are suspended.
+    if (WaitForSingleObject(mutex, 2 * testTimeout) == WAIT_TIMEOUT)
+    {
+        Die("the other half doesn't release the mutex", std::to_string(GetCurrentProcessId()));
+    }
 }
 
 void Channel::Unlock()

@@ -33,7 +33,7 @@ std::vector<uint8_t> RawPipe::Read(size_t size)
 {
     std::vector<uint8_t> bytes(size);
     size_t done = 0;
-    while (done < size)
+    while (done < size && WaitForBytes(1))
     {
         DWORD count = 0;
         if (!ReadFile(pipe, bytes.data() + done, static_cast<DWORD>(size - done), &count, nullptr) &&

@@ -23,13 +23,14 @@ public:
     /// Whether it could be opened.
     explicit operator bool() const;
 
-    /// Exactly that many bytes; fewer if the pipe is closed before. Waits without a limit of its own.
+    /// Exactly that many bytes; fewer if the pipe is closed before, or if none comes within the limit `testTimeout`.
     std::vector<uint8_t> Read(size_t size);
 
     /// A whole Blob with its header; empty if the pipe is closed before.
     std::vector<uint8_t> ReadBlob();
 
-    /// The bytes of one read of at most `size`: a whole message if it isn't longer. Empty on failure.
+    /// The bytes of one read of at most `size`: a whole message if it isn't longer. Empty on failure. A message may be
+    /// empty, so that nothing shows whether there is one: the wait ends with the time limit of the test.
     std::vector<uint8_t> ReadMessage(size_t size);
 
     /// Writes one message, which may be empty.

@@ -2,6 +2,7 @@
 
 #include "tests/Support/Integration/AgentLog.h"
 #include "tests/Support/Integration/Channel.h"
+#include "tests/Support/Wait.h"
 
 #include <windows.h>
 
@@ -62,7 +63,7 @@ void StopTimeLimit()
         return;
     }
     SetEvent(current->stop);
-    WaitForSingleObject(current->thread, INFINITE);
+    WaitForSingleObject(current->thread, testTimeout);
     CloseHandle(current->thread);
     CloseHandle(current->stop);
     delete current;

@@ -33,7 +33,7 @@ protected:
 HANDLE CreateAbandonedMutex()
 {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
-    const TestThread owner([mutex] { WaitForSingleObject(mutex, INFINITE); });
+    const TestThread owner([mutex] { EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0); });
     EXPECT_TRUE(owner.WaitForEnd());
     return mutex;
 }

@@ -65,7 +65,7 @@ std::wstring MutexNameOf(const wchar_t* section)
 const ChildRole dyingOwner(L"dying owner", [](const wchar_t* name) {
     const SharedSection section(name);
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, MutexNameOf(name).c_str());
-    WaitForSingleObject(mutex, INFINITE);
+    WaitForSingleObject(mutex, testTimeout);
     section->first = 2;
     TerminateProcess(GetCurrentProcess(), 0);
 });
@@ -74,7 +74,7 @@ const ChildRole dyingOwner(L"dying owner", [](const wchar_t* name) {
 const ChildRole orderlyOwner(L"orderly owner", [](const wchar_t* name) {
     const SharedSection section(name);
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, MutexNameOf(name).c_str());
-    WaitForSingleObject(mutex, INFINITE);
+    WaitForSingleObject(mutex, testTimeout);
     section->first = 2;
     section->second = 2;
     ReleaseMutex(mutex);
@@ -198,7 +198,7 @@ TEST_F(InterprocessMutexTest, WaitsWithoutALimitUntilItIsFree)
         EXPECT_EQ(wait.GetTimeOuts(), std::vector<DWORD>{INFINITE});
     }
     std::atomic<bool> held = false;
-    WaitForSingleObject(mutex.handle, INFINITE);
+    ASSERT_EQ(WaitForSingleObject(mutex.handle, 0), WAIT_OBJECT_0);
     const TestThread waiting([&] {
         const ScopedInterprocessLock lock(mutex);
         held = true;
@@ -269,7 +269,7 @@ TEST_F(InterprocessMutexTest, IsTakenOverFromAProcessThatDied)
 TEST_F(InterprocessMutexTest, IsTakenOverFromAThreadThatEnded)
 {
     {
-        const TestThread owner([&] { WaitForSingleObject(mutex.handle, INFINITE); });
+        const TestThread owner([&] { EXPECT_EQ(WaitForSingleObject(mutex.handle, 0), WAIT_OBJECT_0); });
     }
     {
         const ScopedInterprocessLock lock(mutex);

@@ -174,7 +174,7 @@ TEST(Semaphore, FailsForAMutexOfAThreadThatIsGone)
     const RecordedLog log;
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, nullptr);
     {
-        const TestThread owner([mutex] { WaitForSingleObject(mutex, INFINITE); });
+        const TestThread owner([mutex] { EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0); });
     }
     const Result<bool> result = WaitForSemaphore(mutex);
     EXPECT_EQ(result.code, static_cast<uint32_t>(WAIT_ABANDONED));

@@ -4,6 +4,7 @@
 #include "Shared/Memory/MemorySystem.h"
 #include "tests/Support/FakeImport.h"
 #include "tests/Support/ProcessMemoryFixture.h"
+#include "tests/Support/Wait.h"
 
 #include <string.h>
 
@@ -605,7 +606,7 @@ TEST_F(ProcessMemory, CopiesTheEnvironmentOfAnotherProcess)
         EXPECT_TRUE(Contains(buffer, L"TorvaneChild=that of the child"));
     }
     TerminateProcess(child.hProcess, 0);
-    WaitForSingleObject(child.hProcess, INFINITE);
+    EXPECT_EQ(WaitForSingleObject(child.hProcess, testTimeout), WAIT_OBJECT_0) << "The child doesn't end.";
     CloseHandle(child.hThread);
     CloseHandle(child.hProcess);
 }
