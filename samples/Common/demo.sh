@@ -39,6 +39,11 @@ trap 'exit 143' TERM
 
 waitForHost()
 {
+    local end=$((SECONDS + 60))
+    while kill -0 "$host" 2> /dev/null; do
+        [ "$SECONDS" -lt "$end" ] || fail "the host doesn't end"
+        sleep 0.05
+    done
     wait "$host" || fail "the host's exit status is $?"
     host=''
 }

@@ -15,7 +15,7 @@ string(REPLACE "/" "\\" windowsFolder "Z:${FOLDER}")
 function(run recording)
     execute_process(
         COMMAND "${CMAKE_COMMAND}" -E env "TORVANE_BRIDGE_RECORDING=${recording}" "${RUNNER}" --prefix "${WINE_PREFIX}" ${ARGN}
-        OUTPUT_VARIABLE output RESULT_VARIABLE result)
+        OUTPUT_VARIABLE output RESULT_VARIABLE result TIMEOUT 120)
     string(REPLACE "\r" "" output "${output}")
     set(output "${output}" PARENT_SCOPE)
     set(result "${result}" PARENT_SCOPE)

@@ -13,7 +13,7 @@ import re
 import subprocess
 import sys
 
-from Decoding import LONGEST, decode
+from Decoding import LIMIT, LONGEST, decode
 
 FWAIT = 0x9B
 LINE = re.compile(rb"^ *([0-9a-f]+):\t([0-9a-f ]+?) *(?:\t(.*))?$")
@@ -22,7 +22,7 @@ LINE = re.compile(rb"^ *([0-9a-f]+):\t([0-9a-f ]+?) *(?:\t(.*))?$")
 def disassemble(objdump, library):
     """Address, bytes and text of each instruction, in their order."""
     output = subprocess.run([objdump, "-d", "-M", "intel", "--insn-width=%d" % LONGEST, library],
-                            stdout=subprocess.PIPE, check=True).stdout
+                            stdout=subprocess.PIPE, check=True, timeout=LIMIT).stdout
     for line in output.splitlines():
         match = LINE.match(line)
         if match:

@@ -12,7 +12,7 @@ import re
 import subprocess
 import sys
 
-from Decoding import LONGEST, decode
+from Decoding import LIMIT, LONGEST, decode
 
 EXTENSIONS = "+avx,+avx2,+avx512f,+avx512bw,+fma,+aes,+bmi,+tbm,+lwp,+popcnt,+lzcnt,+rtm,+sse4.2"
 LINE = re.compile(r"^\t(.*?)\s*[#;] encoding: \[(.*)\]$")
@@ -23,7 +23,7 @@ FILLINGS = (0x00, 0x66, 0x90, 0xCC, 0xF0, 0xFF)
 def assemble(assembler, source):
     """Text and bytes of each instruction."""
     listing = subprocess.run([assembler, "--triple=i386", "--output-asm-variant=1", "-mattr=" + EXTENSIONS,
-                              "--show-encoding", source], stdout=subprocess.PIPE, check=True).stdout
+                              "--show-encoding", source], stdout=subprocess.PIPE, check=True, timeout=LIMIT).stdout
     text, code = "", b""
     for line in listing.decode().splitlines():
         match = LINE.match(line)

@@ -4,6 +4,7 @@ import subprocess
 import sys
 
 LONGEST = 15
+LIMIT = 300  # seconds that a program may take
 
 
 def decode(sweep, records):
@@ -11,7 +12,8 @@ def decode(sweep, records):
 
     sweep is the program after all that has to precede it.
     """
-    lengths = subprocess.run(sweep, input=b"".join(records), stdout=subprocess.PIPE, check=True).stdout
+    lengths = subprocess.run(sweep, input=b"".join(records), stdout=subprocess.PIPE, check=True,
+                             timeout=LIMIT).stdout
     if len(lengths) != len(records):
         sys.exit("%d lengths for %d records" % (len(lengths), len(records)))
     return lengths

@@ -13,6 +13,7 @@ import re
 import subprocess
 import sys
 
+LIMIT = 300  # seconds that a program may take
 MACHINE_32 = "14c"
 MACHINE_64 = "8664"
 
@@ -30,7 +31,7 @@ def find_images(folders):
 
 
 def run(command):
-    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=LIMIT)
     if result.returncode != 0:
         sys.exit("%s failed with %d:\n%s" % (command[0], result.returncode,
                                               result.stderr.decode(errors="replace")[-4000:]))

@@ -6,24 +6,28 @@ import tempfile
 from pathlib import Path
 from xml.sax.saxutils import unescape
 
+LIMIT = 300  # seconds that a program may take
+
 
 def embedded(pdbutil, pdb):
     """The bytes of the PDB's only natvis file."""
-    streams = subprocess.run([pdbutil, 'dump', '-streams', pdb], check=True, capture_output=True, text=True).stdout
+    streams = subprocess.run([pdbutil, 'dump', '-streams', pdb], check=True, capture_output=True, text=True,
+                             timeout=LIMIT).stdout
     found = re.findall(r'Stream +(\d+) .*Named Stream "/src/files/.*\.natvis"', streams)
     if len(found) != 1:
         raise ValueError(f'{len(found)} natvis files in {pdb}')
     with tempfile.TemporaryDirectory() as folder:
         out = Path(folder) / 'natvis'
         subprocess.run([pdbutil, 'export', f'-stream={found[0]}', f'-out={out}', pdb], check=True,
-                       stdout=subprocess.DEVNULL)
+                       stdout=subprocess.DEVNULL, timeout=LIMIT)
         return out.read_bytes()
 
 
 def main(pdbutil, pdb, natvis):
     if embedded(pdbutil, pdb) != Path(natvis).read_bytes():
         raise ValueError('the PDB contains another natvis file')
-    types = subprocess.run([pdbutil, 'dump', '-types', pdb], check=True, capture_output=True, text=True).stdout
+    types = subprocess.run([pdbutil, 'dump', '-types', pdb], check=True, capture_output=True, text=True,
+                           timeout=LIMIT).stdout
     known = set()
     for record in re.split(r'\n +0x[0-9A-F]+ \| ', types):
         named = re.match(r'LF_(?:STRUCTURE|CLASS|ENUM) .*`(Torvane::[^`]*)`', record)

@@ -7,7 +7,7 @@ function(run status)
     execute_process(
         COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${PACKAGE}/bin/blobs.exe" ${ARGN}
         WORKING_DIRECTORY "${FOLDER}"
-        OUTPUT_VARIABLE output RESULT_VARIABLE result)
+        OUTPUT_VARIABLE output RESULT_VARIABLE result TIMEOUT 120)
     if(NOT result EQUAL status)
         message(FATAL_ERROR "blobs ${ARGN} ended with ${result}: ${output}")
     endif()

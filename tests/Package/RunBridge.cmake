@@ -48,7 +48,7 @@ string(REPLACE "/" "\\" windowsNotes "Z:${notes}")
 execute_process(
     COMMAND "${CMAKE_COMMAND}" -E env "TORVANE_NOTES=${windowsNotes}"
             "${RUNNER}" --prefix "${WINE_PREFIX}" "${folder}/${host}"
-    OUTPUT_VARIABLE output RESULT_VARIABLE result)
+    OUTPUT_VARIABLE output RESULT_VARIABLE result TIMEOUT 120)
 message("${output}")
 if(NOT result EQUAL 0)
     message(FATAL_ERROR "The host ended with ${result}")

@@ -16,7 +16,7 @@ execute_process(COMMAND "${CMAKE_COMMAND}" --build "${COPY}/build" COMMAND_ERROR
 foreach(host Linked Loaded)
     execute_process(
         COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/build/bin/${host}.exe"
-        OUTPUT_VARIABLE output RESULT_VARIABLE result)
+        OUTPUT_VARIABLE output RESULT_VARIABLE result TIMEOUT 120)
     string(REPLACE "\r" "" output "${output}")
     if(NOT result EQUAL 0 OR NOT output STREQUAL "version ${VERSION}\nstatus ${STATUS}\ndone\n")
         message(FATAL_ERROR "${host} ended with ${result} and said:\n${output}")
@@ -27,7 +27,8 @@ endforeach()
 # The one that loads the library doesn't import it: without the library it starts, and says so by its exit code.
 file(REMOVE_RECURSE "${COPY}/alone")
 file(COPY "${COPY}/build/bin/Loaded.exe" DESTINATION "${COPY}/alone")
-execute_process(COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/alone/Loaded.exe" RESULT_VARIABLE result)
+execute_process(COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${COPY}/alone/Loaded.exe"
+    RESULT_VARIABLE result TIMEOUT 120)
 if(NOT result EQUAL 1)
     message(FATAL_ERROR "Without the library Loaded ended with ${result}")
 endif()

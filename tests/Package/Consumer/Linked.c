@@ -22,7 +22,11 @@ int main(void)
     printf("version %s\n", TvnGetVersion());
     TvnStartupDefaultAgent(&agent, NULL, NULL, NULL);
     agent.TvnOnConnection(known, TakeStatus);
-    WaitForSingleObject(known, INFINITE);
+    if (WaitForSingleObject(known, 60000) != WAIT_OBJECT_0)
+    {
+        printf("no connection status\n");
+        return 1;
+    }
     TvnShutdown();
     printf("done\n");
     return 0;

@@ -22,7 +22,7 @@ int main()
     }
     printf("version %s\n", host.exports.TvnGetVersion());
     TvnHostOnConnection(&host, nullptr, &TakeStatus);
-    TvnHostWaitForConnection(&host, INFINITE);
+    TvnHostWaitForConnection(&host, 60000);
     TvnHostShutdown(&host);
     printf("done\n");
     return 0;

@@ -7,7 +7,8 @@ execute_process(
             "${FOLDER}/Host.obj" "${PACKAGE}/lib/TVN_Agent_x86.lib"
     COMMAND_ERROR_IS_FATAL ANY)
 file(COPY "${PACKAGE}/bin/TVN_Agent_x86.dll" DESTINATION "${FOLDER}")
-execute_process(COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${FOLDER}/Host.exe" RESULT_VARIABLE result)
+execute_process(COMMAND "${RUNNER}" --prefix "${WINE_PREFIX}" "${FOLDER}/Host.exe"
+    RESULT_VARIABLE result TIMEOUT 120)
 if(NOT result EQUAL 42)
     message(FATAL_ERROR "The host ended with ${result}")
 endif()
