@@ -58,6 +58,7 @@ struct LoaderDouble
         name.Length = static_cast<USHORT>(wcslen(path) * sizeof(wchar_t));
         name.MaximumLength = static_cast<USHORT>(name.Length + sizeof(wchar_t));
         const NotificationData data = {0, &name, &name, nullptr, 0};
+        ASSERT_LT(registration, notifications.size()) << "Nothing is registered with the loader.";
         notifications[registration](reason, &data, contexts[registration]);
     }
 };
