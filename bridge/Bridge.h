@@ -14,16 +14,16 @@
 ///     {
 ///         return 1;
 ///     }
-///     const auto process = link.Expect<RegisterProcessBlob>(2000);
+///     const auto process = link.WaitFor<RegisterProcessBlob>(2000);
 ///     ... SendLoadPatch(link, patch);
-///     const auto loaded = link.Expect<PatchLoadedBlob>(10000);
+///     const auto loaded = link.WaitFor<PatchLoadedBlob>(10000);
 ///     link.WaitUntilClosed(INFINITE);
 ///
 /// A Bridge has to take into account:
 ///
 /// - The Agent executes one Blob at a time, in the order in which they were sent, and replies to few of them:
 ///   `LoadPatchWindows` (by `PatchLoaded`, or a log Blob of level Error), `ReadMemory` (`ReadMemoryResult`) and
-///   `EchoRequest` (`EchoReply`). An echo reports that everything sent before has been executed (`WaitUntilExecuted`).
+///   `EchoRequest` (`EchoReply`). An echo reports that everything sent before has been executed (`Fence`).
 /// - The Agent trusts what it receives: sizes, offsets and addresses aren't checked. After a Blob of a number that it
 ///   doesn't accept it permanently executes no more.
 /// - A thread of the host that waits for modules to be enabled waits for as many `DecrementLatch` as its call has found
@@ -52,6 +52,7 @@
 #include "bridge/PatchImage.h"
 #include "bridge/Recording/Recorder.h"
 #include "bridge/Relaunch.h"
+#include "bridge/RemoteAddress.h"
 #include "bridge/Scenario.h"
 #include "bridge/SharedSections.h"
 #include "bridge/SuspendedWaits.h"

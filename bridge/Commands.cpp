@@ -57,25 +57,25 @@ bool SendLoadPatch(Link& link, const PatchCommand& patch)
 {
     BlobWriter<LoadPatchWindowsBlob> blob;
     blob.String(&LoadPatchWindowsBlob::patchPath, patch.path);
-    blob.String(&LoadPatchWindowsBlob::secondText, patch.secondText);
-    blob.fixed.echo38 = patch.echo38;
+    blob.String(&LoadPatchWindowsBlob::secondText, patch.cookieText);
+    blob.fixed.echo38 = patch.cookie38;
     blob.List(&LoadPatchWindowsBlob::reservations, patch.reservations);
-    blob.fixed.echo50 = patch.echo50;
-    blob.fixed.echo58 = patch.echo58;
-    blob.fixed.echo60 = patch.echo60;
-    blob.fixed.echo68 = patch.echo68;
+    blob.fixed.echo50 = patch.cookie50;
+    blob.fixed.echo58 = patch.cookie58;
+    blob.fixed.echo60 = patch.cookie60;
+    blob.fixed.echo68 = patch.cookie68;
     blob.fixed.watchdog = patch.watchdog ? 1 : 0;
     return link.Send(blob.Finish());
 }
 
-bool SendUnloadPatch(Link& link, AddressSlot base)
+bool SendUnloadPatch(Link& link, RemoteAddress base)
 {
     BlobWriter<UnloadPatchBlob> blob;
     blob.fixed.base = base;
     return link.Send(blob.Finish());
 }
 
-bool SendCallHooks(Link& link, uint32_t kind, AddressSlot first, AddressSlot end,
+bool SendCallHooks(Link& link, uint32_t kind, RemoteAddress first, RemoteAddress end,
                    const HookArguments& arguments)
 {
     BlobWriter<CallHooksBlob> blob;
@@ -92,18 +92,19 @@ bool SendCallHooks(Link& link, uint32_t kind, AddressSlot first, AddressSlot end
     return link.Send(blob.Finish());
 }
 
-bool SendReadMemory(Link& link, uint64_t elementSize, const std::vector<AddressSlot>& addresses,
-                    uint64_t token)
+bool SendReadMemory(Link& link, uint64_t elementSize, const std::vector<RemoteAddress>& addresses,
+                    uint64_t cookie)
 {
     BlobWriter<ReadMemoryBlob> blob;
     blob.fixed.elementSize = elementSize;
     blob.fixed.elementCount = addresses.size();
     blob.List(&ReadMemoryBlob::addresses, addresses);
-    blob.fixed.token = token;
+    blob.fixed.token = cookie;
     return link.Send(blob.Finish());
 }
 
-bool SendWriteMemory(Link& link, const std::vector<AddressSlot>& addresses, const std::vector<uint8_t>& data)
+bool SendWriteMemory(Link& link, const std::vector<RemoteAddress>& addresses,
+                     const std::vector<uint8_t>& data)
 {
     if (addresses.empty() ? !data.empty() : data.size() % addresses.size() != 0)
     {
@@ -117,8 +118,8 @@ bool SendWriteMemory(Link& link, const std::vector<AddressSlot>& addresses, cons
     return link.Send(blob.Finish());
 }
 
-bool SendCopyMemory(Link& link, uint32_t elementSize, const std::vector<AddressSlot>& sources,
-                    const std::vector<AddressSlot>& destinations)
+bool SendCopyMemory(Link& link, uint32_t elementSize, const std::vector<RemoteAddress>& sources,
+                    const std::vector<RemoteAddress>& destinations)
 {
     if (sources.size() != destinations.size())
     {
@@ -144,7 +145,7 @@ bool SendFlushInstructionCache(Link& link)
     return SendEmpty(link, BlobType::FlushInstructionCache);
 }
 
-bool SendCallEntryPoint(Link& link, AddressSlot base, uint64_t entryPoint, const EntryPointCode& before,
+bool SendCallEntryPoint(Link& link, RemoteAddress base, uint64_t entryPoint, const EntryPointCode& before,
                         const EntryPointCode& after)
 {
     BlobWriter<CallEntryPointBlob> blob;
@@ -170,7 +171,7 @@ bool SendRequestRestart(Link& link)
     return SendEmpty(link, BlobType::RequestRestart);
 }
 
-bool SendExitProcessForHotRestart(Link& link, AddressSlot event)
+bool SendExitProcessForHotRestart(Link& link, RemoteAddress event)
 {
     BlobWriter<ExitProcessForHotRestartBlob> blob;
     blob.fixed.event = event;
@@ -196,7 +197,7 @@ bool SendHandleExceptionResult(Link& link, const HandleExceptionWindowsBlob& exc
     return link.Send(blob.Finish());
 }
 
-bool SendDecrementLatch(Link& link, AddressSlot latch, uint32_t times)
+bool SendDecrementLatch(Link& link, RemoteAddress latch, uint32_t times)
 {
     BlobWriter<DecrementLatchBlob> blob;
     blob.fixed.latch = latch;
@@ -210,10 +211,10 @@ bool SendDecrementLatch(Link& link, AddressSlot latch, uint32_t times)
     return true;
 }
 
-bool SendEchoRequest(Link& link, uint64_t token)
+bool SendEchoRequest(Link& link, uint64_t cookie)
 {
     BlobWriter<EchoRequestBlob> blob;
-    blob.fixed.token = token;
+    blob.fixed.token = cookie;
     return link.Send(blob.Finish());
 }
 
@@ -222,7 +223,7 @@ bool SendSynchronize(Link& link)
     return SendEmpty(link, BlobType::Synchronize);
 }
 
-bool WaitUntilExecuted(Link& link, uint32_t milliseconds)
+bool Fence(Link& link, uint32_t milliseconds)
 {
     constexpr uint64_t token = 0x4F42455945442121;
     if (!SendEchoRequest(link, token))
@@ -231,7 +232,7 @@ bool WaitUntilExecuted(Link& link, uint32_t milliseconds)
     }
     for (;;)
     {
-        const auto reply = link.Expect<EchoReplyBlob>(milliseconds);
+        const auto reply = link.WaitFor<EchoReplyBlob>(milliseconds);
         if (!reply)
         {
             return false;

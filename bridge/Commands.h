@@ -2,10 +2,11 @@
 
 /// \file
 /// Everything that a Bridge sends, one function for each Blob; any thread. All return what `Link::Send` returns.
-/// Only `WaitUntilExecuted` waits for a reply: see `Link::Expect`. Addresses are those of the Agent's process.
+/// Only `Fence` waits for a reply: see `Link::WaitFor`. Addresses are those of the Agent's process.
 
 #include "Agent/Protocol/Names.h"
 #include "bridge/Link.h"
+#include "bridge/RemoteAddress.h"
 
 #include <stdint.h>
 #include <string>
@@ -20,16 +21,17 @@ bool SendVersion(Link& link, const std::string& version = apiVersion);
 bool SendLogNarrow(Link& link, const std::string& text, BlobLogLevel level = BlobLogLevel::Info);
 bool SendLogWide(Link& link, const std::wstring& text, BlobLogLevel level = BlobLogLevel::Info);
 
-/// The content of a `LoadPatchWindows`. The Agent returns the echoed values in `PatchLoaded` and doesn't use them.
+/// The content of a `LoadPatchWindows`. The Agent doesn't use the cookies; it returns them in `PatchLoaded`, as the fields that
+/// are called `secondText` and `echo…` there.
 struct PatchCommand
 {
-    std::wstring path;       ///< full path of the image, as the host sees it
-    std::wstring secondText; ///< echoed
-    uint64_t echo38 = 0;     ///< echoed, truncated to 32 bits
-    uint64_t echo50 = 0;
-    uint64_t echo58 = 0;
-    uint64_t echo60 = 0;
-    uint8_t echo68 = 0;
+    std::wstring path; ///< full path of the image, as the host sees it
+    std::wstring cookieText;
+    uint64_t cookie38 = 0; ///< truncated to 32 bits
+    uint64_t cookie50 = 0;
+    uint64_t cookie58 = 0;
+    uint64_t cookie60 = 0;
+    uint8_t cookie68 = 0;
     std::vector<WirePageRange>
         reservations; ///< address space to release for the load; reserved again if the load fails
 
@@ -40,7 +42,7 @@ struct PatchCommand
 
 /// The reply is `PatchLoaded` or, if the image can't be loaded, a `LogNarrow` of level Error.
 bool SendLoadPatch(Link& link, const PatchCommand& patch);
-bool SendUnloadPatch(Link& link, AddressSlot base);
+bool SendUnloadPatch(Link& link, RemoteAddress base);
 
 /// Arguments of hooks. Each kind of hook uses some of them.
 struct HookArguments
@@ -54,21 +56,22 @@ struct HookArguments
 };
 
 /// Calls every entry of the table of 32-bit function pointers [first, end) that isn't null.
-bool SendCallHooks(Link& link, uint32_t kind, AddressSlot first, AddressSlot end,
+bool SendCallHooks(Link& link, uint32_t kind, RemoteAddress first, RemoteAddress end,
                    const HookArguments& arguments = {});
 
 /// Reads an element at each address; an address of 0 is skipped. The reply is `ReadMemoryResult`.
-bool SendReadMemory(Link& link, uint64_t elementSize, const std::vector<AddressSlot>& addresses,
-                    uint64_t token);
+bool SendReadMemory(Link& link, uint64_t elementSize, const std::vector<RemoteAddress>& addresses,
+                    uint64_t cookie);
 
 /// `data` holds the elements back to back. \return false, and sends nothing, if its size isn't a multiple of
 /// the number of addresses.
-bool SendWriteMemory(Link& link, const std::vector<AddressSlot>& addresses, const std::vector<uint8_t>& data);
+bool SendWriteMemory(Link& link, const std::vector<RemoteAddress>& addresses,
+                     const std::vector<uint8_t>& data);
 
 /// Copies within the Agent's process, element by element. \return false, and sends nothing, if the two lists
 /// have different lengths.
-bool SendCopyMemory(Link& link, uint32_t elementSize, const std::vector<AddressSlot>& sources,
-                    const std::vector<AddressSlot>& destinations);
+bool SendCopyMemory(Link& link, uint32_t elementSize, const std::vector<RemoteAddress>& sources,
+                    const std::vector<RemoteAddress>& destinations);
 
 bool SendSetPageProtection(Link& link, const std::vector<WirePageRange>& ranges);
 bool SendFlushInstructionCache(Link& link);
@@ -81,7 +84,7 @@ struct EntryPointCode
 
 /// Calls `base` + `entryPoint` as a library's entry point: its first bytes are `before` during the call, and `after` from
 /// then on.
-bool SendCallEntryPoint(Link& link, AddressSlot base, uint64_t entryPoint, const EntryPointCode& before,
+bool SendCallEntryPoint(Link& link, RemoteAddress base, uint64_t entryPoint, const EntryPointCode& before,
                         const EntryPointCode& after);
 
 /// The reply is `Reload`: a default agent sends it at once, a synchronized agent when the host polls and agrees.
@@ -93,7 +96,7 @@ bool SendFinishAfterHotReload(Link& link);
 bool SendRequestRestart(Link& link);
 
 /// \param event the one received in `Restart`.
-bool SendExitProcessForHotRestart(Link& link, AddressSlot event);
+bool SendExitProcessForHotRestart(Link& link, RemoteAddress event);
 
 /// \param order 0 adds the handler as the last one, any other value as the first.
 bool SendInstallExceptionHandler(Link& link, uint32_t order);
@@ -103,14 +106,14 @@ bool SendHandleExceptionResult(Link& link, const HandleExceptionWindowsBlob& exc
                                const ResumeRecord& resumeRecord);
 
 /// \param latch the one received in `EnableModules`. \param times how many of these Blobs are sent.
-bool SendDecrementLatch(Link& link, AddressSlot latch, uint32_t times = 1);
+bool SendDecrementLatch(Link& link, RemoteAddress latch, uint32_t times = 1);
 
 /// The reply is `EchoReply`, sent after the replies to all earlier commands.
-bool SendEchoRequest(Link& link, uint64_t token);
+bool SendEchoRequest(Link& link, uint64_t cookie);
 
 bool SendSynchronize(Link& link);
 
 /// Sends an `EchoRequest` and waits for its reply: all Blobs sent before have been executed then. Replies with other
 /// tokens are removed from the inbox. \return false after the limit.
-bool WaitUntilExecuted(Link& link, uint32_t milliseconds);
+bool Fence(Link& link, uint32_t milliseconds);
 } // namespace Torvane::Bridge

@@ -20,16 +20,16 @@ HostProcess::~HostProcess()
     }
 }
 
-AddressSlot HostProcess::ExecutableBase() const
+RemoteAddress HostProcess::ExecutableBase() const
 {
     HMODULE first = nullptr; // the executable: it is the first module of each process
     DWORD needed = 0;
     return K32EnumProcessModulesEx(process, &first, sizeof(HMODULE), &needed, LIST_MODULES_32BIT)
-               ? reinterpret_cast<AddressSlot>(first)
+               ? reinterpret_cast<RemoteAddress>(first)
                : 0;
 }
 
-HostProcess::Image HostProcess::ImageAt(AddressSlot address) const
+HostProcess::Image HostProcess::ImageAt(RemoteAddress address) const
 {
     MEMORY_BASIC_INFORMATION pages = {};
     VirtualQueryEx(process, reinterpret_cast<const void*>(address), &pages, sizeof(pages));
@@ -37,17 +37,17 @@ HostProcess::Image HostProcess::ImageAt(AddressSlot address) const
     {
         return {};
     }
-    const auto base = reinterpret_cast<AddressSlot>(pages.AllocationBase);
-    AddressSlot end = base;
+    const auto base = reinterpret_cast<RemoteAddress>(pages.AllocationBase);
+    RemoteAddress end = base;
     while (VirtualQueryEx(process, reinterpret_cast<const void*>(end), &pages, sizeof(pages)) != 0 &&
-           reinterpret_cast<AddressSlot>(pages.AllocationBase) == base)
+           reinterpret_cast<RemoteAddress>(pages.AllocationBase) == base)
     {
         end += pages.RegionSize;
     }
     return {base, static_cast<uint32_t>(end - base)};
 }
 
-std::vector<uint8_t> HostProcess::Read(AddressSlot address, size_t size) const
+std::vector<uint8_t> HostProcess::Read(RemoteAddress address, size_t size) const
 {
     std::vector<uint8_t> bytes(size);
     SIZE_T count = 0;
@@ -59,12 +59,12 @@ std::vector<uint8_t> HostProcess::Read(AddressSlot address, size_t size) const
     return bytes;
 }
 
-WirePageRange HostProcess::QueryPages(AddressSlot address) const
+WirePageRange HostProcess::QueryPages(RemoteAddress address) const
 {
     MEMORY_BASIC_INFORMATION information = {};
     VirtualQueryEx(process, reinterpret_cast<const void*>(address), &information, sizeof(information));
     WirePageRange range = {};
-    range.base = reinterpret_cast<AddressSlot>(information.BaseAddress);
+    range.base = reinterpret_cast<RemoteAddress>(information.BaseAddress);
     range.size = information.RegionSize;
     range.protection = information.Protect;
     return range;

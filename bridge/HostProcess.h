@@ -3,7 +3,7 @@
 /// \file
 /// Reads memory and state of the Agent's process; each object belongs to one thread.
 
-#include "Agent/Protocol/Blob.h"
+#include "bridge/RemoteAddress.h"
 
 #include <stdint.h>
 #include <vector>
@@ -31,23 +31,23 @@ public:
     }
 
     /// The module base of the process's executable. 0 on failure.
-    AddressSlot ExecutableBase() const;
+    RemoteAddress ExecutableBase() const;
 
     /// The image that contains an address.
     struct Image
     {
-        AddressSlot base;
+        RemoteAddress base;
         uint32_t size; ///< bytes
     };
 
     /// Zeros if no image contains the address.
-    Image ImageAt(AddressSlot address) const;
+    Image ImageAt(RemoteAddress address) const;
 
     /// Reads memory directly, without the Agent. Empty if part of it can't be read.
-    std::vector<uint8_t> Read(AddressSlot address, size_t size) const;
+    std::vector<uint8_t> Read(RemoteAddress address, size_t size) const;
 
     /// The range of pages with the same state that contains an address; its `protection` is 0 if they aren't committed.
-    WirePageRange QueryPages(AddressSlot address) const;
+    WirePageRange QueryPages(RemoteAddress address) const;
 
     /// Whether the process ends within the limit, in milliseconds.
     bool WaitForEnd(uint32_t milliseconds) const;

@@ -295,7 +295,7 @@ bool Link::ExchangeVersion(uint32_t milliseconds, const char* version)
     {
         return false;
     }
-    const auto answer = Expect<VersionBlob>(milliseconds);
+    const auto answer = WaitFor<VersionBlob>(milliseconds);
     return answer && answer.AnsiString(answer->version) == version;
 }
 
@@ -318,7 +318,7 @@ Message Link::Receive(uint32_t milliseconds)
     return state->Take(milliseconds, [](const Message&) { return true; });
 }
 
-Message Link::ReceiveOneOf(const std::vector<BlobType>& types, uint32_t milliseconds)
+Message Link::WaitForOneOf(const std::vector<BlobType>& types, uint32_t milliseconds)
 {
     return state->Take(milliseconds, [&types](const Message& message) {
         return std::find(types.begin(), types.end(), message.Type()) != types.end();

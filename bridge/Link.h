@@ -57,13 +57,13 @@ public:
     Message Receive(uint32_t milliseconds);
 
     /// As `Receive`, for the first Blob of one of these types. Others stay in the inbox.
-    Message ReceiveOneOf(const std::vector<BlobType>& types, uint32_t milliseconds);
+    Message WaitForOneOf(const std::vector<BlobType>& types, uint32_t milliseconds);
 
-    /// As `ReceiveOneOf`, for one type whose fixed part is `Record`. Also empty for a Blob that is too short.
+    /// As `WaitForOneOf`, for one type whose fixed part is `Record`. Also empty for a Blob that is too short.
     template<typename Record>
-    Received<Record> Expect(uint32_t milliseconds, BlobType type = Record::type)
+    Received<Record> WaitFor(uint32_t milliseconds, BlobType type = Record::type)
     {
-        return Received<Record>(ReceiveOneOf({type}, milliseconds));
+        return Received<Record>(WaitForOneOf({type}, milliseconds));
     }
 
     /// Whether the Agent's end of the agent pipe was closed within the limit.

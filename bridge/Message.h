@@ -53,7 +53,7 @@ public:
     /// The first payload byte, at an address that is a multiple of 8.
     const uint8_t* Payload() const;
 
-    /// The fixed part, or null if the payload is too short for it. The type isn't compared: see `Link::Expect`.
+    /// The fixed part, or null if the payload is too short for it. The type isn't compared: see `Link::WaitFor`.
     template<typename Record>
     const Record* As() const
     {

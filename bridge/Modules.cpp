@@ -7,7 +7,7 @@ namespace Torvane::Bridge
 namespace
 {
 template<typename Record>
-std::vector<AnnouncedModule> ReadModules(const Received<Record>& blob)
+std::vector<EnabledModule> ReadModules(const Received<Record>& blob)
 {
     const std::vector<WireModuleIdentity> identities = blob.template List<WireModuleIdentity>(blob->modules);
     const std::vector<ExecutableIdentity> executables =
@@ -16,12 +16,12 @@ std::vector<AnnouncedModule> ReadModules(const Received<Record>& blob)
     {
         return {};
     }
-    std::vector<AnnouncedModule> modules;
+    std::vector<EnabledModule> modules;
     for (size_t i = 0; i < identities.size(); ++i)
     {
         const InlineWideText& path = identities[i].path;
         const size_t capacity = sizeof(path.text) / sizeof(path.text[0]);
-        AnnouncedModule module;
+        EnabledModule module;
         module.path.assign(path.text, path.text + std::min<size_t>(path.length, capacity));
         module.base = identities[i].base;
         module.imageSize = identities[i].imageSize;
@@ -32,13 +32,13 @@ std::vector<AnnouncedModule> ReadModules(const Received<Record>& blob)
 }
 } // namespace
 
-std::vector<AnnouncedModule> ModulesOf(const Received<EnableModulesBlob>& blob)
+std::vector<EnabledModule> ModulesOf(const Received<EnableModulesBlob>& blob)
 {
     if (!blob)
     {
         return {};
     }
-    std::vector<AnnouncedModule> modules = ReadModules(blob);
+    std::vector<EnabledModule> modules = ReadModules(blob);
     const std::vector<uint64_t> counts = blob.List<uint64_t>(blob->pageRangeCounts);
     const std::vector<WirePageRange> ranges = blob.List<WirePageRange>(blob->pageRanges);
     if (counts.size() != modules.size())
@@ -57,12 +57,12 @@ std::vector<AnnouncedModule> ModulesOf(const Received<EnableModulesBlob>& blob)
                                 ranges.begin() + static_cast<ptrdiff_t>(end));
         next = end;
     }
-    return next == ranges.size() ? modules : std::vector<AnnouncedModule>();
+    return next == ranges.size() ? modules : std::vector<EnabledModule>();
 }
 
-std::vector<AnnouncedModule> ModulesOf(const Received<DisableModulesBlob>& blob)
+std::vector<EnabledModule> ModulesOf(const Received<DisableModulesBlob>& blob)
 {
-    return blob ? ReadModules(blob) : std::vector<AnnouncedModule>();
+    return blob ? ReadModules(blob) : std::vector<EnabledModule>();
 }
 
 std::wstring FileNameOf(const std::wstring& path)

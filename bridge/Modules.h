@@ -4,6 +4,7 @@
 /// The modules that a host enables and disables, as its Agent reports them; value types, any thread.
 
 #include "bridge/Message.h"
+#include "bridge/RemoteAddress.h"
 
 #include <stdint.h>
 #include <string>
@@ -12,10 +13,10 @@
 namespace Torvane::Bridge
 {
 /// One module of an `EnableModules` or a `DisableModules`.
-struct AnnouncedModule
+struct EnabledModule
 {
     std::wstring path; ///< normalized
-    AddressSlot base = 0;
+    RemoteAddress base = 0;
     uint32_t imageSize = 0; ///< bytes
     ExecutableIdentity executable = {};
 
@@ -24,8 +25,8 @@ struct AnnouncedModule
 };
 
 /// The modules, in the Blob's order. Empty if its arrays don't match each other or exceed the payload.
-std::vector<AnnouncedModule> ModulesOf(const Received<EnableModulesBlob>& blob);
-std::vector<AnnouncedModule> ModulesOf(const Received<DisableModulesBlob>& blob);
+std::vector<EnabledModule> ModulesOf(const Received<EnableModulesBlob>& blob);
+std::vector<EnabledModule> ModulesOf(const Received<DisableModulesBlob>& blob);
 
 /// The last part of a path.
 std::wstring FileNameOf(const std::wstring& path);

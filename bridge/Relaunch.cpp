@@ -12,7 +12,7 @@ std::wstring ToString(const InlineWideText& text)
 }
 } // namespace
 
-ProcessImage ReadProcessImage(const Received<RestartBlob>& restart)
+LaunchInfo ReadLaunchInfo(const Received<RestartBlob>& restart)
 {
     return {ToString(restart->executablePath), restart.Utf16String(restart->commandLine),
             ToString(restart->currentDirectory),
@@ -31,7 +31,7 @@ bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds)
     return ended;
 }
 
-uint32_t StartLike(const ProcessImage& image)
+uint32_t Launch(const LaunchInfo& image)
 {
     std::wstring commandLine = image.commandLine; // the OS writes into it
     std::vector<uint8_t> environment = image.environment;

@@ -12,7 +12,7 @@
 namespace Torvane::Bridge
 {
 /// The process to be restarted, as its `Restart` Blob describes it.
-struct ProcessImage
+struct LaunchInfo
 {
     std::wstring executablePath;
     std::wstring commandLine;
@@ -21,7 +21,7 @@ struct ProcessImage
         environment; ///< UTF-16, each variable with its terminator; empty if the Blob has none
 };
 
-ProcessImage ReadProcessImage(const Received<RestartBlob>& restart);
+LaunchInfo ReadLaunchInfo(const Received<RestartBlob>& restart);
 
 /// Waits until the process has ended. \return false after the limit, in milliseconds.
 bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds);
@@ -29,5 +29,5 @@ bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds);
 /// Starts a process with the executable, command line, folder and environment of another. It inherits no handles; an
 /// empty environment stands for the Bridge's own.
 /// \return its id; 0 on failure, see `GetLastError`.
-uint32_t StartLike(const ProcessImage& image);
+uint32_t Launch(const LaunchInfo& image);
 } // namespace Torvane::Bridge

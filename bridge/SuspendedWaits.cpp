@@ -36,7 +36,7 @@ Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<
     const double end = link.Now() + milliseconds / 1000.0;
     while (link.Now() < end)
     {
-        Message message = link.ReceiveOneOf(types, std::min(quietTime, milliseconds));
+        Message message = link.WaitForOneOf(types, std::min(quietTime, milliseconds));
         if (!message)
         {
             RunBriefly(threads);
@@ -57,7 +57,7 @@ Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<
     return {};
 }
 
-bool WaitUntilExecutedWhileSuspended(Link& link, ThreadSuspender& threads, uint32_t milliseconds)
+bool FenceWhileSuspended(Link& link, ThreadSuspender& threads, uint32_t milliseconds)
 {
     if (!SendEchoRequest(link, token))
     {

@@ -21,6 +21,6 @@ namespace Torvane::Bridge
 Message ReceiveWhileSuspended(Link& link, ThreadSuspender& threads, std::vector<BlobType> types,
                               uint32_t milliseconds);
 
-/// `WaitUntilExecuted` for suspended threads: receives as `ReceiveWhileSuspended` does.
-bool WaitUntilExecutedWhileSuspended(Link& link, ThreadSuspender& threads, uint32_t milliseconds);
+/// `Fence` for suspended threads: receives as `ReceiveWhileSuspended` does.
+bool FenceWhileSuspended(Link& link, ThreadSuspender& threads, uint32_t milliseconds);
 } // namespace Torvane::Bridge

@@ -58,7 +58,7 @@ bool ReadPosition(HANDLE thread, Position& position)
     return true;
 }
 
-bool IsIn(AddressSlot address, AddressSlot first, uint32_t size)
+bool IsIn(RemoteAddress address, RemoteAddress first, uint32_t size)
 {
     return address >= first && address < first + size;
 }
@@ -174,7 +174,7 @@ void ThreadSuspender::SuspendAfterLoad()
     }
 }
 
-bool ThreadSuspender::AnyAt(AddressSlot address, uint32_t size) const
+bool ThreadSuspender::AnyAt(RemoteAddress address, uint32_t size) const
 {
     return std::any_of(threads.begin(), threads.end(), [=](const Thread& thread) {
         Position position;
@@ -182,7 +182,7 @@ bool ThreadSuspender::AnyAt(AddressSlot address, uint32_t size) const
     });
 }
 
-bool ThreadSuspender::IsInside(const Thread& thread, AddressSlot image, uint32_t size) const
+bool ThreadSuspender::IsInside(const Thread& thread, RemoteAddress image, uint32_t size) const
 {
     constexpr size_t words = 128; // more than the OS's functions push between their caller and a system call
     Position position;
@@ -215,7 +215,7 @@ bool ThreadSuspender::RunBriefly(const Thread& thread)
     return ReadPosition(thread.handle, after) && !(after == before);
 }
 
-uint32_t ThreadSuspender::RunUntilOutside(AddressSlot image, uint32_t size)
+uint32_t ThreadSuspender::RunUntilOutside(RemoteAddress image, uint32_t size)
 {
     constexpr uint32_t roundsWithoutProgress = 20;
     constexpr uint32_t rounds = 200; // a busy thread can be inside in each round

@@ -3,7 +3,7 @@
 /// \file
 /// Suspends the threads of the Agent's process; each object belongs to one thread.
 
-#include "Agent/Protocol/Blob.h"
+#include "bridge/RemoteAddress.h"
 
 #include <stdint.h>
 #include <vector>
@@ -36,7 +36,7 @@ public:
     /// with the Agent's image, this keeps the Agent's own threads from waiting for a suspended one. A thread that makes
     /// no progress while it runs is in a wait. Such a thread owns none of these locks and stays suspended where it is.
     /// \return how often a thread was resumed.
-    uint32_t RunUntilOutside(AddressSlot image, uint32_t size);
+    uint32_t RunUntilOutside(RemoteAddress image, uint32_t size);
 
     /// Resumes all suspended threads.
     void Resume();
@@ -56,7 +56,7 @@ public:
 
     /// Whether the instruction pointer of a suspended thread is in [address, address + size). True if one can't be
     /// read.
-    bool AnyAt(AddressSlot address, uint32_t size) const;
+    bool AnyAt(RemoteAddress address, uint32_t size) const;
 
 private:
     struct Thread
@@ -66,7 +66,7 @@ private:
     };
 
     bool IsSuspendedOrExcluded(uint32_t id) const;
-    bool IsInside(const Thread& thread, AddressSlot image, uint32_t size) const;
+    bool IsInside(const Thread& thread, RemoteAddress image, uint32_t size) const;
 
     /// \return whether the thread has made progress.
     bool RunBriefly(const Thread& thread);

@@ -46,7 +46,7 @@ void AgentLink::ReceiveUntil(BlobType type)
     while (header.type != type);
 }
 
-void AgentLink::WaitUntilExecuted()
+void AgentLink::Fence()
 {
     Send(Bridge::BlobWriter<EchoRequestBlob>().Finish());
     ReceiveUntil(BlobType::EchoReply);

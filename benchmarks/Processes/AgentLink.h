@@ -33,7 +33,7 @@ public:
     void ReceiveUntil(BlobType type);
 
     /// Returns when the Agent has executed everything that was sent before.
-    void WaitUntilExecuted();
+    void Fence();
 
     /// Reads a Blob of at most `size` bytes with one call, as its sender wrote it.
     void ReceiveWhole(void* blob, uint32_t size)

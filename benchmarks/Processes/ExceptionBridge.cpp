@@ -21,7 +21,7 @@ void AnswerExceptions(Session& session)
     Bridge::BlobWriter<InstallExceptionHandlerBlob> install;
     install.fixed.order = 1;
     session.agent.Send(install.Finish());
-    session.agent.WaitUntilExecuted();
+    session.agent.Fence();
     session.relay.Send(RelayCommand::Answer, nullptr, 0);
     for (uint32_t round = 0; round < session.board->rounds; ++round)
     {

@@ -22,7 +22,7 @@ void UnloadPatch(AgentLink& agent)
     Bridge::BlobWriter<UnloadPatchBlob> blob;
     blob.fixed.base = reinterpret_cast<const PatchLoadedBlob*>(agent.Payload())->base;
     agent.Send(blob.Finish());
-    agent.WaitUntilExecuted();
+    agent.Fence();
 }
 
 void FreeLoaded(RelayLink& relay)

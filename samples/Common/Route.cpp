@@ -13,7 +13,7 @@ namespace Torvane::Sample
 namespace
 {
 /// The opcode E9 and the distance from the end of the instruction.
-std::vector<uint8_t> MakeJump(AddressSlot from, AddressSlot to)
+std::vector<uint8_t> MakeJump(RemoteAddress from, RemoteAddress to)
 {
     constexpr uint8_t opcode = 0xE9;
     const auto distance = static_cast<uint32_t>(to - (from + jumpSize));
@@ -24,7 +24,7 @@ std::vector<uint8_t> MakeJump(AddressSlot from, AddressSlot to)
 }
 
 /// The protection of a page, as announced; 0 outside of the module.
-uint32_t ProtectionOf(const AnnouncedModule& module, AddressSlot address)
+uint32_t ProtectionOf(const EnabledModule& module, RemoteAddress address)
 {
     for (const WirePageRange& range : module.pages)
     {
@@ -37,8 +37,8 @@ uint32_t ProtectionOf(const AnnouncedModule& module, AddressSlot address)
 }
 } // namespace
 
-bool RouteFunction(Link& link, ThreadSuspender& threads, const AnnouncedModule& module, AddressSlot from,
-                   AddressSlot to)
+bool RouteFunction(Link& link, ThreadSuspender& threads, const EnabledModule& module, RemoteAddress from,
+                   RemoteAddress to)
 {
     while (threads.AnyAt(from + 1, jumpSize - 1))
     {

@@ -17,6 +17,6 @@ constexpr uint32_t jumpSize = 5;
 /// Makes the Agent write a jump to `to` over the first bytes of the function at `from` in `module`. The threads have to
 /// be suspended. They are resumed briefly as long as the instruction pointer of one is in these bytes.
 /// \return whether the commands were sent.
-bool RouteFunction(Bridge::Link& link, Bridge::ThreadSuspender& threads,
-                   const Bridge::AnnouncedModule& module, AddressSlot from, AddressSlot to);
+bool RouteFunction(Bridge::Link& link, Bridge::ThreadSuspender& threads, const Bridge::EnabledModule& module,
+                   Bridge::RemoteAddress from, Bridge::RemoteAddress to);
 } // namespace Torvane::Sample

@@ -51,7 +51,7 @@ private:
 
     Link link;
     HostProcess host;
-    AddressSlot resumePlaceAddress = 0;
+    RemoteAddress resumePlaceAddress = 0;
 };
 
 int Decider::Run()
@@ -61,7 +61,7 @@ int Decider::Run()
         Show("fail", "The Bridge can't keep the host alive");
         return 1;
     }
-    while (const auto report = link.Expect<HandleExceptionWindowsBlob>(INFINITE))
+    while (const auto report = link.WaitFor<HandleExceptionWindowsBlob>(INFINITE))
     {
         Decide(report);
     }
@@ -74,13 +74,13 @@ bool Decider::Prepare()
     {
         return false;
     }
-    const auto process = link.Expect<RegisterProcessBlob>(limit);
+    const auto process = link.WaitFor<RegisterProcessBlob>(limit);
     if (!process)
     {
         return false;
     }
     const PatchImage executable(process.Utf16String(process->executablePath));
-    const AddressSlot base = host.ExecutableBase();
+    const RemoteAddress base = host.ExecutableBase();
     const uint32_t resumePlace = executable.FindExport("resumePlace");
     const uint32_t isKeptAlive = executable.FindExport("isKeptAlive");
     if (base == 0 || resumePlace == 0 || isKeptAlive == 0)

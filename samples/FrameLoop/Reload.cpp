@@ -22,7 +22,7 @@ constexpr uint32_t framesToCompile = 30;
 constexpr char changedFunction[] = "Advance";
 constexpr char frameCounter[] = "frameNumber";
 
-uint32_t ReadFrame(const HostProcess& host, AddressSlot address)
+uint32_t ReadFrame(const HostProcess& host, RemoteAddress address)
 {
     const std::vector<uint8_t> bytes = host.Read(address, sizeof(uint32_t));
     uint32_t frame = 0;
@@ -34,7 +34,7 @@ uint32_t ReadFrame(const HostProcess& host, AddressSlot address)
 }
 
 /// \return the path of the patch; empty if there is none.
-std::wstring Compile(Link& link, AddressSlot frameAddress, PatchImage& patch)
+std::wstring Compile(Link& link, RemoteAddress frameAddress, PatchImage& patch)
 {
     const HostProcess host(link.HostProcessId());
     const uint32_t first = ReadFrame(host, frameAddress);
@@ -49,7 +49,7 @@ std::wstring Compile(Link& link, AddressSlot frameAddress, PatchImage& patch)
     return patch.MakeEntryPointIdle() && patch.Save(path) ? path : std::wstring();
 }
 
-bool Reload(Link& link, const RegisterProcessBlob& process, const AnnouncedModule& module)
+bool Reload(Link& link, const RegisterProcessBlob& process, const EnabledModule& module)
 {
     const PatchImage executable(module.path);
     PatchImage patch(OwnFolder() + L"Motion.dll");
@@ -58,7 +58,7 @@ bool Reload(Link& link, const RegisterProcessBlob& process, const AnnouncedModul
         return false;
     }
     SendRequestReload(link);
-    if (!link.Expect<ReloadBlob>(limit)) // the host has polled, and continues with its frames
+    if (!link.WaitFor<ReloadBlob>(limit)) // the host has polled, and continues with its frames
     {
         return false;
     }
@@ -66,7 +66,7 @@ bool Reload(Link& link, const RegisterProcessBlob& process, const AnnouncedModul
     PatchCommand command;
     command.path = Compile(link, module.base + executable.FindExport(frameCounter), patch);
     SendLoadPatch(link, command);
-    const auto loaded = link.Expect<PatchLoadedBlob>(limit); // the host has called TvnReload
+    const auto loaded = link.WaitFor<PatchLoadedBlob>(limit); // the host has called TvnReload
     if (!loaded)
     {
         return false;
@@ -77,7 +77,7 @@ bool Reload(Link& link, const RegisterProcessBlob& process, const AnnouncedModul
         RouteFunction(link, threads, module, module.base + executable.FindExport(changedFunction),
                       loaded->base + patch.FindExport(changedFunction)) &&
         SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
-        WaitUntilExecutedWhileSuspended(link, threads, limit);
+        FenceWhileSuspended(link, threads, limit);
     threads.Resume();
     return success;
 }
@@ -89,8 +89,8 @@ int RunFrameLoop(uint32_t hostProcessId)
     {
         return 1;
     }
-    const auto process = link.Expect<RegisterProcessBlob>(limit);
-    const auto enabled = link.Expect<EnableModulesBlob>(limit);
+    const auto process = link.WaitFor<RegisterProcessBlob>(limit);
+    const auto enabled = link.WaitFor<EnableModulesBlob>(limit);
     if (!process || !enabled || ModulesOf(enabled).size() != 1)
     {
         return 1;

@@ -36,7 +36,7 @@ std::string Hexadecimal(const std::vector<uint8_t>& bytes)
     return text;
 }
 
-std::string Address(AddressSlot address)
+std::string Address(RemoteAddress address)
 {
     char text[20];
     snprintf(text, sizeof(text), "0x%08X", static_cast<uint32_t>(address));
@@ -92,7 +92,7 @@ private:
     bool Reload(uint32_t number);
     bool LoadAndInstall(uint32_t number, ThreadSuspender& threads);
     Received<PatchLoadedBlob> Load(const PatchCommand& command, ThreadSuspender& threads);
-    bool Route(AddressSlot from, AddressSlot to, ThreadSuspender& threads);
+    bool Route(RemoteAddress from, RemoteAddress to, ThreadSuspender& threads);
     bool CallTable(uint32_t kind, const char* name, uint32_t number);
 
     ReloadFiles files;
@@ -102,7 +102,7 @@ private:
     Received<RegisterProcessBlob> process;
 
     /// The host's executable, as the host has announced it, and its exports.
-    AnnouncedModule announced;
+    EnabledModule announced;
     std::unique_ptr<PatchImage> module;
 };
 
@@ -122,14 +122,14 @@ void Reloader::Report(const std::string& text) const
 /// Waits until the host has announced its modules, and acknowledges them.
 bool Reloader::ReceiveModules()
 {
-    const auto blob = link.Expect<EnableModulesBlob>(limit);
+    const auto blob = link.WaitFor<EnableModulesBlob>(limit);
     if (!blob)
     {
         Report("!! the host hasn't announced its modules");
         return false;
     }
     const std::wstring executable = FileNameOf(process.Utf16String(process->executablePath));
-    for (const AnnouncedModule& candidate : ModulesOf(blob))
+    for (const EnabledModule& candidate : ModulesOf(blob))
     {
         if (_wcsicmp(FileNameOf(candidate.path).c_str(), executable.c_str()) == 0)
         {
@@ -177,8 +177,8 @@ int Reloader::Run()
     {
         return 1;
     }
-    agent = link.Expect<RegisterAgentBlob>(limit);
-    process = link.Expect<RegisterProcessBlob>(limit);
+    agent = link.WaitFor<RegisterAgentBlob>(limit);
+    process = link.WaitFor<RegisterProcessBlob>(limit);
     if (!agent || !process || !ReceiveModules() || !FindModule())
     {
         return 1;
@@ -193,7 +193,7 @@ int Reloader::Run()
 bool Reloader::Reload(uint32_t number)
 {
     SendRequestReload(link);
-    if (!link.Expect<ReloadBlob>(limit))
+    if (!link.WaitFor<ReloadBlob>(limit))
     {
         Report("!! the host hasn't agreed to a reload");
         return false;
@@ -209,7 +209,7 @@ bool Reloader::Reload(uint32_t number)
     threads.Resume();
     Report(".. threads resumed");
     SendFinishAfterHotReload(link);
-    return success && WaitUntilExecuted(link, limit);
+    return success && Fence(link, limit);
 }
 
 bool Reloader::LoadAndInstall(uint32_t number, ThreadSuspender& threads)
@@ -243,12 +243,12 @@ bool Reloader::LoadAndInstall(uint32_t number, ThreadSuspender& threads)
         Report(".. " + std::to_string(threads.Count()) + " threads suspended");
     }
 
-    const AddressSlot from = announced.base + module->FindExport(changedFunction);
-    const AddressSlot to = loaded->base + patch.FindExport(changedFunction);
+    const RemoteAddress from = announced.base + module->FindExport(changedFunction);
+    const RemoteAddress to = loaded->base + patch.FindExport(changedFunction);
     return CallTable(beforeReloadKind, beforeReloadHooksName, number) && Route(from, to, threads) &&
            SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
            CallTable(afterReloadKind, afterReloadHooksName, number) &&
-           WaitUntilExecutedWhileSuspended(link, threads, limit);
+           FenceWhileSuspended(link, threads, limit);
 }
 
 /// Requests the load and waits for its result.
@@ -266,10 +266,10 @@ Received<PatchLoadedBlob> Reloader::Load(const PatchCommand& command, ThreadSusp
 }
 
 /// Shows the old code, and routes it to the new one.
-bool Reloader::Route(AddressSlot from, AddressSlot to, ThreadSuspender& threads)
+bool Reloader::Route(RemoteAddress from, RemoteAddress to, ThreadSuspender& threads)
 {
     SendReadMemory(link, jumpSize, {from}, tokenOfOldCode);
-    const auto oldCode = link.Expect<ReadMemoryResultBlob>(limit);
+    const auto oldCode = link.WaitFor<ReadMemoryResultBlob>(limit);
     if (!oldCode)
     {
         Report("!! the old code can't be read");
@@ -289,7 +289,7 @@ bool Reloader::CallTable(uint32_t kind, const char* name, uint32_t number)
     HookArguments arguments;
     arguments.firstText = "FormatLine in Line.cpp";
     arguments.number = number;
-    const AddressSlot first = announced.base + offset;
+    const RemoteAddress first = announced.base + offset;
     return SendCallHooks(link, kind, first, first + hookCount * sizeof(uint32_t), arguments);
 }
 

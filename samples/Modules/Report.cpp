@@ -31,9 +31,9 @@ uint32_t CountModules(uint32_t processId)
     return static_cast<uint32_t>(size / sizeof(first));
 }
 
-void Report(FILE* log, const char* what, const std::vector<AnnouncedModule>& modules)
+void Report(FILE* log, const char* what, const std::vector<EnabledModule>& modules)
 {
-    for (const AnnouncedModule& module : modules)
+    for (const EnabledModule& module : modules)
     {
         fprintf(log, "%s %ls\n", what, FileNameOf(module.path).c_str());
     }

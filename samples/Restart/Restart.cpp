@@ -39,13 +39,13 @@ void ReportBlob(const Message& message)
 bool Restart(Link& link, uint32_t hostProcessId)
 {
     SendRequestRestart(link);
-    const auto restart = link.Expect<RestartBlob>(limit);
+    const auto restart = link.WaitFor<RestartBlob>(limit);
     if (!restart)
     {
         Report("!! the host hasn't agreed to a restart");
         return false;
     }
-    const ProcessImage image = ReadProcessImage(restart);
+    const LaunchInfo image = ReadLaunchInfo(restart);
     Report(".. executable    " + Utf8(image.executablePath));
     Report(".. command line  " + Utf8(image.commandLine));
     Report(".. folder        " + Utf8(image.currentDirectory));
@@ -56,7 +56,7 @@ bool Restart(Link& link, uint32_t hostProcessId)
         Report("!! the host doesn't end");
         return false;
     }
-    const uint32_t processId = StartLike(image);
+    const uint32_t processId = Launch(image);
     Report(processId == 0 ? "!! the new process can't be started, error " + std::to_string(GetLastError())
                           : ".. started process " + std::to_string(processId));
     return processId != 0;

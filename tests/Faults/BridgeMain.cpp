@@ -205,7 +205,7 @@ private:
         command.watchdog = true;
         command.reservations.push_back({board->reservation, 0x10000, 0, 0});
         SendLoadPatch(link, command);
-        const Message reply = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, replyLimit);
+        const Message reply = link.WaitForOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, replyLimit);
         const bool loaded = reply && reply.Type() == BlobType::PatchLoaded;
         return loaded ? Received<PatchLoadedBlob>(reply) : Received<PatchLoadedBlob>();
     }
@@ -230,7 +230,7 @@ private:
         const AddressSlot code = base + image.EntryPoint();
         SendSetPageProtection(link, {{code & ~AddressSlot{0xFFF}, 0x1000, PAGE_EXECUTE_READWRITE, 0}});
         SendReadMemory(link, 4, {board->memory}, 1);
-        const auto read = link.Expect<ReadMemoryResultBlob>(replyLimit);
+        const auto read = link.WaitFor<ReadMemoryResultBlob>(replyLimit);
         if (read && read->totalSize == 4)
         {
             uint32_t value = 0;
@@ -244,7 +244,7 @@ private:
         SendFlushInstructionCache(link);
         SendCallEntryPoint(link, base, image.EntryPoint(), image.EntryCode(), idleEntryPoint);
         SendCallHooks(link, 10, board->hooks, board->hooks + 8);
-        WaitUntilExecuted(link, replyLimit);
+        Fence(link, replyLimit);
     }
 
     Faults::Board board;

@@ -315,7 +315,7 @@ protected:
     FileNames disabled;
 
 private:
-    static void Note(const std::vector<AnnouncedModule>& modules, FileNames& names)
+    static void Note(const std::vector<EnabledModule>& modules, FileNames& names)
     {
         ASSERT_EQ(1u, modules.size());
         names.push_back(FileNameOf(modules[0].path));
@@ -369,12 +369,12 @@ AUTOMATIC_BRIDGE(DoNotWaitForTheBridge)
     ASSERT_TRUE(Await("loaded"));
     for (uint32_t i = 0; i < 2; ++i)
     {
-        const auto blob = Expect<EnableModulesBlob>();
+        const auto blob = WaitFor<EnableModulesBlob>();
         ASSERT_TRUE(blob);
         EXPECT_NE(0u, blob->latch);
         SendDecrementLatch(link, blob->latch);
     }
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("executed");
 }
 

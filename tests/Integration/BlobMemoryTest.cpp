@@ -129,14 +129,14 @@ BRIDGE_SCENARIO(BlobMemory, OfPayloadsIsFreedWhenTheyAreHandled)
     {
         ASSERT_TRUE(SendLongBlob(link));
     }
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
 }
 
 BRIDGE_SCENARIO_OF(BridgeTest, BlobMemory, OfAFirstPayloadIsFreedToo)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(SendLongBlob(link));
-    EXPECT_TRUE(link.Expect<RegisterProcessBlob>(testTimeout));
+    EXPECT_TRUE(link.WaitFor<RegisterProcessBlob>(testTimeout));
     StayUntilAgentGoes();
 }
 
@@ -144,7 +144,7 @@ BRIDGE_SCENARIO(BlobMemory, OfSentBlobsIsFreed)
 {
     for (int i = 0; i < 2; ++i)
     {
-        const auto log = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
+        const auto log = link.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow);
         ASSERT_TRUE(log);
         EXPECT_EQ(textLength, log.AnsiString(log->text).size());
     }

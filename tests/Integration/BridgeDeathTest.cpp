@@ -234,7 +234,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, WithinTheHeaderOfItsVersion)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 4)));
-    EXPECT_TRUE(Expect<RegisterProcessBlob>()) << "The Agent has begun to read.";
+    EXPECT_TRUE(WaitFor<RegisterProcessBlob>()) << "The Agent has begun to read.";
     Die();
 }
 
@@ -242,7 +242,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, BetweenHeaderAndPayloadOfItsVersion)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, 8)));
-    EXPECT_TRUE(Expect<RegisterProcessBlob>());
+    EXPECT_TRUE(WaitFor<RegisterProcessBlob>());
     Die();
 }
 
@@ -250,7 +250,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, WithinThePayloadOfItsVersion)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(FirstBytes(wholeVersion, wholeVersion.size() - 1)));
-    EXPECT_TRUE(Expect<RegisterProcessBlob>());
+    EXPECT_TRUE(WaitFor<RegisterProcessBlob>());
     Die();
 }
 
@@ -302,9 +302,9 @@ BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderA
     EXPECT_TRUE(reader.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
-    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(testTimeout));
+    EXPECT_TRUE(reader.WaitFor<RegisterProcessBlob>(testTimeout));
     link.Close();
-    const auto log = reader.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
+    const auto log = reader.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(log);
     EXPECT_EQ("still here", log.AnsiString(log->text));
     Signal("taken");
@@ -317,7 +317,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheAgentPipeAloneLeavesTheReceiver
     EXPECT_TRUE(reader.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
-    EXPECT_TRUE(reader.Expect<RegisterProcessBlob>(testTimeout));
+    EXPECT_TRUE(reader.WaitFor<RegisterProcessBlob>(testTimeout));
     reader.Close();
     Signal("agent pipe closed");
     EXPECT_TRUE(Await("sender ended"));

@@ -485,13 +485,13 @@ ENTRY_POINT_BRIDGE(CallsThatOfAPatchOnceWhateverTheLoaderDoes)
     {
         ASSERT_TRUE(Await("call" + word));
         ASSERT_TRUE(SendCallEntryPoint(link, loaded->base, image.EntryPoint(), code, idleEntryPoint));
-        ASSERT_TRUE(WaitUntilExecuted());
+        ASSERT_TRUE(Fence());
         EXPECT_EQ(idle, host.Read(loaded->base + image.EntryPoint(), idle.size()));
         Signal("called" + word);
     }
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
 }
 
 #endif

@@ -517,7 +517,7 @@ BRIDGE_SCENARIO_OF(CallHooksBridge, CallHooks, CleansUpTheStackAfterEachHookOfEa
     for (uint32_t kind = 0; kind <= 11; ++kind)
     {
         EXPECT_TRUE(SendCallHooks(link, kind, hooks, hooks + 3 * entrySize, MakeArguments()));
-        ASSERT_TRUE(WaitUntilExecuted());
+        ASSERT_TRUE(Fence());
         Signal("called " + std::to_string(kind));
         ASSERT_TRUE(Await("checked " + std::to_string(kind)));
     }

@@ -356,7 +356,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, WaitsForRegistrations)
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
     ASSERT_TRUE(link.ExchangeVersion(testTimeout));
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("connected");
     StayUntilAgentGoes();
 }
@@ -366,10 +366,10 @@ BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, CanQueueBlobs)
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(Await("registered"));
     ASSERT_TRUE(link.ExchangeVersion(testTimeout));
-    const auto log = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
+    const auto log = link.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(log);
     EXPECT_EQ("from the callback", log.AnsiString(log->text));
-    const auto preference = Expect<SetIntPreferencesBlob>();
+    const auto preference = WaitFor<SetIntPreferencesBlob>();
     ASSERT_TRUE(preference);
     EXPECT_EQ(0, preference->value);
     Signal("taken");
@@ -383,10 +383,10 @@ BRIDGE_SCENARIO_OF(BridgeTest, ConnectionCallback, ThatBlocksDelaysCommandsAndOt
     ASSERT_TRUE(Await("registered"));
     ASSERT_TRUE(link.ExchangeVersion(testTimeout));
     EXPECT_TRUE(SendEchoRequest(link, 5));
-    EXPECT_FALSE(link.Expect<EchoReplyBlob>(longerLook)) << "The callback holds the receiver.";
+    EXPECT_FALSE(link.WaitFor<EchoReplyBlob>(longerLook)) << "The callback holds the receiver.";
     Signal("nothing executed");
     ASSERT_TRUE(Await("gate opened"));
-    EXPECT_TRUE(Expect<EchoReplyBlob>());
+    EXPECT_TRUE(WaitFor<EchoReplyBlob>());
     Signal("executed");
     StayUntilAgentGoes();
 }

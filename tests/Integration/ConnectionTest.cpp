@@ -236,7 +236,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, Connection, RefusesAFirstBlobThatIsNoVersion)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(Expect<RegisterProcessBlob>()) << "The Agent registers all the same.";
+    EXPECT_TRUE(WaitFor<RegisterProcessBlob>()) << "The Agent registers all the same.";
     StayUntilAgentGoes();
 }
 
@@ -244,7 +244,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, Connection, RefusesABridgeOfAnotherVersion)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(SendVersion(link, "2.4.1"));
-    const auto log = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
+    const auto log = link.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(log);
     EXPECT_EQ("still sending", log.AnsiString(log->text));
     StayUntilAgentGoes();

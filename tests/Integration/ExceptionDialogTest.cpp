@@ -412,7 +412,7 @@ EXCEPTION_DIALOG_BRIDGE(IsWaitedForByAFaultThatWillBeDeclined)
 
 EXCEPTION_DIALOG_BRIDGE(ComesNoMoreWhenTheHandlerIsRemovedAsOftenAsItCanBe)
 {
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
 }
 
 #endif

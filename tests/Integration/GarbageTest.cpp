@@ -167,7 +167,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, Garbage, ComesFirst)
 {
     EXPECT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(AwaitBytes("bytes")));
-    EXPECT_TRUE(Expect<RegisterProcessBlob>()) << "The Agent registers all the same.";
+    EXPECT_TRUE(WaitFor<RegisterProcessBlob>()) << "The Agent registers all the same.";
     Signal("taken");
     EXPECT_TRUE(Await("judged"));
     EXPECT_FALSE(link.IsClosed()) << "The sender continues.";

@@ -147,12 +147,12 @@ BRIDGE_SCENARIO(HeldLocks, AgentWorksWithHeapAndLoaderLocked)
         EXPECT_EQ(2 * pushCount, ofEach);
     }
     ASSERT_TRUE(SendReadMemory(link, 4, {source}, 1));
-    const auto read = Expect<ReadMemoryResultBlob>();
+    const auto read = WaitFor<ReadMemoryResultBlob>();
     ASSERT_TRUE(read);
     const std::vector<uint8_t> expected = {0x78, 0x56, 0x34, 0x12};
     EXPECT_EQ(expected, read.Data(read->data, 4));
     ASSERT_TRUE(SendCopyMemory(link, 4, {source}, {copy}));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     EXPECT_EQ(expected, host.Read(copy, 4));
     const auto* word = reinterpret_cast<const uint8_t*>(&written);
     ASSERT_TRUE(SendWriteMemory(link, {release}, std::vector<uint8_t>(word, word + sizeof(written))));

@@ -254,10 +254,10 @@ BRIDGE_SCENARIO_OF(BridgeTest, LoadHeader, KeepsWhatDoesNotWaitFromAnAgentThatIs
     ASSERT_TRUE(Await("called"));
     ASSERT_TRUE(link.Connect(testTimeout));
     ASSERT_TRUE(link.ExchangeVersion(testTimeout));
-    const auto modules = link.Expect<EnableModulesBlob>(testTimeout);
+    const auto modules = link.WaitFor<EnableModulesBlob>(testTimeout);
     ASSERT_TRUE(modules);
     ASSERT_TRUE(SendDecrementLatch(link, modules->latch));
-    const auto message = link.Expect<LogBlob>(testTimeout, BlobType::LogWide);
+    const auto message = link.WaitFor<LogBlob>(testTimeout, BlobType::LogWide);
     ASSERT_TRUE(message);
     EXPECT_EQ(L"the first one", message.Utf16String(message->text));
 }

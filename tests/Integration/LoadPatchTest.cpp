@@ -123,7 +123,7 @@ LOAD_PATCH_BRIDGE(AnswersWithWhatItHasLoaded)
 {
     PatchCommand command;
     command.path = AwaitText("path");
-    command.secondText = L"second";
+    command.cookieText = L"second";
     const auto loaded = Load(command);
     ASSERT_TRUE(loaded);
     EXPECT_EQ((std::vector<uint8_t>{'M', 'Z'}), host.Read(loaded->base, 2));
@@ -134,20 +134,20 @@ LOAD_PATCH_BRIDGE(EchoesTheFieldsOfTheCommand)
 {
     PatchCommand command;
     command.path = AwaitText("path");
-    command.secondText = L"\u00E4\u20AC \U0001F600";
-    command.echo38 = 0xFEDCBA9876543210;
-    command.echo50 = 0x1122334455667788;
-    command.echo58 = 0xFFFFFFFFFFFFFFFF;
-    command.echo60 = 0x8000000000000001;
-    command.echo68 = 0xA5;
+    command.cookieText = L"\u00E4\u20AC \U0001F600";
+    command.cookie38 = 0xFEDCBA9876543210;
+    command.cookie50 = 0x1122334455667788;
+    command.cookie58 = 0xFFFFFFFFFFFFFFFF;
+    command.cookie60 = 0x8000000000000001;
+    command.cookie68 = 0xA5;
     auto loaded = Load(command);
     ASSERT_TRUE(loaded);
     EXPECT_EQ(0x76543210u, loaded->echo38) << "Kept in 32 bits.";
     EXPECT_EQ(ExpectedAnswer(command, loaded->base), loaded.Bytes());
 
-    command.echo38 = 0xFFFFFFFFFFFFFFFF;
-    command.echo68 = 2;
-    command.secondText.clear();
+    command.cookie38 = 0xFFFFFFFFFFFFFFFF;
+    command.cookie68 = 2;
+    command.cookieText.clear();
     loaded = Load(command);
     ASSERT_TRUE(loaded);
     EXPECT_EQ(0xFFFFFFFFu, loaded->echo38);
@@ -158,11 +158,11 @@ LOAD_PATCH_BRIDGE(ReadsNothingOfTheBytesInBetween)
 {
     PatchCommand command;
     command.path = AwaitText("path");
-    command.secondText = L"second";
+    command.cookieText = L"second";
     BlobWriter<LoadPatchWindowsBlob> blob;
     memset(&blob.fixed, 0xEE, sizeof(blob.fixed));
     blob.String(&LoadPatchWindowsBlob::patchPath, command.path);
-    blob.String(&LoadPatchWindowsBlob::secondText, command.secondText);
+    blob.String(&LoadPatchWindowsBlob::secondText, command.cookieText);
     blob.List(&LoadPatchWindowsBlob::reservations, std::vector<WirePageRange>());
     blob.fixed.echo38 = 0;
     blob.fixed.echo50 = 0;

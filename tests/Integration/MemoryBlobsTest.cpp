@@ -96,7 +96,7 @@ BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndSkipsNullAddresses)
     const std::vector<AddressSlot> addresses = {AwaitNumber("third"), 0, AwaitNumber("first"),
                                                 AwaitNumber("second")};
     ASSERT_TRUE(SendReadMemory(link, 4, addresses, 0xFEDCBA9876543210));
-    auto reply = Expect<ReadMemoryResultBlob>();
+    auto reply = WaitFor<ReadMemoryResultBlob>();
     ASSERT_TRUE(reply);
     std::vector<uint8_t> bytes = reply.Bytes();
     ASSERT_EQ(8u + 24u + 16u, bytes.size());
@@ -107,7 +107,7 @@ BRIDGE_SCENARIO(MemoryBlobs, ReadsElementsInOrderAndSkipsNullAddresses)
     EXPECT_EQ(expected.Blob(26), bytes);
 
     ASSERT_TRUE(SendReadMemory(link, 4, {}, 5));
-    reply = Expect<ReadMemoryResultBlob>();
+    reply = WaitFor<ReadMemoryResultBlob>();
     EXPECT_EQ(ByteImage(24).U32(8, 16).U64(16, 5).Blob(26), reply.Bytes());
     Signal("read");
 }
@@ -117,7 +117,7 @@ BRIDGE_SCENARIO(MemoryBlobs, ReadsMoreThanAPipeBufferHolds)
     const uint64_t size = AwaitNumber("size");
     const AddressSlot address = AwaitNumber("bytes");
     ASSERT_TRUE(SendReadMemory(link, size, {address}, 1));
-    const auto reply = Expect<ReadMemoryResultBlob>();
+    const auto reply = WaitFor<ReadMemoryResultBlob>();
     ASSERT_TRUE(reply);
     EXPECT_EQ(size, reply->totalSize);
     const std::vector<uint8_t> expected = host.Read(address, size);
@@ -138,7 +138,7 @@ BRIDGE_SCENARIO(MemoryBlobs, CopiesElementsInOrder)
     const AddressSlot first = AwaitNumber("first");
     const AddressSlot second = AwaitNumber("second");
     ASSERT_TRUE(SendCopyMemory(link, 4, {first, second}, {second, AwaitNumber("third")}));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("copied");
 }
 

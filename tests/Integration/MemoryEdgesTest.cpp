@@ -220,7 +220,7 @@ protected:
     {
         const uint64_t token = ++lastToken * 0x0100000001000001;
         EXPECT_TRUE(SendReadMemory(link, elementSize, addresses, token));
-        const auto reply = Expect<ReadMemoryResultBlob>();
+        const auto reply = WaitFor<ReadMemoryResultBlob>();
         if (!reply)
         {
             ADD_FAILURE() << "No ReadMemoryResult has come.";

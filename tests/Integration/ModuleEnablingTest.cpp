@@ -278,7 +278,7 @@ MODULE_HOST(PreparesSectionsBeforeItLooksAtPages)
 
 MODULE_BRIDGE(SendsWhatTheBrokerHasToKnowAndWaitsForIt)
 {
-    const auto blob = Expect<EnableModulesBlob>();
+    const auto blob = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     const std::wstring path = AwaitText("path");
     const AddressSlot base = AwaitNumber("base");
@@ -320,7 +320,7 @@ MODULE_BRIDGE(SkipsFilesThatCannotBeReadAndWaitsForThem)
 
 MODULE_BRIDGE(SendsAnEmptyListIfNoFileCanBeRead)
 {
-    const auto blob = Expect<EnableModulesBlob>();
+    const auto blob = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     ByteImage expected(56);
     for (size_t field = 0; field < 48; field += 8)
@@ -353,7 +353,7 @@ MODULE_BRIDGE(TakesAllFormsOfTheCall)
 
 MODULE_BRIDGE(DisablesWhatIsLoadedInTheOrderOfTheCall)
 {
-    const auto blob = Expect<DisableModulesBlob>();
+    const auto blob = WaitFor<DisableModulesBlob>();
     ASSERT_TRUE(blob);
     std::vector<uint8_t> modules;
     std::vector<uint8_t> executables;
@@ -386,7 +386,7 @@ MODULE_BRIDGE(NormalizesAPathThatDiffersInCase)
 {
     for (uint32_t i = 0; i < 2; ++i)
     {
-        const std::vector<AnnouncedModule> modules = ModulesOf(Acknowledge({L"TvnSmall.dll"}));
+        const std::vector<EnabledModule> modules = ModulesOf(Acknowledge({L"TvnSmall.dll"}));
         ASSERT_EQ(1u, modules.size());
         EXPECT_EQ(AwaitText("path"), modules[0].path);
     }
@@ -396,7 +396,7 @@ MODULE_BRIDGE(PreparesSectionsBeforeItLooksAtPages)
 {
     const auto blob = Acknowledge({L"Sections.dll"});
     ASSERT_TRUE(blob);
-    const AnnouncedModule module = ModulesOf(blob).front();
+    const EnabledModule module = ModulesOf(blob).front();
     const std::vector<WirePageRange> ranges = QueryPageRanges(module.base, module.imageSize);
     ASSERT_EQ(ranges.size(), module.pages.size());
     for (size_t i = 0; i < ranges.size(); ++i)

@@ -344,7 +344,7 @@ protected:
     /// order, and lets the call continue. \return how many page ranges there are.
     size_t ExpectWhole(const std::vector<std::string>& names)
     {
-        const auto blob = Expect<EnableModulesBlob>();
+        const auto blob = WaitFor<EnableModulesBlob>();
         EXPECT_TRUE(blob);
         if (!blob)
         {
@@ -407,7 +407,7 @@ LIST_BRIDGE(AreNotSentForAnUnloadedModuleThatIsDisabledWithItsImports)
 
 LIST_BRIDGE(LeaveAModuleAloneWhoseFileCannotBeOpened)
 {
-    const auto blob = Expect<EnableModulesBlob>();
+    const auto blob = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     ByteImage expected(56);
     for (size_t field = 0; field < 48; field += 8)
@@ -424,13 +424,13 @@ LIST_BRIDGE(TakeNarrowPathsInTheEncodingOfTheLocale)
     const std::wstring path = AwaitText("path");
     for (uint32_t i = 0; i < 2; ++i)
     {
-        const std::vector<AnnouncedModule> enabled = ModulesOf(Acknowledge({FileNameOf(path)}));
+        const std::vector<EnabledModule> enabled = ModulesOf(Acknowledge({FileNameOf(path)}));
         ASSERT_EQ(1u, enabled.size());
         EXPECT_EQ(path, enabled[0].path);
     }
     for (uint32_t i = 0; i < 2; ++i)
     {
-        const std::vector<AnnouncedModule> disabled =
+        const std::vector<EnabledModule> disabled =
             ModulesOf(ExpectModules<DisableModulesBlob>({FileNameOf(path)}));
         ASSERT_EQ(1u, disabled.size());
         EXPECT_EQ(path, disabled[0].path);
@@ -439,9 +439,9 @@ LIST_BRIDGE(TakeNarrowPathsInTheEncodingOfTheLocale)
 
 LIST_BRIDGE(ShowNothingToANarrowFilterOfAPathThatTheLocaleLacks)
 {
-    const auto blob = Expect<EnableModulesBlob>();
+    const auto blob = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(blob);
-    const std::vector<AnnouncedModule> modules = ModulesOf(blob);
+    const std::vector<EnabledModule> modules = ModulesOf(blob);
     ASSERT_EQ(1u, modules.size());
     EXPECT_EQ(AwaitText("path"), modules[0].path);
     Signal("received");
@@ -458,7 +458,7 @@ LIST_BRIDGE(LeaveNothingOpen)
 
 LIST_BRIDGE(AreQueuedAlsoAfterTheLinkIsLost)
 {
-    EXPECT_TRUE(Expect<EnableModulesBlob>());
+    EXPECT_TRUE(WaitFor<EnableModulesBlob>());
     Signal("received");
     ASSERT_TRUE(Await("lose the link"));
     Die();
@@ -466,10 +466,10 @@ LIST_BRIDGE(AreQueuedAlsoAfterTheLinkIsLost)
 
 LIST_BRIDGE(AreQueuedOnceTheirLatchCanBeCountedDown)
 {
-    const auto blob = Expect<EnableModulesBlob>();
+    const auto blob = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     SendDecrementLatch(link, blob->latch);
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Publish("counted down", blob->latch);
     ASSERT_TRUE(Await("looked"));
     SendDecrementLatch(link, blob->latch); // a call that missed the first one ends

@@ -151,7 +151,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, ModuleWaits, LastUntilTheBridgeHasConnectedAndAns
 {
     ASSERT_TRUE(Await("called"));
     ASSERT_TRUE(Connect());
-    const auto blob = Expect<EnableModulesBlob>();
+    const auto blob = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(blob);
     Signal("received");
     ASSERT_TRUE(Await("waits"));
@@ -161,8 +161,8 @@ BRIDGE_SCENARIO_OF(BridgeTest, ModuleWaits, LastUntilTheBridgeHasConnectedAndAns
 
 WAITING_BRIDGE(EndWithTheLink)
 {
-    EXPECT_TRUE(Expect<EnableModulesBlob>());
-    EXPECT_TRUE(Expect<EnableModulesBlob>());
+    EXPECT_TRUE(WaitFor<EnableModulesBlob>());
+    EXPECT_TRUE(WaitFor<EnableModulesBlob>());
     Signal("received");
     ASSERT_TRUE(Await("waits"));
     Die();
@@ -170,18 +170,18 @@ WAITING_BRIDGE(EndWithTheLink)
 
 WAITING_BRIDGE(AreNotMovedByStaleAcknowledgements)
 {
-    const auto first = Expect<EnableModulesBlob>();
+    const auto first = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(first);
     SendDecrementLatch(link, first->latch, 10);
     SendDecrementLatch(link, 0, 10);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("stale");
-    const auto second = Expect<EnableModulesBlob>();
+    const auto second = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(second);
     EXPECT_EQ(first->latch, second->latch);
     SendDecrementLatch(link, host.ExecutableBase());
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("received");
     ASSERT_TRUE(Await("waits"));
     SendDecrementLatch(link, second->latch);
@@ -196,7 +196,7 @@ WAITING_BRIDGE(OfManyThreadsEndOneByOne)
         std::set<uint32_t> sizes;
         for (uint32_t i = 0; i < threadCount; ++i)
         {
-            const auto blob = Expect<EnableModulesBlob>();
+            const auto blob = WaitFor<EnableModulesBlob>();
             ASSERT_EQ(1u, ModulesOf(blob).size());
             latches.push_back(blob->latch);
             sizes.insert(ModulesOf(blob).front().imageSize);

@@ -146,7 +146,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanHoldAllBlobsTogether)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     EXPECT_TRUE(link.Send(VersionAndCommands(AwaitNumber("numbers"))));
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("executed");
     StayUntilAgentGoes();
 }
@@ -155,7 +155,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanHoldOneByteEach)
 {
     ASSERT_TRUE(link.Connect(testTimeout));
     SendInPieces(link, VersionAndCommands(AwaitNumber("numbers")), 1);
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("executed");
     StayUntilAgentGoes();
 }
@@ -165,7 +165,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanEndAnywhereInABlob)
     ASSERT_TRUE(link.Connect(testTimeout));
     // No multiple of a Blob's size, so that the ends move through header and payload.
     SendInPieces(link, VersionAndCommands(AwaitNumber("numbers")), 61);
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("executed");
     StayUntilAgentGoes();
 }
@@ -182,7 +182,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanSplitHeaderAndPayload)
         ASSERT_TRUE(link.Send(Bytes(begin, begin + 8)));
         ASSERT_TRUE(link.Send(Bytes(begin + 8, end)));
     }
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("executed");
     StayUntilAgentGoes();
 }
@@ -201,7 +201,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, PipeMessages, CanBeEmptyInBetween)
                                            bytes.begin() + static_cast<ptrdiff_t>(end))));
     }
     EXPECT_TRUE(bridgePipe.Write(BlobWriter<EchoRequestBlob>().Finish()));
-    EXPECT_TRUE(Expect<EchoReplyBlob>());
+    EXPECT_TRUE(WaitFor<EchoReplyBlob>());
     Signal("executed");
     StayUntilAgentGoes();
 }
@@ -214,7 +214,7 @@ BRIDGE_SCENARIO(PipeMessages, CanBeLongerThanThePipesBuffer)
         data[i] = static_cast<uint8_t>(i * 7);
     }
     EXPECT_TRUE(SendWriteMemory(link, {AwaitNumber("block")}, data));
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("executed");
 }
 

@@ -148,7 +148,7 @@ protected:
 
     void TakeWaitingCall()
     {
-        ASSERT_TRUE(link.Expect<EnableModulesBlob>(testTimeout));
+        ASSERT_TRUE(link.WaitFor<EnableModulesBlob>(testTimeout));
         Signal("received");
         ASSERT_TRUE(Await("waits"));
     }

@@ -177,15 +177,15 @@ HOST_TEST_OF(RecordedHost, Recording, OfOneLinkTakesOneCall)
 BRIDGE_SCENARIO(Recording, HoldsAMemoryExchangeAndAReload)
 {
     ASSERT_TRUE(SendReadMemory(link, 4, {AwaitNumber("number")}, 0xFEDCBA9876543210));
-    ASSERT_TRUE(Expect<ReadMemoryResultBlob>());
+    ASSERT_TRUE(WaitFor<ReadMemoryResultBlob>());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(Expect<ReloadBlob>());
+    ASSERT_TRUE(WaitFor<ReloadBlob>());
     PatchCommand command;
     command.path = L"C:\\no such patch.dll";
     ASSERT_TRUE(SendLoadPatch(link, command));
-    ASSERT_TRUE(link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow));
+    ASSERT_TRUE(link.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("exchanged");
 }
 

@@ -97,7 +97,7 @@ class RefusedBlobBridge : public ConnectedBridgeTest
         // Nobody reads these any more.
         link.Send(MakeBlob(BlobType::Synchronize, nullptr, 0));
         SendEchoRequest(link, 1);
-        const auto message = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
+        const auto message = link.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow);
         ASSERT_TRUE(message);
         EXPECT_EQ("The other direction still works.", message.AnsiString(message->text));
         EXPECT_FALSE(link.Receive(0)) << "The echo isn't answered.";

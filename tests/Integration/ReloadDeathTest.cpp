@@ -224,7 +224,7 @@ class DyingBridge : public ConnectedBridgeTest
     {
         if (ComesToPass(step))
         {
-            EXPECT_TRUE(link.ReceiveOneOf({type}, testTimeout)) << step;
+            EXPECT_TRUE(link.WaitForOneOf({type}, testTimeout)) << step;
         }
     }
 };
@@ -241,7 +241,7 @@ BRIDGE_SCENARIO(ReloadDeath, LeavesARequestThatTheHostCanStillAccept)
 BRIDGE_SCENARIO(ReloadDeath, LeavesAPatchToBeHandedOver)
 {
     EXPECT_TRUE(SendRequestReload(link));
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     Signal("requested");
     EXPECT_TRUE(Await("accepted"));
     PatchCommand patch;

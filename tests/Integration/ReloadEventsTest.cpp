@@ -172,21 +172,21 @@ bool LoadPublishedPatch(Link& link, const std::wstring& path)
 BRIDGE_SCENARIO(ReloadEvents, OfBothSequences)
 {
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
-    EXPECT_TRUE(link.ReceiveOneOf({BlobType::Reload}, testTimeout));
+    EXPECT_TRUE(link.WaitForOneOf({BlobType::Reload}, testTimeout));
     ASSERT_TRUE(LoadPublishedPatch(link, AwaitText("patch")));
-    EXPECT_TRUE(Expect<PatchLoadedBlob>());
+    EXPECT_TRUE(WaitFor<PatchLoadedBlob>());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("finished");
 }
 
 BRIDGE_SCENARIO(ReloadEvents, OfAPatchThatWaitsAreClearedByASecondRequest)
 {
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(SendRequestReload(link));

@@ -203,19 +203,19 @@ BRIDGE_SCENARIO(ReloadFailure, OfTheWaitForTheHostIsLoggedAndThePatchLoaded)
     PatchCommand patch;
     patch.path = AwaitText("patch");
     ASSERT_TRUE(SendLoadPatch(link, patch));
-    EXPECT_TRUE(Expect<PatchLoadedBlob>());
+    EXPECT_TRUE(WaitFor<PatchLoadedBlob>());
 }
 
 BRIDGE_SCENARIO(ReloadFailure, OfARestartsEventIsAPanicAndTheProcessEnds)
 {
-    const auto restart = Expect<RestartBlob>();
+    const auto restart = WaitFor<RestartBlob>();
     ASSERT_TRUE(restart);
     EXPECT_EQ(0x7FFFFFF0u, restart->event) << "the error code, in place of a handle";
 }
 
 BRIDGE_SCENARIO(ReloadFailure, OfARestartsWaitIsLoggedAndTheProcessEnds)
 {
-    EXPECT_TRUE(Expect<RestartBlob>()); // and nobody answers: its event has been closed
+    EXPECT_TRUE(WaitFor<RestartBlob>()); // and nobody answers: its event has been closed
 }
 
 BRIDGE_SCENARIO(ReloadFailure, OfARestartsThreadIsLoggedAndNothingElse)
@@ -229,7 +229,7 @@ BRIDGE_SCENARIO(ReloadFailure, LeavesNoHandleOfARestartOpen)
 {
     ASSERT_TRUE(Await("connected"));
     ASSERT_TRUE(SendRequestRestart(link));
-    const auto restart = Expect<RestartBlob>();
+    const auto restart = WaitFor<RestartBlob>();
     ASSERT_TRUE(restart);
     ASSERT_TRUE(SendExitProcessForHotRestart(link, restart->event));
 }

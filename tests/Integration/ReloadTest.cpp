@@ -260,7 +260,7 @@ protected:
     /// Whether a `Reload` of the host's comes, with nothing but the process id in it.
     bool IsGranted()
     {
-        const Message reload = link.ReceiveOneOf({BlobType::Reload}, testTimeout);
+        const Message reload = link.WaitForOneOf({BlobType::Reload}, testTimeout);
         EXPECT_EQ(ByteImage(4).U32(0, link.HostProcessId()).Blob(43), reload.Bytes());
         return static_cast<bool>(reload);
     }
@@ -268,7 +268,7 @@ protected:
     /// Whether none has come for all that the host has called so far.
     bool IsNotGranted()
     {
-        return WaitUntilExecuted() && !link.ReceiveOneOf({BlobType::Reload}, 0);
+        return Fence() && !link.WaitForOneOf({BlobType::Reload}, 0);
     }
 
     bool Load(const wchar_t* path, bool watchdog = false)
@@ -281,13 +281,13 @@ protected:
 
     bool IsPatchLoaded(const wchar_t* path)
     {
-        const auto loaded = Expect<PatchLoadedBlob>();
+        const auto loaded = WaitFor<PatchLoadedBlob>();
         return loaded && loaded.Utf16String(loaded->patchPath) == path;
     }
 
     bool IsNoPatchLoaded()
     {
-        return !link.ReceiveOneOf({BlobType::PatchLoaded}, 0);
+        return !link.WaitForOneOf({BlobType::PatchLoaded}, 0);
     }
 };
 } // namespace
@@ -299,7 +299,7 @@ RELOAD_BRIDGE(DefaultAgentAgreesAtOnce)
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("reloaded");
 }
 
@@ -308,7 +308,7 @@ RELOAD_BRIDGE(DefaultAgentSignalsNoEvent)
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
     ASSERT_TRUE(Await("polled"));
     EXPECT_TRUE(IsNotGranted());
@@ -323,13 +323,13 @@ RELOAD_BRIDGE(DefaultAgentLoadsWithoutAHost)
 
 RELOAD_BRIDGE(AHostAsksForOne)
 {
-    const Message schedule = link.ReceiveOneOf({BlobType::ScheduleReload}, testTimeout);
+    const Message schedule = link.WaitForOneOf({BlobType::ScheduleReload}, testTimeout);
     ASSERT_TRUE(schedule);
     EXPECT_EQ(4u, schedule.PayloadSize());
     ASSERT_TRUE(SendRequestReload(link));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("reloaded");
 }
 
@@ -343,7 +343,7 @@ RELOAD_BRIDGE(BeforeCompileWaitsForTheHostAndHoldsItUntilTheEnd)
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(Load(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
@@ -381,7 +381,7 @@ RELOAD_BRIDGE(AfterACycleBeforeCompileEachFurtherCallSendsAgainUntilACycleBefore
     EXPECT_TRUE(IsGranted() && IsGranted() && IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested again");
     ASSERT_TRUE(Await("sent once"));
     EXPECT_TRUE(IsGranted());
@@ -403,7 +403,7 @@ RELOAD_BRIDGE(BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
     ASSERT_TRUE(Await("seen"));
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
     EXPECT_TRUE(IsPatchLoaded(secondPatch));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     EXPECT_FALSE(Await("returned", 0));
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     EXPECT_TRUE(Await("returned"));
@@ -413,7 +413,7 @@ RELOAD_BRIDGE(BeforeLoadLetsTheHostWorkUntilAPatchIsThere)
 RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
 {
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
@@ -427,12 +427,12 @@ RELOAD_BRIDGE(BeforeLoadHandsOnlyTheFirstPatchOver)
 RELOAD_BRIDGE(AFailedLoadLetsTheHostWaitUntilItIsFinishedToo)
 {
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(Load(L"C:\\no such patch.dll"));
-    const auto report = link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow);
+    const auto report = link.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow);
     ASSERT_TRUE(report);
     EXPECT_EQ(BlobLogLevel::Error, report->level);
     Signal("failed");
@@ -443,7 +443,7 @@ RELOAD_BRIDGE(AFailedLoadLetsTheHostWaitUntilItIsFinishedToo)
 RELOAD_BRIDGE(APatchForSuspendedThreadsIsNotHandedOver)
 {
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch, true));
@@ -462,7 +462,7 @@ RELOAD_BRIDGE(ASecondRequestClearsWhatTheFirstHasLeft)
     EXPECT_TRUE(IsGranted());
     ASSERT_TRUE(SendFinishAfterHotReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("first finished, second requested");
     EXPECT_TRUE(IsGranted());
     Signal("second granted");
@@ -474,13 +474,13 @@ RELOAD_BRIDGE(TheNextPollAcceptsARequestThatCameDuringAReload)
 {
     ASSERT_TRUE(SendRequestReload(link));
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested twice");
     ASSERT_TRUE(Await("accepted"));
     EXPECT_TRUE(IsGranted());
     EXPECT_TRUE(IsNotGranted());
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("granted, requested a third time");
     ASSERT_TRUE(Await("accepted again"));
     EXPECT_TRUE(IsGranted());
@@ -500,7 +500,7 @@ RELOAD_BRIDGE(AHostThatWaitsWhenTheConnectionIsLostKeepsWaiting)
 RELOAD_BRIDGE(AHostThatStopsPollingStopsTheAgent)
 {
     ASSERT_TRUE(SendRequestReload(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
     ASSERT_TRUE(Await("accepted"));
     ASSERT_TRUE(Load(firstPatch));
@@ -508,7 +508,7 @@ RELOAD_BRIDGE(AHostThatStopsPollingStopsTheAgent)
     ASSERT_TRUE(SendEchoRequest(link, 1));
     Signal("everything sent");
     EXPECT_TRUE(IsPatchLoaded(firstPatch));
-    EXPECT_TRUE(Expect<EchoReplyBlob>());
+    EXPECT_TRUE(WaitFor<EchoReplyBlob>());
 }
 
 #endif

@@ -246,8 +246,8 @@ protected:
         command.path = AwaitText(image);
         command.reservations = reservations;
         EXPECT_TRUE(SendLoadPatch(link, command));
-        const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
-        EXPECT_TRUE(WaitUntilExecuted());
+        const Message answer = link.WaitForOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
+        EXPECT_TRUE(Fence());
         return answer && answer.Type() == BlobType::PatchLoaded;
     }
 };

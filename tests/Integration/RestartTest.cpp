@@ -325,7 +325,7 @@ protected:
     void Restart(bool compare)
     {
         ASSERT_TRUE(SendRequestRestart(link));
-        const auto restart = Expect<RestartBlob>();
+        const auto restart = WaitFor<RestartBlob>();
         ASSERT_TRUE(restart);
         if (compare)
         {
@@ -343,7 +343,7 @@ RESTART_BRIDGE(IsScheduledForThisProcessOrForAll)
     const uint32_t expected[] = {host.Id(), 0, 0};
     for (const uint32_t processId : expected)
     {
-        const auto schedule = Expect<ScheduleRestartBlob>();
+        const auto schedule = WaitFor<ScheduleRestartBlob>();
         ASSERT_TRUE(schedule);
         EXPECT_EQ(sizeof(ScheduleRestartBlob), schedule.PayloadSize());
         EXPECT_EQ(processId, schedule->processId);
@@ -358,14 +358,14 @@ RESTART_BRIDGE(IsWantedOncePerRequest)
     ASSERT_TRUE(Await("wanted"));
     ASSERT_TRUE(SendRequestRestart(link));
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested twice");
 }
 
 RESTART_BRIDGE(RequestThatNobodyPollsChangesNothing)
 {
     ASSERT_TRUE(SendRequestRestart(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("requested");
 }
 
@@ -382,7 +382,7 @@ RESTART_BRIDGE(HandsOverSpacesAndCharactersOfTheWorld)
 RESTART_BRIDGE(HandsOverAnEnvironmentOf30Kilobytes)
 {
     ASSERT_TRUE(SendRequestRestart(link));
-    const auto restart = Expect<RestartBlob>();
+    const auto restart = WaitFor<RestartBlob>();
     ASSERT_TRUE(restart);
     EXPECT_LT(30000u, restart->environmentSize);
     ExpectProcess(restart);
@@ -417,19 +417,19 @@ RESTART_BRIDGE(OfADefaultAgentTerminatesTheProcessOnAThreadOfItsOwn)
 
 RESTART_BRIDGE(WithoutAMeaningfulBehaviourReturnsAfterTheAnswer)
 {
-    const auto first = Expect<RestartBlob>();
+    const auto first = WaitFor<RestartBlob>();
     ASSERT_TRUE(first);
     Signal("asked");
     ASSERT_TRUE(Await("still waiting"));
     ASSERT_TRUE(SendExitProcessForHotRestart(link, first->event));
-    const auto second = Expect<RestartBlob>();
+    const auto second = WaitFor<RestartBlob>();
     ASSERT_TRUE(second);
     ASSERT_TRUE(SendExitProcessForHotRestart(link, second->event));
 }
 
 RESTART_BRIDGE(WaitsForeverWhenTheLinkIsLost)
 {
-    const auto restart = Expect<RestartBlob>();
+    const auto restart = WaitFor<RestartBlob>();
     ASSERT_TRUE(restart);
     Publish("event", restart->event);
     ExitBeforeAgent();

@@ -151,7 +151,7 @@ BRIDGE_SCENARIO(SmallBlobs, LogsEachBlobInTheOrderSent)
     ASSERT_TRUE(SendLogWide(link, L""));
     ASSERT_TRUE(SendUnloadPatch(link, 0));
     ASSERT_TRUE(SendSynchronize(link));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
 }
 
 #endif

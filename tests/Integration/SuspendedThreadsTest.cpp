@@ -367,31 +367,31 @@ protected:
         ASSERT_TRUE(read);
         EXPECT_EQ(number, read->token);
         EXPECT_EQ(expected, read.Data(read->data, sizeof(number)));
-        ASSERT_TRUE(WaitUntilExecutedWhileSuspended(link, *threads, testTimeout));
+        ASSERT_TRUE(FenceWhileSuspended(link, *threads, testTimeout));
         threads->Resume();
         ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
         ASSERT_TRUE(SendFinishAfterHotReload(link));
-        ASSERT_TRUE(WaitUntilExecuted());
+        ASSERT_TRUE(Fence());
     }
 
     /// All threads are suspended, one of them in the gate with a lock that a reply needs.
     void ExpectReplyOnlyOutsideTheAgent()
     {
         ASSERT_TRUE(SendEchoRequest(link, 1));
-        EXPECT_FALSE(link.Expect<EchoReplyBlob>(2000));
+        EXPECT_FALSE(link.WaitFor<EchoReplyBlob>(2000));
         threads->Resume();
-        EXPECT_TRUE(Expect<EchoReplyBlob>());
+        EXPECT_TRUE(WaitFor<EchoReplyBlob>());
 
         SuspendInGate();
         EXPECT_LE(1u, threads->RunUntilOutside(image.base, image.size));
         ASSERT_TRUE(SendEchoRequest(link, 1));
-        EXPECT_TRUE(Expect<EchoReplyBlob>());
+        EXPECT_TRUE(WaitFor<EchoReplyBlob>());
         Reload(2);
     }
 
     void AcknowledgeModules()
     {
-        while (const Received<EnableModulesBlob> enabled{link.ReceiveOneOf({BlobType::EnableModules}, 0)})
+        while (const Received<EnableModulesBlob> enabled{link.WaitForOneOf({BlobType::EnableModules}, 0)})
         {
             ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
         }
@@ -434,15 +434,15 @@ SUSPENDED_BRIDGE(AThreadInTheProcessHeapAfterTheLoad)
 {
     SuspendInside();
     ASSERT_TRUE(CommandLoad());
-    ASSERT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout))
+    ASSERT_TRUE(link.WaitForOneOf({BlobType::ResumeHeldThreads}, testTimeout))
         << "The loader needs the heap.";
     threads->Resume();
-    ASSERT_TRUE(link.ReceiveOneOf({BlobType::SuspendHeldThreads}, testTimeout));
+    ASSERT_TRUE(link.WaitForOneOf({BlobType::SuspendHeldThreads}, testTimeout));
     SuspendInside();
     // A naive Bridge: what is left to do after the load needs the heap as well, and that isn't watched.
-    const bool hasCome = static_cast<bool>(link.ReceiveOneOf({BlobType::PatchLoaded}, 2000));
+    const bool hasCome = static_cast<bool>(link.WaitForOneOf({BlobType::PatchLoaded}, 2000));
     threads->Resume();
-    EXPECT_TRUE(hasCome || link.ReceiveOneOf({BlobType::PatchLoaded}, testTimeout));
+    EXPECT_TRUE(hasCome || link.WaitForOneOf({BlobType::PatchLoaded}, testTimeout));
 }
 
 SUSPENDED_BRIDGE(AThreadInAnotherLibrarysEntryPoint)
@@ -456,7 +456,7 @@ SUSPENDED_BRIDGE(AThreadInALogCall)
     SuspendInGate();
     // A naive Bridge is answered: a log call owns nothing.
     ASSERT_TRUE(SendReadMemory(link, 4, {words}, 1));
-    EXPECT_TRUE(Expect<ReadMemoryResultBlob>());
+    EXPECT_TRUE(WaitFor<ReadMemoryResultBlob>());
     Reload(1);
 }
 
@@ -479,23 +479,23 @@ SUSPENDED_BRIDGE(AThreadInTheConnectionCallback)
     SuspendInside();
     // A naive Bridge is answered: the Agent owns nothing while it calls back.
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(Expect<EchoReplyBlob>());
+    EXPECT_TRUE(WaitFor<EchoReplyBlob>());
     Reload(1);
 }
 
 SUSPENDED_BRIDGE(AThreadInTheWaitForEnabledModules)
 {
-    const auto enabled = Expect<EnableModulesBlob>();
+    const auto enabled = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(enabled);
     threads->Suspend();
     EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
     // A naive Bridge is answered: a waiting thread owns nothing, and its answer is received while it is suspended.
     ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
     ASSERT_TRUE(SendEchoRequest(link, 1));
-    EXPECT_TRUE(Expect<EchoReplyBlob>());
+    EXPECT_TRUE(WaitFor<EchoReplyBlob>());
     Reload(1);
     // The next call of the resumed thread shows that the first one has returned.
-    const auto next = Expect<EnableModulesBlob>();
+    const auto next = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(next);
     Stop();
     ASSERT_TRUE(SendDecrementLatch(link, next->latch));

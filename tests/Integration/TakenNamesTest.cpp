@@ -118,7 +118,7 @@ TAKEN_NAMES(OfThePreferencesMutexByAnotherKindOfObject)
 BRIDGE_SCENARIO(TakenNames, LeaveAnAgentThatWorks)
 {
     EXPECT_TRUE(projectPreferences) << "They are sent all the same.";
-    EXPECT_TRUE(link.Expect<LogBlob>(testTimeout, BlobType::LogNarrow));
+    EXPECT_TRUE(link.WaitFor<LogBlob>(testTimeout, BlobType::LogNarrow));
 }
 
 #endif

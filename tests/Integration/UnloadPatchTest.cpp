@@ -82,11 +82,11 @@ UNLOAD_PATCH_BRIDGE(FreesOneLoadOfSeveral)
     ASSERT_TRUE(loaded);
     Publish("base", loaded->base);
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("unloaded once");
     ASSERT_TRUE(Await("unload"));
     ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("unloaded");
 }
 

@@ -291,7 +291,7 @@ protected:
                 break;
             }
         }
-        EXPECT_TRUE(WaitUntilExecuted());
+        EXPECT_TRUE(Fence());
         return outcome;
     }
 
@@ -330,7 +330,7 @@ protected:
     {
         SendLoad();
         EXPECT_EQ(ByteCount(BlobType::ResumeHeldThreads), 12u);
-        EXPECT_TRUE(link.ReceiveOneOf({answer}, testTimeout));
+        EXPECT_TRUE(link.WaitForOneOf({answer}, testTimeout));
         EXPECT_EQ(ByteCount(BlobType::SuspendHeldThreads), 12u);
         ExpectNoReply();
     }
@@ -338,7 +338,7 @@ protected:
 private:
     Message Next()
     {
-        return link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow, BlobType::ResumeHeldThreads,
+        return link.WaitForOneOf({BlobType::PatchLoaded, BlobType::LogNarrow, BlobType::ResumeHeldThreads,
                                   BlobType::SuspendHeldThreads},
                                  testTimeout);
     }
@@ -346,7 +346,7 @@ private:
     /// Size of the next Blob of that type, its header included. 0 if none comes.
     size_t ByteCount(BlobType type)
     {
-        return link.ReceiveOneOf({type}, testTimeout).Bytes().size();
+        return link.WaitForOneOf({type}, testTimeout).Bytes().size();
     }
 };
 } // namespace
@@ -428,11 +428,11 @@ WATCHDOG_BRIDGE(ShutdownEndsAHang)
 {
     ASSERT_TRUE(Await("load"));
     SendLoad();
-    EXPECT_TRUE(Expect<PatchLoadedBlob>());
-    EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout));
+    EXPECT_TRUE(WaitFor<PatchLoadedBlob>());
+    EXPECT_TRUE(link.WaitForOneOf({BlobType::ResumeHeldThreads}, testTimeout));
     Signal("loaded");
     StayUntilAgentGoes();
-    EXPECT_FALSE(link.ReceiveOneOf({BlobType::SuspendHeldThreads}, 0)) << "The sender had ended.";
+    EXPECT_FALSE(link.WaitForOneOf({BlobType::SuspendHeldThreads}, 0)) << "The sender had ended.";
     ExitBeforeAgent();
 }
 
@@ -443,7 +443,7 @@ WATCHDOG_BRIDGE(TakesALeftOverSignalForTheEndOfTheNextLoad)
     EXPECT_TRUE(first.answer);
     EXPECT_EQ(0u, first.resumed);
     Unload(first);
-    ASSERT_TRUE(WaitUntilExecuted());
+    ASSERT_TRUE(Fence());
     Signal("loaded without a hang");
     ASSERT_TRUE(Await("load"));
     const Outcome second = Load();
@@ -463,15 +463,15 @@ WATCHDOG_BRIDGE(EndsWhenItCannotWaitForTheEndOfAHang)
 {
     ASSERT_TRUE(Await("load"));
     SendLoad();
-    EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout));
-    EXPECT_TRUE(Expect<PatchLoadedBlob>());
+    EXPECT_TRUE(link.WaitForOneOf({BlobType::ResumeHeldThreads}, testTimeout));
+    EXPECT_TRUE(WaitFor<PatchLoadedBlob>());
     ExpectNoReply();
 }
 
 WATCHDOG_BRIDGE(ShutdownWakesItWhileItWaitsForAHangingLoad)
 {
     SendLoad();
-    EXPECT_TRUE(link.ReceiveOneOf({BlobType::ResumeHeldThreads}, testTimeout));
+    EXPECT_TRUE(link.WaitForOneOf({BlobType::ResumeHeldThreads}, testTimeout));
 }
 
 #endif

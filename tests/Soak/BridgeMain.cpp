@@ -52,7 +52,7 @@ int main()
     {
         return 1;
     }
-    const auto process = link.Expect<Torvane::RegisterProcessBlob>(limit);
+    const auto process = link.WaitFor<Torvane::RegisterProcessBlob>(limit);
     if (!process || process->processId != host)
     {
         return board->lifeTime == 0 && board.Fail("the Agent hasn't registered its process") ? 0 : 1;

@@ -107,10 +107,9 @@ private:
         return ReceiveWhileSuspended(link, threads, {type}, limit);
     }
 
-    bool WaitUntilExecuted()
+    bool Fence()
     {
-        return WaitUntilExecutedWhileSuspended(link, threads, limit) ||
-               board.Fail("an echo hasn't come in time");
+        return FenceWhileSuspended(link, threads, limit) || board.Fail("an echo hasn't come in time");
     }
 
     /// For the host's main thread.
@@ -169,7 +168,7 @@ bool Reloader::Load(uint32_t number, bool guarded)
     }
     PatchCommand command;
     command.path = path;
-    command.echo38 = number;
+    command.cookie38 = number;
     command.watchdog = guarded;
     SendLoadPatch(link, command);
     const Received<PatchLoadedBlob> loaded(Receive(BlobType::PatchLoaded));
@@ -225,9 +224,9 @@ bool Reloader::CheckProtection()
     const uint32_t before = host.QueryPages(code).protection;
     const uint32_t other = before == PAGE_EXECUTE_READ ? PAGE_EXECUTE : PAGE_EXECUTE_READ;
     Protect(code, other);
-    const bool changed = WaitUntilExecuted() && host.QueryPages(code).protection == other;
+    const bool changed = Fence() && host.QueryPages(code).protection == other;
     Protect(code, before);
-    const bool executed = WaitUntilExecuted();
+    const bool executed = Fence();
     const uint32_t after = host.QueryPages(code).protection;
     // A page that is copied when it is written, and the copy, can both be written.
     constexpr uint32_t writable = PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
@@ -259,7 +258,7 @@ bool Reloader::Use(uint32_t number, bool guarded)
         return false;
     }
     WriteCode(jump);
-    return WaitUntilExecuted();
+    return Fence();
 }
 
 bool Reloader::Unload(uint32_t number)
@@ -267,7 +266,7 @@ bool Reloader::Unload(uint32_t number)
     board.Enter(bridgeThread, "unloading a patch");
     WriteCode(original);
     SendUnloadPatch(link, base);
-    if (!WaitUntilExecuted())
+    if (!Fence())
     {
         return false;
     }
@@ -299,7 +298,7 @@ bool Reloader::Reload(uint32_t number)
     board.Enter(bridgeThread, "resuming threads");
     threads.Resume();
     SendFinishAfterHotReload(link);
-    if (!used || !WaitUntilExecuted())
+    if (!used || !Fence())
     {
         return false;
     }

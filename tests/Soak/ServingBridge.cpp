@@ -40,7 +40,7 @@ private:
     void SendRequests(uint32_t hash);
     void TakeEcho(const Message& message);
     void TakeMemory(const Message& message);
-    void TakeModules(const std::vector<AnnouncedModule>& modules, uint32_t index);
+    void TakeModules(const std::vector<EnabledModule>& modules, uint32_t index);
     void TakeEnabled(const Received<EnableModulesBlob>& blob);
     void TakeException(const Received<HandleExceptionWindowsBlob>& blob);
 
@@ -150,13 +150,13 @@ void Server::TakeMemory(const Message& message)
 }
 
 /// \param index 0 for enabled modules, 1 for disabled ones.
-void Server::TakeModules(const std::vector<AnnouncedModule>& modules, uint32_t index)
+void Server::TakeModules(const std::vector<EnabledModule>& modules, uint32_t index)
 {
     if (modules.empty())
     {
         board.Fail("corrupted: a list of modules");
     }
-    for (const AnnouncedModule& module : modules)
+    for (const EnabledModule& module : modules)
     {
         const std::wstring name = FileNameOf(module.path);
         if (module.base == 0 || module.imageSize == 0 || name.empty())
@@ -273,7 +273,7 @@ void Serve(Link& link, const Board& board)
     if (board->work == BridgeWork::AnswerExceptions)
     {
         SendInstallExceptionHandler(link, 1);
-        if (!WaitUntilExecuted(link, limit))
+        if (!Fence(link, limit))
         {
             board.Fail("the exception handler wasn't installed");
         }

@@ -22,7 +22,7 @@ int main()
         if (const Received<EnableModulesBlob> enabled{message};
             message.Type() == BlobType::EnableModules && enabled)
         {
-            for (const AnnouncedModule& module : ModulesOf(enabled))
+            for (const EnabledModule& module : ModulesOf(enabled))
             {
                 fprintf(notes, "module %ls\n", FileNameOf(module.path).c_str());
                 SendDecrementLatch(link, enabled->latch);

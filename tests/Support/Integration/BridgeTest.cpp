@@ -15,9 +15,9 @@ bool BridgeTest::Connect()
     {
         return false;
     }
-    projectPreferences = link.Expect<ProjectPreferencesRecord>(testTimeout);
-    agent = link.Expect<RegisterAgentBlob>(testTimeout);
-    process = link.Expect<RegisterProcessBlob>(testTimeout);
+    projectPreferences = link.WaitFor<ProjectPreferencesRecord>(testTimeout);
+    agent = link.WaitFor<RegisterAgentBlob>(testTimeout);
+    process = link.WaitFor<RegisterProcessBlob>(testTimeout);
     return projectPreferences && agent && process;
 }
 
@@ -37,14 +37,14 @@ Bridge::Message BridgeTest::Receive()
     return link.Receive(testTimeout);
 }
 
-bool BridgeTest::WaitUntilExecuted()
+bool BridgeTest::Fence()
 {
-    return Bridge::WaitUntilExecuted(link, testTimeout);
+    return Bridge::Fence(link, testTimeout);
 }
 
 void BridgeTest::ExpectNoReply()
 {
-    EXPECT_TRUE(WaitUntilExecuted());
+    EXPECT_TRUE(Fence());
     const Bridge::Message message = link.Receive(0);
     EXPECT_FALSE(message) << Bridge::BlobName(message.Type());
 }

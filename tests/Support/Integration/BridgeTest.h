@@ -40,15 +40,15 @@ protected:
 
     /// The next Blob from the Agent, which has to be of this type; empty if it isn't, or if there is none in time.
     template<typename Record>
-    Bridge::Received<Record> Expect()
+    Bridge::Received<Record> WaitFor()
     {
-        return link.Expect<Record>(testTimeout);
+        return link.WaitFor<Record>(testTimeout);
     }
 
     /// Waits until the Agent has executed everything sent so far. \return whether it has in time.
-    bool WaitUntilExecuted();
+    bool Fence();
 
-    /// Waits as `WaitUntilExecuted`, and fails the test if the Agent has sent a Blob that wasn't received.
+    /// Waits as `Fence`, and fails the test if the Agent has sent a Blob that wasn't received.
     void ExpectNoReply();
 
     /// The Bridge's process is ended at once, as by a crash: no handle is closed by anybody but the OS.

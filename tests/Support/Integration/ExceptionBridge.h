@@ -55,7 +55,7 @@ protected:
     template<typename... Orders>
     bool Install(Orders... orders)
     {
-        if (!(Bridge::SendInstallExceptionHandler(link, orders) && ...) || !WaitUntilExecuted())
+        if (!(Bridge::SendInstallExceptionHandler(link, orders) && ...) || !Fence())
         {
             return false;
         }
@@ -65,7 +65,7 @@ protected:
 
     ExceptionReport AwaitException()
     {
-        return ExceptionReport(Expect<HandleExceptionWindowsBlob>());
+        return ExceptionReport(WaitFor<HandleExceptionWindowsBlob>());
     }
 
     void Answer(const ExceptionReport& report, uint32_t action, const ResumeRecord& resumeRecord = {})
@@ -76,7 +76,7 @@ protected:
     /// Whether the Agent has sent nothing that wasn't taken yet.
     bool NothingElseCame()
     {
-        return WaitUntilExecuted() && !link.Receive(0);
+        return Fence() && !link.Receive(0);
     }
 };
 

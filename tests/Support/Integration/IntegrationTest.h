@@ -27,7 +27,7 @@
 ///     BRIDGE_SCENARIO(Memory, ReadsWhatTheHostHas)
 ///     {
 ///         SendReadMemory(link, 4, {AwaitNumber("number")}, 1);
-///         const auto reply = Expect<ReadMemoryResultBlob>();
+///         const auto reply = WaitFor<ReadMemoryResultBlob>();
 ///         ASSERT_TRUE(reply);
 ///         EXPECT_EQ(4u, reply->totalSize);
 ///     }
@@ -44,7 +44,7 @@
 /// - A host half ends with the shutdown of its Agent, and waits for its Bridge half. It reports the Agent's whole log if
 ///   anything failed.
 /// - No wait is without a limit. A test that takes longer than a minute is ended with a message.
-/// - Waits are on conditions (`Await`, `WaitForLog`, `Expect`) with the limit `testTimeout`, never on time.
+/// - Waits are on conditions (`Await`, `WaitForLog`, `WaitFor`) with the limit `testTimeout`, never on time.
 
 #if TORVANE_HOST_HALF
 #include "Agent/Protocol/Names.h"

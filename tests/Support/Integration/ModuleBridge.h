@@ -19,7 +19,7 @@ protected:
     static FileNames NamesOf(const Received<Record>& blob)
     {
         FileNames names;
-        for (const AnnouncedModule& module : ModulesOf(blob))
+        for (const EnabledModule& module : ModulesOf(blob))
         {
             names.push_back(FileNameOf(module.path));
         }
@@ -29,7 +29,7 @@ protected:
     template<typename Record>
     Received<Record> ExpectModules(const FileNames& names)
     {
-        const auto blob = Expect<Record>();
+        const auto blob = WaitFor<Record>();
         EXPECT_TRUE(blob);
         if (blob)
         {
@@ -54,7 +54,7 @@ protected:
     {
         ASSERT_TRUE(blob);
         SendDecrementLatch(link, blob->latch, count - 1);
-        ASSERT_TRUE(WaitUntilExecuted());
+        ASSERT_TRUE(Fence());
         Signal("nearly");
         ASSERT_TRUE(Await("waits"));
         SendDecrementLatch(link, blob->latch);

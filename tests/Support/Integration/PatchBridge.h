@@ -39,7 +39,7 @@ protected:
     /// The answer to a command that has been sent.
     Received<PatchLoadedBlob> ExpectLoaded()
     {
-        const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
+        const Message answer = link.WaitForOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
         EXPECT_TRUE(answer) << "No answer has come.";
         EXPECT_TRUE(!answer || answer.Type() == BlobType::PatchLoaded) << BlobName(answer.Type());
         return answer && answer.Type() == BlobType::PatchLoaded ? Received<PatchLoadedBlob>(answer)
@@ -49,7 +49,7 @@ protected:
     /// The only answer to a load that fails: its bytes.
     std::vector<uint8_t> ExpectFailed()
     {
-        const Message answer = link.ReceiveOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
+        const Message answer = link.WaitForOneOf({BlobType::PatchLoaded, BlobType::LogNarrow}, testTimeout);
         ExpectNoReply();
         return answer.Bytes();
     }
@@ -65,9 +65,9 @@ protected:
     {
         const uint32_t size = ImageSize(base);
         ByteImage expected(80);
-        expected.U32(0x08, static_cast<uint32_t>(command.echo38)).U64(0x10, base).U32(0x18, size);
-        expected.U64(0x20, command.echo50).U64(0x28, command.echo58).U64(0x30, command.echo60);
-        expected.Text(0x00, command.path).Text(0x04, command.secondText);
+        expected.U32(0x08, static_cast<uint32_t>(command.cookie38)).U64(0x10, base).U32(0x18, size);
+        expected.U64(0x20, command.cookie50).U64(0x28, command.cookie58).U64(0x30, command.cookie60);
+        expected.Text(0x00, command.path).Text(0x04, command.cookieText);
         ByteImage ranges;
         uint32_t count = 0;
         for (const WirePageRange& range : QueryPageRanges(base, size))
@@ -77,7 +77,7 @@ protected:
             ++count;
         }
         expected.Item(0x38, ranges.Bytes().data(), ranges.Bytes().size()).U32(0x3C, count);
-        expected.Item(0x40, nullptr, 0).U32(0x44, 0).U8(0x48, command.echo68);
+        expected.Item(0x40, nullptr, 0).U32(0x44, 0).U8(0x48, command.cookie68);
         return expected.Blob(18);
     }
 
