@@ -222,25 +222,4 @@ bool SendSynchronize(Link& link)
 {
     return SendEmpty(link, BlobType::Synchronize);
 }
-
-bool Fence(Link& link, uint32_t milliseconds)
-{
-    constexpr uint64_t token = 0x4F42455945442121;
-    if (!SendEchoRequest(link, token))
-    {
-        return false;
-    }
-    for (;;)
-    {
-        const auto reply = link.WaitFor<EchoReplyBlob>(milliseconds);
-        if (!reply)
-        {
-            return false;
-        }
-        if (reply->token == token)
-        {
-            return true;
-        }
-    }
-}
 } // namespace Torvane::Bridge

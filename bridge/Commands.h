@@ -1,8 +1,8 @@
 #pragma once
 
 /// \file
-/// Everything that a Bridge sends, one function for each Blob; any thread. All return what `Link::Send` returns.
-/// Only `Fence` waits for a reply: see `Link::WaitFor`. Addresses are those of the Agent's process.
+/// Everything that a Bridge sends, one function for each Blob; any thread. All return what `Link::Send` returns, and none
+/// waits for a reply: `Requests.h` and `Reload.h` have functions that do.
 
 #include "Agent/Protocol/Names.h"
 #include "bridge/Link.h"
@@ -112,8 +112,4 @@ bool SendDecrementLatch(Link& link, RemoteAddress latch, uint32_t times = 1);
 bool SendEchoRequest(Link& link, uint64_t cookie);
 
 bool SendSynchronize(Link& link);
-
-/// Sends an `EchoRequest` and waits for its reply: all Blobs sent before have been executed then. Replies with other
-/// tokens are removed from the inbox. \return false after the limit.
-bool Fence(Link& link, uint32_t milliseconds);
 } // namespace Torvane::Bridge

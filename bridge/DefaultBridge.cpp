@@ -1,70 +1,44 @@
 #include "bridge/DefaultBridge.h"
 
 #include "bridge/Commands.h"
+#include "bridge/Session.h"
+
+#include <stdio.h>
 
 namespace Torvane::Bridge
 {
 namespace
 {
 constexpr uint32_t connectLimit = 10000; // milliseconds
-constexpr uint32_t noLimit = 0xFFFFFFFF;
 
-void Acknowledge(Link& link, const Message& message)
+/// Nobody sees it unless the Bridge was started by hand: an Agent starts it without standard handles.
+int Fail(const Failure& failure, int exitCode)
 {
-    if (const auto* modules = message.As<EnableModulesBlob>())
-    {
-        SendDecrementLatch(link, modules->latch, modules->modules.count);
-    }
-}
-
-void GrantRestart(Link& link, const Message& message)
-{
-    if (const auto* restart = message.As<RestartBlob>())
-    {
-        SendExitProcessForHotRestart(link, restart->event);
-    }
-}
-
-void Execute(Link& link, const Message& message)
-{
-    switch (message.Type())
-    {
-    case BlobType::EnableModules:
-        Acknowledge(link, message);
-        break;
-    case BlobType::ScheduleReload:
-        SendRequestReload(link);
-        break;
-    case BlobType::Reload:
-        SendFinishAfterHotReload(link);
-        break;
-    case BlobType::ScheduleRestart:
-        SendRequestRestart(link);
-        break;
-    case BlobType::Restart:
-        GrantRestart(link, message);
-        break;
-    default:
-        break;
-    }
+    fprintf(stderr, "TVN_Agent_Bridge_x64: %s\n", failure.reason.c_str());
+    return exitCode;
 }
 } // namespace
 
 int RunDefaultBridge(uint32_t hostProcessId)
 {
     Link link(hostProcessId);
-    if (!link.Connect(connectLimit))
+    if (Result<> connected = link.Connect(connectLimit); !connected)
     {
-        return 1;
+        return Fail(connected.Why(), 1);
     }
-    if (!link.ExchangeVersion(connectLimit))
+    if (Result<> exchanged = link.ExchangeVersion(connectLimit); !exchanged)
     {
-        return 2;
+        return Fail(exchanged.Why(), 2);
     }
-    while (const Message message = link.Receive(noLimit))
-    {
-        Execute(link, message);
-    }
+    Session session(link);
+    session.ServeModules();
+    link.Serve(BlobType::ScheduleReload, [&link](const Message&) { SendRequestReload(link); });
+    link.Serve(BlobType::Reload, [&link](const Message&) { SendFinishAfterHotReload(link); });
+    link.Serve(BlobType::ScheduleRestart, [&link](const Message&) { SendRequestRestart(link); });
+    link.Serve<RestartBlob>([&link](const Received<RestartBlob>& restart) {
+        SendExitProcessForHotRestart(link, restart->event);
+    });
+    link.Run();
     return 0;
 }
 } // namespace Torvane::Bridge

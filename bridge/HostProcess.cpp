@@ -20,6 +20,14 @@ HostProcess::~HostProcess()
     }
 }
 
+std::wstring HostProcess::ExecutablePath() const
+{
+    std::wstring path(32768, L'\0');
+    DWORD length = static_cast<DWORD>(path.size());
+    path.resize(QueryFullProcessImageNameW(process, 0, path.data(), &length) ? length : 0);
+    return path;
+}
+
 RemoteAddress HostProcess::ExecutableBase() const
 {
     HMODULE first = nullptr; // the executable: it is the first module of each process
@@ -57,6 +65,34 @@ std::vector<uint8_t> HostProcess::Read(RemoteAddress address, size_t size) const
         return {};
     }
     return bytes;
+}
+
+bool HostProcess::HasAccess(RemoteAddress address, size_t size, uint32_t protections) const
+{
+    const RemoteAddress end = address + size;
+    while (address < end)
+    {
+        const WirePageRange pages = QueryPages(address);
+        if (pages.size == 0 || (pages.protection & PAGE_GUARD) != 0 || (pages.protection & protections) == 0)
+        {
+            return false;
+        }
+        address = pages.base + pages.size;
+    }
+    return true;
+}
+
+bool HostProcess::CanRead(RemoteAddress address, size_t size) const
+{
+    return HasAccess(address, size,
+                     PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
+                         PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY);
+}
+
+bool HostProcess::CanExecute(RemoteAddress address, size_t size) const
+{
+    return HasAccess(address, size,
+                     PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY);
 }
 
 WirePageRange HostProcess::QueryPages(RemoteAddress address) const

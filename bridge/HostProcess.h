@@ -6,6 +6,7 @@
 #include "bridge/RemoteAddress.h"
 
 #include <stdint.h>
+#include <string>
 #include <vector>
 
 namespace Torvane::Bridge
@@ -30,6 +31,9 @@ public:
         return processId;
     }
 
+    /// Full path of the process's executable. Empty on failure.
+    std::wstring ExecutablePath() const;
+
     /// The module base of the process's executable. 0 on failure.
     RemoteAddress ExecutableBase() const;
 
@@ -46,6 +50,12 @@ public:
     /// Reads memory directly, without the Agent. Empty if part of it can't be read.
     std::vector<uint8_t> Read(RemoteAddress address, size_t size) const;
 
+    /// Whether all of [address, address + size) can be read.
+    bool CanRead(RemoteAddress address, size_t size) const;
+
+    /// Whether all of [address, address + size) is code that can be executed.
+    bool CanExecute(RemoteAddress address, size_t size) const;
+
     /// The range of pages with the same state that contains an address; its `protection` is 0 if they aren't committed.
     WirePageRange QueryPages(RemoteAddress address) const;
 
@@ -53,6 +63,8 @@ public:
     bool WaitForEnd(uint32_t milliseconds) const;
 
 private:
+    bool HasAccess(RemoteAddress address, size_t size, uint32_t protections) const;
+
     void* process;
     uint32_t processId;
 };

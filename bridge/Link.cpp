@@ -1,9 +1,12 @@
 #include "bridge/Link.h"
 
 #include "bridge/Commands.h"
+#include "bridge/Deadline.h"
+#include "bridge/Inbox.h"
+#include "bridge/ScopedLock.h"
+#include "bridge/Text.h"
 
 #include <algorithm>
-#include <deque>
 #include <stdlib.h>
 
 #include <windows.h>
@@ -16,44 +19,7 @@ namespace
 {
 constexpr uint32_t retryInterval = 5; // milliseconds
 
-/// The end of a time limit.
-class Deadline
-{
-public:
-    explicit Deadline(uint32_t milliseconds)
-        : end(GetTickCount64() + milliseconds)
-    {
-    }
-
-    DWORD Remaining() const
-    {
-        const ULONGLONG now = GetTickCount64();
-        return now >= end ? 0 : static_cast<DWORD>(end - now);
-    }
-
-private:
-    ULONGLONG end;
-};
-
-class ScopedLock
-{
-public:
-    explicit ScopedLock(SRWLOCK& acquired)
-        : lock(acquired)
-    {
-        AcquireSRWLockExclusive(&lock);
-    }
-
-    ~ScopedLock()
-    {
-        ReleaseSRWLockExclusive(&lock);
-    }
-
-private:
-    SRWLOCK& lock;
-};
-
-HANDLE OpenPipe(const std::wstring& name, uint32_t milliseconds)
+Result<HANDLE> OpenPipe(const std::wstring& name, uint32_t milliseconds)
 {
     const Deadline deadline(milliseconds);
     for (;;)
@@ -68,7 +34,7 @@ HANDLE OpenPipe(const std::wstring& name, uint32_t milliseconds)
         }
         if (deadline.Remaining() == 0)
         {
-            return INVALID_HANDLE_VALUE;
+            return OSFailure("the pipe " + Utf8(name) + " can't be opened");
         }
         Sleep(retryInterval);
     }
@@ -133,10 +99,7 @@ struct Link::State
     SRWLOCK sendLock = SRWLOCK_INIT;
     HANDLE readingThread = nullptr;
 
-    SRWLOCK inboxLock = SRWLOCK_INIT;
-    CONDITION_VARIABLE inboxChanged = CONDITION_VARIABLE_INIT;
-    std::deque<Message> inbox;
-    bool closed = false; ///< nothing is added to the inbox any more
+    Inbox inbox;
 
     double Now() const
     {
@@ -174,17 +137,8 @@ struct Link::State
         }
         Message message(Direction::FromAgent, Now(), std::move(bytes));
         NotifyObservers(message);
-        ScopedLock lock(inboxLock);
-        inbox.push_back(std::move(message));
-        WakeAllConditionVariable(&inboxChanged);
+        inbox.Add(std::move(message));
         return true;
-    }
-
-    void MarkClosed()
-    {
-        ScopedLock lock(inboxLock);
-        closed = true;
-        WakeAllConditionVariable(&inboxChanged);
     }
 
     static unsigned __stdcall ReadUntilClosed(void* context)
@@ -193,44 +147,8 @@ struct Link::State
         while (self.ReadMessage())
         {
         }
-        self.MarkClosed();
+        self.inbox.Close();
         return 0;
-    }
-
-    /// Waits until `isDone`, called with the inbox locked, returns true. \return its last result.
-    bool WaitForInbox(uint32_t milliseconds, const std::function<bool()>& isDone)
-    {
-        const Deadline deadline(milliseconds);
-        ScopedLock lock(inboxLock);
-        for (;;)
-        {
-            if (isDone())
-            {
-                return true;
-            }
-            const DWORD remaining = deadline.Remaining();
-            if (remaining == 0)
-            {
-                return false;
-            }
-            SleepConditionVariableSRW(&inboxChanged, &inboxLock, remaining, 0);
-        }
-    }
-
-    Message Take(uint32_t milliseconds, const std::function<bool(const Message&)>& isWanted)
-    {
-        Message taken;
-        WaitForInbox(milliseconds, [&] {
-            const auto found = std::find_if(inbox.begin(), inbox.end(), isWanted);
-            if (found == inbox.end())
-            {
-                return closed;
-            }
-            taken = std::move(*found);
-            inbox.erase(found);
-            return true;
-        });
-        return taken;
     }
 };
 
@@ -265,38 +183,54 @@ void Link::Observe(Observer observer)
     state->observers.push_back(std::move(observer));
 }
 
-bool Link::Connect(uint32_t milliseconds)
+Result<> Link::Connect(uint32_t milliseconds)
 {
     const Deadline deadline(milliseconds);
-    return ConnectAgentPipe(milliseconds) && ConnectBridgePipe(deadline.Remaining());
+    Result<> first = ConnectAgentPipe(milliseconds);
+    return first ? ConnectBridgePipe(deadline.Remaining()) : first;
 }
 
-bool Link::ConnectAgentPipe(uint32_t milliseconds)
+Result<> Link::ConnectAgentPipe(uint32_t milliseconds)
 {
-    state->agentPipe = OpenPipe(state->PipeName(agentPipePrefix), milliseconds);
-    if (state->agentPipe == INVALID_HANDLE_VALUE)
+    const Result<HANDLE> pipe = OpenPipe(state->PipeName(agentPipePrefix), milliseconds);
+    if (!pipe)
     {
-        return false;
+        return pipe.Why();
     }
+    state->agentPipe = *pipe;
     state->readingThread = reinterpret_cast<HANDLE>(
         _beginthreadex(nullptr, 0, &State::ReadUntilClosed, state.get(), 0, nullptr));
-    return state->readingThread != nullptr;
+    return state->readingThread != nullptr ? Result<>() : OSFailure("the reading thread can't be started");
 }
 
-bool Link::ConnectBridgePipe(uint32_t milliseconds)
+Result<> Link::ConnectBridgePipe(uint32_t milliseconds)
 {
-    state->bridgePipe = OpenPipe(state->PipeName(bridgePipePrefix), milliseconds);
-    return state->bridgePipe != INVALID_HANDLE_VALUE;
+    const Result<HANDLE> pipe = OpenPipe(state->PipeName(bridgePipePrefix), milliseconds);
+    if (!pipe)
+    {
+        return pipe.Why();
+    }
+    state->bridgePipe = *pipe;
+    return {};
 }
 
-bool Link::ExchangeVersion(uint32_t milliseconds, const char* version)
+Result<> Link::ExchangeVersion(uint32_t milliseconds, const char* version)
 {
     if (!SendVersion(*this, version))
     {
-        return false;
+        return ClosedPipe();
     }
-    const auto answer = WaitFor<VersionBlob>(milliseconds);
-    return answer && answer.AnsiString(answer->version) == version;
+    const auto reply = WaitFor<VersionBlob>(milliseconds);
+    if (!reply)
+    {
+        return Failure{"the Agent's version is missing: " + reply.Reason()};
+    }
+    const std::string other = reply.AnsiString(reply->version);
+    if (other != version)
+    {
+        return Failure{"the Agent has version " + other + ", this Bridge has " + version};
+    }
+    return {};
 }
 
 bool Link::Send(const std::vector<uint8_t>& bytes)
@@ -313,27 +247,54 @@ bool Link::Send(const std::vector<uint8_t>& bytes)
     return WriteWhole(state->bridgePipe, bytes);
 }
 
+void Link::Serve(BlobType type, Handler handler)
+{
+    state->inbox.Serve(type, std::move(handler), false);
+}
+
+void Link::ServeInRun(BlobType type, Handler handler)
+{
+    state->inbox.Serve(type, std::move(handler), true);
+}
+
+void Link::ServeSilence(uint32_t milliseconds, std::function<void()> handler)
+{
+    state->inbox.ServeSilence(milliseconds, std::move(handler));
+}
+
+void Link::Run()
+{
+    state->inbox.ServeUntilClosed();
+}
+
 Message Link::Receive(uint32_t milliseconds)
 {
-    return state->Take(milliseconds, [](const Message&) { return true; });
+    return state->inbox.TakeUnserved(milliseconds);
 }
 
 Message Link::WaitForOneOf(const std::vector<BlobType>& types, uint32_t milliseconds)
 {
-    return state->Take(milliseconds, [&types](const Message& message) {
-        return std::find(types.begin(), types.end(), message.Type()) != types.end();
-    });
+    return WaitForMatch(
+        [&types](const Message& message) {
+            return std::find(types.begin(), types.end(), message.Type()) != types.end();
+        },
+        milliseconds);
+}
+
+Message Link::WaitForMatch(const std::function<bool(const Message&)>& isWanted, uint32_t milliseconds)
+{
+    return state->inbox.Take(milliseconds, isWanted);
 }
 
 bool Link::WaitUntilClosed(uint32_t milliseconds)
 {
-    return state->WaitForInbox(milliseconds, [this] { return state->closed; });
+    (void)state->inbox.Take(milliseconds, [](const Message&) { return false; });
+    return IsClosed();
 }
 
 bool Link::IsClosed() const
 {
-    ScopedLock lock(state->inboxLock);
-    return state->closed;
+    return state->inbox.IsClosed();
 }
 
 void Link::Close()
@@ -363,6 +324,11 @@ void Link::Close()
 double Link::Now() const
 {
     return state->Now();
+}
+
+Failure ClosedPipe()
+{
+    return {"the bridge pipe is closed", 0};
 }
 
 uint32_t HostProcessIdFromCommandLine()

@@ -21,6 +21,13 @@ Message::Message(Direction messageDirection, double messageTime, std::vector<uin
 {
 }
 
+Message Message::None(std::string reason)
+{
+    Message none;
+    none.reason = std::move(reason);
+    return none;
+}
+
 BlobType Message::Type() const
 {
     return HeaderOf(bytes).type;

@@ -5,7 +5,7 @@
 /// thread at a time.
 
 #include "Agent/Protocol/Blob.h"
-#include "bridge/Recording/BlobLayout.h"
+#include "bridge/BlobName.h"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -16,11 +16,15 @@
 
 namespace Torvane::Bridge
 {
-/// A whole Blob, header and payload. Waits that end without a Blob return an empty one, which converts to false.
+/// A whole Blob, header and payload. Waits that end without a Blob return an empty one, which converts to false and has
+/// the reason.
 class Message
 {
 public:
     Message() = default;
+
+    /// An empty message.
+    static Message None(std::string reason);
 
     /// \param bytes a whole header at least; \param time seconds since the `Link` was created.
     Message(Direction direction, double time, std::vector<uint8_t> bytes);
@@ -28,6 +32,12 @@ public:
     explicit operator bool() const
     {
         return !bytes.empty();
+    }
+
+    /// Why the message is empty.
+    const std::string& Reason() const
+    {
+        return reason;
     }
 
     Direction From() const
@@ -88,6 +98,7 @@ private:
     Direction direction = Direction::FromAgent;
     double time = 0;
     std::vector<uint8_t> bytes;
+    std::string reason;
 };
 
 /// A message with a typed fixed part: `reply->totalSize`, `reply.Data(reply->data, reply->totalSize)`.
@@ -99,7 +110,8 @@ public:
 
     /// Empty if `message` is, or if its payload is too short for the record.
     explicit Received(Message message)
-        : Message(message.As<Record>() ? std::move(message) : Message())
+        : Message(!message || message.As<Record>() ? std::move(message)
+                                                   : None(BlobName(message.Type()) + " is too short"))
     {
     }
 

@@ -152,6 +152,22 @@ uint32_t PatchImage::FindExport(const std::string& name) const
     return 0;
 }
 
+std::vector<std::string> PatchImage::Imports() const
+{
+    std::vector<std::string> names;
+    uint32_t place = DirectoryOf(bytes, IMAGE_DIRECTORY_ENTRY_IMPORT).VirtualAddress;
+    for (;; place += sizeof(IMAGE_IMPORT_DESCRIPTOR))
+    {
+        const auto* descriptor =
+            reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(At(place, sizeof(IMAGE_IMPORT_DESCRIPTOR)));
+        if (descriptor == nullptr || descriptor->Name == 0)
+        {
+            return names;
+        }
+        names.push_back(StringAt(descriptor->Name));
+    }
+}
+
 uint32_t PatchImage::EntryPoint() const
 {
     return HeadersOf(bytes)->OptionalHeader.AddressOfEntryPoint;

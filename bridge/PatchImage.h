@@ -38,6 +38,9 @@ public:
     /// Offset from the module base of the export of that name, without leading underscore; 0 if there is none.
     uint32_t FindExport(const std::string& name) const;
 
+    /// File names of the libraries that the loader loads with the image.
+    std::vector<std::string> Imports() const;
+
     /// Offset of the entry point from the module base; 0 if the image has none.
     uint32_t EntryPoint() const;
 

@@ -1,5 +1,8 @@
 #include "bridge/Relaunch.h"
 
+#include "bridge/Commands.h"
+#include "bridge/Text.h"
+
 #include <windows.h>
 
 namespace Torvane::Bridge
@@ -19,31 +22,52 @@ LaunchInfo ReadLaunchInfo(const Received<RestartBlob>& restart)
             restart.Data(restart->environment, restart->environmentSize)};
 }
 
-bool WaitForProcessEnd(uint32_t processId, uint32_t milliseconds)
+Result<Received<RestartBlob>> RequestRestart(Session& session, uint32_t milliseconds)
 {
-    const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, processId);
-    if (process == nullptr)
+    if (session.AreThreadsSuspended())
     {
-        return true; // it has ended
+        return Failure{"the host's threads are suspended, one of which has to agree to a restart"};
     }
-    const bool ended = WaitForSingleObject(process, milliseconds) == WAIT_OBJECT_0;
-    CloseHandle(process);
-    return ended;
+    if (!SendRequestRestart(session.link))
+    {
+        return ClosedPipe();
+    }
+    auto restart = session.link.WaitFor<RestartBlob>(milliseconds);
+    if (!restart)
+    {
+        return Failure{"the host hasn't agreed to a restart: " + restart.Reason()};
+    }
+    return restart;
 }
 
-uint32_t Launch(const LaunchInfo& image)
+Result<uint32_t> CompleteRestart(Session& session, const Received<RestartBlob>& restart,
+                                 uint32_t milliseconds)
 {
-    std::wstring commandLine = image.commandLine; // the OS writes into it
-    std::vector<uint8_t> environment = image.environment;
+    const LaunchInfo info = ReadLaunchInfo(restart);
+    if (!SendExitProcessForHotRestart(session.link, restart->event))
+    {
+        return ClosedPipe();
+    }
+    if (!session.host.WaitForEnd(milliseconds))
+    {
+        return Failure{"the host hasn't ended within " + std::to_string(milliseconds) + " milliseconds"};
+    }
+    return Launch(info);
+}
+
+Result<uint32_t> Launch(const LaunchInfo& info)
+{
+    std::wstring commandLine = info.commandLine; // the OS writes into it
+    std::vector<uint8_t> environment = info.environment;
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(image.executablePath.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
+    if (!CreateProcessW(info.executablePath.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
                         CREATE_UNICODE_ENVIRONMENT, environment.empty() ? nullptr : environment.data(),
-                        image.currentDirectory.empty() ? nullptr : image.currentDirectory.c_str(), &startup,
+                        info.currentDirectory.empty() ? nullptr : info.currentDirectory.c_str(), &startup,
                         &process))
     {
-        return 0;
+        return OSFailure(Utf8(info.executablePath) + " can't be started");
     }
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);

@@ -1,5 +1,7 @@
 #include "bridge/ThreadSuspender.h"
 
+#include "bridge/ThreadGuard.h"
+
 #include <algorithm>
 
 #include <windows.h>
@@ -13,14 +15,14 @@ namespace
 {
 constexpr DWORD threadAccess = THREAD_SUSPEND_RESUME | THREAD_GET_CONTEXT | THREAD_QUERY_INFORMATION;
 
-std::vector<uint32_t> ThreadsOf(uint32_t processId)
+Result<std::vector<uint32_t>> ThreadsOf(uint32_t processId)
 {
-    std::vector<uint32_t> ids;
     const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
     if (snapshot == INVALID_HANDLE_VALUE)
     {
-        return ids;
+        return OSFailure("the host's threads can't be listed");
     }
+    std::vector<uint32_t> ids;
     THREADENTRY32 entry = {};
     entry.dwSize = sizeof(entry);
     for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry))
@@ -58,9 +60,22 @@ bool ReadPosition(HANDLE thread, Position& position)
     return true;
 }
 
-bool IsIn(RemoteAddress address, RemoteAddress first, uint32_t size)
+bool EndsBefore(const RemoteRange& range, RemoteAddress address)
 {
-    return address >= first && address < first + size;
+    return range.base + range.size <= address;
+}
+
+bool IsIn(RemoteAddress address, const std::vector<RemoteRange>& sortedRanges)
+{
+    const auto range = std::lower_bound(sortedRanges.begin(), sortedRanges.end(), address, EndsBefore);
+    return range != sortedRanges.end() && address >= range->base;
+}
+
+std::vector<RemoteRange> Sorted(std::vector<RemoteRange> ranges)
+{
+    std::sort(ranges.begin(), ranges.end(),
+              [](const RemoteRange& left, const RemoteRange& right) { return left.base < right.base; });
+    return ranges;
 }
 } // namespace
 
@@ -77,37 +92,96 @@ ThreadSuspender::~ThreadSuspender()
     CloseHandle(process);
 }
 
-void ThreadSuspender::Suspend()
+Result<> ThreadSuspender::Suspend()
 {
-    while (SuspendNewThreads() != 0)
+    constexpr uint32_t tries = 50; // a thread that ends is listed for a while
+    constexpr uint32_t rounds = 10000;
+    if (process == nullptr)
     {
-        WaitUntilStopped();
+        return Failure{"the host can't be opened, or has ended"};
     }
+    Result<> guarded = StartThreadGuard();
+    if (!guarded)
+    {
+        return guarded;
+    }
+    uint32_t failures = 0;
+    for (uint32_t i = 0; i < rounds; ++i)
+    {
+        Round round = SuspendNewThreads();
+        if (round.added != 0)
+        {
+            WaitUntilStopped();
+        }
+        if (round.failure)
+        {
+            if (++failures == tries)
+            {
+                Resume();
+                return std::move(*round.failure);
+            }
+            Sleep(1);
+        }
+        else if (round.added == 0)
+        {
+            return threads.empty() ? Result<>(Failure{"the host has no thread that could be suspended"})
+                                   : Result<>();
+        }
+    }
+    Resume();
+    return Failure{"the host creates threads faster than they can be suspended"};
 }
 
-uint32_t ThreadSuspender::SuspendNewThreads()
+ThreadSuspender::Round ThreadSuspender::SuspendNewThreads()
 {
-    uint32_t added = 0;
-    for (const uint32_t id : ThreadsOf(processId))
+    Round round;
+    const Result<std::vector<uint32_t>> ids = ThreadsOf(processId);
+    if (!ids)
+    {
+        round.failure = ids.Why();
+        return round;
+    }
+    for (const uint32_t id : *ids)
     {
         if (IsSuspendedOrExcluded(id))
         {
             continue;
         }
-        const HANDLE thread = OpenThread(threadAccess, FALSE, id);
-        if (thread == nullptr)
+        Result<> suspended = SuspendOne(id);
+        if (suspended)
         {
-            continue; // it has ended
+            ++round.added;
         }
-        if (SuspendThread(thread) == static_cast<DWORD>(-1))
+        else
         {
-            CloseHandle(thread);
-            continue;
+            round.failure = suspended.Why();
         }
-        threads.push_back({id, thread});
-        ++added;
     }
-    return added;
+    return round;
+}
+
+Result<> ThreadSuspender::SuspendOne(uint32_t id)
+{
+    const HANDLE thread = OpenThread(threadAccess, FALSE, id);
+    if (thread == nullptr)
+    {
+        return OSFailure("thread " + std::to_string(id) + " can't be opened");
+    }
+    GuardedThread* guarded = GuardThread(processId, id);
+    if (guarded == nullptr)
+    {
+        CloseHandle(thread);
+        return Failure{"there are too many threads"};
+    }
+    if (SuspendThread(thread) == static_cast<DWORD>(-1))
+    {
+        Failure failure = OSFailure("thread " + std::to_string(id) + " can't be suspended");
+        ReleaseThread(guarded);
+        CloseHandle(thread);
+        return failure;
+    }
+    threads.push_back({id, thread, guarded});
+    return {};
 }
 
 unsigned __stdcall ThreadSuspender::ReadPositions(void* suspender)
@@ -153,6 +227,7 @@ void ThreadSuspender::Resume()
     for (const Thread& thread : threads)
     {
         ResumeThread(thread.handle);
+        ReleaseThread(thread.guarded);
         CloseHandle(thread.handle);
     }
     threads.clear();
@@ -165,24 +240,26 @@ void ThreadSuspender::ResumeForLoad()
     resumedForLoad = suspended;
 }
 
-void ThreadSuspender::SuspendAfterLoad()
+Result<> ThreadSuspender::SuspendAfterLoad()
 {
-    if (resumedForLoad)
+    if (!resumedForLoad)
     {
-        resumedForLoad = false;
-        Suspend();
+        return {};
     }
+    resumedForLoad = false;
+    return Suspend();
 }
 
-bool ThreadSuspender::AnyAt(RemoteAddress address, uint32_t size) const
+bool ThreadSuspender::AnyAt(const std::vector<RemoteRange>& ranges) const
 {
-    return std::any_of(threads.begin(), threads.end(), [=](const Thread& thread) {
+    const std::vector<RemoteRange> sorted = Sorted(ranges);
+    return std::any_of(threads.begin(), threads.end(), [&](const Thread& thread) {
         Position position;
-        return !ReadPosition(thread.handle, position) || IsIn(position.instructionPointer, address, size);
+        return !ReadPosition(thread.handle, position) || IsIn(position.instructionPointer, sorted);
     });
 }
 
-bool ThreadSuspender::IsInside(const Thread& thread, RemoteAddress image, uint32_t size) const
+bool ThreadSuspender::IsInside(const Thread& thread, const std::vector<RemoteRange>& sortedRanges) const
 {
     constexpr size_t words = 128; // more than the OS's functions push between their caller and a system call
     Position position;
@@ -198,9 +275,9 @@ bool ThreadSuspender::IsInside(const Thread& thread, RemoteAddress image, uint32
         ReadProcessMemory(process, reinterpret_cast<const void*>(uintptr_t{position.stackPointer}), stack,
                           wanted * sizeof(uint32_t), &count);
     }
-    return IsIn(position.instructionPointer, image, size) ||
+    return IsIn(position.instructionPointer, sortedRanges) ||
            std::any_of(stack, stack + count / sizeof(uint32_t),
-                       [=](uint32_t word) { return IsIn(word, image, size); });
+                       [&](uint32_t word) { return IsIn(word, sortedRanges); });
 }
 
 bool ThreadSuspender::RunBriefly(const Thread& thread)
@@ -215,10 +292,11 @@ bool ThreadSuspender::RunBriefly(const Thread& thread)
     return ReadPosition(thread.handle, after) && !(after == before);
 }
 
-uint32_t ThreadSuspender::RunUntilOutside(RemoteAddress image, uint32_t size)
+uint32_t ThreadSuspender::RunUntilOutside(const std::vector<RemoteRange>& ranges)
 {
     constexpr uint32_t roundsWithoutProgress = 20;
     constexpr uint32_t rounds = 200; // a busy thread can be inside in each round
+    const std::vector<RemoteRange> sorted = Sorted(ranges);
     uint32_t runs = 0;
     uint32_t idleRounds = 0;
     for (uint32_t round = 0; round < rounds && idleRounds < roundsWithoutProgress; ++round)
@@ -227,7 +305,7 @@ uint32_t ThreadSuspender::RunUntilOutside(RemoteAddress image, uint32_t size)
         bool anyMoved = false;
         for (const Thread& thread : threads)
         {
-            if (IsInside(thread, image, size))
+            if (IsInside(thread, sorted))
             {
                 anyInside = true;
                 anyMoved = RunBriefly(thread) || anyMoved;

@@ -3,20 +3,13 @@
 /// \file
 /// Describes the payload of each Blob by tables of the wire records' fields; constant data, any thread, any platform.
 
-#include "Agent/Protocol/Blob.h"
+#include "bridge/BlobName.h"
 
 #include <stddef.h>
 #include <stdint.h>
-#include <string>
 
 namespace Torvane::Bridge
 {
-enum class Direction
-{
-    FromAgent,
-    ToAgent,
-};
-
 /// How the bytes of a field are interpreted.
 enum class FieldKind : uint8_t
 {
@@ -131,7 +124,4 @@ BlobLayoutList AllBlobLayouts();
 
 /// Null for a number that isn't in `BlobType`.
 const BlobLayout* FindBlobLayout(BlobType type);
-
-/// "ReadMemory" for 25; "Blob 2" for a number that isn't in `BlobType`.
-std::string BlobName(BlobType type);
 } // namespace Torvane::Bridge

@@ -8,6 +8,7 @@
 #include "samples/Crash/Crashes.h"
 #include "samples/Crash/Show.h"
 
+#include <algorithm>
 #include <string.h>
 
 #include <windows.h>
@@ -20,76 +21,69 @@ namespace Torvane::Sample
 namespace
 {
 constexpr uint32_t limit = 20000; // milliseconds
-constexpr uint32_t firstPlace = 1;
 
 /// The longest instruction that the architecture allows, in bytes.
 constexpr size_t longestInstruction = 15;
-
-/// What a report's fields refer to.
-struct Crash
-{
-    EXCEPTION_RECORD32 record = {};
-    WOW64_CONTEXT context = {};
-};
 
 class Decider
 {
 public:
     explicit Decider(uint32_t hostProcessId)
         : link(hostProcessId)
-        , host(hostProcessId)
+        , session(link)
     {
     }
 
     int Run();
 
 private:
-    bool Prepare();
-    void Decide(const Received<HandleExceptionWindowsBlob>& report);
-    void ShowCrash(const Crash& crash);
+    Result<> Prepare();
+    ExceptionDecision Decide(const ReportedException& exception);
+    void ShowException(const ReportedException& exception);
     ResumeRecord ReadResumePlace();
 
     Link link;
-    HostProcess host;
+    Session session;
     RemoteAddress resumePlaceAddress = 0;
 };
 
 int Decider::Run()
 {
-    if (!Prepare())
+    const Result<> prepared = Prepare();
+    if (!prepared)
     {
-        Show("fail", "The Bridge can't keep the host alive");
+        Show("fail", "The Bridge can't keep the host alive: %s", prepared.Reason().c_str());
         return 1;
     }
-    while (const auto report = link.WaitFor<HandleExceptionWindowsBlob>(INFINITE))
-    {
-        Decide(report);
-    }
+    link.Run();
     return 0;
 }
 
-bool Decider::Prepare()
+Result<> Decider::Prepare()
 {
-    if (!link.Connect(limit) || !link.ExchangeVersion(limit))
+    Result<> connected = session.Connect(limit);
+    if (!connected)
     {
-        return false;
+        return connected;
     }
-    const auto process = link.WaitFor<RegisterProcessBlob>(limit);
-    if (!process)
-    {
-        return false;
-    }
-    const PatchImage executable(process.Utf16String(process->executablePath));
-    const RemoteAddress base = host.ExecutableBase();
+    const PatchImage executable(session.host.ExecutablePath());
+    const RemoteAddress base = session.host.ExecutableBase();
     const uint32_t resumePlace = executable.FindExport("resumePlace");
     const uint32_t isKeptAlive = executable.FindExport("isKeptAlive");
     if (base == 0 || resumePlace == 0 || isKeptAlive == 0)
     {
-        return false;
+        return Failure{"the host isn't this sample's"};
     }
     resumePlaceAddress = base + resumePlace;
-    return SendInstallExceptionHandler(link, firstPlace) &&
-           SendWriteMemory(link, {base + isKeptAlive}, {1, 0, 0, 0});
+    const auto decide = [this](const ReportedException& exception) {
+        return Decide(exception);
+    };
+    Result<> served = ServeExceptions(session, HandlerPlace::First, decide, limit);
+    if (!served)
+    {
+        return served;
+    }
+    return SendWriteMemory(link, {base + isKeptAlive}, {1, 0, 0, 0}) ? Result<>() : ClosedPipe();
 }
 
 void ShowRegisters(const WOW64_CONTEXT& context)
@@ -101,21 +95,26 @@ void ShowRegisters(const WOW64_CONTEXT& context)
     Show("regs", "eip %08lX  flags %08lX", context.Eip, context.EFlags);
 }
 
-void Decider::ShowCrash(const Crash& crash)
+void Decider::ShowException(const ReportedException& exception)
 {
-    const uint32_t code = crash.record.ExceptionCode;
-    const ExceptionTexts texts = FindExceptionTexts(code);
-    Show("!!", "%s (0x%08X) at address 0x%08lX", texts.name, code, crash.record.ExceptionAddress);
+    const ExceptionTexts texts = FindExceptionTexts(exception.code);
+    Show("!!", "%s (0x%08X) at address %s", texts.name, exception.code,
+         AddressText(exception.address).c_str());
     Show("text", "%s", texts.description);
-    const char* access = FindAccessText(code, crash.record.ExceptionInformation[0]);
-    if (access != nullptr)
+    if (exception.parameters.size() >= 2)
     {
-        Show("text", "%s 0x%08lX", access, crash.record.ExceptionInformation[1]);
+        const char* access = FindAccessText(exception.code, exception.parameters[0]);
+        if (access != nullptr)
+        {
+            Show("text", "%s 0x%08X", access, exception.parameters[1]);
+        }
     }
-    ShowRegisters(crash.context);
+    WOW64_CONTEXT context = {};
+    memcpy(&context, exception.context.data(), std::min(sizeof(context), exception.context.size()));
+    ShowRegisters(context);
 
     std::string digits;
-    for (const uint8_t byte : host.Read(crash.record.ExceptionAddress, longestInstruction))
+    for (const uint8_t byte : session.host.Read(exception.address, longestInstruction))
     {
         char text[8];
         snprintf(text, sizeof(text), "0x%02X ", byte);
@@ -125,42 +124,32 @@ void Decider::ShowCrash(const Crash& crash)
 }
 
 /// In place of a choice by somebody who knows the program.
-void Decider::Decide(const Received<HandleExceptionWindowsBlob>& report)
+ExceptionDecision Decider::Decide(const ReportedException& exception)
 {
-    Crash crash;
-    const std::vector<uint8_t> record = report.Data(report->record, sizeof(crash.record));
-    const std::vector<uint8_t> context = report.Data(report->context, sizeof(crash.context));
-    memcpy(&crash.record, record.data(), record.size());
-    memcpy(&crash.context, context.data(), context.size());
-    ShowCrash(crash);
-
-    switch (crash.record.ExceptionCode)
+    ShowException(exception);
+    switch (exception.code)
     {
     case EXCEPTION_INT_DIVIDE_BY_ZERO:
         Show("->", "skip the instruction");
-        SendHandleExceptionResult(link, *report, ActionSkipInstruction, {});
-        break;
+        return {ActionSkipInstruction};
     case EXCEPTION_ACCESS_VIOLATION:
-        if (crash.record.ExceptionAddress != crash.record.ExceptionInformation[1])
+        if (exception.parameters.size() < 2 || exception.address != exception.parameters[1])
         {
             Show("->", "replace the instruction by a no-operation");
-            SendHandleExceptionResult(link, *report, ActionNopInstruction, {});
-            break;
+            return {ActionNopInstruction};
         }
         Show("->", "resume at the frame around the call");
-        SendHandleExceptionResult(link, *report, ActionResumeAtFrame, ReadResumePlace());
-        break;
+        return {ActionResumeAtFrame, ReadResumePlace()};
     default:
         Show("->", "leave it to others");
-        SendHandleExceptionResult(link, *report, ActionContinueSearch, {});
-        break;
+        return {ActionContinueSearch};
     }
 }
 
 ResumeRecord Decider::ReadResumePlace()
 {
     ResumePlace place = {};
-    const std::vector<uint8_t> bytes = host.Read(resumePlaceAddress, sizeof(place));
+    const std::vector<uint8_t> bytes = session.host.Read(resumePlaceAddress, sizeof(place));
     memcpy(&place, bytes.data(), bytes.size());
     return {place.instructionPointer, place.stackPointer, place.framePointer};
 }

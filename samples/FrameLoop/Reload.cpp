@@ -5,7 +5,8 @@
 #include "bridge/Bridge.h"
 
 #include "samples/Common/OwnFolder.h"
-#include "samples/Common/Route.h"
+
+#include <stdio.h>
 
 #include <windows.h>
 
@@ -15,9 +16,8 @@ namespace Torvane::Sample
 {
 namespace
 {
-constexpr uint32_t limit = 30000;        // milliseconds
-constexpr uint32_t noLimit = 0xFFFFFFFF; // until the host ends
-constexpr uint32_t pollInterval = 10;    // milliseconds
+constexpr uint32_t limit = 30000;     // milliseconds
+constexpr uint32_t pollInterval = 10; // milliseconds
 constexpr uint32_t framesToCompile = 30;
 constexpr char changedFunction[] = "Advance";
 constexpr char frameCounter[] = "frameNumber";
@@ -33,82 +33,68 @@ uint32_t ReadFrame(const HostProcess& host, RemoteAddress address)
     return frame;
 }
 
-/// \return the path of the patch; empty if there is none.
-std::wstring Compile(Link& link, RemoteAddress frameAddress, PatchImage& patch)
+/// Takes as long as the host needs for some frames.
+Result<std::wstring> Compile(const Session& session, RemoteAddress frameAddress)
 {
-    const HostProcess host(link.HostProcessId());
-    const uint32_t first = ReadFrame(host, frameAddress);
-    while (ReadFrame(host, frameAddress) - first < framesToCompile)
+    const uint32_t first = ReadFrame(session.host, frameAddress);
+    while (ReadFrame(session.host, frameAddress) - first < framesToCompile)
     {
-        if (link.WaitUntilClosed(pollInterval))
+        if (session.link.WaitUntilClosed(pollInterval))
         {
-            return {};
+            return Failure{"the host has ended"};
         }
     }
-    const std::wstring path = OwnFolder() + L"Motion.patch_1.dll";
-    return patch.MakeEntryPointIdle() && patch.Save(path) ? path : std::wstring();
+    const std::wstring patch = OwnFolder() + L"Motion.patch_1.dll"; // `LoadPatch` changes the file
+    return CopyFileW((OwnFolder() + L"Motion.dll").c_str(), patch.c_str(), FALSE)
+               ? Result<std::wstring>(patch)
+               : OSFailure("Motion.dll can't be copied");
 }
 
-bool Reload(Link& link, const RegisterProcessBlob& process, const EnabledModule& module)
+Result<> Reload(Session& session)
 {
+    if (session.Modules().size() != 1)
+    {
+        return Failure{"the host hasn't enabled its executable alone"};
+    }
+    const EnabledModule& module = session.Modules()[0];
     const PatchImage executable(module.path);
-    PatchImage patch(OwnFolder() + L"Motion.dll");
-    if (!executable.Error().empty() || !patch.Error().empty())
+    if (!executable.Error().empty())
     {
-        return false;
+        return Failure{executable.Error()};
     }
-    SendRequestReload(link);
-    if (!link.WaitFor<ReloadBlob>(limit)) // the host has polled, and continues with its frames
-    {
-        return false;
-    }
-    const EntryPointCode entryCode = patch.EntryCode();
-    PatchCommand command;
-    command.path = Compile(link, module.base + executable.FindExport(frameCounter), patch);
-    SendLoadPatch(link, command);
-    const auto loaded = link.WaitFor<PatchLoadedBlob>(limit); // the host has called TvnReload
-    if (!loaded)
-    {
-        return false;
-    }
-    ThreadSuspender threads(link.HostProcessId(), AgentThreads(process));
-    threads.Suspend();
-    const bool success =
-        RouteFunction(link, threads, module, module.base + executable.FindExport(changedFunction),
-                      loaded->base + patch.FindExport(changedFunction)) &&
-        SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
-        FenceWhileSuspended(link, threads, limit);
-    threads.Resume();
-    return success;
+    // The host polls and agrees, continues with its frames, and calls TvnReload when the patch is ready.
+    const auto compile = [&] {
+        return Compile(session, module.base + executable.FindExport(frameCounter));
+    };
+    const auto install = [&](const LoadedPatch& patch) -> Result<> {
+        const Result<RoutedFunction> routed =
+            Route(session, module.base + executable.FindExport(changedFunction),
+                  patch.FindExport(changedFunction), limit);
+        if (!routed)
+        {
+            return routed.Why();
+        }
+        return SendCallEntryPoint(session, patch) ? Result<>() : ClosedPipe();
+    };
+    return RunReload(session, {compile, install}, limit);
 }
 
 int RunFrameLoop(uint32_t hostProcessId)
 {
     Link link(hostProcessId);
-    if (!link.Connect(limit) || !link.ExchangeVersion(limit))
+    Session session(link);
+    session.ServeModules();
+    Result<> result = session.Connect(limit);
+    if (result)
     {
-        return 1;
+        link.ServeInRun(BlobType::ScheduleReload, [&](const Message&) { result = Reload(session); });
+        link.Run();
     }
-    const auto process = link.WaitFor<RegisterProcessBlob>(limit);
-    const auto enabled = link.WaitFor<EnableModulesBlob>(limit);
-    if (!process || !enabled || ModulesOf(enabled).size() != 1)
+    if (!result)
     {
-        return 1;
+        fprintf(stderr, "FrameLoop's Bridge: %s\n", result.Reason().c_str());
     }
-    SendDecrementLatch(link, enabled->latch);
-    while (const Message message = link.Receive(noLimit))
-    {
-        if (message.Type() == BlobType::ScheduleReload)
-        {
-            const bool success = Reload(link, *process, ModulesOf(enabled)[0]);
-            SendFinishAfterHotReload(link); // the host waits for this, after a failure too
-            if (!success)
-            {
-                return 1;
-            }
-        }
-    }
-    return 0;
+    return result ? 0 : 1;
 }
 } // namespace
 } // namespace Torvane::Sample

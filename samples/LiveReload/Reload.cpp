@@ -4,7 +4,6 @@
 
 #include "bridge/Bridge.h"
 
-#include "samples/Common/Route.h"
 #include "samples/LiveReload/Hooks.h"
 #include "samples/LiveReload/ReloadFiles.h"
 
@@ -21,10 +20,10 @@ namespace
 {
 constexpr uint32_t limit = 20000;     // milliseconds
 constexpr uint32_t pollInterval = 20; // milliseconds
-constexpr uint32_t tokenOfOldCode = 1;
 constexpr char changedFunction[] = "FormatLine";
 
-std::string Hexadecimal(const std::vector<uint8_t>& bytes)
+template<typename Bytes>
+std::string Hexadecimal(const Bytes& bytes)
 {
     std::string text;
     for (const uint8_t byte : bytes)
@@ -33,13 +32,6 @@ std::string Hexadecimal(const std::vector<uint8_t>& bytes)
         snprintf(digits, sizeof(digits), "%02X ", byte);
         text += digits;
     }
-    return text;
-}
-
-std::string Address(RemoteAddress address)
-{
-    char text[20];
-    snprintf(text, sizeof(text), "0x%08X", static_cast<uint32_t>(address));
     return text;
 }
 
@@ -55,7 +47,7 @@ std::string Details(const Message& message)
     case BlobType::LoadPatchWindows:
         return Utf8(message.Utf16String(message.As<LoadPatchWindowsBlob>()->patchPath));
     case BlobType::PatchLoaded:
-        return "at " + Address(message.As<PatchLoadedBlob>()->base) + ", " +
+        return "at " + AddressText(message.As<PatchLoadedBlob>()->base) + ", " +
                std::to_string(message.As<PatchLoadedBlob>()->imageSize) + " bytes";
     case BlobType::LogNarrow:
         return message.AnsiString(message.As<LogBlob>()->text);
@@ -76,7 +68,7 @@ class Reloader
 public:
     explicit Reloader(uint32_t hostProcessId)
         : link(hostProcessId)
-        , host(hostProcessId)
+        , session(link)
     {
         link.Observe([this](const Message& message) { ReportBlob(message); });
     }
@@ -86,23 +78,18 @@ public:
 
 private:
     void ReportBlob(const Message& message) const;
-    bool ReceiveModules();
-    bool FindModule();
+    Result<> FindModule();
     bool WaitForFile(uint32_t number, const wchar_t* extension);
-    bool Reload(uint32_t number);
-    bool LoadAndInstall(uint32_t number, ThreadSuspender& threads);
-    Received<PatchLoadedBlob> Load(const PatchCommand& command, ThreadSuspender& threads);
-    bool Route(RemoteAddress from, RemoteAddress to, ThreadSuspender& threads);
+    Result<> Reload(uint32_t number);
+    Result<> Install(const LoadedPatch& patch, uint32_t number);
     bool CallTable(uint32_t kind, const char* name, uint32_t number);
 
     ReloadFiles files;
     Link link;
-    HostProcess host;
-    Received<RegisterAgentBlob> agent;
-    Received<RegisterProcessBlob> process;
+    Session session;
 
-    /// The host's executable, as the host has announced it, and its exports.
-    EnabledModule announced;
+    /// The host's executable.
+    EnabledModule enabled;
     std::unique_ptr<PatchImage> module;
 };
 
@@ -119,43 +106,30 @@ void Reloader::Report(const std::string& text) const
     files.Report(text);
 }
 
-/// Waits until the host has announced its modules, and acknowledges them.
-bool Reloader::ReceiveModules()
+/// Waits until the host has enabled its modules.
+Result<> Reloader::FindModule()
 {
-    const auto blob = link.WaitFor<EnableModulesBlob>(limit);
-    if (!blob)
+    const double end = link.Now() + limit / 1000.0;
+    while (session.Modules().empty() && link.Now() < end && !link.WaitUntilClosed(pollInterval))
     {
-        Report("!! the host hasn't announced its modules");
-        return false;
     }
-    const std::wstring executable = FileNameOf(process.Utf16String(process->executablePath));
-    for (const EnabledModule& candidate : ModulesOf(blob))
+    const EnabledModule* found = session.FindExecutable();
+    if (found == nullptr)
     {
-        if (_wcsicmp(FileNameOf(candidate.path).c_str(), executable.c_str()) == 0)
-        {
-            announced = candidate;
-        }
+        return Failure{"the host hasn't enabled its executable"};
     }
-    Report(".. " + Utf8(announced.path) + " at " + Address(announced.base) + ", " +
-           std::to_string(announced.imageSize) + " bytes in " + std::to_string(announced.pages.size()) +
+    enabled = *found;
+    module = std::make_unique<PatchImage>(enabled.path);
+    Report(".. " + Utf8(enabled.path) + " at " + AddressText(enabled.base) + ", " +
+           std::to_string(enabled.imageSize) + " bytes in " + std::to_string(enabled.pages.size()) +
            " ranges of pages");
-    return SendDecrementLatch(link, blob->latch, blob->modules.count);
-}
-
-bool Reloader::FindModule()
-{
-    module = std::make_unique<PatchImage>(announced.path);
-    const std::string reason = announced.base == 0        ? "where it is loaded isn't known"
-                               : !module->Error().empty() ? module->Error()
-                               : module->FindExport(changedFunction) == 0
-                                   ? std::string(changedFunction) + " isn't exported"
-                                   : std::string();
-    if (!reason.empty())
+    if (!module->Error().empty())
     {
-        Report("!! the host's executable can't be used: " + reason);
-        return false;
+        return Failure{"the host's executable can't be used: " + module->Error()};
     }
-    return true;
+    return module->FindExport(changedFunction) != 0
+               ? Result<>()
+               : Failure{std::string(changedFunction) + " isn't exported by the host's executable"};
 }
 
 /// \return false if the host has ended.
@@ -173,109 +147,62 @@ bool Reloader::WaitForFile(uint32_t number, const wchar_t* extension)
 
 int Reloader::Run()
 {
-    if (!files || !link.Connect(limit) || !link.ExchangeVersion(limit))
+    if (!files)
     {
         return 1;
     }
-    agent = link.WaitFor<RegisterAgentBlob>(limit);
-    process = link.WaitFor<RegisterProcessBlob>(limit);
-    if (!agent || !process || !ReceiveModules() || !FindModule())
+    session.ServeModules();
+    Result<> ready = session.Connect(limit);
+    if (ready)
     {
+        ready = FindModule();
+    }
+    if (!ready)
+    {
+        Report("!! " + ready.Reason());
         return 1;
     }
     for (uint32_t number = 1; WaitForFile(number, L"wanted"); ++number)
     {
-        files.Write(number, L"done", Reload(number) ? "ok" : "failed");
+        const Result<> reloaded = Reload(number);
+        if (!reloaded)
+        {
+            Report("!! " + reloaded.Reason());
+        }
+        files.Write(number, L"done", reloaded ? "ok" : "failed");
     }
     return 0;
 }
 
-bool Reloader::Reload(uint32_t number)
+Result<> Reloader::Reload(uint32_t number)
 {
-    SendRequestReload(link);
-    if (!link.WaitFor<ReloadBlob>(limit))
-    {
-        Report("!! the host hasn't agreed to a reload");
-        return false;
-    }
-    files.Write(number, L"granted", "");
-    if (!WaitForFile(number, L"compiled"))
-    {
-        return false;
-    }
-
-    ThreadSuspender threads(host.Id(), AgentThreads(*process));
-    const bool success = LoadAndInstall(number, threads);
-    threads.Resume();
+    const auto build = [&]() -> Result<std::wstring> {
+        files.Write(number, L"granted", "");
+        return WaitForFile(number, L"compiled") ? Result<std::wstring>(files.Path(number, L"dll"))
+                                                : Failure{"the host has ended"};
+    };
+    const auto install = [&](const LoadedPatch& patch) {
+        return Install(patch, number);
+    };
+    Result<> reloaded = RunReload(session, {build, install}, limit);
     Report(".. threads resumed");
-    SendFinishAfterHotReload(link);
-    return success && Fence(link, limit);
+    return reloaded;
 }
 
-bool Reloader::LoadAndInstall(uint32_t number, ThreadSuspender& threads)
+Result<> Reloader::Install(const LoadedPatch& patch, uint32_t number)
 {
-    PatchCommand command;
-    command.path = files.Path(number, L"dll");
-    PatchImage patch(command.path);
-    const bool isImage = patch.Error().empty(); // if it isn't one, the host's loader reports that
-    const EntryPointCode entryCode = isImage ? patch.EntryCode() : EntryPointCode();
-    if (isImage && !(patch.MakeEntryPointIdle() && patch.Save(command.path)))
+    Report(".. " + std::to_string(session.Threads().Count()) + " threads suspended");
+    CallTable(beforeReloadKind, beforeReloadHooksName, number);
+    const Result<RoutedFunction> routed = Route(session, enabled.base + module->FindExport(changedFunction),
+                                                patch.FindExport(changedFunction), limit);
+    if (!routed)
     {
-        Report("!! " + patch.Error());
-        return false;
+        return routed.Why();
     }
-
-    // A synchronized host takes part in the load: its thread can't be suspended before.
-    command.watchdog = agent->agentType == 0;
-    if (command.watchdog)
-    {
-        threads.Suspend();
-        Report(".. " + std::to_string(threads.Count()) + " threads suspended");
-    }
-    const Received<PatchLoadedBlob> loaded = Load(command, threads);
-    if (!loaded)
-    {
-        return false;
-    }
-    threads.Suspend(); // those of a synchronized host, and those that the watchdog has had resumed
-    if (!command.watchdog)
-    {
-        Report(".. " + std::to_string(threads.Count()) + " threads suspended");
-    }
-
-    const RemoteAddress from = announced.base + module->FindExport(changedFunction);
-    const RemoteAddress to = loaded->base + patch.FindExport(changedFunction);
-    return CallTable(beforeReloadKind, beforeReloadHooksName, number) && Route(from, to, threads) &&
-           SendCallEntryPoint(link, loaded->base, patch.EntryPoint(), entryCode, idleEntryPoint) &&
-           CallTable(afterReloadKind, afterReloadHooksName, number) &&
-           FenceWhileSuspended(link, threads, limit);
-}
-
-/// Requests the load and waits for its result.
-Received<PatchLoadedBlob> Reloader::Load(const PatchCommand& command, ThreadSuspender& threads)
-{
-    SendLoadPatch(link, command);
-    const Message reply =
-        ReceiveWhileSuspended(link, threads, {BlobType::PatchLoaded, BlobType::LogNarrow}, limit);
-    if (!reply || reply.Type() != BlobType::PatchLoaded)
-    {
-        Report("!! the patch was not loaded");
-        return {};
-    }
-    return Received<PatchLoadedBlob>(reply);
-}
-
-/// Shows the old code, and routes it to the new one.
-bool Reloader::Route(RemoteAddress from, RemoteAddress to, ThreadSuspender& threads)
-{
-    SendReadMemory(link, jumpSize, {from}, tokenOfOldCode);
-    const auto oldCode = link.WaitFor<ReadMemoryResultBlob>(limit);
-    if (!oldCode)
-    {
-        Report("!! the old code can't be read");
-        return false;
-    }
-    return RouteFunction(link, threads, announced, from, to);
+    Report(".. the old code was " + Hexadecimal(routed->oldCode));
+    return SendCallEntryPoint(session, patch) && CallTable(afterReloadKind, afterReloadHooksName, number)
+               ? Result<>()
+               : ClosedPipe();
 }
 
 /// Calls one of the host's tables of hooks.
@@ -289,7 +216,7 @@ bool Reloader::CallTable(uint32_t kind, const char* name, uint32_t number)
     HookArguments arguments;
     arguments.firstText = "FormatLine in Line.cpp";
     arguments.number = number;
-    const RemoteAddress first = announced.base + offset;
+    const RemoteAddress first = enabled.base + offset;
     return SendCallHooks(link, kind, first, first + hookCount * sizeof(uint32_t), arguments);
 }
 

@@ -18,7 +18,6 @@ namespace Torvane::Sample
 namespace
 {
 constexpr uint32_t limit = 30000; // milliseconds
-constexpr uint32_t noLimit = 0xFFFFFFFF;
 
 /// How many modules a 32-bit process has loaded; 0 if it can't be read.
 uint32_t CountModules(uint32_t processId)
@@ -39,22 +38,6 @@ void Report(FILE* log, const char* what, const std::vector<EnabledModule>& modul
     }
 }
 
-void Handle(Link& link, FILE* log, const Message& message)
-{
-    if (message.Type() == BlobType::EnableModules)
-    {
-        const Received<EnableModulesBlob> enabled(message);
-        Report(log, "enabled ", ModulesOf(enabled));
-        // The host's call also waits for modules that its filter has refused, which aren't reported. They are fewer
-        // than the modules that the host has loaded, and further acknowledgements have no effect.
-        SendDecrementLatch(link, enabled->latch, CountModules(link.HostProcessId()));
-    }
-    else if (message.Type() == BlobType::DisableModules)
-    {
-        Report(log, "disabled", ModulesOf(Received<DisableModulesBlob>(message)));
-    }
-}
-
 int RunReport(uint32_t hostProcessId)
 {
     FILE* log = _wfopen((OwnFolder() + L"bridge.log").c_str(), L"w");
@@ -63,10 +46,15 @@ int RunReport(uint32_t hostProcessId)
     {
         return 1;
     }
-    while (const Message message = link.Receive(noLimit))
-    {
-        Handle(link, log, message);
-    }
+    link.Serve<EnableModulesBlob>([&](const Received<EnableModulesBlob>& enabled) {
+        Report(log, "enabled ", ModulesOf(enabled));
+        // The host's call also waits for modules that its filter has refused, which aren't reported. They are fewer
+        // than the modules that the host has loaded, and further acknowledgements have no effect.
+        SendDecrementLatch(link, enabled->latch, CountModules(link.HostProcessId()));
+    });
+    link.Serve<DisableModulesBlob>(
+        [&](const Received<DisableModulesBlob>& disabled) { Report(log, "disabled", ModulesOf(disabled)); });
+    link.Run();
     fprintf(log, "the host has ended\n");
     fclose(log);
     return 0;

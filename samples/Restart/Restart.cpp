@@ -14,8 +14,7 @@ namespace Torvane::Sample
 {
 namespace
 {
-constexpr uint32_t limit = 20000;        // milliseconds
-constexpr uint32_t noLimit = 0xFFFFFFFF; // a host may request a restart after hours
+constexpr uint32_t limit = 20000; // milliseconds
 
 /// Adds a line to the file that the environment variable `TORVANE_DEMO_OUTPUT` names. The host writes to it too.
 void Report(const std::string& text)
@@ -36,47 +35,37 @@ void ReportBlob(const Message& message)
     Report(line);
 }
 
-bool Restart(Link& link, uint32_t hostProcessId)
+Result<uint32_t> Restart(Session& session)
 {
-    SendRequestRestart(link);
-    const auto restart = link.WaitFor<RestartBlob>(limit);
+    const auto restart = RequestRestart(session, limit);
     if (!restart)
     {
-        Report("!! the host hasn't agreed to a restart");
-        return false;
+        return restart.Why();
     }
-    const LaunchInfo image = ReadLaunchInfo(restart);
-    Report(".. executable    " + Utf8(image.executablePath));
-    Report(".. command line  " + Utf8(image.commandLine));
-    Report(".. folder        " + Utf8(image.currentDirectory));
-    Report(".. environment   " + std::to_string(image.environment.size()) + " bytes");
-    SendExitProcessForHotRestart(link, restart->event);
-    if (!WaitForProcessEnd(hostProcessId, limit))
-    {
-        Report("!! the host doesn't end");
-        return false;
-    }
-    const uint32_t processId = Launch(image);
-    Report(processId == 0 ? "!! the new process can't be started, error " + std::to_string(GetLastError())
-                          : ".. started process " + std::to_string(processId));
-    return processId != 0;
+    const LaunchInfo info = ReadLaunchInfo(*restart);
+    Report(".. executable    " + Utf8(info.executablePath));
+    Report(".. command line  " + Utf8(info.commandLine));
+    Report(".. folder        " + Utf8(info.currentDirectory));
+    Report(".. environment   " + std::to_string(info.environment.size()) + " bytes");
+    return CompleteRestart(session, *restart, limit);
 }
 
 int RunRestart(uint32_t hostProcessId)
 {
     Link link(hostProcessId);
     link.Observe(&ReportBlob);
-    if (!link.Connect(limit) || !link.ExchangeVersion(limit))
+    Session session(link);
+    Result<> connected = session.Connect(limit);
+    if (!connected)
     {
+        Report("!! " + connected.Reason());
         return 1;
     }
-    while (const Message message = link.Receive(noLimit))
-    {
-        if (message.Type() == BlobType::ScheduleRestart)
-        {
-            return Restart(link, hostProcessId) ? 0 : 1;
-        }
-    }
+    link.ServeInRun(BlobType::ScheduleRestart, [&](const Message&) {
+        const Result<uint32_t> processId = Restart(session);
+        Report(processId ? ".. started process " + std::to_string(*processId) : "!! " + processId.Reason());
+    });
+    link.Run();
     return 0;
 }
 

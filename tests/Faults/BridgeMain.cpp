@@ -244,7 +244,7 @@ private:
         SendFlushInstructionCache(link);
         SendCallEntryPoint(link, base, image.EntryPoint(), image.EntryCode(), idleEntryPoint);
         SendCallHooks(link, 10, board->hooks, board->hooks + 8);
-        Fence(link, replyLimit);
+        (void)Fence(link, replyLimit);
     }
 
     Faults::Board board;

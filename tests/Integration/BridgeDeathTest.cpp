@@ -298,7 +298,7 @@ BRIDGE_SCENARIO(BridgeDeath, BeforeItTakesAReply)
 BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderAtWork)
 {
     // A link of its own reads the agent pipe, so that the other pipe's can be closed alone.
-    Link reader(link.HostProcessId());
+    TestLink reader(link.HostProcessId());
     EXPECT_TRUE(reader.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));
@@ -313,7 +313,7 @@ BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheBridgePipeAloneLeavesTheSenderA
 
 BRIDGE_SCENARIO_OF(BridgeTest, BridgeDeath, OfTheAgentPipeAloneLeavesTheReceiverAtWork)
 {
-    Link reader(link.HostProcessId());
+    TestLink reader(link.HostProcessId());
     EXPECT_TRUE(reader.ConnectAgentPipe(testTimeout));
     EXPECT_TRUE(link.ConnectBridgePipe(testTimeout));
     EXPECT_TRUE(SendVersion(link));

@@ -41,13 +41,14 @@ BRIDGE_SCENARIO(NewThreads, AreSuspendedBeforeTheyStart)
     for (uint32_t round = 0; round < rounds; ++round)
     {
         // Reported when the host runs: it may have been suspended with the lock that a report needs.
-        threads.Suspend();
+        const Result<> suspension = threads.Suspend();
         const uint32_t suspended = threads.Count();
         const std::vector<uint8_t> before = host.Read(count, sizeof(LONG));
         Sleep(2);
         const std::vector<uint8_t> after = host.Read(count, sizeof(LONG));
         threads.RunUntilOutside(image.base, image.size);
         threads.Resume();
+        EXPECT_TRUE(suspension) << suspension.Reason();
         EXPECT_LE(4u, suspended);
         EXPECT_EQ(before, after);
         Sleep(1);

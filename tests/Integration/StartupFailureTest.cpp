@@ -219,6 +219,7 @@ STARTUP_FAILURE(OfTheEventWatchdogExitLeavesAWatchdogThatNobodyEnds)
 STARTUP_FAILURE(OfTheEventSenderConnectedLeavesAnAgentThatOnlyReceives)
 {
     StartWithoutEvent(14, "Sender connected", "Cannot create event for connected sender");
+    ExpectBridgeExitCode(2); // it waits for the Agent's version
     ExpectStatus(ConnectionSucceeded);
     ExpectSenderEnd(2);
     ExpectErrorLines({"Cannot create event for connected sender", "Failed to Wait() on an event",

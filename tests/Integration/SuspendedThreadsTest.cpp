@@ -250,7 +250,8 @@ protected:
         words = AwaitNumber("words");
         image = host.ImageAt(AwaitNumber("agent"));
         memory = OpenProcess(PROCESS_VM_READ | PROCESS_VM_WRITE | PROCESS_VM_OPERATION, FALSE, host.Id());
-        threads = std::make_unique<ThreadSuspender>(host.Id(), AgentThreads(*process));
+        session = std::make_unique<Session>(link, *agent, *process);
+        threads = &session->Threads();
         ASSERT_NE(0u, image.base);
         ASSERT_NE(nullptr, memory);
     }
@@ -295,7 +296,7 @@ protected:
     {
         for (;;)
         {
-            threads->Suspend();
+            ASSERT_TRUE(threads->Suspend());
             if (ReadWord(words + offsetof(Words, inside)) == 1)
             {
                 return;
@@ -328,7 +329,7 @@ protected:
             Sleep(1);
         }
         WriteWord(words + offsetof(Words, closed), 0); // the Agent's own threads may wait there too
-        threads->Suspend();
+        ASSERT_TRUE(threads->Suspend());
         ResumeThread(thread); // `threads` suspends it as well
         CloseHandle(thread);
     }
@@ -347,13 +348,11 @@ protected:
     /// ended.
     void Reload(uint32_t number)
     {
-        ASSERT_TRUE(CommandLoad());
-        const Received<PatchLoadedBlob> loaded(
-            ReceiveWhileSuspended(link, *threads, {BlobType::PatchLoaded}, testTimeout));
-        ASSERT_TRUE(loaded);
-        // The watchdog may have asked for them, and they may have come into the Agent again
-        threads->Suspend();
-        threads->RunUntilOutside(image.base, image.size);
+        ASSERT_TRUE(session->SuspendThreads());
+        PatchCommand command;
+        command.path = AwaitText("patch");
+        const auto loaded = LoadPatch(*session, command, testTimeout);
+        ASSERT_TRUE(loaded) << loaded.Reason();
 
         const AddressSlot place = words + offsetof(Words, old);
         const uint8_t* bytes = reinterpret_cast<const uint8_t*>(&number);
@@ -361,15 +360,11 @@ protected:
         ASSERT_TRUE(SendSetPageProtection(link, {{place, 4, PAGE_READWRITE, 0}}));
         ASSERT_TRUE(SendWriteMemory(link, {place}, expected));
         ASSERT_TRUE(SendFlushInstructionCache(link));
-        ASSERT_TRUE(SendReadMemory(link, sizeof(number), {place}, number));
-        const Received<ReadMemoryResultBlob> read(
-            ReceiveWhileSuspended(link, *threads, {BlobType::ReadMemoryResult}, testTimeout));
-        ASSERT_TRUE(read);
-        EXPECT_EQ(number, read->token);
-        EXPECT_EQ(expected, read.Data(read->data, sizeof(number)));
-        ASSERT_TRUE(FenceWhileSuspended(link, *threads, testTimeout));
-        threads->Resume();
-        ASSERT_TRUE(SendUnloadPatch(link, loaded->base));
+        const auto read = ReadMemory(link, place, sizeof(number), testTimeout);
+        ASSERT_TRUE(read) << read.Reason();
+        EXPECT_EQ(expected, *read);
+        session->ResumeThreads();
+        ASSERT_TRUE(SendUnloadPatch(link, (*loaded)->base));
         ASSERT_TRUE(SendFinishAfterHotReload(link));
         ASSERT_TRUE(Fence());
     }
@@ -400,7 +395,8 @@ protected:
     AddressSlot words = 0;
     Bridge::HostProcess::Image image = {};
     HANDLE memory = nullptr;
-    std::unique_ptr<ThreadSuspender> threads;
+    std::unique_ptr<Session> session;
+    ThreadSuspender* threads = nullptr;
 };
 } // namespace
 
@@ -414,18 +410,18 @@ SUSPENDED_BRIDGE(AThreadInTheProcessHeap)
 
 SUSPENDED_BRIDGE(AWatchdogThatIsLate)
 {
-    threads->Suspend();
+    ASSERT_TRUE(threads->Suspend());
     EXPECT_LT(0u, threads->Count());
     threads->ResumeForLoad();
     EXPECT_EQ(0u, threads->Count());
-    threads->SuspendAfterLoad();
+    ASSERT_TRUE(threads->SuspendAfterLoad());
     EXPECT_LT(0u, threads->Count()) << "in time";
     threads->ResumeForLoad();
     threads->Resume(); // the reload has ended
-    threads->SuspendAfterLoad();
+    ASSERT_TRUE(threads->SuspendAfterLoad());
     EXPECT_EQ(0u, threads->Count());
     threads->ResumeForLoad(); // both late
-    threads->SuspendAfterLoad();
+    ASSERT_TRUE(threads->SuspendAfterLoad());
     EXPECT_EQ(0u, threads->Count());
     Stop();
 }
@@ -487,7 +483,7 @@ SUSPENDED_BRIDGE(AThreadInTheWaitForEnabledModules)
 {
     const auto enabled = WaitFor<EnableModulesBlob>();
     ASSERT_TRUE(enabled);
-    threads->Suspend();
+    ASSERT_TRUE(threads->Suspend());
     EXPECT_EQ(1u, ReadWord(words + offsetof(Words, inside)));
     // A naive Bridge is answered: a waiting thread owns nothing, and its answer is received while it is suspended.
     ASSERT_TRUE(SendDecrementLatch(link, enabled->latch));
@@ -506,8 +502,6 @@ SUSPENDED_BRIDGE(TwentyThreadsAtRandomAHundredReloads)
     for (uint32_t number = 1; number <= 100 && !HasFatalFailure(); ++number)
     {
         AcknowledgeModules(); // threads that have waited since the last round continue, and others wait
-        threads->Suspend();
-        threads->RunUntilOutside(image.base, image.size);
         Reload(number);
     }
     Signal("reloaded");

@@ -16,5 +16,6 @@ constexpr uint32_t limit = 20000;        ///< of each wait for Agent or host, in
 void Serve(Bridge::Link& link, const Board& board);
 
 /// Loads, uses and unloads one patch after the other.
-void ReloadAllTheTime(Bridge::Link& link, const Board& board, const RegisterProcessBlob& process);
+void ReloadAllTheTime(Bridge::Link& link, const Board& board, const RegisterAgentBlob& agent,
+                      const RegisterProcessBlob& process);
 } // namespace Torvane::Soak

@@ -52,14 +52,15 @@ int main()
     {
         return 1;
     }
+    const auto agent = link.WaitFor<Torvane::RegisterAgentBlob>(limit);
     const auto process = link.WaitFor<Torvane::RegisterProcessBlob>(limit);
-    if (!process || process->processId != host)
+    if (!agent || !process || process->processId != host)
     {
         return board->lifeTime == 0 && board.Fail("the Agent hasn't registered its process") ? 0 : 1;
     }
     if (board->work == BridgeWork::Reload)
     {
-        ReloadAllTheTime(link, board, *process);
+        ReloadAllTheTime(link, board, *agent, *process);
     }
     else
     {

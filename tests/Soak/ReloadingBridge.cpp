@@ -74,12 +74,12 @@ struct Template
 class Reloader
 {
 public:
-    Reloader(Link& itsLink, const Board& itsBoard, const RegisterProcessBlob& process)
+    Reloader(Link& itsLink, const Board& itsBoard, const RegisterAgentBlob& agent,
+             const RegisterProcessBlob& process)
         : link(itsLink)
         , board(itsBoard)
-        , host(itsLink.HostProcessId())
-        , threads(itsLink.HostProcessId(), AgentThreads(process))
-        , agent(host.ImageAt(process.spinForever))
+        , session(itsLink, agent, process)
+        , host(session.host)
         , source(itsBoard)
         , original(host.Read(itsBoard->value, jumpSize))
     {
@@ -102,14 +102,10 @@ private:
     bool Write(AddressSlot address, const std::vector<uint8_t>& data);
     std::vector<uint8_t> Read(AddressSlot address, uint32_t size);
 
-    Message Receive(BlobType type)
-    {
-        return ReceiveWhileSuspended(link, threads, {type}, limit);
-    }
-
     bool Fence()
     {
-        return FenceWhileSuspended(link, threads, limit) || board.Fail("an echo hasn't come in time");
+        const Result<> executed = Bridge::Fence(link, limit);
+        return executed || board.Fail("%s", executed.Reason().c_str());
     }
 
     /// For the host's main thread.
@@ -117,9 +113,8 @@ private:
 
     Link& link;
     const Board& board;
-    HostProcess host;
-    ThreadSuspender threads;
-    HostProcess::Image agent;
+    Session session;
+    const HostProcess& host;
     Template source;
     std::vector<uint8_t> original; ///< bytes of the host's function
     std::wstring path;
@@ -138,9 +133,8 @@ bool Reloader::Write(AddressSlot address, const std::vector<uint8_t>& data)
 
 std::vector<uint8_t> Reloader::Read(AddressSlot address, uint32_t size)
 {
-    SendReadMemory(link, size, {address}, address);
-    const Received<ReadMemoryResultBlob> reply(Receive(BlobType::ReadMemoryResult));
-    return reply && reply->token == address ? reply.Data(reply->data, size) : std::vector<uint8_t>();
+    const Result<std::vector<uint8_t>> bytes = ReadMemory(link, address, size, limit);
+    return bytes ? *bytes : std::vector<uint8_t>();
 }
 
 bool Reloader::Await(const char* phase, const volatile LONG& value, uint32_t number) const
@@ -170,8 +164,8 @@ bool Reloader::Load(uint32_t number, bool guarded)
     command.path = path;
     command.cookie38 = number;
     command.watchdog = guarded;
-    SendLoadPatch(link, command);
-    const Received<PatchLoadedBlob> loaded(Receive(BlobType::PatchLoaded));
+    SendLoadPatch(link, command); // `LoadPatch` refuses a guarded load of a synchronized host
+    const auto loaded = link.WaitFor<PatchLoadedBlob>(limit);
     if (!loaded || loaded->echo38 != number || loaded.Utf16String(loaded->patchPath) != path ||
         loaded->base == 0)
     {
@@ -282,21 +276,24 @@ bool Reloader::Reload(uint32_t number)
 {
     board.Enter(bridgeThread, "requesting a reload");
     const bool guarded = number % watchdogEvery == 0;
-    SendRequestReload(link);
-    if (!Receive(BlobType::Reload))
+    const Result<> requested = RequestReload(session, limit);
+    if (!requested)
     {
-        return board.Fail("the host hasn't let reload %u in", number);
+        return board.Fail("reload %u: %s", number, requested.Reason().c_str());
     }
     if (guarded)
     {
         board.Enter(bridgeThread, "suspending threads");
-        threads.Suspend();
-        threads.RunUntilOutside(agent.base, agent.size);
+        const Result<> suspended = session.SuspendThreads();
+        if (!suspended)
+        {
+            return board.Fail("%s", suspended.Reason().c_str());
+        }
     }
     board.Enter(bridgeThread, guarded ? "loading a patch under the watchdog" : "loading a patch");
     const bool used = Load(number, guarded) && Use(number, guarded);
     board.Enter(bridgeThread, "resuming threads");
-    threads.Resume();
+    session.ResumeThreads();
     SendFinishAfterHotReload(link);
     if (!used || !Fence())
     {
@@ -312,9 +309,10 @@ bool Reloader::Reload(uint32_t number)
 }
 } // namespace
 
-void ReloadAllTheTime(Link& link, const Board& board, const RegisterProcessBlob& process)
+void ReloadAllTheTime(Link& link, const Board& board, const RegisterAgentBlob& agent,
+                      const RegisterProcessBlob& process)
 {
-    Reloader reloader(link, board, process);
+    Reloader reloader(link, board, agent, process);
     for (uint32_t number = 1; board->stop == 0 && board->faults == 0; ++number)
     {
         if (!reloader.Reload(number))

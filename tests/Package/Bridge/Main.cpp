@@ -12,27 +12,24 @@ int main()
 {
     constexpr uint32_t limit = 20000; // milliseconds
     Link link(HostProcessIdFromCommandLine());
+    Session session(link);
     FILE* notes = fopen(getenv("TORVANE_NOTES"), "w");
-    if (notes == nullptr || !link.Connect(limit) || !link.ExchangeVersion(limit))
+    session.ServeModules([&] {
+        for (const EnabledModule& module : session.Modules())
+        {
+            fprintf(notes, "module %ls\n", FileNameOf(module.path).c_str());
+        }
+    });
+    link.Serve<LogBlob>(
+        [&](const Received<LogBlob>& log) {
+            fprintf(notes, "log %ls\n", log.Utf16String(log->text).c_str());
+        },
+        BlobType::LogWide);
+    if (notes == nullptr || !session.Connect(limit))
     {
         return 1;
     }
-    while (const Message message = link.Receive(limit))
-    {
-        if (const Received<EnableModulesBlob> enabled{message};
-            message.Type() == BlobType::EnableModules && enabled)
-        {
-            for (const EnabledModule& module : ModulesOf(enabled))
-            {
-                fprintf(notes, "module %ls\n", FileNameOf(module.path).c_str());
-                SendDecrementLatch(link, enabled->latch);
-            }
-        }
-        if (message.Type() == BlobType::LogWide)
-        {
-            fprintf(notes, "log %ls\n", message.Utf16String(message.As<LogBlob>()->text).c_str());
-        }
-    }
+    link.Run();
     fputs("end\n", notes);
     fclose(notes);
     return 0;

@@ -39,7 +39,7 @@ Bridge::Message BridgeTest::Receive()
 
 bool BridgeTest::Fence()
 {
-    return Bridge::Fence(link, testTimeout);
+    return static_cast<bool>(Bridge::Fence(link, testTimeout));
 }
 
 void BridgeTest::ExpectNoReply()

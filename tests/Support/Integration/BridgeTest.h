@@ -8,6 +8,16 @@
 
 namespace Torvane::Testing
 {
+/// A link whose two pipes can be connected one at a time.
+class TestLink : public Bridge::Link
+{
+public:
+    using Link::Link;
+
+    using Link::ConnectAgentPipe;
+    using Link::ConnectBridgePipe;
+};
+
 /// Base of all Bridge halves. What fails here fails the test. Waits have the limit `testTimeout`. A half that is derived
 /// from this class alone isn't connected when its body begins, and its process ends when the body does.
 class BridgeTest : public TestHalf
@@ -16,7 +26,7 @@ protected:
     BridgeTest();
 
     /// Both pipes, not connected yet.
-    Bridge::Link link{Bridge::HostProcessIdFromCommandLine()};
+    TestLink link{Bridge::HostProcessIdFromCommandLine()};
 
     /// The process whose Agent has spawned us.
     Bridge::HostProcess host{link.HostProcessId()};

@@ -99,7 +99,7 @@ void HostTest::ReportBridge()
     DWORD exitCode = 0;
     WaitForSingleObject(bridgeProcess, testTimeout);
     GetExitCodeProcess(bridgeProcess, &exitCode);
-    EXPECT_EQ(0u, exitCode) << "The Bridge's process has ended with this exit code.";
+    EXPECT_EQ(bridgeExitCode, exitCode) << "The Bridge's process has ended with this exit code.";
     CloseHandle(bridgeProcess);
     bridgeProcess = nullptr;
 }
@@ -155,6 +155,11 @@ void HostTest::UseOwnAgentFolder()
 void HostTest::ExpectNoBridge()
 {
     bridgeExpected = false;
+}
+
+void HostTest::ExpectBridgeExitCode(uint32_t code)
+{
+    bridgeExitCode = code;
 }
 
 void HostTest::SetTimeLimit(uint32_t seconds)

@@ -41,6 +41,9 @@ protected:
     /// There is no Bridge half to be waited for.
     void ExpectNoBridge();
 
+    /// The Bridge's process ends with this exit code, instead of 0.
+    void ExpectBridgeExitCode(uint32_t code);
+
     /// Instead of one minute.
     void SetTimeLimit(uint32_t seconds);
 
@@ -127,6 +130,7 @@ private:
     std::wstring agentFolder;
     std::string scenario;
     void* bridgeProcess = nullptr;
+    uint32_t bridgeExitCode = 0;
     uint32_t timeLimit = 0; // seconds
     bool bridgeExpected = true;
     bool started = false;

@@ -1,4 +1,6 @@
-#include "bridge/Utf8.h"
+#include "bridge/Text.h"
+
+#include <stdio.h>
 
 #include <windows.h>
 
@@ -11,5 +13,12 @@ std::string Utf8(const std::wstring& string)
                                                          static_cast<int>(string.size()), bytes.data(),
                                                          static_cast<int>(bytes.size()), nullptr, nullptr)));
     return bytes;
+}
+
+std::string AddressText(RemoteAddress address)
+{
+    char text[20];
+    snprintf(text, sizeof(text), "0x%08X", static_cast<uint32_t>(address));
+    return text;
 }
 } // namespace Torvane::Bridge
