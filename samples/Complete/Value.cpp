@@ -1,0 +1,6 @@
+#include "Value.h"
+
+int Value()
+{
+    return 1;
+}

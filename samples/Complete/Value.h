@@ -1,0 +1,6 @@
+#pragma once
+
+/// \file
+/// The function that a reload changes; any thread.
+
+extern "C" __declspec(dllexport) int Value();
