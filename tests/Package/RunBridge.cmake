@@ -30,6 +30,13 @@ else()
             message(SEND_ERROR "${file} is missing")
         endif()
     endforeach()
+    # What a Bridge doesn't include stays here.
+    foreach(header Deadline.h Inbox.h ScopedLock.h ThreadGuard.h Recording/BlobDecoder.h Recording/BlobLayout.h
+            Recording/Encoding.h Recording/FieldTable.h Recording/RecordingLines.h)
+        if(EXISTS "${PREFIX}/include/bridge/${header}")
+            message(SEND_ERROR "bridge/${header} is installed")
+        endif()
+    endforeach()
     set(kit "-DTorvaneBridge_DIR=${PREFIX}/lib/cmake/TorvaneBridge")
 endif()
 file(COPY "${SOURCE}/" DESTINATION "${COPY}/source")
