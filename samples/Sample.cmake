@@ -9,6 +9,7 @@ function(torvane_add_sample_host name folder)
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME ${name}
         RUNTIME_OUTPUT_DIRECTORY "${folder}")
+    torvane_add_sample_version(${target} "Torvane sample ${name}")
     add_custom_command(TARGET ${target} POST_BUILD
         COMMAND "${CMAKE_COMMAND}" -E copy_if_different "$<TARGET_FILE:TorvaneAgent::TorvaneAgent>" "${folder}"
         VERBATIM)
@@ -25,7 +26,15 @@ function(torvane_add_sample_bridge name folder)
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME TVN_Agent_Bridge_x64
         RUNTIME_OUTPUT_DIRECTORY "${folder}")
+    torvane_add_sample_version(${target} "Torvane sample ${name}: its Bridge")
     torvane_add_to_demo(${target})
+endfunction()
+
+# An installed package has no template of a version resource.
+function(torvane_add_sample_version target description)
+    if(COMMAND torvane_add_version_resource)
+        torvane_add_version_resource(${target} "${description}")
+    endif()
 endfunction()
 
 # The target that ./dev demo builds is not part of an installed package.
