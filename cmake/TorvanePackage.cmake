@@ -39,7 +39,7 @@ endfunction()
 set(TORVANE_LICENSES_DIR "" CACHE PATH "Folder of the licences of MinGW's packages, as <package>/copyright")
 add_custom_target(TorvanePackageContents)
 if(TORVANE_ARCHITECTURE STREQUAL x86)
-    add_dependencies(TorvanePackageContents TorvaneAgent TorvaneAgentImportLibrary)
+    add_dependencies(TorvanePackageContents TorvaneAgent TorvaneAgentImportLibrary TorvaneDoctor)
     torvane_install_package_files(TorvaneAgent)
     install(TARGETS TorvaneAgent EXPORT TorvaneAgent
         RUNTIME DESTINATION bin
@@ -48,7 +48,8 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
         INCLUDES DESTINATION include)
     install(FILES "${TORVANE_BIN_DIR}/TVN_Agent_x86.pdb" DESTINATION bin)
     install(FILES "${TORVANE_BIN_DIR}/TVN_Agent_x86.lib" DESTINATION lib)
-    install(FILES docs/host-guide.md DESTINATION docs)
+    install(TARGETS TorvaneDoctor RUNTIME DESTINATION bin)
+    install(FILES docs/host-guide.md docs/troubleshooting.md DESTINATION docs)
     install(DIRECTORY samples DESTINATION . USE_SOURCE_PERMISSIONS)
 
     if(TORVANE_XED_INCLUDE_DIR AND TORVANE_XED_LIBRARY)
@@ -59,6 +60,7 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
         torvane_install_license(Zycore "${zycore_SOURCE_DIR}/LICENSE")
     endif()
     torvane_install_license(xxHash "${xxhash_SOURCE_DIR}/LICENSE")
+    torvane_install_license(libstdc++ "${TORVANE_LICENSES_DIR}/g++-mingw-w64-i686-posix/copyright") # in the doctor
     # Start-up code, and what the compiler calls for 64-bit division and large stack frames.
     torvane_install_license(mingw-w64 "${TORVANE_LICENSES_DIR}/mingw-w64-i686-dev/copyright")
     torvane_install_license(libgcc "${TORVANE_LICENSES_DIR}/gcc-mingw-w64-i686-posix/copyright")

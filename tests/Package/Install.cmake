@@ -6,7 +6,9 @@ execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${PREF
 set(expected
     bin/TVN_Agent_x86.dll
     bin/TVN_Agent_x86.pdb
+    bin/torvane-doctor.exe
     docs/host-guide.md
+    docs/troubleshooting.md
     include/Torvane/Agent.h
     include/Torvane/Load.h
     lib/TVN_Agent_x86.lib
@@ -14,6 +16,7 @@ set(expected
     lib/cmake/TorvaneAgent/TorvaneAgentConfig.cmake
     lib/cmake/TorvaneAgent/TorvaneAgentConfigVersion.cmake
     licenses/libgcc.txt
+    licenses/libstdc++.txt
     licenses/mingw-w64.txt
     licenses/xxHash.txt
     samples/CMakeLists.txt

@@ -1,0 +1,7 @@
+/// \file
+/// A library that others import.
+
+extern "C" __declspec(dllexport) int Imported()
+{
+    return 1;
+}
