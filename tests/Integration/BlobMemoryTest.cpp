@@ -34,10 +34,10 @@ protected:
         trace = new BlockTrace(Library().Module()); // for the rest of the process
     }
 
-    /// Blobs that hold a text of that many bytes, and hardly anything else.
+    /// Blobs that hold a text of that many bytes, and hardly more than a path beside it.
     static Count CountBlobsWithText(uint32_t length)
     {
-        return BlockTrace::CountBlocks(length, length + 500);
+        return BlockTrace::CountBlocks(length, length + 400 + MAX_PATH * sizeof(wchar_t));
     }
 
     const std::string text = std::string(textLength, 't');

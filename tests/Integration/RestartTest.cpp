@@ -21,6 +21,13 @@
 namespace
 {
 constexpr int32_t exitCode = 7;
+
+/// As the OS does if the buffer is too small for the current directory.
+DWORD WINAPI ReportLongFolder(DWORD capacity, LPWSTR)
+{
+    return capacity + 1;
+}
+
 constexpr auto noSuchBehaviour = static_cast<TvnRestartBehaviour>(4);
 
 // ---- What a process leaves when it ends ----
@@ -201,6 +208,12 @@ RESTART_HOST(HandsOverAnEnvironmentOf30Kilobytes)
                                 std::wstring(1000, static_cast<wchar_t>(L'a' + i)).c_str());
     }
     EXPECT_EQ(0u, RunAgain());
+}
+
+RESTART_HOST(HandsOverNoFolderThatIsTooLongForItsField)
+{
+    ReplaceImport("GetCurrentDirectoryW", ReportLongFolder);
+    RestartOnRequestAndReturn();
 }
 
 // ---- The ends of a process ----
@@ -386,6 +399,16 @@ RESTART_BRIDGE(HandsOverAnEnvironmentOf30Kilobytes)
     ASSERT_TRUE(restart);
     EXPECT_LT(30000u, restart->environmentSize);
     ExpectProcess(restart);
+    ASSERT_TRUE(SendExitProcessForHotRestart(link, restart->event));
+}
+
+RESTART_BRIDGE(HandsOverNoFolderThatIsTooLongForItsField)
+{
+    ASSERT_TRUE(SendRequestRestart(link));
+    const auto restart = WaitFor<RestartBlob>();
+    ASSERT_TRUE(restart);
+    EXPECT_EQ(0u, restart->currentDirectory.length);
+    EXPECT_EQ(L"", Text(restart->currentDirectory));
     ASSERT_TRUE(SendExitProcessForHotRestart(link, restart->event));
 }
 

@@ -135,6 +135,55 @@ SENDING_QUEUE(TakesAllThatItHoldsWithoutAConsumerAndBlocksForever)
     LeaveAgentRunning(); // it has no room for the stop mark
 }
 
+SENDING_QUEUE(BlocksACallOnlyWhenItsLineIsInTheLog)
+{
+    StartWithoutABridge();
+    const Producer producer(*agent, 1, capacity);
+    ASSERT_TRUE(producer.WaitForEnd());
+    struct Call
+    {
+        const char* line;
+        void (*make)(const TvnDefaultAgent& agent);
+    };
+    static constexpr Call calls[] = {
+        {"API TvnLogMessage",
+         [](const TvnDefaultAgent& used) {
+             used.TvnLogMessage(L"text");
+         }},
+        {"API TvnLogMessageANSI",
+         [](const TvnDefaultAgent& used) {
+             used.TvnLogMessageANSI("text");
+         }},
+        {"API TvnScheduleReload",
+         [](const TvnDefaultAgent& used) {
+             used.TvnScheduleReload();
+         }},
+        {"API TvnScheduleRestart",
+         [](const TvnDefaultAgent& used) {
+             used.TvnScheduleRestart(ThisProcessOnly);
+         }},
+        {"API TvnSetBoolPreferences",
+         [](const TvnDefaultAgent& used) {
+             used.TvnSetBoolPreferences(1, true);
+         }},
+        {"API TvnSetStringPreferences",
+         [](const TvnDefaultAgent& used) {
+             used.TvnSetStringPreferences(1, "text");
+         }},
+        {"API TvnSetShortcutPreferences",
+         [](const TvnDefaultAgent& used) {
+             used.TvnSetShortcutPreferences(1, 2, 3);
+         }},
+    };
+    for (const Call& call : calls)
+    {
+        const auto* const blocked = new TestThread([this, &call] { call.make(*agent); }); // never ends
+        EXPECT_TRUE(WaitForLog(call.line)) << call.line;
+        EXPECT_FALSE(blocked->HasEnded()) << call.line;
+    }
+    LeaveAgentRunning();
+}
+
 SENDING_QUEUE(HasRoomForTheStopMarkWhenAllButOneAreTaken)
 {
     StartWithoutABridge();

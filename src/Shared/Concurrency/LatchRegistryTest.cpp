@@ -112,6 +112,31 @@ TEST(LatchRegistry, IsMadeAndUnmadeInOneOrder)
     EXPECT_EQ(calls, (Lines{"CloseHandle", "DeleteCriticalSection", "HeapFree"}));
 }
 
+TEST(LatchRegistry, IsEmptyWhenItIsMadeWhateverItsMemoryHolds)
+{
+    const TestMemorySystem memory;
+    Latch stale(3);
+    LatchRegistry registry;
+    {
+        const FakeImport allocate("HeapAlloc",
+                                  [&](decltype(&HeapAlloc) real, HANDLE heap, DWORD flags, SIZE_T size) {
+                                      void* block = real(heap, flags, size);
+                                      std::fill_n(static_cast<Latch**>(block), size / sizeof(Latch*), &stale);
+                                      return block;
+                                  });
+        registry.Create();
+        registry.DecrementByAddress(&stale);
+        EXPECT_EQ(stale.count, 3);
+        registry.Register(stale);
+        registry.Destroy();
+        registry.Create();
+    }
+    registry.DecrementByAddress(&stale);
+    EXPECT_EQ(stale.count, 3) << "It was registered before.";
+    registry.Destroy();
+    stale.event.Destroy();
+}
+
 TEST(LatchRegistry, PanicsWithoutAnEvent)
 {
     const TestMemorySystem memory;

@@ -574,6 +574,18 @@ TEST_F(PE, ReturnsTheSizeOfTheFile)
     CloseImage(image.payload);
 }
 
+TEST_F(PE, ReturnsTheSizeOfAFileOfMoreThan4Gigabytes)
+{
+    const FakeImport query(
+        "GetFileInformationByHandle",
+        [](decltype(&GetFileInformationByHandle), HANDLE, LPBY_HANDLE_FILE_INFORMATION information) -> BOOL {
+            information->nFileSizeHigh = 0x12;
+            information->nFileSizeLow = 0x3456789A;
+            return TRUE;
+        });
+    EXPECT_EQ(GetImageFileSize(ImageFile{}), 0x123456789Au);
+}
+
 TEST_F(PE, ReadsASystemLibrary)
 {
     wchar_t path[1024];

@@ -312,6 +312,15 @@ TEST_F(Threads, AThreadCarriesItsNameForDebuggersInBothWays)
     ExpectNaming(watch.namings[0], testName, threadId);
 }
 
+TEST_F(Threads, AThreadIsNamedOnceItsFirstLineIsLogged)
+{
+    Lines linesAtNaming;
+    NamingWatch watch([&] { linesAtNaming = log.GetLines(); });
+    HANDLE thread = StartReport(0);
+    WaitForThread(thread);
+    EXPECT_EQ(linesAtNaming, Lines({"DBG Thread 'Torvane test' started"}));
+}
+
 TEST_F(Threads, TheNamingExceptionNeitherEndsAThreadNorShowsInTheLog)
 {
     NamingWatch watch;

@@ -79,7 +79,29 @@ NTSTATUS NTAPI FailToTellTheVersion(OSVERSIONINFOW* version)
     EXPECT_EQ(version->dwOSVersionInfoSize, 276u);
     return static_cast<NTSTATUS>(0xC0000005);
 }
+
+const Lines* callsSoFar = nullptr;
+Lines callsBeforeTheVersion;
+
+NTSTATUS NTAPI TellVersion4711(OSVERSIONINFOW* version)
+{
+    callsBeforeTheVersion = *callsSoFar;
+    version->dwMajorVersion = 4711;
+    return 0;
+}
 } // namespace
+
+TEST_F(SystemTest, StartsWithTheProcessorsAndThenTheVersion)
+{
+    FakeTopology topology;
+    callsSoFar = &topology.calls;
+    TestInternalAPI::Get().RtlGetVersion.pointer = TellVersion4711;
+    StartupSystem();
+    EXPECT_EQ(callsBeforeTheVersion, Lines({"size", "answer"}));
+    EXPECT_EQ(GetOSVersion().dwMajorVersion, 4711u);
+    StartupWindowsInternalAPI();
+    StartupSystem();
+}
 
 TEST_F(SystemTest, AsksForTheProcessorsOnceForTheSizeAndOnceForTheAnswer)
 {
