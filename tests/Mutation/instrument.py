@@ -12,6 +12,7 @@ from dataclasses import dataclass
 
 from clang import cindex
 from clang.cindex import CursorKind as Kind
+from clang.cindex import TypeKind
 
 FUNCTIONS = (Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUCTOR, Kind.FUNCTION_TEMPLATE,
              Kind.CONVERSION_FUNCTION, Kind.LAMBDA_EXPR)
@@ -92,7 +93,8 @@ class File:
                 result = function.result_type.spelling if function.kind != Kind.LAMBDA_EXPR else "?"
                 # A function that calls nothing and returns at once is what other mutants show.
                 value = "" if result == "void" or function.kind in (Kind.CONSTRUCTOR, Kind.DESTRUCTOR) else "{}"
-                if result != "?" and "[[noreturn]]" not in result:
+                # What can't be made of nothing would only be rejected by the compiler.
+                if result not in ("?", "auto") and "&" not in result and not result.startswith("Result<"):
                     at = child.extent.start.offset + 1
                     name = function.spelling
                     self.mutants.append(Mutant(0, self.path, child.extent.start.line, "return at once", name,
@@ -117,6 +119,8 @@ class File:
         if cursor.kind == Kind.VAR_DECL and re.search(rb"\bconstexpr\b", self.slice(
                 cursor.extent.start.offset, cursor.extent.end.offset)):
             return
+        if cursor.kind == Kind.VAR_DECL and cursor.type.kind == TypeKind.CONSTANTARRAY:
+            children = [c for c in children if c.kind != Kind.INTEGER_LITERAL]  # the array's size
         for child in children:
             self.visitInside(child, function)
 
@@ -181,4 +185,5 @@ def write(root, path, original, mutants):
         out += [original[at:offset], text.encode()]
         at = offset
     out.append(original[at:])
-    (root / path).write_bytes(b"".join(out))
+    if (root / path).read_bytes() != b"".join(out):
+        (root / path).write_bytes(b"".join(out))
