@@ -26,6 +26,7 @@ public:
     std::vector<DecodedField> Record(const RecordLayout& layout, size_t base) const
     {
         std::vector<DecodedField> fields;
+        fields.reserve(layout.fieldCount);
         for (const FieldLayout& field : layout)
         {
             fields.push_back(Field(field, base));

@@ -124,15 +124,54 @@ std::string ValidUtf8(const std::string& text)
     return valid;
 }
 
-std::string HexFromBytes(const uint8_t* bytes, size_t size)
+void AppendQuoted(std::string& json, const std::string& text)
+{
+    json.push_back('"');
+    for (const char character : text)
+    {
+        const char* const escape = character == '"'    ? "\\\""
+                                   : character == '\\' ? "\\\\"
+                                   : character == '\b' ? "\\b"
+                                   : character == '\f' ? "\\f"
+                                   : character == '\n' ? "\\n"
+                                   : character == '\r' ? "\\r"
+                                   : character == '\t' ? "\\t"
+                                                       : nullptr;
+        if (escape != nullptr)
+        {
+            json += escape;
+        }
+        else if (static_cast<uint8_t>(character) < 0x20)
+        {
+            const uint8_t byte = static_cast<uint8_t>(character);
+            json += "\\u00";
+            AppendHex(json, &byte, 1);
+        }
+        else
+        {
+            json.push_back(character);
+        }
+    }
+    json.push_back('"');
+}
+
+void AppendHex(std::string& text, const uint8_t* bytes, size_t size)
 {
     constexpr char digits[] = "0123456789abcdef";
-    std::string hex(size * 2, '0');
+    const size_t begin = text.size();
+    text.resize(begin + size * 2);
+    char* hex = &text[begin];
     for (size_t i = 0; i < size; ++i)
     {
-        hex[2 * i] = digits[bytes[i] >> 4];
-        hex[2 * i + 1] = digits[bytes[i] & 0xF];
+        *hex++ = digits[bytes[i] >> 4];
+        *hex++ = digits[bytes[i] & 0xF];
     }
+}
+
+std::string HexFromBytes(const uint8_t* bytes, size_t size)
+{
+    std::string hex;
+    AppendHex(hex, bytes, size);
     return hex;
 }
 

@@ -2,13 +2,13 @@
 
 #include "bridge/Recording/Encoding.h"
 
-#include <nlohmann/json.hpp>
-
 namespace Torvane::Bridge
 {
 namespace
 {
 constexpr size_t bytesInLine = 32;
+
+void AppendValueAsJson(std::string& json, const DecodedField& field, const uint8_t* payload);
 
 std::string Plural(size_t count, const char* one)
 {
@@ -24,12 +24,6 @@ std::string BytesText(const uint8_t* bytes, size_t size)
 int DigitsOf(const DecodedField& field)
 {
     return field.kind == FieldKind::Address ? 8 : static_cast<int>(field.size < 4 ? field.size * 2 : 8);
-}
-
-/// In quotes, with control characters escaped.
-std::string Quoted(const std::string& text)
-{
-    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 std::string NumberText(const DecodedField& field)
@@ -54,54 +48,79 @@ bool IsWorthSeeing(const DecodedField& field)
     return field.kind != FieldKind::Padding && field.kind != FieldKind::Bytes && !field.isAbsent;
 }
 
-nlohmann::ordered_json ValueAsJson(const DecodedField& field, const uint8_t* payload)
+void AppendListAsJson(std::string& json, const std::vector<DecodedField>& elements, const uint8_t* payload)
+{
+    json.push_back('[');
+    for (size_t i = 0; i < elements.size(); ++i)
+    {
+        json += i == 0 ? "" : ",";
+        AppendValueAsJson(json, elements[i], payload);
+    }
+    json.push_back(']');
+}
+
+void AppendBytesAsJson(std::string& json, const uint8_t* bytes, size_t size)
+{
+    json.push_back('"');
+    AppendHex(json, bytes, size);
+    json.push_back('"');
+}
+
+void AppendValueAsJson(std::string& json, const DecodedField& field, const uint8_t* payload)
 {
     if (!field.problem.empty())
     {
-        return {{"problem", field.problem}};
+        json += "{\"problem\":";
+        AppendQuoted(json, field.problem);
+        json.push_back('}');
+        return;
     }
     if (field.isAbsent)
     {
-        return nullptr;
+        json += "null";
+        return;
     }
     switch (field.kind)
     {
     case FieldKind::Flag:
     case FieldKind::Number:
-        return field.number;
+        json += std::to_string(field.number);
+        break;
     case FieldKind::SignedNumber:
-        return static_cast<int64_t>(field.number);
+        json += std::to_string(static_cast<int64_t>(field.number));
+        break;
     case FieldKind::Hexadecimal:
     case FieldKind::Address:
-        return HexNumber(field.number, DigitsOf(field));
+        json += '"' + HexNumber(field.number, DigitsOf(field)) + '"';
+        break;
     case FieldKind::InlineText:
     case FieldKind::InlineWideText:
     case FieldKind::AnsiString:
     case FieldKind::Utf16String:
-        return field.text;
+        AppendQuoted(json, field.text);
+        break;
     case FieldKind::Record:
-        return FieldsAsJson(field.children, payload);
+        AppendFieldsAsJson(json, field.children, payload);
+        break;
     case FieldKind::Data:
-        return field.children.empty()
-                   ? nlohmann::ordered_json(HexFromBytes(payload + field.itemOffset, field.itemSize))
-                   : FieldsAsJson(field.children, payload);
+        if (field.children.empty())
+        {
+            AppendBytesAsJson(json, payload + field.itemOffset, field.itemSize);
+            break;
+        }
+        AppendFieldsAsJson(json, field.children, payload);
+        break;
     case FieldKind::AddressList:
     case FieldKind::NumberList:
     case FieldKind::StringList:
     case FieldKind::RecordList:
-    {
-        nlohmann::ordered_json list = nlohmann::ordered_json::array();
-        for (const DecodedField& element : field.children)
-        {
-            list.push_back(ValueAsJson(element, payload));
-        }
-        return list;
-    }
+        AppendListAsJson(json, field.children, payload);
+        break;
     case FieldKind::Padding:
     case FieldKind::Bytes:
+        AppendBytesAsJson(json, payload + field.offset, field.size);
         break;
     }
-    return HexFromBytes(payload + field.offset, field.size);
 }
 } // namespace
 
@@ -127,7 +146,11 @@ std::string FieldText(const DecodedField& field, const uint8_t* payload)
     case FieldKind::InlineWideText:
     case FieldKind::AnsiString:
     case FieldKind::Utf16String:
-        return Quoted(field.text);
+    {
+        std::string quoted;
+        AppendQuoted(quoted, field.text);
+        return quoted;
+    }
     case FieldKind::Record:
         return "{" + FieldSummary(field.children, payload) + "}";
     case FieldKind::Data:
@@ -162,16 +185,22 @@ std::string FieldSummary(const std::vector<DecodedField>& fields, const uint8_t*
     return summary;
 }
 
-nlohmann::ordered_json FieldsAsJson(const std::vector<DecodedField>& fields, const uint8_t* payload)
+void AppendFieldsAsJson(std::string& json, const std::vector<DecodedField>& fields, const uint8_t* payload)
 {
-    nlohmann::ordered_json object = nlohmann::ordered_json::object();
+    json.push_back('{');
+    bool isFirst = true;
     for (const DecodedField& field : fields)
     {
-        if (field.kind != FieldKind::Padding)
+        if (field.kind == FieldKind::Padding)
         {
-            object[field.name] = ValueAsJson(field, payload);
+            continue;
         }
+        json += isFirst ? "\"" : ",\"";
+        json += field.name;
+        json += "\":";
+        AppendValueAsJson(json, field, payload);
+        isFirst = false;
     }
-    return object;
+    json.push_back('}');
 }
 } // namespace Torvane::Bridge

@@ -5,8 +5,6 @@
 
 #include "bridge/Recording/BlobDecoder.h"
 
-#include <nlohmann/json_fwd.hpp>
-
 #include <stdint.h>
 #include <string>
 #include <vector>
@@ -20,8 +18,8 @@ std::string FieldText(const DecodedField& field, const uint8_t* payload);
 /// and fields that refer to no data.
 std::string FieldSummary(const std::vector<DecodedField>& fields, const uint8_t* payload);
 
-/// An object of all fields but padding, in their order: numbers; addresses and hexadecimal values as "0x..."; bytes and
-/// data as hexadecimal digits; strings; lists as arrays; records as objects; null for a field that refers to no data;
-/// {"problem": "..."} for one that can't be decoded.
-nlohmann::ordered_json FieldsAsJson(const std::vector<DecodedField>& fields, const uint8_t* payload);
+/// Appends an object in JSON of all fields but padding, in their order: numbers; addresses and hexadecimal values as
+/// "0x..."; bytes and data as hexadecimal digits; strings; lists as arrays; records as objects; null for a field that
+/// refers to no data; {"problem": "..."} for one that can't be decoded.
+void AppendFieldsAsJson(std::string& json, const std::vector<DecodedField>& fields, const uint8_t* payload);
 } // namespace Torvane::Bridge

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <math.h>
 #include <string.h>
 
@@ -13,9 +14,15 @@ namespace Torvane::Bridge
 {
 namespace
 {
-std::string Line(const nlohmann::ordered_json& object)
+/// "1.234567", with a digit after the point at least.
+void AppendSeconds(std::string& text, double seconds)
 {
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    constexpr uint64_t unit = 1000000;
+    const auto microseconds = static_cast<uint64_t>(llround(seconds * unit));
+    text += std::to_string(microseconds / unit) + '.';
+    std::string fraction = std::to_string(unit + microseconds % unit).substr(1);
+    fraction.erase(std::max<size_t>(fraction.find_last_not_of('0') + 1, 1));
+    text += fraction;
 }
 } // namespace
 
@@ -38,29 +45,27 @@ size_t RecordedBlob::PayloadSize() const
 
 std::string RecordingHeaderLine(const RecordingHeader& header)
 {
-    return Line({
-        {"recording", recordingMark},
-        {"format", recordingFormat},
-        {"apiVersion", apiVersion},
-        {"bridge", header.bridgeProcessId},
-        {"startedAt", header.startedAt},
-    });
+    const nlohmann::ordered_json object = {
+        {"recording", recordingMark},       {"format", recordingFormat},     {"apiVersion", apiVersion},
+        {"bridge", header.bridgeProcessId}, {"startedAt", header.startedAt},
+    };
+    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 std::string RecordedBlobLine(const RecordedBlob& blob)
 {
-    constexpr double microseconds = 1e6;
     const BlobType type = blob.Type();
-    return Line({
-        {"blob", blob.number},
-        {"time", round(blob.time * microseconds) / microseconds},
-        {"host", blob.hostProcessId},
-        {"direction", blob.direction == Direction::FromAgent ? fromAgentName : toAgentName},
-        {"type", static_cast<uint32_t>(type)},
-        {"name", BlobName(type)},
-        {"size", blob.PayloadSize()},
-        {"fields", FieldsAsJson(DecodePayload(type, blob.Payload(), blob.PayloadSize()), blob.Payload())},
-        {"bytes", HexFromBytes(blob.bytes.data(), blob.bytes.size())},
-    });
+    std::string line;
+    line.reserve(256 + blob.bytes.size() * 5);
+    line += "{\"blob\":" + std::to_string(blob.number) + ",\"time\":";
+    AppendSeconds(line, blob.time);
+    line += ",\"host\":" + std::to_string(blob.hostProcessId) + R"(,"direction":")";
+    line += blob.direction == Direction::FromAgent ? fromAgentName : toAgentName;
+    line += R"(","type":)" + std::to_string(static_cast<uint32_t>(type)) + R"(,"name":")" + BlobName(type);
+    line += R"(","size":)" + std::to_string(blob.PayloadSize()) + R"(,"fields":)";
+    AppendFieldsAsJson(line, DecodePayload(type, blob.Payload(), blob.PayloadSize()), blob.Payload());
+    line += R"(,"bytes":")";
+    AppendHex(line, blob.bytes.data(), blob.bytes.size());
+    return line += "\"}\n";
 }
 } // namespace Torvane::Bridge

@@ -24,6 +24,21 @@ TEST(RecordingLines, HoldABlobWithItsFieldsAndItsBytes)
         RecordedBlobLine(blob));
 }
 
+TEST(RecordingLines, HaveTimesInMicroseconds)
+{
+    RecordedBlob blob;
+    blob.bytes = MakeEmpty(BlobType::RequestReload);
+    for (const auto& [time, text] :
+         {std::pair(0.0, "0.0"), std::pair(5.0, "5.0"), std::pair(0.000001, "0.000001"),
+          std::pair(0.1200004, "0.12"), std::pair(1.9999996, "2.0"), std::pair(123456789.5, "123456789.5")})
+    {
+        blob.time = time;
+        EXPECT_NE(std::string::npos,
+                  RecordedBlobLine(blob).find(std::string(",\"time\":") + text + ",\"host\""))
+            << text;
+    }
+}
+
 TEST(RecordingLines, TellWhichWayAndWhatIsUnknown)
 {
     RecordedBlob blob;
@@ -59,6 +74,18 @@ TEST(Encoding, WritesAndReadsHexadecimalDigits)
     EXPECT_EQ("0x00000000", HexNumber(0, 8));
     EXPECT_EQ("0x12", HexNumber(0x12, 2));
     EXPECT_EQ("0xFEDCBA9876543210", HexNumber(0xFEDCBA9876543210, 8));
+}
+
+TEST(Encoding, EscapesWhatJsonForbids)
+{
+    const auto quoted = [](const std::string& text) {
+        std::string json;
+        AppendQuoted(json, text);
+        return json;
+    };
+    EXPECT_EQ("\"\"", quoted(""));
+    EXPECT_EQ(R"("C:\\\"a\" / \b\f\n\r\t")", quoted("C:\\\"a\" / \b\f\n\r\t"));
+    EXPECT_EQ("\"\\u0000\\u001f\x7F\xC3\xA4\"", quoted(std::string("\0\x1F\x7F\xC3\xA4", 5)));
 }
 
 TEST(Encoding, KeepsWhatIsUtf8)
