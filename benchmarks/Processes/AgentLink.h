@@ -108,4 +108,7 @@ void MeasureMemory(Session& session);
 void MeasurePatches(Session& session);
 void AnswerExceptions(Session& session);
 void ReceiveBursts(Session& session);
+
+/// Connects by the Bridge kit itself.
+void MeasureRecording(Board& board);
 } // namespace Torvane::Benchmarks

@@ -52,12 +52,17 @@ int main()
     }
     board->bridgeProcessId = static_cast<LONG>(GetCurrentProcessId());
     const BridgeBenchmark measure = FindBenchmark(board->benchmark);
-    if (measure == nullptr)
+    if (measure == nullptr && board->benchmark != 12)
     {
         InterlockedExchange(&board->bridgeDone, 1);
         return Torvane::Bridge::RunDefaultBridge(host);
     }
     _beginthreadex(nullptr, 0, EndWithHost, OpenProcess(SYNCHRONIZE, FALSE, host), 0, nullptr);
+    if (measure == nullptr)
+    {
+        MeasureRecording(board);
+        return 0;
+    }
     AgentLink agent(host);
     RelayLink relay(host);
     Session session = {agent, relay, board};

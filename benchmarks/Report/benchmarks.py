@@ -21,6 +21,7 @@ class Benchmark:
     chartKind: str = "bars"  # or "lines", where the cases are sizes
     oneProcessor: bool = False  # where threads wait for each other all the time
     allocations: bool = False  # whether the program also counts the allocations of one run, for each side
+    recorded: bool = False  # each side is a run of its own in each round, ours with a recording of its traffic
     # By case: (unit, scale) where it isn't the benchmark's; such a case needs no baseline.
     units: dict = field(default_factory=dict)
 
@@ -83,4 +84,7 @@ BENCHMARKS = [
                      "committed memory": KIBIBYTES, "reserved memory": KIBIBYTES, "resident memory": KIBIBYTES}),
     Benchmark(11, "exception-handling", "An exception, from the fault to the resumed thread", "µs", MICROSECONDS,
               rate=False, ratio="cost", program="ProcessBenchmarks", oneProcessor=True, rounds=1001, quickRounds=20),
+    Benchmark(12, "recording", "Reading 16 bytes of the host, with the traffic recorded", "µs", MICROSECONDS,
+              rate=False, ratio="cost", goal=1.1, goalBaselines=["no recording"], program="ProcessBenchmarks",
+              recorded=True),
 ]

@@ -1,7 +1,9 @@
 """Runs the programs and collects what they measured, round by round."""
 
 import json
+import os
 import subprocess
+import tempfile
 
 
 class Samples:
@@ -42,9 +44,9 @@ class Samples:
         return samples
 
 
-def run(command):
+def run(command, environment=None):
     done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                          timeout=600)
+                          timeout=600, env=environment)
     if done.returncode != 0:
         raise SystemExit(f"benchmarks: {' '.join(command)} ended with {done.returncode}:\n{done.stdout}{done.stderr}")
     return done.stdout
@@ -69,8 +71,24 @@ def runFunctions(emulator, program, benchmark, quick, samples):
 def runProcesses(emulator, program, benchmark, quick, samples):
     """A program of ours does all rounds itself and prints a line of JSON for each value."""
     rounds = benchmark.quickRounds if quick else benchmark.rounds
-    output = run(emulator + [program, f"--benchmark={benchmark.number}", f"--rounds={rounds}"] +
-                 (["--quick"] if quick else []))
+    command = emulator + [program, f"--benchmark={benchmark.number}"] + (["--quick"] if quick else [])
+    if benchmark.recorded:
+        for round in range(rounds):
+            runBothWays(command, benchmark, round, samples)
+    else:
+        collect(run(command + [f"--rounds={rounds}"]), benchmark, samples)
+
+
+def collect(output, benchmark, samples):
     for line in output.splitlines():
         entry = json.loads(line)
         samples.add(benchmark.number, entry["case"], entry["side"], entry["value"])
+
+
+def runBothWays(command, benchmark, round, samples):
+    """A run with a recording and one without; which is first changes with each round."""
+    with tempfile.TemporaryDirectory() as folder:
+        recording = "Z:" + folder.replace("/", "\\") + "\\recording.jsonl"
+        ways = [{"TORVANE_BRIDGE_RECORDING": recording}, {}]
+        for way in ways if round % 2 == 0 else ways[::-1]:
+            collect(run(command, {**os.environ, **way}), benchmark, samples)
