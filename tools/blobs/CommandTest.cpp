@@ -17,6 +17,16 @@ size_t LinesIn(const std::string& text)
 {
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
+
+/// What a list shows of the fields of its only Blob.
+std::string ListedFields(const TestRecording& recording)
+{
+    const TestFile file("fields.jsonl", recording.Text());
+    const std::string list = OutputOf({"list", file.path});
+    constexpr size_t place = 68; // in the line
+    const size_t begin = list.find('\n') + 1 + place;
+    return list.substr(begin, list.size() - begin - 1);
+}
 } // namespace
 
 TEST(Command, ListsALineForEachBlob)
@@ -41,6 +51,27 @@ TEST(Command, ListsWhatPassesTheFilter)
     EXPECT_EQ(7u, LinesIn(OutputOf({"list", file.path, "--direction", "to-agent"})));
     EXPECT_EQ(7u, LinesIn(OutputOf({"list", file.path, "--direction", "from-agent"})));
     EXPECT_EQ(4u, LinesIn(OutputOf({"list", "--from", "0.002", "--to", "0.004", file.path})));
+}
+
+TEST(Command, ListsFirstWhatAReaderLooksFor)
+{
+    EXPECT_EQ(0u,
+              ListedFields(TestRecording().From(MakeException(21, 0x100)))
+                  .find("record.code=0xC0000005 (EXCEPTION_ACCESS_VIOLATION) record.address=0x00401234 thr"));
+    EXPECT_EQ(0u,
+              ListedFields(TestRecording().From(MakeRegisterProcess(1234))).find("executablePath=\"C:\\\\"));
+    EXPECT_EQ(0u, ListedFields(TestRecording().From(MakeEnableModules(2, 0x5000)))
+                      .find("modules.path=\"A.dll\", \"A.dll\" "));
+    EXPECT_EQ(0u, ListedFields(TestRecording().From(MakePatchLoaded(u"C:\\2.dll")))
+                      .find("patchPath=\"C:\\\\2.dll\" base=0x72340000 imageSize="));
+}
+
+TEST(Command, ListsTheEndsOfLongPaths)
+{
+    const std::u16string folder(80, u'f');
+    const std::string fields =
+        ListedFields(TestRecording().To(MakeLoadPatch(u"C:\\" + folder + u"\\patch.dll")));
+    EXPECT_EQ("patchPath=\"..." + std::string(47, 'f') + "\\\\patch.dll\" ", fields.substr(0, 74));
 }
 
 TEST(Command, ListsTheHostIfThereAreSeveral)

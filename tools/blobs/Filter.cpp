@@ -1,9 +1,22 @@
 #include "tools/blobs/Filter.h"
 
+#include <algorithm>
 #include <stdlib.h>
 
 namespace Torvane::Blobs
 {
+namespace
+{
+bool IsSameIgnoringCase(const std::string& left, const std::string& right)
+{
+    const auto lower = [](char letter) {
+        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    };
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [&lower](char a, char b) { return lower(a) == lower(b); });
+}
+} // namespace
+
 bool Filter::Passes(const RecordedBlob& blob) const
 {
     const bool isWay = blob.direction == Direction::FromAgent ? isFromAgentWanted : isToAgentWanted;
@@ -22,7 +35,7 @@ bool Filter::AddTypes(const std::string& list, std::string& unknown)
         bool isKnown = ParseNumber(text, number) && number <= UINT32_MAX;
         for (const Bridge::BlobLayout& layout : Bridge::AllBlobLayouts())
         {
-            if (text == layout.name)
+            if (IsSameIgnoringCase(text, layout.name))
             {
                 number = static_cast<uint32_t>(layout.type);
                 isKnown = true;

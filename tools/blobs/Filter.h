@@ -20,7 +20,7 @@ struct Filter
 
     bool Passes(const RecordedBlob& blob) const;
 
-    /// Adds types, by name or number, separated by commas. \return false with the one that is unknown.
+    /// Adds types, by name in either case or number, separated by commas. \return false with the one that is unknown.
     bool AddTypes(const std::string& list, std::string& unknown);
 
     /// The Blobs of a recording that pass, in their order.

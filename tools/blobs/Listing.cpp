@@ -2,6 +2,7 @@
 
 #include "bridge/Recording/Encoding.h"
 #include "bridge/Recording/FieldText.h"
+#include "tools/blobs/Summary.h"
 
 #include <set>
 #include <stdio.h>
@@ -14,6 +15,7 @@ using Bridge::DecodedField;
 using Bridge::FieldKind;
 
 constexpr size_t summaryWidth = 90;
+constexpr size_t pathWidth = 60;
 constexpr size_t bytesInLine = 16;
 constexpr size_t shownBytes = 64;
 constexpr int nameWidth = 28;
@@ -150,12 +152,12 @@ std::string ListBlobs(const Recording& recording, const Filter& filter, bool isW
     for (const RecordedBlob* blob : filter.Choose(recording))
     {
         const std::string host = hasHosts ? Format("%6u  ", blob->hostProcessId) : "";
-        const std::string summary = SummaryOf(*blob);
+        const std::string summary =
+            isWhole ? SummaryOf(*blob) : Shortened(SummaryOf(*blob, pathWidth), summaryWidth);
         std::string line =
             Format("%6llu  %12.6f  %s%s    %-28s  %8zu  %s", static_cast<unsigned long long>(blob->number),
                    blob->time, host.c_str(), blob->direction == Direction::FromAgent ? "<-" : "->",
-                   NameOf(*blob).c_str(), blob->PayloadSize(),
-                   (isWhole ? summary : Shortened(summary, summaryWidth)).c_str());
+                   NameOf(*blob).c_str(), blob->PayloadSize(), summary.c_str());
         line.erase(line.find_last_not_of(' ') + 1);
         text += line + "\n";
     }

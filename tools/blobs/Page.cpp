@@ -5,6 +5,7 @@
 #include "bridge/Recording/FieldText.h"
 #include "tools/blobs/Listing.h"
 #include "tools/blobs/PageParts.h"
+#include "tools/blobs/Summary.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,10 +1,10 @@
 #include "tools/blobs/Recording.h"
 
 #include "bridge/Recording/Encoding.h"
-#include "bridge/Recording/FieldText.h"
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <string.h>
 
 namespace Torvane::Blobs
@@ -178,13 +178,14 @@ double LastTime(const Recording& recording)
     return last;
 }
 
-std::string SummaryOf(const RecordedBlob& blob)
+size_t IndexOfBlob(const Recording& recording, uint64_t number)
 {
-    const uint8_t* payload = blob.Payload();
-    const auto fields = Bridge::DecodePayload(blob.Type(), payload, blob.PayloadSize());
-    const bool isKnown = Bridge::FindBlobLayout(blob.Type()) != nullptr;
-    return isKnown || fields.empty() ? Bridge::FieldSummary(fields, payload)
-                                     : "payload=" + Bridge::FieldText(fields[0], payload);
+    const auto found =
+        std::lower_bound(recording.blobs.begin(), recording.blobs.end(), number,
+                         [](const RecordedBlob& blob, uint64_t wanted) { return blob.number < wanted; });
+    return found != recording.blobs.end() && found->number == number
+               ? static_cast<size_t>(found - recording.blobs.begin())
+               : SIZE_MAX;
 }
 
 const char* DirectionText(Direction direction)

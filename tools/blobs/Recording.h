@@ -30,8 +30,8 @@ bool ParseRecording(const std::string& text, Recording& recording, std::string& 
 std::string NameOf(const RecordedBlob& blob);
 double LastTime(const Recording& recording);
 
-/// The summary of a Blob's fields, not truncated.
-std::string SummaryOf(const RecordedBlob& blob);
+/// The index of the Blob of this number; SIZE_MAX if there is none.
+size_t IndexOfBlob(const Recording& recording, uint64_t number);
 
 /// "from the Agent", "to the Agent".
 const char* DirectionText(Direction direction);

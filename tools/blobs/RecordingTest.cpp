@@ -117,12 +117,21 @@ TEST(Filter, ChoosesByTypeDirectionAndTime)
     EXPECT_EQ(std::vector<uint64_t>({6}), NumbersOf(filter, kept.Get()));
 }
 
+TEST(Filter, MatchesTypesWithoutCase)
+{
+    Filter filter;
+    std::string unknown;
+    ASSERT_TRUE(filter.AddTypes("VERSION,patchloaded,readMemory", unknown)) << unknown;
+    EXPECT_EQ(std::set<BlobType>({BlobType::Version, BlobType::PatchLoaded, BlobType::ReadMemory}),
+              filter.types);
+}
+
 TEST(Filter, TellsTypesThatThereAreNot)
 {
     Filter filter;
     std::string unknown;
-    EXPECT_FALSE(filter.AddTypes("Reload,reload", unknown));
-    EXPECT_EQ("reload", unknown);
+    EXPECT_FALSE(filter.AddTypes("Reload,reloads", unknown));
+    EXPECT_EQ("reloads", unknown);
     EXPECT_FALSE(filter.AddTypes("Reload,", unknown));
     EXPECT_EQ("", unknown);
     EXPECT_FALSE(filter.AddTypes("4294967296", unknown));

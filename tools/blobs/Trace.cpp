@@ -1,4 +1,5 @@
 #include "tools/blobs/Exports.h"
+#include "tools/blobs/Summary.h"
 
 #include <nlohmann/json.hpp>
 
