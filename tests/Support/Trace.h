@@ -53,6 +53,13 @@ private:
         {
             CheckEvent(event);
         }
+        for (const auto& [arrow, isEnded] : flows)
+        {
+            if (!isEnded)
+            {
+                faults.push_back("the flow " + arrow + " has no end");
+            }
+        }
         for (const auto& [thread, timeline] : timelines)
         {
             const std::string place = std::to_string(thread.first) + "/" + std::to_string(thread.second);
@@ -132,9 +139,36 @@ private:
                 timeline.begun.pop_back();
             }
         }
+        else if (phase == "s" || phase == "f")
+        {
+            CheckFlow(event, time, timeline);
+        }
         else
         {
             Require(false, event, "it has a phase that isn't used here");
+        }
+    }
+
+    /// An arrow begins and ends within complete events, on the threads that it names.
+    void CheckFlow(const json& event, uint64_t time, const Timeline& timeline)
+    {
+        Require(IsCount(event, "id") && IsText(event, "cat"), event, "a flow needs an id and a category");
+        Require(!timeline.openEnds.empty() && timeline.openEnds.front() > time, event,
+                "it isn't within a complete event");
+        const std::string arrow =
+            event["name"].get<std::string>() + event.value("cat", "") + event.value("id", json()).dump();
+        if (event["ph"] == "s")
+        {
+            Require(flows.insert({arrow, false}).second, event, "it begins once more");
+            return;
+        }
+        const auto begun = flows.find(arrow);
+        Require(begun != flows.end() && !begun->second, event, "it ends a flow that hasn't begun");
+        Require(event.value("bp", "") == "e", event,
+                "it would end at the next event instead of the enclosing one");
+        if (begun != flows.end())
+        {
+            begun->second = true;
         }
     }
 
@@ -177,6 +211,7 @@ private:
 
     std::vector<std::string> faults;
     std::map<Thread, Timeline> timelines;
+    std::map<std::string, bool> flows; ///< by name, category and id: whether it has ended
     std::set<uint64_t> namedProcesses;
     std::set<Thread> namedThreads;
 };

@@ -123,7 +123,7 @@ TEST(Command, WritesATrace)
     const TestFile file("r.jsonl", ReloadRecording().Text());
     const TestFile output("trace.json");
     EXPECT_EQ("", OutputOf({"trace", file.path, "--output", output.path}));
-    EXPECT_EQ(29u, nlohmann::json::parse(output.Content())["traceEvents"].size());
+    EXPECT_EQ(45u, nlohmann::json::parse(output.Content())["traceEvents"].size());
 }
 
 TEST(Command, WritesAPageThatNothingInABlobCanBreak)

@@ -1,3 +1,4 @@
+#include "tools/blobs/Exchanges.h"
 #include "tools/blobs/Exports.h"
 #include "tools/blobs/Summary.h"
 
@@ -37,14 +38,6 @@ bool IsBefore(const ordered_json& left, const ordered_json& right)
     const uint64_t leftTime = number(left, "ts");
     const uint64_t rightTime = number(right, "ts");
     return leftTime != rightTime ? leftTime < rightTime : number(left, "dur") > number(right, "dur");
-}
-
-const RecordedBlob* FindBlob(const Recording& recording, uint64_t number)
-{
-    const auto found =
-        std::lower_bound(recording.blobs.begin(), recording.blobs.end(), number,
-                         [](const RecordedBlob& blob, uint64_t wanted) { return blob.number < wanted; });
-    return found != recording.blobs.end() && found->number == number ? &*found : nullptr;
 }
 
 class TraceThreads
@@ -87,14 +80,131 @@ private:
     std::map<std::pair<size_t, size_t>, uint64_t> ids;
     std::set<std::pair<uint32_t, uint32_t>> taken;
 };
+
+class TraceEvents
+{
+public:
+    TraceEvents(const Recording& traced, const Filter& traceFilter)
+        : recording(traced)
+        , filter(traceFilter)
+        , operations(FindOperations(traced))
+        , threads(operations, events)
+    {
+    }
+
+    ordered_json Make()
+    {
+        std::set<uint32_t> hosts;
+        for (const Track& track : operations.tracks)
+        {
+            if (hosts.insert(track.hostProcessId).second)
+            {
+                threads.Describe("process_name", track.hostProcessId, 0,
+                                 {{"name", "host " + std::to_string(track.hostProcessId)}});
+            }
+        }
+        AddBlobs();
+        AddSpans();
+        AddExchanges();
+        std::stable_sort(events.begin(), events.end(), IsBefore);
+        return std::move(events);
+    }
+
+private:
+    /// The members that all events of a Blob have.
+    ordered_json EventAt(size_t blob, const std::string& name, const char* category, const char* phase)
+    {
+        return {
+            {"name", name},
+            {"cat", category},
+            {"ph", phase},
+            {"ts", Microseconds(recording.blobs[blob].time)},
+            {"pid", recording.blobs[blob].hostProcessId},
+            {"tid", threads.IdOf(operations.blobTracks[blob], 0)},
+        };
+    }
+
+    void AddBlobs()
+    {
+        for (size_t i = 0; i < recording.blobs.size(); ++i)
+        {
+            const RecordedBlob& blob = recording.blobs[i];
+            if (filter.Passes(blob))
+            {
+                ordered_json event = EventAt(i, NameOf(blob), "blob", "i");
+                event["s"] = "t";
+                event["args"] = {
+                    {"blob", blob.number}, {"bytes", blob.PayloadSize()}, {"fields", SummaryOf(blob)}};
+                events.push_back(event);
+            }
+        }
+    }
+
+    void AddSpans()
+    {
+        for (const Span& span : operations.spans)
+        {
+            if (IsSpanChosen(recording, filter, span))
+            {
+                ordered_json arguments = {{"firstBlob", span.firstBlob}};
+                arguments["lastBlob"] =
+                    span.lastBlob == 0 ? ordered_json(nullptr) : ordered_json(span.lastBlob);
+                arguments["outcome"] = span.detail;
+                events.push_back({
+                    {"name", span.name},
+                    {"cat", "operation"},
+                    {"ph", "X"},
+                    {"ts", Microseconds(span.begin)},
+                    {"dur", Microseconds(span.end) - Microseconds(span.begin)},
+                    {"pid", operations.tracks[span.track].hostProcessId},
+                    {"tid", threads.IdOf(span.track, span.lane)},
+                    {"args", arguments},
+                });
+            }
+        }
+    }
+
+    /// Arrows from questions to answers. Viewers attach them to slices and not to instants, so that each end has one.
+    void AddExchanges()
+    {
+        for (const Exchange& exchange : FindExchanges(recording, operations))
+        {
+            const RecordedBlob& question = recording.blobs[exchange.question];
+            const RecordedBlob& answer = recording.blobs[exchange.answer];
+            if (!filter.Passes(question) || !filter.Passes(answer) || answer.time < question.time)
+            {
+                continue;
+            }
+            for (const size_t blob : {exchange.question, exchange.answer})
+            {
+                ordered_json slice = EventAt(blob, NameOf(recording.blobs[blob]), "exchange", "X");
+                slice["dur"] = 1;
+                events.push_back(slice);
+            }
+            ordered_json start = EventAt(exchange.question, "answer", "exchange", "s");
+            start["id"] = question.number;
+            events.push_back(start);
+            ordered_json finish = EventAt(exchange.answer, "answer", "exchange", "f");
+            finish["id"] = question.number;
+            finish["bp"] = "e";
+            events.push_back(finish);
+        }
+    }
+
+    const Recording& recording;
+    const Filter& filter;
+    const Operations operations;
+    ordered_json events = ordered_json::array();
+    TraceThreads threads;
+};
 } // namespace
 
 bool IsSpanChosen(const Recording& recording, const Filter& filter, const Span& span)
 {
     for (const uint64_t number : {span.firstBlob, span.lastBlob})
     {
-        const RecordedBlob* blob = FindBlob(recording, number);
-        if (blob != nullptr && filter.Passes(*blob))
+        const size_t index = IndexOfBlob(recording, number);
+        if (index != SIZE_MAX && filter.Passes(recording.blobs[index]))
         {
             return true;
         }
@@ -104,57 +214,8 @@ bool IsSpanChosen(const Recording& recording, const Filter& filter, const Span& 
 
 std::string MakeTrace(const Recording& recording, const Filter& filter)
 {
-    const Operations operations = FindOperations(recording);
-    ordered_json events = ordered_json::array();
-    TraceThreads threads(operations, events);
-    std::set<uint32_t> hosts;
-    for (const Track& track : operations.tracks)
-    {
-        if (hosts.insert(track.hostProcessId).second)
-        {
-            threads.Describe("process_name", track.hostProcessId, 0,
-                             {{"name", "host " + std::to_string(track.hostProcessId)}});
-        }
-    }
-    for (size_t i = 0; i < recording.blobs.size(); ++i)
-    {
-        const RecordedBlob& blob = recording.blobs[i];
-        if (filter.Passes(blob))
-        {
-            events.push_back({
-                {"name", NameOf(blob)},
-                {"cat", "blob"},
-                {"ph", "i"},
-                {"s", "t"},
-                {"ts", Microseconds(blob.time)},
-                {"pid", blob.hostProcessId},
-                {"tid", threads.IdOf(operations.blobTracks[i], 0)},
-                {"args", {{"blob", blob.number}, {"bytes", blob.PayloadSize()}, {"fields", SummaryOf(blob)}}},
-            });
-        }
-    }
-    for (const Span& span : operations.spans)
-    {
-        if (IsSpanChosen(recording, filter, span))
-        {
-            ordered_json arguments = {{"firstBlob", span.firstBlob}};
-            arguments["lastBlob"] = span.lastBlob == 0 ? ordered_json(nullptr) : ordered_json(span.lastBlob);
-            arguments["outcome"] = span.detail;
-            events.push_back({
-                {"name", span.name},
-                {"cat", "operation"},
-                {"ph", "X"},
-                {"ts", Microseconds(span.begin)},
-                {"dur", Microseconds(span.end) - Microseconds(span.begin)},
-                {"pid", operations.tracks[span.track].hostProcessId},
-                {"tid", threads.IdOf(span.track, span.lane)},
-                {"args", arguments},
-            });
-        }
-    }
-    std::stable_sort(events.begin(), events.end(), IsBefore);
     const ordered_json trace = {
-        {"traceEvents", events},
+        {"traceEvents", TraceEvents(recording, filter).Make()},
         {"displayTimeUnit", "ms"},
         {"otherData",
          {{"startedAt", recording.header.startedAt}, {"bridge", recording.header.bridgeProcessId}}},

@@ -44,7 +44,7 @@ Strings SpansIn(const nlohmann::json& trace)
         {
             threads[event["tid"]] = event["args"]["name"];
         }
-        else if (event["ph"] == "X")
+        else if (event["ph"] == "X" && event["cat"] == "operation")
         {
             spans.push_back(threads[event["tid"]] + ": " + event["name"].get<std::string>());
         }
@@ -60,7 +60,11 @@ TEST(Trace, HasASpanForEachOperationAndAnInstantForEachBlob)
     std::map<std::string, std::string> threads;
     for (const auto& event : trace["traceEvents"])
     {
-        ++phases[event["ph"]];
+        // Arrows between Blobs and the slices that hold them have a test of their own.
+        if (event.value("cat", "") != "exchange")
+        {
+            ++phases[event["ph"]];
+        }
         if (event["name"] == "thread_name")
         {
             threads[event["tid"].dump()] = event["args"]["name"];
@@ -71,6 +75,56 @@ TEST(Trace, HasASpanForEachOperationAndAnInstantForEachBlob)
     EXPECT_EQ("from the Agent (sender thread)", threads["11"]);
     EXPECT_EQ("to the Agent (receiver thread)", threads["12"]);
     EXPECT_EQ("ms", trace["displayTimeUnit"]);
+}
+
+TEST(Trace, HasAnArrowFromEachQuestionToItsAnswer)
+{
+    const auto trace = nlohmann::json::parse(MakeTrace(ReloadRecording().Get(), Filter()));
+    Strings events;
+    for (const auto& event : trace["traceEvents"])
+    {
+        if (event.value("cat", "") == "exchange")
+        {
+            const std::string phase = event["ph"];
+            const std::string end =
+                phase == "X" ? event["dur"].dump() : event["id"].dump() + event.value("bp", "");
+            events.push_back(event["ts"].dump() + " " + event["tid"].dump() + " " + phase + " " +
+                             event["name"].get<std::string>() + " " + end);
+        }
+    }
+    EXPECT_EQ(Strings({
+                  "4000 12 X RequestReload 1",
+                  "4000 12 s answer 4",
+                  "5000 11 X Reload 1",
+                  "5000 11 f answer 4e",
+                  "6000 12 X LoadPatchWindows 1",
+                  "6000 12 s answer 6",
+                  "7000 11 X LogNarrow 1",
+                  "7000 11 f answer 6e",
+                  "8000 12 X LoadPatchWindows 1",
+                  "8000 12 s answer 8",
+                  "9000 11 X PatchLoaded 1",
+                  "9000 11 f answer 8e",
+                  "10000 12 X ReadMemory 1",
+                  "10000 12 s answer 10",
+                  "11000 11 X ReadMemoryResult 1",
+                  "11000 11 f answer 10e",
+              }),
+              events);
+}
+
+TEST(Trace, HasNoArrowWithoutBothEnds)
+{
+    Filter filter;
+    filter.isFromAgentWanted = false;
+    EXPECT_EQ(std::string::npos, MakeTrace(ReloadRecording().Get(), filter).find("exchange"));
+    EXPECT_EQ(std::string::npos,
+              MakeTrace(TestRecording().To(MakeEchoRequest(1)).Get(), Filter()).find("exchange"));
+    // Times can go back between the threads that take them.
+    Recording reversed =
+        TestRecording().To(MakeEchoRequest(1)).From(MakeNumberBlob(BlobType::EchoReply, 1)).Get();
+    std::swap(reversed.blobs[0].time, reversed.blobs[1].time);
+    EXPECT_EQ(std::string::npos, MakeTrace(reversed, Filter()).find("exchange"));
 }
 
 TEST(Trace, CountsMicrosecondsAndNamesOutcomes)
@@ -243,6 +297,16 @@ TEST(TraceRules, FindWhatIsWrong)
     {
         EXPECT_EQ(1u, faultsOf(events)) << events;
     }
+    const std::string slices = R"(,{"ph":"X","name":"a","pid":1,"tid":2,"ts":1,"dur":9})";
+    const std::string start = R"(,{"ph":"s","name":"a","cat":"c","id":1,"pid":1,"tid":2,"ts":2})";
+    const std::string finish = R"(,{"ph":"f","bp":"e","name":"a","cat":"c","id":1,"pid":1,"tid":2,"ts":3})";
+    EXPECT_EQ(0u, faultsOf(slices + start + finish));
+    EXPECT_EQ(1u, faultsOf(slices + start));
+    EXPECT_EQ(1u, faultsOf(slices + finish));
+    EXPECT_EQ(1u, faultsOf(slices + start + finish + finish));
+    EXPECT_EQ(2u, faultsOf(start + finish)); // neither is within a slice
+    EXPECT_EQ(1u,
+              faultsOf(slices + start + R"(,{"ph":"f","name":"a","cat":"c","id":1,"pid":1,"tid":2,"ts":3})"));
     for (const char* trace : {"", "[]", "{}", R"({"traceEvents":{}})", R"({"traceEvents":[]}})",
                               R"({"traceEvents":[],"displayTimeUnit":"s"})"})
     {
