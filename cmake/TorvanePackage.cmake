@@ -79,6 +79,7 @@ elseif(TORVANE_ARCHITECTURE STREQUAL x64)
     install(DIRECTORY tools/blobs/Example/ DESTINATION samples/recordings)
     # What is linked into the programs.
     torvane_install_license(nlohmann-json "${nlohmann_json_SOURCE_DIR}/LICENSE.MIT")
+    torvane_install_license(zlib "${TORVANE_LICENSES_DIR}/libz-mingw-w64-dev/copyright")
     torvane_install_license(mingw-w64 "${TORVANE_LICENSES_DIR}/mingw-w64-x86-64-dev/copyright")
     torvane_install_license(libgcc "${TORVANE_LICENSES_DIR}/gcc-mingw-w64-x86-64-posix/copyright")
     torvane_install_license(libstdc++ "${TORVANE_LICENSES_DIR}/g++-mingw-w64-x86-64-posix/copyright")

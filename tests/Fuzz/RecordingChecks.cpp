@@ -5,6 +5,7 @@
 #include "tests/Support/Trace.h"
 #include "tools/blobs/Exports.h"
 #include "tools/blobs/Listing.h"
+#include "tools/blobs/PageData.h"
 
 #include <nlohmann/json.hpp>
 
@@ -12,6 +13,7 @@
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 namespace Torvane::Testing
 {
@@ -117,19 +119,30 @@ void CheckTrace(const Recording& recording, const Filter& filter)
     }
 }
 
-/// The part of a page that depends on its recording.
-std::string DataOf(const std::string& page)
+/// The sizes of the columns of a page with this description.
+size_t ColumnSizes(const nlohmann::json& description)
 {
-    const std::string mark = "id=\"data\">";
-    const size_t begin = page.find(mark) + mark.size();
-    return page.substr(begin, page.find("</script>", begin) - begin);
+    const size_t blobs = description["blobCount"];
+    const size_t spans = description["spanCount"];
+    const auto aligned = [](size_t size) {
+        return (size + 7) / 8 * 8;
+    };
+    return 3 * 8 * blobs + 4 * aligned(4 * blobs) + 2 * aligned(blobs) + 2 * 8 * spans +
+           4 * aligned(4 * spans) + aligned(spans);
 }
 
 void CheckPage(const Recording& recording)
 {
+    const std::string data = MakePageData(recording, Filter(), "a <title> & more");
+    uint32_t size = 0;
+    memcpy(&size, data.data(), sizeof(size));
+    const nlohmann::json description = nlohmann::json::parse(data.substr(sizeof(size), size), nullptr, false);
+    Require(description.is_object() && description["blobCount"] == recording.blobs.size(),
+            "the page hasn't each Blob");
+    Require(data.size() == (sizeof(size) + size + 7) / 8 * 8 + ColumnSizes(description) +
+                               description["payloadSize"].get<size_t>(),
+            "the page's columns have another size");
     const std::string page = MakePage(recording, Filter(), "a <title> & more");
-    const nlohmann::json data = nlohmann::json::parse(DataOf(page), nullptr, false);
-    Require(data.is_object() && data["blobs"].size() == recording.blobs.size(), "the page hasn't each Blob");
     Require(CountOf(page, "</script") == 2 && CountOf(page, "<script") == 2, "something has broken the page");
 }
 } // namespace

@@ -1,4 +1,5 @@
-# Writes a source file with the parts of the page as arrays of characters. Used with -DFOLDER= -DOUTPUT=
+# Writes a source file with the parts of the page as arrays of characters. Used with -DFOLDER= -DSCRIPTS=
+# -DOUTPUT=
 # (An array has no limit of length, which string literals have.)
 
 function(append name)
@@ -13,7 +14,7 @@ function(append name)
 endfunction()
 
 file(WRITE "${OUTPUT}" "#include \"tools/blobs/PageParts.h\"\n\nnamespace Torvane::Blobs\n{\n")
-append(pageMarkup Page.html)
-append(pageStyle Page.css)
-append(pageScript Data.js Timeline.js Table.js Main.js)
+append(pageMarkup Page/Page.html)
+append(pageStyle Page/Page.css)
+append(pageScript ${SCRIPTS})
 file(APPEND "${OUTPUT}" "} // namespace Torvane::Blobs\n")

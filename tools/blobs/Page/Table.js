@@ -1,71 +1,125 @@
-// The table of all Blobs that pass the filter, and the fields of the one that is selected.
+// The table of the Blobs that pass the filter. Only the rows that are visible exist.
 
 const table = {
-  mostRows: 500,
-  isWhole: false,
-  rowOfBlob: new Map(),
+  list: element("list"),
+  rowHeight: 22,
+  mostPixels: 8e6, // of the scrolled area; browsers have limits of some ten million
+  top: 0,          // the first visible row
 
+  prepare() {
+    table.list.addEventListener("scroll", () => {
+      const room = table.scrollRoom();
+      const top = room === 0 ? 0 : Math.round(table.list.scrollTop / room * table.lastTop());
+      // A row is a few pixels of a long table: what has set the position knows it better.
+      if (Math.abs(table.list.scrollTop - table.expected) >= 1) {
+        table.top = top;
+        table.draw();
+      }
+    });
+    table.list.addEventListener("wheel", event => {
+      if (table.lastTop() * table.rowHeight > table.mostPixels && event.deltaX === 0) {
+        event.preventDefault();
+        table.scrollTo(table.top + Math.sign(event.deltaY) * Math.max(1, Math.round(Math.abs(event.deltaY) / table.rowHeight)));
+      }
+    }, { passive: false });
+    element("rows").addEventListener("click", event => {
+      const row = event.target.closest("tr");
+      if (row !== null) {
+        page.select(row.blob);
+      }
+    });
+    new ResizeObserver(() => table.fill()).observe(table.list);
+  },
+
+  pageSize() {
+    const heads = element("heads").offsetHeight;
+    return Math.max(1, Math.floor((table.list.clientHeight - heads) / table.rowHeight));
+  },
+  lastTop: () => Math.max(0, page.chosen.length - table.pageSize()),
+  scrollRoom: () => Math.max(0, table.list.scrollHeight - table.list.clientHeight),
+
+  /// After a change of the Blobs that pass the filter.
   fill() {
-    const shown = table.isWhole ? page.chosen : page.chosen.slice(0, table.mostRows);
-    table.rowOfBlob.clear();
-    element("rows").replaceChildren(...shown.map(blob => {
-      const row = make("tr", "",
-        make("td", "", String(blob.number)), make("td", "", blob.time.toFixed(6)),
-        make("td", blob.fromAgent ? "from" : "to", blob.fromAgent ? "\u2190" : "\u2192"),
-        make("td", "", blob.name), make("td", "", String(blob.size)), make("td", "", blob.summary));
-      row.cells[2].title = directionText(blob);
-      row.addEventListener("click", () => page.select(blob));
-      table.rowOfBlob.set(blob, row);
-      return row;
-    }));
-    element("more").hidden = shown.length === page.chosen.length;
-    element("more").textContent = "Show the other " + (page.chosen.length - shown.length);
-    element("count").textContent = page.chosen.length + " of " + recording.blobs.length + " Blobs";
-    table.mark();
+    const heads = element("heads").offsetHeight;
+    const rows = Math.min(table.mostPixels, page.chosen.length * table.rowHeight);
+    element("listSizer").style.height = heads + rows + "px";
+    const all = recording.blobs.time.length.toLocaleString("en");
+    element("count").textContent = page.chosen.length.toLocaleString("en") + " of " + all + " Blobs" +
+      (page.progress < 1 ? ", " + Math.floor(page.progress * 100) + " % searched" : "");
+    table.list.setAttribute("aria-rowcount", page.chosen.length);
+    table.scrollTo(table.top);
   },
 
-  mark() {
-    element("rows").querySelectorAll(".selected").forEach(row => row.classList.remove("selected"));
-    const row = table.rowOfBlob.get(page.selected);
-    if (row !== undefined) {
-      row.classList.add("selected");
-      row.scrollIntoView({ block: "nearest" });
+  scrollTo(row) {
+    table.top = Math.max(0, Math.min(row, table.lastTop()));
+    const last = table.lastTop();
+    table.list.scrollTop = last === 0 ? 0 : table.top / last * table.scrollRoom();
+    table.expected = table.list.scrollTop;
+    table.draw();
+  },
+
+  draw() {
+    const body = element("rows");
+    const count = Math.min(table.pageSize() + 1, page.chosen.length - table.top);
+    while (body.rows.length > count) {
+      body.deleteRow(-1);
+    }
+    while (body.rows.length < count) {
+      body.append(make("tr", "", ...columns.list.map(column => make("td", column.kind))));
+    }
+    for (let i = 0; i < count; ++i) {
+      table.drawRow(body.rows[i], page.chosen[table.top + i], table.top + i);
     }
   },
 
-  /// Bytes of a payload, as far as the page has them, in lines of eight after their offset.
-  bytesText(blob, offset, size) {
-    const most = 16;
-    const digits = blob.bytes.slice(offset * 2, (offset + Math.min(size, most)) * 2);
-    const lines = (digits.match(/.{1,16}/g) || []).map(line => line.match(/../g).join(" "));
-    const place = offset.toString(16).padStart(4, "0") + "  ";
-    return place + lines.join("\n" + " ".repeat(place.length)) + (size > digits.length / 2 ? " ..." : "");
+  drawRow(row, blob, place) {
+    const failure = recording.blobs.failure[blob];
+    row.blob = blob;
+    row.className = (blob === page.selected ? "selected " : "") +
+      (page.selected !== noBlob && blob === partnerOf(page.selected) ? "partner " : "") + (failure === 0 ? "" : "failed");
+    row.title = failure === 0 ? "" : recording.failures[failure];
+    row.setAttribute("aria-rowindex", place + 1);
+    row.setAttribute("aria-selected", String(blob === page.selected));
+    columns.list.forEach((column, i) => {
+      row.cells[i].textContent = column.text(blob);
+    });
+    const way = row.cells[2];
+    way.className = "way " + (recording.blobs.fromAgent[blob] ? "from" : "to");
+    way.title = directionText(blob);
   },
 
-  fieldRow(blob, [depth, name, kind, offset, size, itemOffset, itemSize, value]) {
-    const nameCell = make("td", "", name);
-    nameCell.style.paddingLeft = 8 + depth * 12 + "px";
-    const bytes = make("td", "bytes", kind === "" || kind === "record" ? "" : table.bytesText(blob, offset, size));
-    if (itemSize > 0) {
-      bytes.append("\n" + table.bytesText(blob, itemOffset, itemSize));
+  /// Makes a Blob visible; if the filter hides it, its place.
+  reveal(blob) {
+    const row = page.chosen.indexOf(blob);
+    if (row < 0 && blob !== noBlob) {
+      table.revealTime(recording.blobs.time[blob]);
+    } else if (row >= 0 && (row < table.top || row >= table.top + table.pageSize())) {
+      table.scrollTo(row - Math.floor(table.pageSize() / 2));
+    } else {
+      table.draw();
     }
-    const isShown = kind === "bytes" && size <= 16;
-    return make("tr", "", nameCell, make("td", "kind", kind), bytes, make("td", "", isShown ? "" : value));
   },
 
-  showBlob() {
-    const blob = page.selected;
-    if (blob === null) {
-      element("blob").replaceChildren(make("p", "", "Select a Blob to see its fields beside its bytes."));
-      return;
+  /// Moves to the row whose time is nearest, wherever the order has it.
+  revealTime(time) {
+    let nearest = 0;
+    let least = Infinity;
+    for (let row = 0; row < page.chosen.length; ++row) {
+      const distance = Math.abs(recording.blobs.time[page.chosen[row]] - time);
+      if (distance < least) {
+        nearest = row;
+        least = distance;
+      }
     }
-    const head = make("tr", "", ...["Field", "Kind", "Bytes", "Value"].map(text => make("th", "", text)));
-    const body = make("tbody", "", ...blob.fields.map(field => table.fieldRow(blob, field)));
-    element("blob").replaceChildren(
-      make("h2", "", blob.name + " (" + blob.type + ")"),
-      make("p", "", "Blob " + blob.number + ", " + directionText(blob) + " of process " + blob.host + ", at " +
-        blob.time.toFixed(6) + " s, " + blob.size + " payload bytes"),
-      make("table", "fields", make("thead", "", head), body));
-    element("blob").scrollTop = 0;
+    table.scrollTo(nearest - Math.floor(table.pageSize() / 2));
+  },
+
+  /// Selects another row, so many further down.
+  step(distance) {
+    const last = page.chosen.length - 1;
+    const row = Math.max(0, Math.min(page.chosen.indexOf(page.selected) + distance, last));
+    if (last >= 0) {
+      page.select(page.chosen[row]);
+    }
   },
 };
