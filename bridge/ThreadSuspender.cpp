@@ -3,6 +3,7 @@
 #include "bridge/ThreadGuard.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include <windows.h>
 
@@ -280,16 +281,28 @@ bool ThreadSuspender::IsInside(const Thread& thread, const std::vector<RemoteRan
                        [&](uint32_t word) { return IsIn(word, sortedRanges); });
 }
 
-bool ThreadSuspender::RunBriefly(const Thread& thread)
+bool ThreadSuspender::RunBriefly(const std::vector<Thread>& running)
 {
-    Position before;
-    Position after;
-    ReadPosition(thread.handle, before);
-    ResumeThread(thread.handle);
+    const auto readPositions = [&running] {
+        std::vector<Position> positions(running.size());
+        for (size_t i = 0; i < running.size(); ++i)
+        {
+            ReadPosition(running[i].handle, positions[i]);
+        }
+        return positions;
+    };
+    const std::vector<Position> before = readPositions();
+    for (const Thread& thread : running)
+    {
+        ResumeThread(thread.handle);
+    }
     Sleep(1);
-    SuspendThread(thread.handle);
+    for (const Thread& thread : running)
+    {
+        SuspendThread(thread.handle);
+    }
     WaitUntilStopped();
-    return ReadPosition(thread.handle, after) && !(after == before);
+    return !(readPositions() == before);
 }
 
 uint32_t ThreadSuspender::RunUntilOutside(const std::vector<RemoteRange>& ranges)
@@ -301,22 +314,15 @@ uint32_t ThreadSuspender::RunUntilOutside(const std::vector<RemoteRange>& ranges
     uint32_t idleRounds = 0;
     for (uint32_t round = 0; round < rounds && idleRounds < roundsWithoutProgress; ++round)
     {
-        bool anyInside = false;
-        bool anyMoved = false;
-        for (const Thread& thread : threads)
-        {
-            if (IsInside(thread, sorted))
-            {
-                anyInside = true;
-                anyMoved = RunBriefly(thread) || anyMoved;
-                ++runs;
-            }
-        }
-        if (!anyInside)
+        std::vector<Thread> inside;
+        std::copy_if(threads.begin(), threads.end(), std::back_inserter(inside),
+                     [&](const Thread& thread) { return IsInside(thread, sorted); });
+        if (inside.empty())
         {
             break;
         }
-        idleRounds = anyMoved ? 0 : idleRounds + 1;
+        runs += static_cast<uint32_t>(inside.size());
+        idleRounds = RunBriefly(inside) ? 0 : idleRounds + 1;
     }
     return runs;
 }

@@ -92,8 +92,8 @@ private:
     bool IsSuspendedOrExcluded(uint32_t id) const;
     bool IsInside(const Thread& thread, const std::vector<RemoteRange>& sortedRanges) const;
 
-    /// \return whether the thread has made progress.
-    bool RunBriefly(const Thread& thread);
+    /// \return whether one of the threads has made progress.
+    bool RunBriefly(const std::vector<Thread>& running);
 
     /// What a look at all threads has led to.
     struct Round
