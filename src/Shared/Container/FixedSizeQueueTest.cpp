@@ -95,6 +95,32 @@ TEST_F(FixedSizeQueueTest, MovesAnElementOutAndClearsItsSlot)
     EXPECT_EQ(log.GetLines(), Lines());
 }
 
+TEST_F(FixedSizeQueueTest, ChangesASlotAndItsCounterWithinTheirLockAlone)
+{
+    Lines steps;
+    const auto note = [&](const char* step) {
+        const QueueLayout layout = Look(queue);
+        steps.push_back(std::string(step) + (IsEmpty(layout.slots[0]) ? " empty, " : " filled, ") +
+                        std::to_string(layout.writeCounter) + " written, " +
+                        std::to_string(layout.readCounter) + " read");
+    };
+    const FakeImport acquire("AcquireSRWLockExclusive",
+                             [&](decltype(&AcquireSRWLockExclusive) real, PSRWLOCK lock) {
+                                 note("acquired:");
+                                 real(lock);
+                             });
+    const FakeImport release("ReleaseSRWLockExclusive",
+                             [&](decltype(&ReleaseSRWLockExclusive) real, PSRWLOCK lock) {
+                                 note("released:");
+                                 real(lock);
+                             });
+    PushNumber(queue, 1);
+    Allocation popped = {};
+    queue->Pop(popped);
+    EXPECT_EQ(steps, Lines({"acquired: empty, 0 written, 0 read", "released: filled, 1 written, 0 read",
+                            "acquired: filled, 1 written, 0 read", "released: empty, 1 written, 1 read"}));
+}
+
 TEST_F(FixedSizeQueueTest, CarriesAnElementWithoutAPointerLikeAnyOther)
 {
     PushNumber(queue, 1);

@@ -99,6 +99,8 @@ TEST_F(NamedSharedMemories, ClosingGivesAllBackAndTheNameIsFreeAgain)
     CloseNamedSharedMemory(memory);
     EXPECT_FALSE(IsMapped(opened.view));
     EXPECT_FALSE(IsOpenHandle(opened.mapping));
+    EXPECT_EQ(memory.view, nullptr);
+    EXPECT_EQ(memory.mapping, nullptr);
     NamedSharedMemory again = CreateNamedSharedMemory(name.c_str(), 4096).payload;
     EXPECT_EQ(again.view[0], 0);
     CloseNamedSharedMemory(again);

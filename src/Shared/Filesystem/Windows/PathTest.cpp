@@ -16,11 +16,15 @@ namespace
 {
 using Lines = std::vector<std::string>;
 
-/// The text up to its length, which has to be the text up to its terminator too.
+/// The text up to its length, which has to be the text up to its terminator too. Blobs carry the whole buffer: what
+/// follows is cleared.
 std::wstring TextOf(const FixedWideString& path)
 {
     const std::wstring text(path.text, path.length);
     EXPECT_EQ(text, path.text);
+    EXPECT_TRUE(std::all_of(path.text + path.length, std::end(path.text), [](wchar_t unit) {
+        return unit == 0;
+    })) << "after the text";
     return text;
 }
 

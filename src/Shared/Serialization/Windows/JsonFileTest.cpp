@@ -254,6 +254,20 @@ TEST_F(JsonFileTest, HasNoPositionsInItsTree)
     CloseJsonFile(json);
 }
 
+TEST_F(JsonFileTest, GivesItsTreeBackWhenItIsClosed)
+{
+    JsonFile json = {};
+    ASSERT_TRUE(OpenJsonFile(folder.MakeFile(L"a.json", "5").c_str(), json));
+    const void* tree = json.root;
+    uint32_t frees = 0;
+    const FakeImport release("free", [&](decltype(&free) real, void* block) {
+        frees += block == tree;
+        real(block);
+    });
+    CloseJsonFile(json);
+    EXPECT_EQ(frees, 1u);
+}
+
 TEST_F(JsonFileTest, IsAnErrorLineIfThereIsNoMemoryForItsTree)
 {
     const std::wstring path = MakePersistentFile(R"({"Network":{"timeout":1}})");
