@@ -23,7 +23,6 @@ public:
     void Shutdown()
     {
         HeapDestroy(heap);
-        heap = nullptr;
     }
 
     Allocation Allocate(uint32_t size)

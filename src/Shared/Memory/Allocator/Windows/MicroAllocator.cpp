@@ -104,6 +104,5 @@ void MicroAllocator::ShutdownPools()
 void MicroAllocator::ShutdownHeap()
 {
     HeapDestroy(heap);
-    heap = nullptr;
 }
 } // namespace Torvane
