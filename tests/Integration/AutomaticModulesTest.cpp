@@ -35,6 +35,20 @@ bool TVN_CALL KeepA(void* context, const char* path)
     return strstr(path, "TvnA.dll") != nullptr;
 }
 
+/// Reports a failure, but leaves nothing registered.
+LONG NTAPI UnregisterAndFail(void* cookie)
+{
+    using Unregister = LONG(NTAPI*)(void* cookie);
+    FindExport<Unregister>(GetModuleHandleW(L"ntdll.dll"), "LdrUnregisterDllNotification")(cookie);
+    return static_cast<LONG>(0xC0000001);
+}
+
+FARPROC WINAPI FindFailingUnregister(HMODULE module, LPCSTR name)
+{
+    return strcmp(name, "LdrUnregisterDllNotification") == 0 ? reinterpret_cast<FARPROC>(&UnregisterAndFail)
+                                                             : GetProcAddress(module, name);
+}
+
 /// Looks on as the loader unloads libraries, after the Agent has been notified.
 class UnloadWatch
 {
@@ -111,6 +125,17 @@ protected:
 } // namespace
 
 #define AUTOMATIC_HOST(Name) HOST_TEST_OF(AutomaticHost, AutomaticModules, Name)
+
+AUTOMATIC_HOST(AreNoLongerHandledWhenTheShutdownOfTheLinkBegins)
+{
+    UseDefaultBridge();
+    ReplaceImport("GetProcAddress", FindFailingUnregister);
+    ConnectDefaultAgent().TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    Shutdown();
+    ExpectLogOrder({"API TvnShutdown",
+                    "Call to function LdrUnregisterDllNotification failed. Error: 0xC0000001",
+                    "Shutting down agent-bridge communication"});
+}
 
 AUTOMATIC_HOST(AreEnabledWhenTheyAreLoadedAndDisabledWhenTheyAreFreed)
 {

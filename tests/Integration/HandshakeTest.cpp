@@ -47,6 +47,12 @@ TvnProjectPreferences MakeRecord()
     record.flag6C = true;
     return record;
 }
+
+DWORD WINAPI FindNoFinalPath(HANDLE, LPWSTR, DWORD, DWORD)
+{
+    SetLastError(ERROR_PATH_NOT_FOUND);
+    return 0;
+}
 } // namespace
 
 HOST_TEST(Handshake, SendsFourBlobsInOrder)
@@ -83,6 +89,18 @@ HOST_TEST(Handshake, NormalizesThePathOfAPreferenceFileThatExists)
     const std::wstring detour =
         ExecutableFolder() + L"\\agent\\.." + executable.substr(executable.rfind(L'\\'));
     ConnectDefaultAgent(detour.c_str());
+}
+
+HOST_TEST(Handshake, ReportsAPreferenceFileThatCannotBeNormalizedBeforeTheReceiverStarts)
+{
+    UseScenario("Handshake.NamesAPreferenceFileByItsAbsolutePath");
+    const std::wstring executable = ProgramPath();
+    PublishText("file", executable);
+    ReplaceImport("GetFinalPathNameByHandleW", FindNoFinalPath);
+    ConnectDefaultAgent(executable.c_str());
+    ExpectLogOrder({"Creating sender thread",
+                    "Cannot normalize path " + std::string(executable.begin(), executable.end()),
+                    "Creating receiver thread"});
 }
 
 HOST_TEST(Handshake, HandsAPreferenceRecordOn)
