@@ -277,9 +277,10 @@ static inline void TVN_CALL TvnHostTakeStatus(void* context, TvnConnectionStatus
 {
     TvnHost* host = (TvnHost*)context;
     PVOID callback;
-    InterlockedExchange(&host->status, (LONG)status);
+    InterlockedCompareExchange(&host->status, (LONG)status,
+                               TvnHostConnecting); /* not once shutdown has begun */
     SetEvent(host->statusKnown);
-    if (status == ConnectionSucceeded && InterlockedExchange(&host->automaticHandlingWaits, 0) != 0)
+    if (host->status == ConnectionSucceeded && InterlockedExchange(&host->automaticHandlingWaits, 0) != 0)
     {
         host->exports.TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(host->automaticContext,
                                                                            host->automaticFilter);
@@ -447,9 +448,13 @@ TVN_HOST_WAITER(EnableModulesANSI,
                  void* context, TvnModuleFilterANSI filter),
                 (paths, count, options, context, filter))
 
+#undef TVN_HOST_SENDER
+#undef TVN_HOST_WAITER
+
 /* ---- The rest ------------------------------------------------------------------------------------------ */
 
-/** TvnEnableAutomaticHandlingOfDynamicallyLoadedModules, as soon as there is a connection. To be called once. */
+/** TvnEnableAutomaticHandlingOfDynamicallyLoadedModules, as soon as there is a connection. To be called once. There is no
+ *  form for a narrow filter. */
 static inline void TvnHostEnableAutomaticHandlingOfDynamicallyLoadedModules(TvnHost* host, void* context,
                                                                             TvnModuleFilter filter)
 {

@@ -232,6 +232,26 @@ LOAD_HEADER(PassesEverythingToAConnectedAgent)
     EXPECT_EQ(calls + 4, CountCalls()) << "One of them is the worker's.";
 }
 
+LOAD_HEADER(IgnoresAConnectionThatSucceedsDuringTheShutdown)
+{
+    LeaveAgentRunning(); // the header ends it
+    Start();
+    TvnHostEnableAutomaticHandlingOfDynamicallyLoadedModules(&host, nullptr, nullptr);
+    {
+        TestThread thread([this] { TvnHostShutdown(&host); });
+        EXPECT_TRUE(WaitForLog("Shutting down agent-bridge communication"));
+        Signal("shutting down");
+        EXPECT_TRUE(thread.WaitForEnd());
+    }
+    EXPECT_EQ(1u, CountInLog("Initialization done"));
+    const size_t calls = CountCalls();
+    UseEverything(&host);
+    TvnHostShutdown(&host);
+    EXPECT_EQ(calls, CountCalls());
+    EXPECT_EQ(0u, CountInLog("API TvnEnableAutomaticHandlingOfDynamicallyLoadedModules"));
+    EXPECT_EQ(1u, CountInLog("Shutting down agent-bridge communication"));
+}
+
 LOAD_HEADER(IsAnObjectThatShutsTheAgentDown)
 {
     UseDefaultBridge();
@@ -248,6 +268,14 @@ LOAD_HEADER(IsAnObjectThatShutsTheAgentDown)
 }
 
 #else
+
+BRIDGE_SCENARIO_OF(BridgeTest, LoadHeader, IgnoresAConnectionThatSucceedsDuringTheShutdown)
+{
+    ASSERT_TRUE(Await("shutting down"));
+    ASSERT_TRUE(link.Connect(testTimeout));
+    SendVersion(link);
+    EXPECT_TRUE(link.WaitUntilClosed(testTimeout));
+}
 
 BRIDGE_SCENARIO_OF(BridgeTest, LoadHeader, KeepsWhatDoesNotWaitFromAnAgentThatIsConnecting)
 {
