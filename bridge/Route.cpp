@@ -170,9 +170,12 @@ Result<> Write(Session& session, const std::vector<Change>& changes, uint32_t mi
     return Fence(session.link, milliseconds);
 }
 
-Result<> CheckThreads(const Session& session)
+/// The session can count them as suspended while they run: for a load, or because they couldn't be suspended again.
+Result<> CheckThreads(Session& session)
 {
-    return session.AreThreadsSuspended() ? Result<>() : Failure{"the host's threads aren't suspended"};
+    return session.AreThreadsSuspended() && session.Threads().Count() != 0
+               ? Result<>()
+               : Failure{"the host's threads aren't suspended"};
 }
 } // namespace
 

@@ -321,6 +321,10 @@ KIT_BRIDGE(RoutesFunctionsAndTakesThemBack)
 
     const uint32_t protection = host.QueryPages(one).protection;
     ASSERT_TRUE(session->SuspendThreads());
+    session->Threads().ResumeForLoad();
+    const auto meanwhile = Route(*session, functions, testTimeout);
+    EXPECT_EQ("the host's threads aren't suspended", meanwhile.Reason());
+    ASSERT_TRUE(session->Threads().SuspendAfterLoad());
     const auto routed = Route(*session, functions, testTimeout);
     ASSERT_TRUE(routed) << routed.Reason();
     ASSERT_EQ(2u, routed->size());
