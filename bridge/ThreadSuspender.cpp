@@ -201,6 +201,11 @@ void ThreadSuspender::WaitUntilStopped()
     {
         const auto reader =
             reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &ReadPositions, this, 0, nullptr));
+        if (reader == nullptr)
+        {
+            ReadPositions(this);
+            return;
+        }
         const bool stopped = WaitForSingleObject(reader, limit) == WAIT_OBJECT_0;
         if (!stopped)
         {
