@@ -22,7 +22,7 @@ CALLS = """
 ## Calls that fail
 
 Of each function, its 1st, 2nd, … call fails; from the 30th on every tenth. Calls are counted over all threads, in the order
-in which they are made, so that the number of a call can differ by some between two runs. "(restart)" stands for the life of a
+in which they are made, so that the number of a call can differ by some between two runs. "(restart)" means the life of a
 host that its restart ends, counted from the restart on.
 
 | Function | Calls | Outcome |

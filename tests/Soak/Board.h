@@ -2,7 +2,7 @@
 
 /// \file
 /// What a host of the soak and its Bridge share: memory named by the host's process id, mapped from a file, so that the
-/// driver can read where a hanging process stands. Any thread.
+/// driver can read what a hanging process was doing. Any thread.
 
 #include <stdarg.h>
 #include <stdint.h>

@@ -96,8 +96,8 @@ uint32_t CountThreads()
     return count;
 }
 
-/// Wine's `GetProcessHandleCount` gives 0: handles are tried one by one then, of which the lowest free one is given out
-/// first. The list of all processes' handles is no way: Wine 8's server crashes over a process that has none.
+/// Wine's `GetProcessHandleCount` gives 0. Handles are tried one by one then: a new one is the lowest that is free. The
+/// list of all processes' handles can't be used, since Wine 8's server crashes on a process without handles.
 uint32_t CountHandles()
 {
     constexpr uint32_t longestGap = 512;
