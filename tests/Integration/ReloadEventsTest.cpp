@@ -123,6 +123,8 @@ RELOAD_EVENTS(OfTheSequenceBeforeTheLoad)
     Signal("accepted");
     EXPECT_TRUE(WaitUntil([&] { return trace->Count("set " + loadPatch) == 1; }));
     EXPECT_FALSE(IsPatchThere());
+    EXPECT_TRUE(trace->IsBefore("reset " + waitForPatchLoad, "set " + loadPatch))
+        << "From then on the host can accept another request, which sets it again.";
     EXPECT_EQ(1u, trace->Count("reset " + waitForPatchLoad));
     EXPECT_TRUE(agent.TvnWantsReload(SyncBeforeLoad));
     NewCalls();

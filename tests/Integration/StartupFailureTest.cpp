@@ -83,13 +83,16 @@ class StartupFailureTest : public LinkTest
 {
 protected:
     /// Starts an Agent that doesn't get the `number`th event, counted from 1.
-    void StartWithoutEvent(long number, const char* name, const char* panicWord)
+    void StartWithoutEvent(long number, const char* name, const char* panicWord,
+                           const char* lineBefore = "Initializing system")
     {
         callsUntilRefusal = number;
         ReplaceImport("CreateEventW", RefuseEvent);
         UseDefaultBridge();
         StartWatchedAgent();
-        ExpectPanic(std::string("CreateEventW(") + name + ") failed.", panicWord);
+        const std::string report = std::string("CreateEventW(") + name + ") failed.";
+        ExpectLogOrder({lineBefore, report});
+        ExpectPanic(report, panicWord);
     }
 
     /// Starts an Agent that doesn't get the `number`th thread, counted from 1.
@@ -146,27 +149,33 @@ protected:
 // ---- Events: a test for each, in the order of their creation ----
 
 /// An event without which the Agent connects and shuts down all the same.
-#define EVENT_REFUSED(Name, Number, EventName, PanicWord) \
-    STARTUP_FAILURE(OfTheEvent##Name)                     \
-    {                                                     \
-        StartWithoutEvent(Number, EventName, PanicWord);  \
-        ExpectStatus(ConnectionSucceeded);                \
-        EXPECT_TRUE(WaitForLog("Sender thread ready"));   \
-        Shutdown();                                       \
-        ExpectReceiverEnd(8);                             \
-        ExpectSenderEnd(0);                               \
+#define EVENT_REFUSED(Name, Number, EventName, PanicWord, LineBefore) \
+    STARTUP_FAILURE(OfTheEvent##Name)                                 \
+    {                                                                 \
+        StartWithoutEvent(Number, EventName, PanicWord, LineBefore);  \
+        ExpectStatus(ConnectionSucceeded);                            \
+        EXPECT_TRUE(WaitForLog("Sender thread ready"));               \
+        Shutdown();                                                   \
+        ExpectReceiverEnd(8);                                         \
+        ExpectSenderEnd(0);                                           \
     }
 
-EVENT_REFUSED(ShouldCompileAndReload, 1, "ShouldCompileAndReload", "Cannot create hot-reload event")
-EVENT_REFUSED(HotReload, 2, "HotReload", "Cannot create hot-reload event")
-EVENT_REFUSED(HotReloadLoadPatch, 3, "HotReload load patch", "Cannot create hot-reload event")
+EVENT_REFUSED(ShouldCompileAndReload, 1, "ShouldCompileAndReload", "Cannot create hot-reload event",
+              "Initializing hot-reload system")
+EVENT_REFUSED(HotReload, 2, "HotReload", "Cannot create hot-reload event", "Initializing hot-reload system")
+EVENT_REFUSED(HotReloadLoadPatch, 3, "HotReload load patch", "Cannot create hot-reload event",
+              "Initializing hot-reload system")
 EVENT_REFUSED(HotReloadLoadPatchReceived, 4, "HotReload load patch received",
-              "Cannot create hot-reload event")
-EVENT_REFUSED(HotReloadWaitForPatchLoad, 5, "HotReload wait for patch load", "Cannot create hot-reload event")
-EVENT_REFUSED(HotReloadFinished, 6, "HotReload finished", "Cannot create hot-reload event")
-EVENT_REFUSED(HotRestart, 7, "HotRestart", "Cannot create event")
-EVENT_REFUSED(LatchesDead, 9, "Cannot wait for latches", "Cannot create event for startup")
-EVENT_REFUSED(WatchdogWatch, 13, "Watchdog watch", "Cannot create event for watchdog watch")
+              "Cannot create hot-reload event", "Initializing hot-reload system")
+EVENT_REFUSED(HotReloadWaitForPatchLoad, 5, "HotReload wait for patch load", "Cannot create hot-reload event",
+              "Initializing hot-reload system")
+EVENT_REFUSED(HotReloadFinished, 6, "HotReload finished", "Cannot create hot-reload event",
+              "Initializing hot-reload system")
+EVENT_REFUSED(HotRestart, 7, "HotRestart", "Cannot create event", "Initializing hot-restart system")
+EVENT_REFUSED(LatchesDead, 9, "Cannot wait for latches", "Cannot create event for startup",
+              "Initializing system")
+EVENT_REFUSED(WatchdogWatch, 13, "Watchdog watch", "Cannot create event for watchdog watch",
+              "Initializing system")
 
 STARTUP_FAILURE(OfTheEventWatchdogEnterEndsTheWatchdog)
 {

@@ -7,6 +7,7 @@
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestInternalAPI.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <stdint.h>
 #include <windows.h>
@@ -81,6 +82,8 @@ struct FakeQuery
                                 void* information, SIZE_T size, SIZE_T* returned)
     {
         ++calls;
+        const auto* bytes = static_cast<const uint8_t*>(information);
+        EXPECT_EQ(static_cast<SIZE_T>(std::count(bytes, bytes + size, 0)), size) << "It isn't cleared.";
         if (calls == firstFailure)
         {
             return failure;

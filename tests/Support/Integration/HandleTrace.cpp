@@ -1,5 +1,6 @@
 #include "tests/Support/Integration/HandleTrace.h"
 
+#include <algorithm>
 #include <map>
 #include <stdint.h>
 
@@ -241,6 +242,16 @@ void HandleTrace::Note(const std::string& call)
 {
     const TraceLock lock;
     trace.calls.push_back({GetCurrentThreadId(), call});
+}
+
+bool HandleTrace::IsBefore(const std::string& text, const std::string& other) const
+{
+    const TraceLock lock;
+    const auto find = [](const std::string& wanted) {
+        return std::find_if(trace.calls.begin(), trace.calls.end(),
+                            [&](const Call& call) { return call.text == wanted; });
+    };
+    return find(text) < find(other) && find(other) != trace.calls.end();
 }
 
 size_t HandleTrace::Count(const std::string& text) const

@@ -36,6 +36,9 @@ public:
     /// Adds a call that isn't about a handle, of this thread.
     static void Note(const std::string& call);
 
+    /// Whether both calls were made, by any threads, the first of this one before the first of the other.
+    bool IsBefore(const std::string& call, const std::string& other) const;
+
     /// How often any thread has made this call.
     size_t Count(const std::string& call) const;
 

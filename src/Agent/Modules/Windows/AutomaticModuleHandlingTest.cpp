@@ -1,5 +1,6 @@
 #include "Agent/Modules/Windows/AutomaticModuleHandling.h"
 
+#include "Shared/Memory/MemorySystem.h"
 #include "Torvane/Agent.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestInternalAPI.h"
@@ -193,13 +194,18 @@ TEST_F(AutomaticModuleHandlingTest, DoesNothingAfterShutdownForAnEarlierRegistra
 
 TEST_F(AutomaticModuleHandlingTest, KeepsItsRecordIfItCannotRegister)
 {
+    Allocation block = Allocate(2 * sizeof(void*)); // as large as the record, which reuses it
+    void* reused = block.pointer;
+    memset(reused, 0xEE, 2 * sizeof(void*));
+    Free(block);
     LoaderDouble::status = static_cast<NTSTATUS>(0xC000000D);
     TvnEnableAutomaticHandlingOfDynamicallyLoadedModules(nullptr, nullptr);
+    EXPECT_EQ(LoaderDouble::contexts, std::vector<void*>{reused});
     EXPECT_EQ(log.GetLines().back(),
               "ERR Call to function LdrRegisterDllNotification failed. Error: 0xC000000D");
     log.Clear();
     ShutdownAutomaticModuleHandling();
-    EXPECT_EQ(LoaderDouble::unregistered.size(), 1u);
+    EXPECT_EQ(LoaderDouble::unregistered, std::vector<void*>{nullptr});
     EXPECT_EQ(log.GetLines(),
               Lines{"ERR Call to function LdrUnregisterDllNotification failed. Error: 0xC000000D"});
 }

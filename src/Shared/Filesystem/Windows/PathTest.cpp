@@ -372,4 +372,10 @@ TEST(LogFilePath, GivesTheTextOfTheOSBack)
     EXPECT_EQ(TextOf(GetLogFilePath(L"name")), L"X:\\me\\Torvane 2\\Logs\\name");
     EXPECT_EQ(givenBack, 1u);
 }
+
+TEST(WidenPath, HasTheUnitsAndTheLengthOfTheNarrowOne)
+{
+    EXPECT_EQ(TextOf(WidenPath("C:\\game\\game.exe")), L"C:\\game\\game.exe");
+    EXPECT_EQ(TextOf(WidenPath("")), L"");
+}
 } // namespace Torvane::Testing
