@@ -35,10 +35,21 @@ ScenarioFunction FindScenario(const std::string& name)
     return nullptr;
 }
 
+std::string ScenarioNames()
+{
+    std::string names;
+    for (const RegisteredScenario* scenario = firstScenario; scenario != nullptr; scenario = scenario->next)
+    {
+        names += (names.empty() ? "" : ", ") + std::string(scenario->name);
+    }
+    return names.empty() ? "it has none." : "it has " + names + ".";
+}
+
 std::string ChosenScenario()
 {
-    char name[256] = {};
-    const DWORD length = GetEnvironmentVariableA("TORVANE_BRIDGE_SCENARIO", name, sizeof(name));
-    return length < sizeof(name) ? std::string(name, length) : std::string();
+    std::string name(32768, '\0'); // the longest that an environment variable can be
+    name.resize(
+        GetEnvironmentVariableA("TORVANE_BRIDGE_SCENARIO", name.data(), static_cast<DWORD>(name.size())));
+    return name;
 }
 } // namespace Torvane::Bridge

@@ -20,6 +20,7 @@ public:
 
 private:
     friend ScenarioFunction FindScenario(const std::string& name);
+    friend std::string ScenarioNames();
 
     const char* name;
     ScenarioFunction function;
@@ -28,6 +29,9 @@ private:
 
 /// The scenario of that name, `RunDefaultBridge` for an empty one; null if there is none.
 ScenarioFunction FindScenario(const std::string& name);
+
+/// A sentence: what scenarios this program has.
+std::string ScenarioNames();
 
 /// The value of the environment variable `TORVANE_BRIDGE_SCENARIO`, which a host sets before it starts its Agent and
 /// which the Bridge inherits. Empty if it isn't set.
