@@ -5,6 +5,8 @@
 #include "tools/blobs/Filter.h"
 #include "tools/blobs/Listing.h"
 
+#include "Agent/Protocol/Names.h"
+
 namespace Torvane::Blobs
 {
 namespace
@@ -15,7 +17,8 @@ blobs show RECORDING NUMBER [--whole]          one Blob: its fields beside its b
 blobs trace RECORDING --output FILE [--force] [filter...]   for trace viewers
 blobs html RECORDING --output FILE [--force] [filter...]    a page for a browser
 blobs layouts [TYPE]                           the fields of one type of Blob, or of all
-blobs help                                     this help
+blobs help (or --help)                         this help
+blobs --version                                the version
 
 Filters: --type NAME[,NAME...] (or numbers)    --direction to-agent|from-agent
          --from SECONDS    --to SECONDS
@@ -247,10 +250,15 @@ std::string FaultOf(const Request& request)
 Outcome RunCommand(const std::vector<std::string>& arguments)
 {
     const Request request = ArgumentReader(arguments).Read();
+    Outcome outcome;
     if (request.verb == "help" || request.verb == "--help" || request.verb == "-h")
     {
-        Outcome outcome;
         outcome.output = usage;
+        return outcome;
+    }
+    if (request.verb == "--version")
+    {
+        outcome.output = std::string("blobs ") + apiVersion + "\n";
         return outcome;
     }
     const std::string fault = FaultOf(request);
@@ -271,7 +279,6 @@ Outcome RunCommand(const std::vector<std::string>& arguments)
     {
         return Failed(failure, path + " can't be read: " + reason + ".");
     }
-    Outcome outcome;
     if (request.verb == "list")
     {
         outcome.output = ListBlobs(recording, request.filter, request.isWhole);

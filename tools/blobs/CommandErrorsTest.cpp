@@ -209,6 +209,8 @@ TEST(CommandErrors, WrongUsageIsToldBeforeAnyFileIsTouched)
         {{""}, "Say what to do; \"blobs help\" lists what there is."},
         {{"frobnicate"}, "There is no \"blobs frobnicate\"; \"blobs help\" lists what there is."},
         {{"--frobnicate"}, "There is no \"blobs --frobnicate\"; \"blobs help\" lists what there is."},
+        {{"version"}, "There is no \"blobs version\"; \"blobs help\" lists what there is."},
+        {{"list", "--version"}, "There is no option --version for \"blobs list\"."},
         {{"List", "r"}, "There is no \"blobs List\"; \"blobs help\" lists what there is."},
         {{"list"}, "\"blobs list\" needs a recording."},
         {{"show"}, "\"blobs show\" needs a recording."},

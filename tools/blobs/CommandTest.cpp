@@ -166,4 +166,5 @@ TEST(Command, HelpsOnItsOutput)
 {
     EXPECT_EQ(0u, OutputOf({"help"}).find("blobs list RECORDING"));
     EXPECT_EQ(OutputOf({"help"}), OutputOf({"--help"}));
+    EXPECT_EQ("blobs 2.4.0\n", OutputOf({"--version"}));
 }
