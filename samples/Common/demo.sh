@@ -1,4 +1,14 @@
-# What the demo scripts share; sourced by them.
+# What the demo scripts share; sourced by them with their own arguments.
+
+# Without --verbose a demo prints what happens, without details. What is left of the arguments is in `arguments`.
+verbose=no
+arguments=()
+for argument in "$@"; do
+    case "$argument" in
+        --verbose) verbose=yes ;;
+        *) arguments+=("$argument") ;;
+    esac
+done
 
 build=${TORVANE_BUILD_DIR:-$PWD/build/windows-x86}
 limit=60 # seconds
@@ -21,6 +31,17 @@ fail()
 
 # The path as programs in Wine see it.
 windowsPath() { printf 'Z:%s' "${1//\//\\}"; }
+
+# writePage RECORDING: writes its page beside it and prints where it is.
+writePage()
+{
+    local page=${1%.jsonl}.html
+    wine "$TORVANE_BIN_DIR/blobs.exe" html "$(windowsPath "$1")" --output "$(windowsPath "$page")" --force \
+        > /dev/null 2> "${page%.html}.errors" < /dev/null 3>&- 5>&- || fail "no page: $(cat "${page%.html}.errors")"
+    [ -s "$page" ] || fail "the page of the Blobs is empty"
+    rm "${page%.html}.errors"
+    echo "What went over the pipes, as a page for a browser: $page"
+}
 
 # Wine's server must not inherit the script's files, or it keeps them open.
 startWine() { wineserver > /dev/null 2>&1 < /dev/null 3>&- 5>&- || true; }

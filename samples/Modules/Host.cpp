@@ -1,6 +1,9 @@
 /// \file
 /// A program of an executable and three libraries: World.dll, which it imports, Physics.dll, which World.dll imports,
 /// and the plug-in Weather.dll, which it loads late and frees again. All of them may be changed, and nothing else.
+///
+/// Weather.dll is announced three times: by the automatic handling each time that it is loaded, and after the second time
+/// also by a call that waits for the Broker, which the automatic handling doesn't.
 
 #include "Torvane/Load.h"
 

@@ -87,10 +87,11 @@ int main()
     }
 
     unsigned counter = LoadCounter();
+    unsigned frames = 0; // isn't saved: the next process has its own
     while (counter < endAt)
     {
         Sleep(frameTime);
-        fprintf(output, "line  counter %u\n", ++counter);
+        fprintf(output, "line  counter %u, frame %u of this process\n", ++counter, ++frames);
         if (counter == restartAt)
         {
             // [request a restart]

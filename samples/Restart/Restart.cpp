@@ -4,6 +4,8 @@
 #include "bridge/Bridge.h"
 
 #include <stdio.h>
+#include <string.h>
+#include <wchar.h>
 
 #include <windows.h>
 
@@ -35,6 +37,23 @@ void ReportBlob(const Message& message)
     Report(line);
 }
 
+/// Says what the size of the environment counts: more than the variables.
+void ReportEnvironment(const std::vector<uint8_t>& environment)
+{
+    std::wstring block(environment.size() / sizeof(wchar_t), L'\0');
+    memcpy(block.data(), environment.data(), block.size() * sizeof(wchar_t));
+    size_t variables = 0;
+    size_t end = 0;
+    while (end < block.size() && block[end] != L'\0')
+    {
+        end += wcslen(block.c_str() + end) + 1;
+        ++variables;
+    }
+    Report(".. environment   " + std::to_string(variables) + " variables in " +
+           std::to_string((end + 1) * sizeof(wchar_t)) + " bytes; " + std::to_string(environment.size()) +
+           " bytes were sent: the Agent reads to the end of their memory region");
+}
+
 Result<uint32_t> Restart(Session& session)
 {
     const auto restart = RequestRestart(session, limit);
@@ -46,7 +65,7 @@ Result<uint32_t> Restart(Session& session)
     Report(".. executable    " + Utf8(info.executablePath));
     Report(".. command line  " + Utf8(info.commandLine));
     Report(".. folder        " + Utf8(info.currentDirectory));
-    Report(".. environment   " + std::to_string(info.environment.size()) + " bytes");
+    ReportEnvironment(info.environment);
     return CompleteRestart(session, *restart, limit);
 }
 

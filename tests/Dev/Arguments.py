@@ -29,6 +29,7 @@ REFUSED = [
     (['demo', 'crash', '--sync'], '"./dev demo crash" has no option --sync.'),
     (['demo', 'restart', '3'], '"./dev demo restart" has no argument 3.'),
     (['demo', 'frames', '--verbose'], '"./dev demo frames" has no option --verbose.'),
+    (['demo', 'modules', '--verbose'], '"./dev demo modules" has no option --verbose.'),
     (['demo', 'modules', 'c'], '"./dev demo modules" has no argument c.'),
     (['demo', 'c', '-v'], '"./dev demo c" has no option -v.'),
     (['test', 'Unit'], '"./dev test" has no argument Unit.'),
@@ -58,7 +59,7 @@ REFUSED = [
 
 ACCEPTED = [
     ['demo'], ['demo', '--watch', '--sync', '--verbose'], ['demo', 'crash'], ['demo', 'crash', '12', '--verbose'],
-    ['demo', 'restart'], ['demo', 'restart', '--verbose'], ['demo', 'frames'], ['demo', 'modules', '--verbose'], ['demo', 'c'],
+    ['demo', 'restart'], ['demo', 'restart', '--verbose'], ['demo', 'frames'], ['demo', 'modules'], ['demo', 'c'],
     ['test'], ['build'], ['build', 'native', 'windows-x86', 'windows-x64', 'coverage'], ['package'], ['bench', '--quick', '--record'],
     ['bench', '--only', '5,4'], ['soak', '0.5'], ['soak', '60', '--only=reloads'], ['faults'], ['mutation'], ['fuzz'],
     ['fuzz', '60'], ['fuzz', '--merge'], ['format'], ['format', '--check'], ['tidy'], ['tidy', 'dev'], ['coverage'], ['clean'],
