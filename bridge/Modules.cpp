@@ -1,11 +1,16 @@
 #include "bridge/Modules.h"
 
+#include "bridge/Commands.h"
+
 #include <algorithm>
+#include <string.h>
 
 namespace Torvane::Bridge
 {
 namespace
 {
+constexpr uint32_t mostFurtherModules = 4096; ///< that a call can have found beside those that it reports
+
 template<typename Record>
 std::vector<EnabledModule> ReadModules(const Received<Record>& blob)
 {
@@ -63,6 +68,22 @@ std::vector<EnabledModule> ModulesOf(const Received<EnableModulesBlob>& blob)
 std::vector<EnabledModule> ModulesOf(const Received<DisableModulesBlob>& blob)
 {
     return blob ? ReadModules(blob) : std::vector<EnabledModule>();
+}
+
+uint32_t AcknowledgeModules(Link& link, const HostProcess& host, const Received<EnableModulesBlob>& enabled)
+{
+    uint32_t count = enabled->modules.count;
+    const std::vector<uint8_t> bytes = host.Read(enabled->latch, sizeof(count));
+    uint32_t remaining = 0;
+    if (!bytes.empty())
+    {
+        memcpy(&remaining, bytes.data(), sizeof(remaining));
+    }
+    if (remaining >= count && remaining - count <= mostFurtherModules)
+    {
+        count = remaining;
+    }
+    return SendDecrementLatch(link, enabled->latch, count) ? count : 0;
 }
 
 std::wstring FileNameOf(const std::wstring& path)

@@ -45,10 +45,11 @@ Result<> Session::Connect(uint32_t milliseconds)
     {
         connected = link.ExchangeVersion(milliseconds);
     }
-    if (!connected)
-    {
-        return connected;
-    }
+    return connected ? ReceiveRegistration(milliseconds) : connected;
+}
+
+Result<> Session::ReceiveRegistration(uint32_t milliseconds)
+{
     const auto agent = link.WaitFor<RegisterAgentBlob>(milliseconds);
     const auto process = link.WaitFor<RegisterProcessBlob>(milliseconds);
     if (!agent || !process)
@@ -76,7 +77,7 @@ void Session::ServeModules(const std::function<void()>& onChange)
             Disable(module); // it may have been enabled before
             modules.push_back(module);
         }
-        SendDecrementLatch(link, enabled->latch, enabled->modules.count);
+        AcknowledgeModules(link, host, enabled);
         if (onChange)
         {
             onChange();

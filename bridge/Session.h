@@ -36,6 +36,9 @@ public:
     /// Connects the link, exchanges versions, and receives the registration. \param milliseconds for each of them.
     Result<> Connect(uint32_t milliseconds);
 
+    /// The last of these steps alone.
+    Result<> ReceiveRegistration(uint32_t milliseconds);
+
     Link& link;
     const HostProcess host;
 
@@ -47,8 +50,8 @@ public:
 
     // Modules
 
-    /// Keeps the modules that the host enables and disables from now on, and lets its calls continue: counts the latch of
-    /// an `EnableModules` down once for each of its modules.
+    /// Keeps the modules that the host enables and disables from now on, and lets its calls continue, as
+    /// `AcknowledgeModules` does.
     /// \param onChange called after each change; it may be null.
     void ServeModules(const std::function<void()>& onChange = nullptr);
 
