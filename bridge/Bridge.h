@@ -38,7 +38,7 @@
 ///   what they wait for is passed to handlers (`Link::Serve`), which every wait calls.
 /// - A thread of the host that waits for modules to be enabled waits for as many `DecrementLatch` as its call has found
 ///   modules. These are the ones in `EnableModules`, and those that a filter of the host refused or whose file couldn't
-///   be read, which aren't reported to the Bridge. In the latter case the thread waits until the link is closed.
+///   be read, which aren't reported to the Bridge: `AcknowledgeModules` reads how many remain.
 /// - "Suspended" are the host's threads that `Session::SuspendThreads` has stopped: all but the Agent's own. They may own
 ///   the loader lock or a heap's lock, and the host's part in a reload isn't done by them. `RunReload` and `LoadPatch`
 ///   keep the order that each kind of agent needs.
@@ -73,3 +73,4 @@
 #include "bridge/SharedSections.h"
 #include "bridge/Text.h"
 #include "bridge/ThreadSuspender.h"
+#include "bridge/Watch.h"

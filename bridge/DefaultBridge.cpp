@@ -2,6 +2,7 @@
 
 #include "bridge/Commands.h"
 #include "bridge/Session.h"
+#include "bridge/Watch.h"
 
 #include <stdio.h>
 
@@ -32,13 +33,24 @@ int RunDefaultBridge(uint32_t hostProcessId)
     }
     Session session(link);
     session.ServeModules();
-    link.Serve(BlobType::ScheduleReload, [&link](const Message&) { SendRequestReload(link); });
-    link.Serve(BlobType::Reload, [&link](const Message&) { SendFinishAfterHotReload(link); });
+    // A reload of a watched folder's patch isn't mixed with one that the host has scheduled.
+    link.ServeInRun(BlobType::ScheduleReload, [&link](const Message&) { SendRequestReload(link); });
+    link.ServeInRun(BlobType::Reload, [&link](const Message&) { SendFinishAfterHotReload(link); });
     link.Serve(BlobType::ScheduleRestart, [&link](const Message&) { SendRequestRestart(link); });
     link.Serve<RestartBlob>([&link](const Received<RestartBlob>& restart) {
         SendExitProcessForHotRestart(link, restart->event);
     });
-    link.Run();
+    const std::wstring folder = FolderToWatch();
+    if (folder.empty())
+    {
+        link.Run();
+        return 0;
+    }
+    if (Result<> registered = session.ReceiveRegistration(connectLimit); !registered)
+    {
+        return Fail(registered.Why(), 1);
+    }
+    WatchFolder(session, folder);
     return 0;
 }
 } // namespace Torvane::Bridge

@@ -60,15 +60,11 @@ Message Inbox::TakeUnserved(uint32_t milliseconds)
         milliseconds, [this](const Message& message) { return !IsServed(message.Type()); }, false);
 }
 
-void Inbox::ServeUntilClosed()
+void Inbox::ServeAll(uint32_t milliseconds)
 {
     const ScopedLock scope(lock);
-    do
-    {
-        TakeOrServe(
-            INFINITE, [](const Message&) { return false; }, true);
-    }
-    while (!isClosed);
+    (void)TakeOrServe(
+        milliseconds, [](const Message&) { return false; }, true);
 }
 
 Message Inbox::TakeOrServe(uint32_t milliseconds, const Condition& isWanted, bool inRun)

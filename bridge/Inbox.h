@@ -29,7 +29,7 @@ public:
     void Close();
     bool IsClosed();
 
-    /// \param inRunAlone whether `ServeUntilClosed` alone calls it.
+    /// \param inRunAlone whether `ServeAll` alone calls it.
     void Serve(BlobType type, Handler handler, bool inRunAlone);
     void ServeSilence(uint32_t milliseconds, std::function<void()> handler);
 
@@ -40,8 +40,8 @@ public:
     /// `Take` for any Blob that has no handler which this call could have called.
     Message TakeUnserved(uint32_t milliseconds);
 
-    /// Calls all handlers, and drops Blobs without one.
-    void ServeUntilClosed();
+    /// Calls all handlers, and drops Blobs without one. Returns after the limit, or once the inbox is closed and empty.
+    void ServeAll(uint32_t milliseconds);
 
 private:
     struct Server

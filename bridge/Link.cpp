@@ -264,7 +264,15 @@ void Link::ServeSilence(uint32_t milliseconds, std::function<void()> handler)
 
 void Link::Run()
 {
-    state->inbox.ServeUntilClosed();
+    while (!RunFor(INFINITE))
+    {
+    }
+}
+
+bool Link::RunFor(uint32_t milliseconds)
+{
+    state->inbox.ServeAll(milliseconds);
+    return IsClosed();
 }
 
 Message Link::Receive(uint32_t milliseconds)

@@ -83,6 +83,9 @@ public:
     /// Serves until the Agent closes its pipe. Blobs without a handler are dropped.
     void Run();
 
+    /// The same, for a limited time. \return whether the Agent has closed its pipe.
+    bool RunFor(uint32_t milliseconds);
+
     // Waits
 
     /// Removes the first Blob from the inbox. Empty after the limit, or if the inbox is empty and the pipe is closed.

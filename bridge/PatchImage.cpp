@@ -214,6 +214,11 @@ bool PatchImage::IsRelocated(uint32_t rva, uint32_t size) const
     return false;
 }
 
+bool PatchImage::IsEntryPointRelocated() const
+{
+    return IsRelocated(EntryPoint(), entryPointCodeSize);
+}
+
 bool PatchImage::MakeEntryPointIdle()
 {
     const uint8_t* place = At(EntryPoint(), entryPointCodeSize);
@@ -221,7 +226,7 @@ bool PatchImage::MakeEntryPointIdle()
     {
         return Fail("the image has no entry point");
     }
-    if (IsRelocated(EntryPoint(), entryPointCodeSize))
+    if (IsEntryPointRelocated())
     {
         return Fail("the loader relocates the first bytes of the entry point");
     }

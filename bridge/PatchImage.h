@@ -47,6 +47,9 @@ public:
     /// The first bytes of the entry point, as they are in the file.
     EntryPointCode EntryCode() const;
 
+    /// Whether the loader relocates one of the first six bytes of the entry point.
+    bool IsEntryPointRelocated() const;
+
     /// Writes `idleEntryPoint` to the image in memory. \return false, with `Error` set, if the image has no entry point
     /// or the loader relocates one of the six bytes.
     bool MakeEntryPointIdle();

@@ -78,7 +78,7 @@ Result<> LoadAndInstall(Session& session, const ReloadSteps& steps, uint32_t mil
             return suspended;
         }
     }
-    const Result<LoadedPatch> patch = LoadPatch(session, *path, milliseconds);
+    const Result<LoadedPatch> patch = LoadPatch(session, *path, milliseconds, steps.relocatedEntryPoint);
     if (!patch)
     {
         return patch.Why();
@@ -160,17 +160,20 @@ Result<Received<PatchLoadedBlob>> LoadPatch(Session& session, const PatchCommand
     return Received<PatchLoadedBlob>(reply);
 }
 
-Result<LoadedPatch> LoadPatch(Session& session, const std::wstring& path, uint32_t milliseconds)
+Result<LoadedPatch> LoadPatch(Session& session, const std::wstring& path, uint32_t milliseconds,
+                              RelocatedEntryPoint relocated)
 {
-    LoadedPatch patch = {PatchImage(path), {}, {}};
+    LoadedPatch patch = {PatchImage(path), {}, false, {}};
     const bool isImage = patch.image.Error().empty(); // if it isn't one, the host's loader reports that
-    if (isImage && patch.image.EntryPoint() != 0)
+    if (isImage && patch.image.EntryPoint() != 0 &&
+        (relocated == RelocatedEntryPoint::IsRefused || !patch.image.IsEntryPointRelocated()))
     {
         patch.entryCode = patch.image.EntryCode();
         if (!patch.image.MakeEntryPointIdle() || !patch.image.Save(path))
         {
             return Failure{"the patch " + Utf8(path) + " can't be used: " + patch.image.Error()};
         }
+        patch.isEntryPointIdle = true;
     }
     PatchCommand command;
     command.path = path;
@@ -185,9 +188,8 @@ Result<LoadedPatch> LoadPatch(Session& session, const std::wstring& path, uint32
 
 bool SendCallEntryPoint(Session& session, const LoadedPatch& patch)
 {
-    return patch.image.EntryPoint() == 0 ||
-           SendCallEntryPoint(session.link, patch.Base(), patch.image.EntryPoint(), patch.entryCode,
-                              idleEntryPoint);
+    return !patch.isEntryPointIdle || SendCallEntryPoint(session.link, patch.Base(), patch.image.EntryPoint(),
+                                                         patch.entryCode, idleEntryPoint);
 }
 
 Result<> RunReload(Session& session, const ReloadSteps& steps, uint32_t milliseconds)

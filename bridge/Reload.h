@@ -30,11 +30,12 @@ Result<> RequestReload(Session& session, uint32_t milliseconds);
 Result<Received<PatchLoadedBlob>> LoadPatch(Session& session, const PatchCommand& command,
                                             uint32_t milliseconds);
 
-/// A patch in the host. Its entry point hasn't run.
+/// A patch in the host. Its entry point hasn't run, unless it couldn't be made idle.
 struct LoadedPatch
 {
     PatchImage image; ///< with an idle entry point, as in the file
     EntryPointCode entryCode;
+    bool isEntryPointIdle; ///< whether `SendCallEntryPoint` is to call it
     Received<PatchLoadedBlob> reply;
 
     RemoteAddress Base() const
@@ -50,10 +51,18 @@ struct LoadedPatch
     }
 };
 
-/// Makes the entry point idle in the file (see `PatchImage.h`) and has it loaded.
-Result<LoadedPatch> LoadPatch(Session& session, const std::wstring& path, uint32_t milliseconds);
+/// What happens to a patch whose entry point can't be made idle, since the loader relocates its first bytes.
+enum class RelocatedEntryPoint
+{
+    IsRefused,
+    RunsInLoader, ///< as that of any other library, with the threads suspended or not
+};
 
-/// Sends `CallEntryPoint` for a patch, unless it has none. \return what `Link::Send` returns.
+/// Makes the entry point idle in the file (see `PatchImage.h`) and has it loaded.
+Result<LoadedPatch> LoadPatch(Session& session, const std::wstring& path, uint32_t milliseconds,
+                              RelocatedEntryPoint relocated = RelocatedEntryPoint::IsRefused);
+
+/// Sends `CallEntryPoint` for a patch whose entry point is idle. \return what `Link::Send` returns.
 bool SendCallEntryPoint(Session& session, const LoadedPatch& patch);
 
 /// What happens in a reload.
@@ -64,6 +73,8 @@ struct ReloadSteps
 
     /// The patch is loaded and the host's threads are suspended: routes functions, calls entry point and hooks.
     std::function<Result<>(const LoadedPatch& patch)> install;
+
+    RelocatedEntryPoint relocatedEntryPoint = RelocatedEntryPoint::IsRefused;
 };
 
 /// Runs a whole reload in the order that the host's agent requires. Once the host has agreed, and however the reload ends,

@@ -7,7 +7,6 @@
 
 #include "Torvane/Load.h"
 
-#include "samples/LiveReload/Hooks.h"
 #include "samples/LiveReload/Line.h"
 #include "samples/LiveReload/Output.h"
 
@@ -62,8 +61,8 @@ void AfterReload(HookId, const char*, unsigned number)
 }
 } // namespace
 
-extern "C" __declspec(dllexport) const ReloadHook beforeReloadHooks[hookCount] = {&BeforeReload};
-extern "C" __declspec(dllexport) const ReloadHook afterReloadHooks[hookCount] = {&AfterReload};
+extern "C" __declspec(dllexport) const ReloadHook beforeReloadHooks[] = {&BeforeReload, nullptr};
+extern "C" __declspec(dllexport) const ReloadHook afterReloadHooks[] = {&AfterReload, nullptr};
 // [end]
 
 namespace
