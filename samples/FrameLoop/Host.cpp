@@ -14,8 +14,14 @@
 
 using namespace Torvane::Sample;
 
+extern "C"
+{
 /// Frames so far. The Bridge reads it: its fake compiler takes as long as a number of frames.
-extern "C" __declspec(dllexport) volatile unsigned frameNumber = 0;
+__declspec(dllexport) volatile unsigned frameNumber = 0;
+
+/// Why there was no reload; the Bridge writes it, the first character last.
+__declspec(dllexport) volatile char reloadFailure[256] = "";
+}
 
 namespace
 {
@@ -64,9 +70,10 @@ enum class Phase
     After
 };
 
-/// \return whether there was one reload.
+/// \return whether there was one reload, and the frame has changed.
 bool RunFrames()
 {
+    const int oldMove = Advance(0);
     Phase phase = Phase::Before;
     FrameTimes before;
     FrameTimes meanwhile;
@@ -74,7 +81,7 @@ bool RunFrames()
     FrameTimes after;
     FrameClock clock(frameTime);
     int position = 0;
-    while (after.count < framesAfter && frameNumber < mostFrames)
+    while (after.count < framesAfter && frameNumber < mostFrames && reloadFailure[0] == '\0')
     {
         position = Advance(position);
         ++frameNumber;
@@ -83,7 +90,10 @@ bool RunFrames()
         const double time = clock.EndFrame();
         if (reloaded)
         {
-            printf("host  frame %u: reloaded\n", frameNumber);
+            if (Advance(0) != oldMove)
+            {
+                printf("host  frame %u: reloaded\n", frameNumber);
+            }
             reload.Add(time);
             phase = Phase::After;
         }
@@ -101,12 +111,17 @@ bool RunFrames()
             phase = Phase::PatchIsCompiled;
         }
     }
+    if (reloadFailure[0] != '\0')
+    {
+        printf("!! the reload has failed: %s\n", const_cast<const char*>(reloadFailure));
+        return false;
+    }
     before.Print("before the reload");
     meanwhile.Print("while the patch compiles");
     reload.Print("the reloaded frame");
     after.Print("after the reload");
     printf("host  a frame moves by %d\n", Advance(0));
-    return reload.count == 1;
+    return reload.count == 1 && Advance(0) != oldMove;
 }
 } // namespace
 

@@ -21,6 +21,8 @@ constexpr uint32_t pollInterval = 10; // milliseconds
 constexpr uint32_t framesToCompile = 30;
 constexpr char changedFunction[] = "Advance";
 constexpr char frameCounter[] = "frameNumber";
+constexpr char failureText[] = "reloadFailure";
+constexpr size_t failureSize = 256;
 
 uint32_t ReadFrame(const HostProcess& host, RemoteAddress address)
 {
@@ -79,6 +81,22 @@ Result<> Reload(Session& session)
     return RunReload(session, {compile, install}, limit);
 }
 
+/// The host shows why there was no reload, and ends.
+void ReportFailure(Session& session, const std::string& reason)
+{
+    const PatchImage executable(session.host.ExecutablePath());
+    const RemoteAddress text = session.Modules().empty() || !executable.Error().empty()
+                                   ? 0
+                                   : session.Modules()[0].base + executable.FindExport(failureText);
+    if (text != 0)
+    {
+        std::vector<uint8_t> bytes(reason.begin(), reason.end());
+        bytes.resize(failureSize - 1);
+        SendWriteMemory(session.link, {text + 1}, {bytes.begin() + 1, bytes.end()});
+        SendWriteMemory(session.link, {text}, {bytes[0]});
+    }
+}
+
 int RunFrameLoop(uint32_t hostProcessId)
 {
     Link link(hostProcessId);
@@ -87,7 +105,14 @@ int RunFrameLoop(uint32_t hostProcessId)
     Result<> result = session.Connect(limit);
     if (result)
     {
-        link.ServeInRun(BlobType::ScheduleReload, [&](const Message&) { result = Reload(session); });
+        const auto reload = [&](const Message&) {
+            result = Reload(session);
+            if (!result)
+            {
+                ReportFailure(session, result.Reason());
+            }
+        };
+        link.ServeInRun(BlobType::ScheduleReload, reload);
         link.Run();
     }
     if (!result)
