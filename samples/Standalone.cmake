@@ -20,6 +20,8 @@ if(MINGW)
     # Without exceptions, as the rest is built here; with frame pointers no changed function is shorter than a jump.
     target_compile_options(TorvaneSampleFlags INTERFACE
         $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> -fno-omit-frame-pointer)
+    # A host or a patch that needs a library of the compiler wouldn't start, or be loaded, where it isn't installed.
+    target_link_options(TorvaneSampleFlags INTERFACE -static)
 endif()
 if(TORVANE_ARCHITECTURE STREQUAL x86)
     target_link_libraries(TorvaneSampleFlags INTERFACE TorvaneAgent::TorvaneAgent)

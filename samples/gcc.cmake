@@ -1,0 +1,8 @@
+# Toolchain: MinGW-w64's GCC for TORVANE_TRIPLE. The Bridge kit needs the one with POSIX threads where there are two.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TORVANE_TRIPLE)
+set(CMAKE_SYSTEM_NAME Windows)
+find_program(TORVANE_C NAMES ${TORVANE_TRIPLE}-gcc-posix ${TORVANE_TRIPLE}-gcc REQUIRED)
+find_program(TORVANE_CXX NAMES ${TORVANE_TRIPLE}-g++-posix ${TORVANE_TRIPLE}-g++ REQUIRED)
+set(CMAKE_C_COMPILER "${TORVANE_C}")
+set(CMAKE_CXX_COMPILER "${TORVANE_CXX}")
+set(CMAKE_RC_COMPILER ${TORVANE_TRIPLE}-windres)
