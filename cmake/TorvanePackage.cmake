@@ -49,6 +49,8 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     install(FILES "${TORVANE_BIN_DIR}/TVN_Agent_x86.pdb" DESTINATION bin)
     install(FILES "${TORVANE_BIN_DIR}/TVN_Agent_x86.lib" DESTINATION lib)
     install(TARGETS TorvaneDoctor RUNTIME DESTINATION bin)
+    install(FILES cmake/TorvaneAgentHost.cmake cmake/PatchEntry.c cmake/PatchExports.cmake
+        DESTINATION lib/cmake/TorvaneAgent)
     install(FILES docs/host-guide.md docs/troubleshooting.md DESTINATION docs)
     install(DIRECTORY samples DESTINATION . USE_SOURCE_PERMISSIONS)
 
@@ -92,6 +94,7 @@ if(TORVANE_ARCHITECTURE STREQUAL x86 AND PROJECT_IS_TOP_LEVEL)
     set(CPACK_INSTALL_CMAKE_PROJECTS
         "${CMAKE_BINARY_DIR};TorvaneAgent;ALL;/"
         "${TORVANE_X64_BUILD_DIR};TorvaneBridge;ALL;/")
+    set(CPACK_PACKAGE_CHECKSUM SHA256) # beside the zip
     set(CPACK_VERBATIM_VARIABLES ON)
     include(CPack)
 endif()

@@ -13,12 +13,16 @@ set(expected
     include/Torvane/Load.h
     lib/TVN_Agent_x86.lib
     lib/libTVN_Agent_x86.dll.a
+    lib/cmake/TorvaneAgent/PatchEntry.c
+    lib/cmake/TorvaneAgent/PatchExports.cmake
     lib/cmake/TorvaneAgent/TorvaneAgentConfig.cmake
     lib/cmake/TorvaneAgent/TorvaneAgentConfigVersion.cmake
+    lib/cmake/TorvaneAgent/TorvaneAgentHost.cmake
     licenses/libgcc.txt
     licenses/libstdc++.txt
     licenses/mingw-w64.txt
     licenses/xxHash.txt
+    samples/Build.cmake
     samples/CMakeLists.txt
     samples/LiveReload/Host.cpp)
 foreach(file IN LISTS expected)

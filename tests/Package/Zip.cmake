@@ -1,8 +1,15 @@
-# The zip contains each installed file, byte for byte.
+# Makes the zip: it has its checksum beside it, and contains each installed file, byte for byte.
+set(name "TorvaneAgent-${VERSION}-windows")
 execute_process(COMMAND "${CPACK}" --config "${BUILD}/CPackConfig.cmake" -B "${OUTPUT}" COMMAND_ERROR_IS_FATAL ANY)
+file(SHA256 "${OUTPUT}/${name}.zip" checksum)
+file(READ "${OUTPUT}/${name}.zip.sha256" line)
+if(NOT line STREQUAL "${checksum}  ${name}.zip\n")
+    message(SEND_ERROR "The checksum isn't that of the zip: ${line}")
+endif()
+
 set(unpacked "${OUTPUT}/unpacked")
 file(REMOVE_RECURSE "${unpacked}")
-file(ARCHIVE_EXTRACT INPUT "${OUTPUT}/TorvaneAgent-${VERSION}-windows.zip" DESTINATION "${unpacked}")
+file(ARCHIVE_EXTRACT INPUT "${OUTPUT}/${name}.zip" DESTINATION "${unpacked}")
 string(REPLACE "|" ";" folders "${INSTALLED}")
 foreach(folder IN LISTS folders)
     file(GLOB_RECURSE files RELATIVE "${folder}" "${folder}/*")
@@ -11,9 +18,7 @@ foreach(folder IN LISTS folders)
         message(SEND_ERROR "Only ${count} files are installed in ${folder}")
     endif()
     foreach(file IN LISTS files)
-        execute_process(
-            COMMAND "${CMAKE_COMMAND}" -E compare_files
-                    "${folder}/${file}" "${unpacked}/TorvaneAgent-${VERSION}-windows/${file}"
+        execute_process(COMMAND "${CMAKE_COMMAND}" -E compare_files "${folder}/${file}" "${unpacked}/${name}/${file}"
             RESULT_VARIABLE result)
         if(NOT result EQUAL 0)
             message(SEND_ERROR "${file} is missing from the zip, or another one")
@@ -21,7 +26,7 @@ foreach(folder IN LISTS folders)
     endforeach()
 endforeach()
 foreach(program TVN_Agent_x86.dll TVN_Agent_Bridge_x64.exe blobs.exe torvane-doctor.exe)
-    if(NOT EXISTS "${unpacked}/TorvaneAgent-${VERSION}-windows/bin/${program}")
+    if(NOT EXISTS "${unpacked}/${name}/bin/${program}")
         message(SEND_ERROR "The zip has no ${program}")
     endif()
 endforeach()
