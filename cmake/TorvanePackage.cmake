@@ -36,6 +36,19 @@ function(torvane_install_license name)
     install(CODE "message(FATAL_ERROR \"The licence of ${name} is missing: none of ${files}\")")
 endfunction()
 
+# torvane_install_documents(document...): without the places of their code in these sources.
+function(torvane_install_documents)
+    set(folder "${CMAKE_CURRENT_BINARY_DIR}/package/docs")
+    foreach(document IN LISTS ARGN)
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${document}")
+        file(READ "${document}" text)
+        string(REGEX REPLACE "<!-- snippet [^\n]*\n" "" text "${text}")
+        cmake_path(GET document FILENAME name)
+        file(WRITE "${folder}/${name}" "${text}")
+        install(FILES "${folder}/${name}" DESTINATION docs)
+    endforeach()
+endfunction()
+
 set(TORVANE_LICENSES_DIR "" CACHE PATH "Folder of the licences of MinGW's packages, as <package>/copyright")
 add_custom_target(TorvanePackageContents)
 if(TORVANE_ARCHITECTURE STREQUAL x86)
@@ -51,8 +64,10 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     install(TARGETS TorvaneDoctor RUNTIME DESTINATION bin)
     install(FILES cmake/TorvaneAgentHost.cmake cmake/PatchEntry.c cmake/PatchExports.cmake
         DESTINATION lib/cmake/TorvaneAgent)
-    install(FILES docs/host-guide.md docs/troubleshooting.md DESTINATION docs)
-    install(DIRECTORY samples DESTINATION . USE_SOURCE_PERMISSIONS)
+    install(FILES package/README.md package/CHANGELOG.md LICENSE DESTINATION .)
+    install(FILES package/licenses.md DESTINATION licenses RENAME README.md)
+    torvane_install_documents(docs/host-guide.md docs/troubleshooting.md)
+    install(DIRECTORY samples DESTINATION . PATTERN demo EXCLUDE PATTERN demo.sh EXCLUDE)
 
     if(TORVANE_XED_INCLUDE_DIR AND TORVANE_XED_LIBRARY)
         torvane_install_license(XED "${TORVANE_XED_ROOT}/LICENSE" "${TORVANE_XED_INCLUDE_DIR}/../LICENSE"
@@ -77,7 +92,8 @@ elseif(TORVANE_ARCHITECTURE STREQUAL x64)
     # The default Bridge is installed beside the Agent; its source is a starting point for another one.
     install(TARGETS TorvaneDefaultBridge TorvaneBlobs RUNTIME DESTINATION bin)
     install(FILES bridge/Main.cpp DESTINATION bridge)
-    install(FILES docs/protocol.md docs/recording.md docs/recording.png DESTINATION docs)
+    torvane_install_documents(docs/protocol.md docs/recording.md)
+    install(FILES docs/recording.png DESTINATION docs)
     install(DIRECTORY tools/blobs/Example/ DESTINATION samples/recordings)
     # What is linked into the programs.
     torvane_install_license(nlohmann-json "${nlohmann_json_SOURCE_DIR}/LICENSE.MIT")

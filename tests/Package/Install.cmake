@@ -4,6 +4,9 @@ execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD}" --prefix "${PREF
     OUTPUT_QUIET)
 
 set(expected
+    CHANGELOG.md
+    LICENSE
+    README.md
     bin/TVN_Agent_x86.dll
     bin/TVN_Agent_x86.pdb
     bin/torvane-doctor.exe
@@ -18,6 +21,7 @@ set(expected
     lib/cmake/TorvaneAgent/TorvaneAgentConfig.cmake
     lib/cmake/TorvaneAgent/TorvaneAgentConfigVersion.cmake
     lib/cmake/TorvaneAgent/TorvaneAgentHost.cmake
+    licenses/README.md
     licenses/libgcc.txt
     licenses/libstdc++.txt
     licenses/mingw-w64.txt
