@@ -112,8 +112,12 @@ int main()
     }
     if (!ready)
     {
-        Log("!! %s", ready.Reason().c_str());
-        return 1;
+        const bool hasEnded = link.WaitUntilClosed(0); // a restarted host ends soon: it needs nothing
+        if (!hasEnded)
+        {
+            Log("!! %s", ready.Reason().c_str());
+        }
+        return hasEnded ? 0 : 1;
     }
     link.ServeInRun(BlobType::ScheduleReload, [&](const Message&) { Reload(session); });
     link.ServeInRun(BlobType::ScheduleRestart, [&](const Message&) { Restart(session); });
