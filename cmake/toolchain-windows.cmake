@@ -42,9 +42,13 @@ else()
     set(runtime "")
 endif()
 string(APPEND platform " -D_WIN32_WINNT=0x0A00")
-set(cxxHeaders "${gccFolder}/include/c++")
+set(TORVANE_PLATFORM_HEADERS "${platformFolder}/include")
+set(TORVANE_PLATFORM_LIBRARIES "${platformLibraries}")
+set(TORVANE_CXX_HEADERS "${gccFolder}/include/c++" "${gccFolder}/include/c++/${TORVANE_TRIPLE}")
+list(TRANSFORM TORVANE_CXX_HEADERS PREPEND "-isystem " OUTPUT_VARIABLE cxxHeaders)
+list(JOIN cxxHeaders " " cxxHeaders)
 set(CMAKE_C_FLAGS_INIT "${platform}")
-set(CMAKE_CXX_FLAGS_INIT "-isystem ${cxxHeaders} -isystem ${cxxHeaders}/${TORVANE_TRIPLE} ${platform}")
+set(CMAKE_CXX_FLAGS_INIT "${cxxHeaders} ${platform}")
 
 # Without the C++ library: what needs it links the target Torvane::CppLibrary.
 string(CONCAT linking

@@ -34,7 +34,7 @@
 #include <string.h>
 #include <windows.h>
 
-#if defined(__cplusplus) && defined(__GNUC__)
+#if defined(__cplusplus) && (defined(__GNUC__) || defined(__clang__))
 #pragma GCC diagnostic push /* what C can't do without */
 #pragma GCC diagnostic ignored "-Wold-style-cast"
 #pragma GCC diagnostic ignored "-Wzero-as-null-pointer-constant"
@@ -483,7 +483,7 @@ static inline bool TvnHostWantsRestart(const TvnHost* host)
     return TvnHostIsConnected(host) && host->exports.TvnWantsRestart();
 }
 
-#if defined(__cplusplus) && defined(__GNUC__)
+#if defined(__cplusplus) && (defined(__GNUC__) || defined(__clang__))
 #pragma GCC diagnostic pop
 #endif
 

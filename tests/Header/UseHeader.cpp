@@ -1,6 +1,6 @@
 #include <Torvane/Agent.h>
 
-#include <cstddef>
+#include <stddef.h>
 
 static_assert(sizeof(TvnDefaultAgent) == 20 * sizeof(void*), "20 members");
 static_assert(sizeof(TvnSynchronizedAgent) == 24 * sizeof(void*), "24 members");
