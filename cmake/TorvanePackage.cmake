@@ -64,7 +64,7 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
     install(TARGETS TorvaneDoctor RUNTIME DESTINATION bin)
     install(FILES cmake/TorvaneAgentHost.cmake cmake/PatchEntry.c cmake/PatchExports.cmake
         DESTINATION lib/cmake/TorvaneAgent)
-    install(FILES package/README.md package/CHANGELOG.md LICENSE DESTINATION .)
+    install(FILES package/README.md package/CHANGELOG.md package/Torvane.props LICENSE DESTINATION .)
     install(FILES package/licenses.md DESTINATION licenses RENAME README.md)
     torvane_install_documents(docs/host-guide.md docs/troubleshooting.md)
     install(DIRECTORY samples DESTINATION . PATTERN demo EXCLUDE PATTERN demo.sh EXCLUDE)
