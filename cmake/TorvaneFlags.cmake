@@ -6,6 +6,8 @@
 
 include(TorvaneDependencies)
 
+option(TORVANE_WARNINGS_AS_ERRORS "Let warnings fail the build" ${PROJECT_IS_TOP_LEVEL})
+
 add_library(TorvaneCommonFlags INTERFACE)
 target_include_directories(TorvaneCommonFlags INTERFACE
     "${CMAKE_CURRENT_SOURCE_DIR}/src" "${CMAKE_CURRENT_SOURCE_DIR}/include")
@@ -16,7 +18,7 @@ else()
     target_include_directories(TorvaneCommonFlags SYSTEM INTERFACE "${xxhash_SOURCE_DIR}")
 endif()
 target_compile_options(TorvaneCommonFlags INTERFACE
-    -Wall -Wextra $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>
+    -Wall -Wextra $<$<BOOL:${TORVANE_WARNINGS_AS_ERRORS}>:-Werror>
     -fno-omit-frame-pointer "-ffile-prefix-map=${CMAKE_CURRENT_SOURCE_DIR}/=")
 if(WIN32)
     target_compile_definitions(TorvaneCommonFlags INTERFACE WIN32_LEAN_AND_MEAN NOMINMAX)
@@ -47,15 +49,12 @@ target_link_libraries(TorvaneTestFlags INTERFACE TorvaneCommonFlags)
 target_include_directories(TorvaneTestFlags INTERFACE "${CMAKE_CURRENT_SOURCE_DIR}")
 add_library(Torvane::TestFlags ALIAS TorvaneTestFlags)
 
+# The toolchain file says which library that is, if the compiler isn't to add its own.
 add_library(TorvaneCppLibrary INTERFACE)
-if(WIN32)
-    target_link_libraries(TorvaneCppLibrary INTERFACE -lstdc++ -lgcc_eh -lwinpthread)
-    # The library is built with the headers of the older C runtime, whose mbstate_t, a part of each file stream, is
-    # smaller than the universal one's. Code that uses the library needs the same; it can link either runtime.
-    target_compile_options(TorvaneCppLibrary INTERFACE
-        $<BUILD_INTERFACE:$<$<COMPILE_LANGUAGE:CXX>:-U_UCRT>>
-        $<BUILD_INTERFACE:$<$<COMPILE_LANGUAGE:CXX>:-U__MSVCRT_VERSION__>>)
-endif()
+target_link_libraries(TorvaneCppLibrary INTERFACE ${TORVANE_CXX_LIBRARY})
+foreach(option IN LISTS TORVANE_CXX_LIBRARY_OPTIONS)
+    target_compile_options(TorvaneCppLibrary INTERFACE $<BUILD_INTERFACE:$<$<COMPILE_LANGUAGE:CXX>:${option}>>)
+endforeach()
 set_target_properties(TorvaneCppLibrary PROPERTIES EXPORT_NAME CppLibrary)
 add_library(Torvane::CppLibrary ALIAS TorvaneCppLibrary)
 

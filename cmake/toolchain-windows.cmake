@@ -50,7 +50,11 @@ list(JOIN cxxHeaders " " cxxHeaders)
 set(CMAKE_C_FLAGS_INIT "${platform}")
 set(CMAKE_CXX_FLAGS_INIT "${cxxHeaders} ${platform}")
 
-# Without the C++ library: what needs it links the target Torvane::CppLibrary.
+# Without the C++ library: what needs it links the target Torvane::CppLibrary. It is built with the headers of the older C
+# runtime, whose mbstate_t, a part of each file stream, is smaller than the universal one's. Code that uses the library needs
+# the same; it can link either runtime.
+set(TORVANE_CXX_LIBRARY -lstdc++ -lgcc_eh -lwinpthread)
+set(TORVANE_CXX_LIBRARY_OPTIONS -U_UCRT -U__MSVCRT_VERSION__)
 string(CONCAT linking
     "-fuse-ld=lld -static -nostdlib++${runtime} -Wno-unused-command-line-argument"
     " -B${gccFolder} -L${gccFolder} -L${platformLibraries}")
