@@ -7,6 +7,7 @@
 #if TORVANE_HOST_HALF
 
 #include "tests/Support/HeapLock.h"
+#include "tests/Support/OperatingSystem.h"
 
 #include <string.h>
 
@@ -150,6 +151,7 @@ HOST_TEST(LockDiscovery, RegistersTheHeapsLockOrThatThereIsNone)
     ConnectDefaultAgent();
     const uint64_t lock = AwaitNumber("heap lock");
     EXPECT_EQ(reinterpret_cast<uintptr_t>(LockOfProcessHeap()), lock);
+    EXPECT_EQ(lock != 0, HeapHeaderHasLock());
     const std::string outcome = lock != 0 ? foundHeapLock + Hexadecimal(lock) : noHeapLock;
     ExpectLogOrder({"Registering process with bridge", outcome, "Initialization done"});
     EXPECT_EQ(1u, CountInLog(outcome));

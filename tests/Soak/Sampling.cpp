@@ -2,6 +2,7 @@
 
 #include "Shared/Memory/Allocator/PoolChunk.h"
 #include "tests/Support/Modules.h"
+#include "tests/Support/OperatingSystem.h"
 
 #include <algorithm>
 
@@ -96,13 +97,13 @@ uint32_t CountThreads()
     return count;
 }
 
-/// Wine's `GetProcessHandleCount` gives 0. Handles are tried one by one then: a new one is the lowest that is free. The
-/// list of all processes' handles can't be used, since Wine 8's server crashes on a process without handles.
+/// Where the OS doesn't count them, handles are tried one by one: a new one is the lowest that is free. The list of all
+/// processes' handles can't be used, since Wine 8's server crashes on a process without handles.
 uint32_t CountHandles()
 {
     constexpr uint32_t longestGap = 512;
     DWORD handles = 0;
-    if (GetProcessHandleCount(GetCurrentProcess(), &handles) && handles != 0)
+    if (Testing::CountsHandles() && GetProcessHandleCount(GetCurrentProcess(), &handles))
     {
         return handles;
     }
@@ -121,14 +122,14 @@ uint32_t CountHandles()
 
 uint64_t MeasureAddressSpace()
 {
+    const bool ownReserves = Testing::ReservesBelongToTheProcess();
     uint64_t size = 0;
     MEMORY_BASIC_INFORMATION pages = {};
     for (const char* next = nullptr; VirtualQuery(next, &pages, sizeof(pages)) == sizeof(pages);
          next = static_cast<const char*>(pages.BaseAddress) + pages.RegionSize)
     {
-        // Wine has reserves of its own, without a protection to be allocated with.
-        const bool used =
-            pages.State == MEM_COMMIT || (pages.State == MEM_RESERVE && pages.AllocationProtect != 0);
+        const bool own = ownReserves || pages.AllocationProtect != 0;
+        const bool used = pages.State == MEM_COMMIT || (pages.State == MEM_RESERVE && own);
         size += used ? pages.RegionSize : 0;
     }
     return size;

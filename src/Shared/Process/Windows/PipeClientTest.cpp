@@ -3,6 +3,7 @@
 #include "tests/Support/FakeImport.h"
 #include "tests/Support/LogLine.h"
 #include "tests/Support/OSErrorLine.h"
+#include "tests/Support/OperatingSystem.h"
 #include "tests/Support/RecordedLog.h"
 #include "tests/Support/TestMemorySystem.h"
 #include "tests/Support/TestThread.h"
@@ -283,8 +284,8 @@ TEST_F(PipeClient, AClientThatHasClosedAlreadyIsAFailure)
     DisconnectClient();
     const Result<bool> result = WaitForPipeClient(pipe, testTimeout);
     EXPECT_STREQ(result.error, connectFailure);
-    EXPECT_EQ(result.code, static_cast<uint32_t>(ERROR_NO_DATA));
-    ExpectLines(FailureLines(ERROR_NO_DATA));
+    EXPECT_EQ(result.code, closedPipeError);
+    ExpectLines(FailureLines(closedPipeError));
 }
 
 TEST_F(PipeClient, AHandleThatIsNoPipeIsAFailure)

@@ -3,6 +3,7 @@
 #include "Shared/Foundation/FixedString.h"
 #include "tests/Support/FakeImport.h"
 #include "tests/Support/HeapLock.h"
+#include "tests/Support/OperatingSystem.h"
 #include "tests/Support/ProcessMemoryFixture.h"
 #include "tests/Support/TestThread.h"
 
@@ -400,6 +401,7 @@ TEST_F(ProcessHeapTest, AnswersForTheRealHeapAndLeavesItFree)
 {
     const HANDLE heap = GetProcessHeap();
     void* expected = LockOfProcessHeap();
+    EXPECT_EQ(expected != nullptr, HeapHeaderHasLock());
     EXPECT_EQ(GetProcessHeapLock(), expected);
     ASSERT_FALSE(log.GetLines().empty());
     EXPECT_EQ(log.GetLines().back(), expected != nullptr ? FoundLine(expected) : notFoundLine);
