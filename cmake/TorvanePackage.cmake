@@ -49,6 +49,20 @@ function(torvane_install_documents)
     endforeach()
 endfunction()
 
+# torvane_install_runtime_licenses(processor): of what the compiler links: start-up code, what it calls for 64-bit division and
+# large stack frames, and in programs the C++ library.
+function(torvane_install_runtime_licenses processor)
+    if(TORVANE_LLVM_MINGW_FOLDER)
+        torvane_install_license(LLVM "${TORVANE_LLVM_MINGW_FOLDER}/LICENSE.TXT")
+        torvane_install_license(mingw-w64
+            "${TORVANE_LLVM_MINGW_FOLDER}/${TORVANE_TRIPLE}/share/mingw32/COPYING.MinGW-w64-runtime.txt")
+    else()
+        torvane_install_license(mingw-w64 "${TORVANE_LICENSES_DIR}/mingw-w64-${processor}-dev/copyright")
+        torvane_install_license(libgcc "${TORVANE_LICENSES_DIR}/gcc-mingw-w64-${processor}-posix/copyright")
+        torvane_install_license(libstdc++ "${TORVANE_LICENSES_DIR}/g++-mingw-w64-${processor}-posix/copyright")
+    endif()
+endfunction()
+
 set(TORVANE_LICENSES_DIR "" CACHE PATH "Folder of the licences of MinGW's packages, as <package>/copyright")
 add_custom_target(TorvanePackageContents)
 if(TORVANE_ARCHITECTURE STREQUAL x86)
@@ -77,10 +91,7 @@ if(TORVANE_ARCHITECTURE STREQUAL x86)
         torvane_install_license(Zycore "${zycore_SOURCE_DIR}/LICENSE")
     endif()
     torvane_install_license(xxHash "${xxhash_SOURCE_DIR}/LICENSE")
-    torvane_install_license(libstdc++ "${TORVANE_LICENSES_DIR}/g++-mingw-w64-i686-posix/copyright") # in the doctor
-    # Start-up code, and what the compiler calls for 64-bit division and large stack frames.
-    torvane_install_license(mingw-w64 "${TORVANE_LICENSES_DIR}/mingw-w64-i686-dev/copyright")
-    torvane_install_license(libgcc "${TORVANE_LICENSES_DIR}/gcc-mingw-w64-i686-posix/copyright")
+    torvane_install_runtime_licenses(i686)
 elseif(TORVANE_ARCHITECTURE STREQUAL x64)
     add_dependencies(TorvanePackageContents TorvaneBridge TorvaneRecording TorvaneDefaultBridge TorvaneBlobs)
     torvane_install_package_files(TorvaneBridge)
@@ -99,9 +110,7 @@ elseif(TORVANE_ARCHITECTURE STREQUAL x64)
     torvane_install_license(nlohmann-json "${nlohmann_json_SOURCE_DIR}/LICENSE.MIT")
     FetchContent_GetProperties(ZLIB)
     torvane_install_license(zlib "${zlib_SOURCE_DIR}/LICENSE" "${TORVANE_LICENSES_DIR}/libz-mingw-w64-dev/copyright")
-    torvane_install_license(mingw-w64 "${TORVANE_LICENSES_DIR}/mingw-w64-x86-64-dev/copyright")
-    torvane_install_license(libgcc "${TORVANE_LICENSES_DIR}/gcc-mingw-w64-x86-64-posix/copyright")
-    torvane_install_license(libstdc++ "${TORVANE_LICENSES_DIR}/g++-mingw-w64-x86-64-posix/copyright")
+    torvane_install_runtime_licenses(x86-64)
 endif()
 
 if(TORVANE_ARCHITECTURE STREQUAL x86 AND PROJECT_IS_TOP_LEVEL)
