@@ -144,9 +144,10 @@ int main()
     const std::vector<std::wstring> words = CommandLineWords();
     if (words.size() == 2 && (words[1] == L"--help" || words[1] == L"--version"))
     {
-        fputs(words[1] == L"--help" ? help
-                                    : (std::string("TVN_Agent_Bridge_x64 ") + apiVersion + "\n").c_str(),
-              stdout);
+        const std::string text = words[1] == L"--help"
+                                     ? std::string(help) + "\n" + WatchHelp()
+                                     : std::string("TVN_Agent_Bridge_x64 ") + apiVersion + "\n";
+        fputs(text.c_str(), stdout);
         return 0;
     }
     const std::string scenario = ChosenScenario();

@@ -22,6 +22,8 @@ TORVANE_BRIDGE_RECORDING=FILE *
 TORVANE_BRIDGE_SCENARIO=NAME *
 *
 Exit status: 0 success, 1 *, 2 *, 64 wrong usage, 73 *
+
+A watching Bridge loads each *
 '''
 
 
