@@ -1,5 +1,6 @@
 """What is measured: one entry a benchmark. Everything else here uses this table."""
 
+import re
 from dataclasses import dataclass, field
 
 
@@ -15,12 +16,14 @@ class Benchmark:
     goal: float = None  # of the ratio; a minimum for "speed", a maximum for "cost"
     goalBaselines: list = field(default_factory=list)  # which baselines the goal applies to
     goalFrom: float = 0  # the smallest size that the goal applies to
+    goalCases: str = ""  # the end of the names of the cases that the goal applies to
     program: str = "FunctionBenchmarks"
     rounds: int = 11
     quickRounds: int = 2
-    chartKind: str = "bars"  # or "lines", where the cases are sizes
+    chartKind: str = "bars"  # or "lines", where the cases are sizes; "curves", where several sizes are varied
     oneProcessor: bool = False  # where threads wait for each other all the time
     allocations: bool = False  # whether the program also counts the allocations of one run, for each side
+    ways: tuple = ((),)  # the program runs once with each of these arguments
     recorded: bool = False  # each side is a run of its own in each round, ours with a recording of its traffic
     # By case: (unit, scale) where it isn't the benchmark's; such a case needs no baseline.
     units: dict = field(default_factory=dict)
@@ -41,13 +44,34 @@ class Benchmark:
         return ratio >= self.goal if self.ratio == "speed" else ratio <= self.goal
 
     def hasGoal(self, case, baseline):
-        return baseline in self.goalBaselines and (self.goalFrom == 0 or sizeOf(case) >= self.goalFrom)
+        return (baseline in self.goalBaselines and case.endswith(self.goalCases) and
+                (self.goalFrom == 0 or sizeOf(case) >= self.goalFrom))
+
+    def curvesOf(self, cases):
+        """Where several sizes are varied: the points of each curve, by what is varied and what is measured, and by side.
+
+        A point is a size and the measured values, one a round.
+        """
+        curves = {}
+        for case, sides in cases.items() if self.chartKind == "curves" else ():
+            point = re.fullmatch(r"\d+ (\w+), (.+)", case)
+            if point:
+                varied = "size" if point[1] in UNITS else point[1].rstrip("s") + "s"
+                for side, values in sides.items():
+                    curves.setdefault((varied, point[2]), {}).setdefault(side, []).append((sizeOf(case), values))
+        for sides in curves.values():
+            for points in sides.values():
+                points.sort()
+        return curves
+
+
+UNITS = {"KiB": 1024, "MiB": 1024 ** 2, "KB": 1e3, "MB": 1e6}
 
 
 def sizeOf(case):
     """The size at the start of a case's name, in bytes or as a count."""
     count, unit = (case.replace(",", "").split() + [""])[:2]
-    return float(count) * {"KiB": 1024, "MiB": 1024 ** 2, "KB": 1e3, "MB": 1e6}.get(unit, 1)
+    return float(count) * UNITS.get(unit, 1)
 
 
 NANOSECONDS = 1e9

@@ -33,16 +33,6 @@ class Samples:
                     entries.append(entry)
         return entries
 
-    @staticmethod
-    def fromJson(entries):
-        samples = Samples()
-        for entry in entries:
-            for value in entry["values"]:
-                samples.add(entry["benchmark"], entry["case"], entry["side"], value)
-            if "allocations" in entry:
-                samples.addAllocations(entry["benchmark"], entry["case"], entry["side"], entry["allocations"])
-        return samples
-
 
 def run(command, environment=None):
     done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
@@ -76,7 +66,8 @@ def runProcesses(emulator, program, benchmark, quick, samples):
         for round in range(rounds):
             runBothWays(command, benchmark, round, samples)
     else:
-        collect(run(command + [f"--rounds={rounds}"]), benchmark, samples)
+        for way in benchmark.ways:
+            collect(run(command + [f"--rounds={rounds}", *way]), benchmark, samples)
 
 
 def collect(output, benchmark, samples):

@@ -1,5 +1,6 @@
-"""Medians, ratios and their spread, as text and as Markdown."""
+"""Medians, ratios and their spread, and how costs grow, as text and as Markdown."""
 
+import math
 import statistics
 
 OURS = "ours"
@@ -62,7 +63,8 @@ def goalWords(benchmark):
         return ""
     sign = "at least" if benchmark.ratio == "speed" else "at most"
     start = f", from {benchmark.goalFrom // 1024} KiB" if benchmark.goalFrom else ""
-    return f"goal: {sign} {benchmark.goal:g} against {' and '.join(benchmark.goalBaselines)}{start}"
+    cases = f" for the {benchmark.goalCases}" if benchmark.goalCases else ""
+    return f"goal: {sign} {benchmark.goal:g} against {' and '.join(benchmark.goalBaselines)}{cases}{start}"
 
 
 def ratioWords(benchmark):
@@ -90,17 +92,44 @@ def roundWords(benchmark, rows):
     return f"{rounds} rounds; {goalWords(benchmark) or 'no goal'}"
 
 
-def asText(benchmark, rows):
-    lines = [headings(benchmark)] + [cells(row) for row in rows]
+def exponentOf(points):
+    """The slope of the line through the logarithms: 1 if the cost is proportional to the size, 0 if it stays the same."""
+    xs = [math.log(size) for size, _ in points]
+    ys = [math.log(statistics.median(values)) for _, values in points]
+    middleX, middleY = statistics.mean(xs), statistics.mean(ys)
+    return sum((x - middleX) * (y - middleY) for x, y in zip(xs, ys)) / sum((x - middleX) ** 2 for x in xs)
+
+
+def growthOf(benchmark, samples):
+    """A table of exponents, headings first: one row a curve, one column a side. Empty where nothing is varied."""
+    curves = benchmark.curvesOf(samples.values.get(benchmark.number, {}))
+    sides = list(dict.fromkeys(side for curve in curves.values() for side in curve))
+    rows = [[f"{measured}, by {varied}"] +
+            [f"{exponentOf(curve[side]):.2f}" if len(curve.get(side, [])) > 1 else "" for side in sides]
+            for (varied, measured), curve in curves.items()]
+    return [["fitted exponent", *sides]] + rows if rows else []
+
+
+def alignedLines(lines):
     widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
+    return ["   " + "  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines]
+
+
+def asText(benchmark, rows, growth):
     title = f"{benchmark.number}. {benchmark.title} ({roundWords(benchmark, rows)})"
-    body = ["  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines]
-    return "\n".join([title] + ["   " + line for line in body])
+    body = alignedLines([headings(benchmark)] + [cells(row) for row in rows])
+    return "\n".join([title] + body + ([""] + alignedLines(growth) if growth else []))
 
 
-def asMarkdown(benchmark, rows):
+def markdownLines(lines, rule):
+    return ["| " + " | ".join(line) + " |" for line in [lines[0], rule, *lines[1:]]]
+
+
+def asMarkdown(benchmark, rows, growth, run):
     allocations = ["--:"] if benchmark.allocations else []
-    rule = ["---", "--:", "---", "--:", "--:", "--:", *allocations, "---"]
-    lines = [headings(benchmark), rule] + [cells(row) for row in rows]
-    head = [f"![{benchmark.title}](benchmarks/{benchmark.chart})", "", f"{roundWords(benchmark, rows)}.", ""]
-    return "\n".join(head + ["| " + " | ".join(line) + " |" for line in lines])
+    head = [f"![{benchmark.title}](benchmarks/{benchmark.chart})", "",
+            f"{roundWords(benchmark, rows)}. Measured on {run['date']}, sources of {run['commit']}.", ""]
+    body = markdownLines([headings(benchmark)] + [cells(row) for row in rows],
+                         ["---", "--:", "---", "--:", "--:", "--:", *allocations, "---"])
+    tail = ["", *markdownLines(growth, ["---"] + ["--:"] * (len(growth[0]) - 1))] if growth else []
+    return "\n".join(head + body + tail)
