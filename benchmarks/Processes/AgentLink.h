@@ -109,6 +109,7 @@ void MeasurePatches(Session& session);
 void AnswerExceptions(Session& session);
 void ReceiveBursts(Session& session);
 
-/// Connects by the Bridge kit itself.
+// These connect by the Bridge kit itself.
 void MeasureRecording(Board& board);
+void MeasureReloads(Board& board);
 } // namespace Torvane::Benchmarks

@@ -52,15 +52,16 @@ int main()
     }
     board->bridgeProcessId = static_cast<LONG>(GetCurrentProcessId());
     const BridgeBenchmark measure = FindBenchmark(board->benchmark);
-    if (measure == nullptr && board->benchmark != 12)
+    const bool usesKit = board->benchmark == 12 || board->benchmark == 13;
+    if (measure == nullptr && !usesKit)
     {
         InterlockedExchange(&board->bridgeDone, 1);
         return Torvane::Bridge::RunDefaultBridge(host);
     }
     _beginthreadex(nullptr, 0, EndWithHost, OpenProcess(SYNCHRONIZE, FALSE, host), 0, nullptr);
-    if (measure == nullptr)
+    if (usesKit)
     {
-        MeasureRecording(board);
+        (board->benchmark == 12 ? MeasureRecording : MeasureReloads)(board);
         return 0;
     }
     AgentLink agent(host);

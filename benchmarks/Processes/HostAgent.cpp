@@ -30,6 +30,7 @@ Function* Resolve(HMODULE library, const char* name)
 HostAgent::HostAgent()
     : library(nullptr)
     , calls()
+    , synchronizedCalls()
     , connected(CreateEventW(nullptr, FALSE, FALSE, nullptr))
 {
 }
@@ -61,6 +62,13 @@ void HostAgent::Start()
 {
     Resolve<decltype(TvnStartupDefaultAgent)>(library, "TvnStartupDefaultAgent")(&calls, nullptr, nullptr,
                                                                                  nullptr);
+}
+
+void HostAgent::StartSynchronized()
+{
+    Resolve<decltype(TvnStartupSynchronizedAgent)>(library, "TvnStartupSynchronizedAgent")(
+        &synchronizedCalls, nullptr, nullptr, nullptr);
+    calls.TvnOnConnection = synchronizedCalls.TvnOnConnection;
 }
 
 void HostAgent::WaitForConnection()

@@ -24,12 +24,14 @@ public:
 
     void Load();
     void Start();
+    void StartSynchronized();
     void WaitForConnection();
     void Shutdown();
     void Unload();
 
     HMODULE library;
-    TvnDefaultAgent calls; ///< from `Start` on
+    TvnDefaultAgent calls;                  ///< from `Start` on
+    TvnSynchronizedAgent synchronizedCalls; ///< from `StartSynchronized` on
 
 private:
     HANDLE connected;

@@ -27,4 +27,9 @@ void MeasureStartup(Board& board);
 
 /// Benchmark 11.
 void MeasureExceptions(Board& board, TvnDefaultAgent& agent);
+
+/// Benchmark 13, with an Agent of its own, and its other hosts, which its Bridge starts.
+void HostReloads(Board& board);
+void HostBareReloads(Board& board, uint32_t bridgeProcessId);
+void HostRestarted(Board& board, uint32_t megabytes);
 } // namespace Torvane::Benchmarks

@@ -7,6 +7,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 namespace
 {
 using namespace Torvane::Benchmarks;
@@ -60,40 +62,62 @@ void RunWithBridge(Board& board)
     agent.Shutdown();
     CallRow(&Row::clearUp, board, agent.calls);
 }
+/// \return the number after an option's name and `=`; `otherwise` without the option.
+uint32_t Option(int count, char** arguments, const std::string& name, uint32_t otherwise)
+{
+    const std::string start = name + "=";
+    for (int i = 1; i < count; ++i)
+    {
+        if (strncmp(arguments[i], start.c_str(), start.size()) == 0)
+        {
+            return static_cast<uint32_t>(atoi(arguments[i] + start.size()));
+        }
+    }
+    return otherwise;
+}
+
+bool HasOption(int count, char** arguments, const char* name)
+{
+    return std::any_of(arguments + 1, arguments + count,
+                       [name](const char* argument) { return strcmp(argument, name) == 0; });
+}
+
+void Run(Board& board)
+{
+    switch (board->benchmark)
+    {
+    case 0:
+        Fail("usage: ProcessBenchmarks --benchmark=N [--rounds=N] [--quick] [--synchronized]");
+    case 10:
+        return MeasureStartup(board);
+    case 13:
+        return HostReloads(board);
+    default:
+        return RunWithBridge(board);
+    }
+}
 } // namespace
 
 int main(int count, char** arguments)
 {
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    if (const uint32_t host = Option(count, arguments, "--restarted", 0))
+    {
+        Board board(host);
+        HostRestarted(board, Option(count, arguments, "--state", 1));
+        _exit(0);
+    }
     Board board(GetCurrentProcessId());
-    board->rounds = 1;
-    for (int i = 1; i < count; ++i)
+    board->benchmark = Option(count, arguments, "--benchmark", 0);
+    board->rounds = Option(count, arguments, "--rounds", 1);
+    board->quick = HasOption(count, arguments, "--quick") ? 1 : 0;
+    board->synchronized = HasOption(count, arguments, "--synchronized") ? 1 : 0;
+    if (const uint32_t bridge = Option(count, arguments, "--bare", 0))
     {
-        if (strncmp(arguments[i], "--benchmark=", 12) == 0)
-        {
-            board->benchmark = static_cast<uint32_t>(atoi(arguments[i] + 12));
-        }
-        else if (strncmp(arguments[i], "--rounds=", 9) == 0)
-        {
-            board->rounds = static_cast<uint32_t>(atoi(arguments[i] + 9));
-        }
-        else if (strcmp(arguments[i], "--quick") == 0)
-        {
-            board->quick = 1;
-        }
+        HostBareReloads(board, bridge);
+        _exit(0);
     }
-    if (board->benchmark == 0)
-    {
-        Fail("usage: ProcessBenchmarks --benchmark=N [--rounds=N] [--quick]");
-    }
-    if (board->benchmark == 10)
-    {
-        MeasureStartup(board);
-    }
-    else
-    {
-        RunWithBridge(board);
-    }
+    Run(board);
     fwrite(board->lines, 1, board->linesSize, stdout);
     fflush(stdout);
     _exit(0); // threads of the relay may still wait

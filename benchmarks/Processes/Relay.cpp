@@ -1,5 +1,7 @@
 #include "Relay.h"
 
+#include "ReloadRelay.h"
+
 #include "../Support/Pipe.h"
 
 #include <process.h>
@@ -75,16 +77,6 @@ private:
 };
 HandOver handOver;
 
-void PushReply(const void* payload, uint32_t payloadSize)
-{
-    const uint32_t size = static_cast<uint32_t>(sizeof(RelayHeader)) + payloadSize;
-    uint8_t* bytes = static_cast<uint8_t*>(malloc(size));
-    const RelayHeader header = {payloadSize, RelayCommand::Echo};
-    memcpy(bytes, &header, sizeof(header));
-    memcpy(bytes + sizeof(header), payload, payloadSize);
-    handOver.Push({bytes, size, free});
-}
-
 /// The memory itself is the message, the header in its first bytes.
 void PushMemory(uint32_t size)
 {
@@ -141,8 +133,13 @@ void Execute(const RelayHeader& header)
         FreeLibrary(*static_cast<HMODULE*>(payload));
         PushReply(nullptr, 0);
         break;
-    default:
+    case RelayCommand::Echo:
         PushReply(payload, header.size - 8);
+        break;
+    default:
+        ExecuteBlob(static_cast<BlobType>(static_cast<uint32_t>(header.command) -
+                                          static_cast<uint32_t>(RelayCommand::Blob)),
+                    payload);
         break;
     }
     free(payload);
@@ -182,13 +179,15 @@ unsigned __stdcall PlayPingPong(void*)
     return 0;
 }
 
-void Start(unsigned(__stdcall* body)(void*))
+uint32_t Start(unsigned(__stdcall* body)(void*))
 {
-    CloseHandle(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, body, nullptr, 0, nullptr)));
+    unsigned id = 0;
+    CloseHandle(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, body, nullptr, 0, &id)));
+    return id;
 }
 } // namespace
 
-void StartRelay(uint8_t* data, uint32_t dataSize)
+std::array<uint32_t, 3> StartRelay(uint8_t* data, uint32_t dataSize)
 {
     memory = data;
     memorySize = dataSize;
@@ -198,9 +197,17 @@ void StartRelay(uint8_t* data, uint32_t dataSize)
     in.Create(relayInName, GetCurrentProcessId());
     out.Create(relayOutName, GetCurrentProcessId());
     pingPong.Create(pingPongName, GetCurrentProcessId());
-    Start(Receive);
-    Start(Send);
-    Start(PlayPingPong);
+    return {Start(Receive), Start(Send), Start(PlayPingPong)};
+}
+
+void PushReply(const void* payload, uint32_t payloadSize)
+{
+    const uint32_t size = static_cast<uint32_t>(sizeof(RelayHeader)) + payloadSize;
+    uint8_t* bytes = static_cast<uint8_t*>(malloc(size));
+    const RelayHeader header = {payloadSize, RelayCommand::Echo};
+    memcpy(bytes, &header, sizeof(header));
+    memcpy(bytes + sizeof(header), payload, payloadSize);
+    handOver.Push({bytes, size, free});
 }
 
 void AskRelay()

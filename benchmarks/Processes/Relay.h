@@ -8,6 +8,8 @@
 
 #include <stdint.h>
 
+#include <array>
+
 namespace Torvane::Benchmarks
 {
 /// What a relay is asked for. Takes the place of a Blob's type.
@@ -21,6 +23,7 @@ enum class RelayCommand : uint32_t
     Load = 4,      ///< the payload is the path of a library, which is loaded; the reply is its module
     Free = 6,      ///< the payload is such a module, which is freed; an empty reply comes
     Answer = 7,    ///< what `AskRelay` waits for; no reply
+    Blob = 100,    ///< from here on: a Blob's type, which `ReloadRelay.h` executes; its reply
 };
 
 struct RelayHeader
@@ -35,9 +38,18 @@ constexpr wchar_t pingPongName[] = L"\\\\.\\pipe\\TVN_BenchmarkPing"; ///< both 
 constexpr uint32_t echoRequestSize = 16;                              ///< payload of an `EchoRequest`
 constexpr uint32_t echoReplySize = 8;
 
+constexpr RelayCommand BlobCommand(BlobType type)
+{
+    return static_cast<RelayCommand>(static_cast<uint32_t>(RelayCommand::Blob) + static_cast<uint32_t>(type));
+}
+
 /// Creates the pipes and the threads that serve them until the other end is closed.
 /// \param data memory of at least `dataSize` bytes for `Give` and `Take`.
-void StartRelay(uint8_t* data, uint32_t dataSize);
+/// \return the threads' ids.
+std::array<uint32_t, 3> StartRelay(uint8_t* data, uint32_t dataSize);
+
+/// Queues a message for the other end; any thread.
+void PushReply(const void* payload, uint32_t payloadSize);
 
 /// A round trip that begins in the host: sends an empty message and waits for an `Answer`.
 void AskRelay();

@@ -111,4 +111,8 @@ BENCHMARKS = [
     Benchmark(12, "recording", "Reading 16 bytes of the host, with the traffic recorded", "µs", MICROSECONDS,
               rate=False, ratio="cost", goal=1.1, goalBaselines=["no recording"], program="ProcessBenchmarks",
               recorded=True),
+    Benchmark(13, "reload", "What a reload costs its host", "ms", 1e3,
+              rate=False, ratio="cost", goal=1.1, goalBaselines=["same calls"], goalCases="pause",
+              program="ProcessBenchmarks", oneProcessor=True, quickRounds=1, chartKind="curves",
+              ways=((), ("--synchronized",))),
 ]

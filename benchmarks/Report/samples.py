@@ -9,18 +9,24 @@ import tempfile
 class Samples:
     """Values by benchmark, case and side, in the order in which the cases came; one value a round.
 
-    For some benchmarks also how often one run allocates, by the three together.
+    For some benchmarks also how often one run allocates, by the three together; or how often one run calls each function of
+    the OS: the least counts of some runs, by benchmark, program and function, and side.
     """
 
     def __init__(self):
         self.values = {}
         self.allocations = {}
+        self.calls = {}
 
     def add(self, benchmark, case, side, value):
         self.values.setdefault(benchmark, {}).setdefault(case, {}).setdefault(side, []).append(value)
 
     def addAllocations(self, benchmark, case, side, count):
         self.allocations[benchmark, case, side] = count
+
+    def addCalls(self, benchmark, place, call, side, count):
+        counts = self.calls.setdefault(benchmark, {}).setdefault((place, call), {})
+        counts[side] = min(count, counts.get(side, count))
 
     def toJson(self):
         entries = []
@@ -32,6 +38,10 @@ class Samples:
                         entry["allocations"] = self.allocations[benchmark, case, side]
                     entries.append(entry)
         return entries
+
+    def callsToJson(self):
+        return [{"benchmark": benchmark, "place": place, "call": call, "counts": counts}
+                for benchmark, calls in self.calls.items() for (place, call), counts in calls.items()]
 
 
 def run(command, environment=None):
@@ -73,6 +83,9 @@ def runProcesses(emulator, program, benchmark, quick, samples):
 def collect(output, benchmark, samples):
     for line in output.splitlines():
         entry = json.loads(line)
+        if "call" in entry:
+            samples.addCalls(benchmark.number, entry["place"], entry["call"], entry["side"], entry["count"])
+            continue
         samples.add(benchmark.number, entry["case"], entry["side"], entry["value"])
 
 

@@ -1,6 +1,7 @@
 """Medians, ratios and their spread, and how costs grow, as text and as Markdown."""
 
 import math
+import re
 import statistics
 
 OURS = "ours"
@@ -110,26 +111,52 @@ def growthOf(benchmark, samples):
     return [["fitted exponent", *sides]] + rows if rows else []
 
 
+# Calls that stay within their process, unless a lock is contended.
+LOCAL_CALLS = ["AcquireSRWLockExclusive", "EnterCriticalSection", "GetCurrentProcess", "GetCurrentProcessId",
+               "GetLastError", "GetTickCount64", "HeapAlloc", "HeapFree", "LeaveCriticalSection", "QueryPerformanceFrequency",
+               "ReleaseSRWLockExclusive", "TlsGetValue", "WakeAllConditionVariable"]
+
+
+def callsOf(benchmark, samples):
+    """A table of the calls of the OS in one run, headings first: one row a function, one column a side."""
+    calls = samples.calls.get(benchmark.number, {})
+    sides = list(dict.fromkeys(side for counts in calls.values() for side in counts))
+    rows = [[place, call] + [str(counts.get(side, 0)) for side in sides]
+            for (place, call), counts in sorted(calls.items()) if call not in LOCAL_CALLS and any(counts.values())]
+    return [["program", "calls of the OS", *sides]] + rows if rows else []
+
+
+def furtherOf(benchmark, samples):
+    return [growthOf(benchmark, samples), callsOf(benchmark, samples)]
+
+
 def alignedLines(lines):
     widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]))]
     return ["   " + "  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines]
 
 
-def asText(benchmark, rows, growth):
+def asText(benchmark, rows, further):
+    """further: tables that follow, each of which may be empty."""
     title = f"{benchmark.number}. {benchmark.title} ({roundWords(benchmark, rows)})"
     body = alignedLines([headings(benchmark)] + [cells(row) for row in rows])
-    return "\n".join([title] + body + ([""] + alignedLines(growth) if growth else []))
+    return "\n".join([title] + body + [line for lines in further if lines for line in ["", *alignedLines(lines)]])
 
 
 def markdownLines(lines, rule):
     return ["| " + " | ".join(line) + " |" for line in [lines[0], rule, *lines[1:]]]
 
 
-def asMarkdown(benchmark, rows, growth, run):
+def asMarkdown(benchmark, rows, further, run):
     allocations = ["--:"] if benchmark.allocations else []
     head = [f"![{benchmark.title}](benchmarks/{benchmark.chart})", "",
-            f"{roundWords(benchmark, rows)}. Measured on {run['date']}, sources of {run['commit']}.", ""]
+            f"{roundWords(benchmark, rows)}. Measured on {run['date']} ({run['processor']}), sources of {run['commit']}.", ""]
     body = markdownLines([headings(benchmark)] + [cells(row) for row in rows],
                          ["---", "--:", "---", "--:", "--:", "--:", *allocations, "---"])
-    tail = ["", *markdownLines(growth, ["---"] + ["--:"] * (len(growth[0]) - 1))] if growth else []
+    tail = [line for lines in further if lines
+            for line in ["", *markdownLines(lines, [ruleOf(lines[1], i) for i in range(len(lines[0]))])]]
     return "\n".join(head + body + tail)
+
+
+def ruleOf(line, column):
+    """Numbers are aligned to the right."""
+    return "--:" if re.fullmatch(r"[-\d.,]+", line[column]) else "---"
