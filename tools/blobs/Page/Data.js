@@ -19,6 +19,12 @@ function make(tag, className, ...children) {
 /// Ends the current task, so that the browser can draw and handle events.
 const nextTask = () => new Promise(resolve => setTimeout(resolve));
 
+/// Ends the current task until the browser has drawn, or for 50 ms in a tab that isn't drawn.
+const nextFrame = () => new Promise(resolve => {
+  requestAnimationFrame(() => setTimeout(resolve));
+  setTimeout(resolve, 50);
+});
+
 function bytesFromBase64(text) {
   if (Uint8Array.fromBase64) {
     return Uint8Array.fromBase64(text);

@@ -120,6 +120,7 @@ async function applyFilter() {
     return;
   }
   const slice = 25; // milliseconds
+  let isFirst = true;
   const chosen = new Uint32Array(count);
   let found = 0;
   let start = performance.now();
@@ -135,7 +136,8 @@ async function applyFilter() {
     }
     if (i % 64 === 63 && performance.now() - start > slice) {
       showChosen(chosen.subarray(0, found), (i + 1) / count);
-      await nextTask();
+      await (isFirst ? nextFrame() : nextTask());
+      isFirst = false;
       if (run !== filterRun) {
         return;
       }
