@@ -40,7 +40,7 @@ writePage()
         > /dev/null 2> "${page%.html}.errors" < /dev/null 3>&- 5>&- || fail "no page: $(cat "${page%.html}.errors")"
     [ -s "$page" ] || fail "the page of the Blobs is empty"
     rm "${page%.html}.errors"
-    echo "What went over the pipes, as a page for a browser: $page"
+    echo "What went over the pipes, as a page for a browser: ${page#"$PWD"/}"
 }
 
 # Wine's server must not inherit the script's files, or it keeps them open.
