@@ -19,12 +19,14 @@ using Call = int (*)(int value);
 class WatchHost : public HostTest
 {
 protected:
-    WatchHost()
+    /// \param libraryPath the library whose functions are replaced, of the sources of `Watched`
+    explicit WatchHost(const std::wstring& libraryPath = ImagePath(L"Watched"))
         : folder(TemporaryFilesFolder() + std::to_wstring(GetCurrentProcessId()) + L" patches")
+        , library(libraryPath.substr(libraryPath.find_last_of(L'\\') + 1))
     {
         CreateDirectoryW(folder.c_str(), nullptr);
         SetEnvironmentVariableW(L"TORVANE_BRIDGE_WATCH", folder.c_str());
-        module = LoadLibraryW(ImagePath(L"Watched").c_str());
+        module = LoadLibraryW(libraryPath.c_str());
         EXPECT_NE(nullptr, module);
         callScale = FindExport<Call>(module, "CallScale");
         callShift = FindExport<Call>(module, "CallShift");
@@ -38,12 +40,12 @@ protected:
         }
     }
 
-    /// Connects, and enables the library whose functions are replaced.
+    /// Connects, and enables the library.
     TvnDefaultAgent& Connect()
     {
         UseDefaultBridge();
         TvnDefaultAgent& agent = ConnectDefaultAgent();
-        agent.TvnEnableModule(L"Watched.dll", ExactlyTheseModules, nullptr, nullptr);
+        agent.TvnEnableModule(library.c_str(), ExactlyTheseModules, nullptr, nullptr);
         EXPECT_TRUE(WaitForReport("watching "));
         return agent;
     }
@@ -71,9 +73,62 @@ protected:
     }
 
     std::wstring folder;
+    std::wstring library; ///< name of the file
     HMODULE module;
     Call callScale;
     Call callShift;
+};
+
+class WatchHostWithPdb : public WatchHost
+{
+protected:
+    WatchHostWithPdb()
+        : WatchHost(ImagePath(L"WatchedByPdb"))
+    {
+    }
+};
+
+/// A host that has loaded a copy of the library, whose file a test can replace.
+class WatchHostOfACopy : public WatchHost
+{
+protected:
+    WatchHostOfACopy()
+        : WatchHost(MakeCopy())
+    {
+    }
+
+    ~WatchHostOfACopy() override
+    {
+        FreeLibrary(module);
+        DeleteFileW(path.c_str());
+        DeleteFileW(OldPath().c_str());
+    }
+
+    /// Puts another file in the place of the one that is loaded, as a linker does that can't write over it.
+    void Rebuild(const std::vector<uint8_t>& bytes) const
+    {
+        EXPECT_TRUE(MoveFileW(path.c_str(), OldPath().c_str()));
+        EXPECT_TRUE(WriteWholeFile(path, bytes.data(), bytes.size()));
+    }
+
+    const std::wstring path = CopyPath();
+
+private:
+    static std::wstring CopyPath()
+    {
+        return TemporaryFilesFolder() + L"Watched" + std::to_wstring(GetCurrentProcessId()) + L".dll";
+    }
+
+    static std::wstring MakeCopy()
+    {
+        EXPECT_TRUE(CopyFileW(ImagePath(L"Watched").c_str(), CopyPath().c_str(), FALSE));
+        return CopyPath();
+    }
+
+    std::wstring OldPath() const
+    {
+        return path + L".old";
+    }
 };
 
 /// The lines of a report from `start` on, without times and addresses.
@@ -139,6 +194,47 @@ WATCH_HOST(PatchOfGCCReplacesThemToo)
               "  Shift(int): routed, in Watched.dll\n",
               WithoutNumbers(Report(), "reload 1"))
         << "No function of the runtime library's.";
+}
+
+HOST_TEST_OF(WatchHostWithPdb, Watch, FunctionsThatOnlyAPdbNamesAreReplacedToo)
+{
+    Connect();
+    EXPECT_EQ(nullptr, GetProcAddress(module, "_Z5Scalei"));
+    EXPECT_EQ(14, callScale(7));
+    Build(L"WatchedPatch1");
+    EXPECT_TRUE(WaitForReport("Shift(int): routed"));
+    EXPECT_EQ(1014, callScale(7));
+    EXPECT_EQ(1008, callShift(7));
+    EXPECT_EQ("reload 1: Scale(int), Shift(int)\n"
+              "  Scale(int): routed, in WatchedByPdb.dll\n"
+              "  Shift(int): routed, in WatchedByPdb.dll\n",
+              WithoutNumbers(Report(), "reload 1"));
+    // Static functions have no public symbols, and functions written in assembly no others.
+    Build(L"WatchedObstacles", L"obstacles.dll");
+    EXPECT_TRUE(
+        WaitForReport("refused obstacles.dll: no function of it can replace one of an enabled module; "
+                      "Tiny: in WatchedByPdb.dll it is shorter than the 5 bytes of a jump; "
+                      "Twin: 2 functions of WatchedByPdb.dll have that name\n"));
+}
+
+HOST_TEST_OF(WatchHostOfACopy, Watch, LibraryThatWasBuiltAnewIsNotPatched)
+{
+    Connect();
+    std::vector<uint8_t> bytes = ReadFileBytes(path);
+    auto* dosHeader = reinterpret_cast<IMAGE_DOS_HEADER*>(bytes.data());
+    auto* headers = reinterpret_cast<IMAGE_NT_HEADERS32*>(bytes.data() + dosHeader->e_lfanew);
+    ++headers->FileHeader.TimeDateStamp;
+    Rebuild(bytes);
+
+    Build(L"WatchedPatch1");
+    EXPECT_TRUE(WaitForReport("refused patch.dll: no function of it can replace one of an enabled module\n"));
+    const std::string fault = Utf8(library) +
+                              " was built anew since the program has started, so its functions "
+                              "can't be found: start the program again\n";
+    const std::string report = Report();
+    EXPECT_LT(report.find(fault), report.find("refused")) << report;
+    EXPECT_EQ(14, callScale(7));
+    EXPECT_EQ(8, callShift(7));
 }
 
 WATCH_HOST(SynchronizedAgentsHostAgreesFirst)
