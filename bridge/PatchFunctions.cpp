@@ -23,6 +23,52 @@ constexpr const char* runtimeNames[] = {
     "rwl_print", "rwl_print_set", "thread_print", "thread_print_set",
 };
 
+/// Functions that MinGW's C headers define inline, so that code built without optimization contains and exports them. Those
+/// of printf and scanf have C++ names in a C++ program, unless it prints with Microsoft's library alone. A program that
+/// includes these headers can't have others of the same name and parameters.
+constexpr const char* headerFunctions[] = {
+    "_Z6printfPKcz",
+    "_Z7fprintfP6_iobufPKcz",
+    "_Z7sprintfPcPKcz",
+    "_Z8snprintfPcjPKcz",
+    "_Z7vprintfPKcPc",
+    "_Z8vfprintfP6_iobufPKcPc",
+    "_Z8vsprintfPcPKcS_",
+    "_Z9vsnprintfPcjPKcS_",
+    "_Z5scanfPKcz",
+    "_Z6fscanfP6_iobufPKcz",
+    "_Z6sscanfPKcS0_z",
+    "_Z6vscanfPKcPc",
+    "_Z7vfscanfP6_iobufPKcPc",
+    "_Z7vsscanfPKcS0_Pc",
+    "snprintf",
+    "vsnprintf",
+    "vscanf",
+    "vfscanf",
+    "vsscanf",
+    "wprintf",
+    "fwprintf",
+    "snwprintf",
+    "vwprintf",
+    "vfwprintf",
+    "vsnwprintf",
+    "wscanf",
+    "fwscanf",
+    "swscanf",
+    "vwscanf",
+    "vfwscanf",
+    "vswscanf",
+    "_scprintf",
+    "_snprintf",
+    "_snscanf",
+    "_scwprintf",
+    "_swprintf",
+    "_vscwprintf",
+    "_vswprintf",
+    "strnlen_s",
+    "wcsnlen_s",
+};
+
 bool IsReserved(const std::string& name)
 {
     return name.size() > 1 && name[0] == '_' &&
@@ -144,9 +190,12 @@ bool IsNameOfRuntime(const std::string& name)
     const auto isPrefix = [&name](const char* prefix) {
         return name.compare(0, strlen(prefix), prefix) == 0;
     };
+    const auto isIn = [&name](const auto& names) {
+        return std::find(std::begin(names), std::end(names), name) != std::end(names);
+    };
     return IsReserved(name) ||
            std::any_of(std::begin(runtimePrefixes), std::end(runtimePrefixes), isPrefix) ||
-           std::find(std::begin(runtimeNames), std::end(runtimeNames), name) != std::end(runtimeNames);
+           isIn(runtimeNames) || isIn(headerFunctions);
 }
 
 std::vector<MatchedFunction> MatchFunctions(const std::vector<ImageFunction>& patchExports,

@@ -33,8 +33,8 @@ struct MatchedFunction
     std::string obstacle; ///< why a function that the host has isn't replaced
 };
 
-/// Whether a name belongs to the compiler, its C++ library or its thread library. A library that contains these exports
-/// them as well, and the host's own have to stay: they keep state.
+/// Whether a name belongs to the compiler, its C++ library, its thread library or its C headers. A library that contains
+/// these exports them as well, and the host's own have to stay: they keep state, or are the same.
 bool IsNameOfRuntime(const std::string& name);
 
 /// In the order of the patch's exports, without functions of the runtime libraries.

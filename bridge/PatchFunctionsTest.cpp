@@ -80,12 +80,12 @@ TEST(PatchFunctions, OfTheRuntimeLibrariesAreLeftOut)
     for (const char* name :
          {"__register_frame", "_Unwind_Resume", "__emutls_get_address", "_ZNSt6vectorIiE3fooEv", "_ZSt4sortv",
           "pthread_create", "nanosleep", "atexit", "DllMain@12", "DllMainCRTStartup@12", "_CRT_INIT@12",
-          "_pthread_get_state", "thread_print"})
+          "_pthread_get_state", "thread_print", "_Z6printfPKcz", "snwprintf"})
     {
         EXPECT_TRUE(IsNameOfRuntime(name)) << name;
     }
-    for (const char* name :
-         {"Step", "_Z4Stepi", "_ZN4Game4StepESt6vectorIiE", "_step", "WndProc@16", "thread", "_"})
+    for (const char* name : {"Step", "_Z4Stepi", "_ZN4Game4StepESt6vectorIiE", "_step", "WndProc@16",
+                             "thread", "_", "_Z6printfP7ConsolePKcz", "_ZN4Game6printfEPKcz", "logprintf"})
     {
         EXPECT_FALSE(IsNameOfRuntime(name)) << name;
     }
