@@ -52,7 +52,7 @@ void MeasureRecording(Board& board)
     writer.fixed.elementCount = 1;
     writer.List(&ReadMemoryBlob::addresses, std::vector<AddressSlot>({board->data}));
     const std::vector<uint8_t> request = writer.Finish();
-    const uint32_t count = board.IsQuick() ? 500 : 50000;
+    const uint32_t count = board.IsQuick() ? 500 : 5000;
     for (uint32_t round = 0; round < board->rounds; ++round)
     {
         for (const auto& [name, pending] :
