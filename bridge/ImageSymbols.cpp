@@ -271,7 +271,7 @@ std::string ReadableName(const std::string& name)
                           : nullptr;
     if (demangled != nullptr)
     {
-        const std::string readable = demangled;
+        std::string readable = demangled;
         free(demangled); // NOLINT(cppcoreguidelines-no-malloc)
         return readable;
     }
